@@ -1,0 +1,37 @@
+# What every target of the house is compiled with, and how a test is declared.
+
+add_library(kalix_house INTERFACE)
+target_include_directories(kalix_house INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+target_compile_definitions(kalix_house INTERFACE KALIX_VERSION="${PROJECT_VERSION}")
+# Pictures are the same bytes everywhere: no contraction of a product and a sum.
+target_compile_options(kalix_house INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -ffp-contract=off
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast>
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
+target_link_options(kalix_house INTERFACE -Wl,--no-undefined)
+
+if(KALIX_SANITIZE STREQUAL "address")
+  set(sanitizers -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(KALIX_SANITIZE STREQUAL "thread")
+  set(sanitizers -fsanitize=thread)
+endif()
+if(sanitizers)
+  target_compile_options(kalix_house INTERFACE ${sanitizers})
+  target_link_options(kalix_house INTERFACE ${sanitizers})
+endif()
+
+# kalix_test(NAME SOURCES ... LIBRARIES ... [TIMEOUT seconds] [LABEL quick|system])
+function(kalix_test name)
+  cmake_parse_arguments(test "" "TIMEOUT;LABEL" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${test_SOURCES})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  target_link_libraries(${name} PRIVATE kalix_house ${test_LIBRARIES} GTest::gmock_main)
+  add_test(NAME ${name} COMMAND ${name})
+  if(NOT test_TIMEOUT)
+    set(test_TIMEOUT 120)
+  endif()
+  if(NOT test_LABEL)
+    set(test_LABEL quick)
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${test_TIMEOUT} LABELS ${test_LABEL})
+endfunction()

@@ -1,0 +1,259 @@
+/* libkalix: how a client process talks to a kalix server.
+ *
+ * A connection is a session with one server: it carries requests one after the other, and what the
+ * client defines through it (contexts, surfaces, DMA buffers) is released when it closes. Commands are
+ * collected in a command buffer, a shared-memory object that the server reads when it is submitted;
+ * pixels and vertices travel through DMA buffers, and pictures come back with kalix_readback().
+ *
+ * Results. Every function that returns int returns 0, or a negative errno value of this host:
+ *   - what the server answered: -EINVAL for an argument or object that it refuses, -ENOMEM when ids,
+ *     memory or device space run out, -ENOENT for an unknown surface, -ENOSYS for a request that it
+ *     does not know. Positive statuses of the server are turned into the errno that they mean;
+ *   - what happened on the way: -EPIPE or -ECONNRESET when the server has gone, -EPROTO when it
+ *     answered nonsense. After these the connection is lost: kalix_connection_error() says so, and
+ *     every further request fails at once with the same value. A lost server never blocks a caller and
+ *     never raises SIGPIPE;
+ *   - what the library itself refuses: -EINVAL for a null pointer or an impossible argument, -EPERM in
+ *     a process other than the one that opened the connection.
+ * These hold for every function here; comments name only what is particular to one. A failed call
+ * leaves its out parameters as they were. kalix_request() tells the server's own status apart.
+ *
+ * Threads. A connection may be used by any number of threads; their requests are carried out one at a
+ * time, and a thread that waits for a fence makes the others wait. Command lists and the memory of DMA
+ * buffers carry no lock: one thread at a time for each of them. kalix_close() comes last.
+ *
+ * Fork. A connection belongs to the process that opened it. A child may only kalix_close() its copy,
+ * which frees memory and leaves the parent's session alone. */
+#pragma once
+
+#include <kalix/protocol.h>
+#include <kalix/svga3d_types.h>
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/* The library's version, "major.minor.patch". Static memory. */
+const char *kalix_version(void);
+
+/* ---- Connections ------------------------------------------------------------------------- */
+
+typedef struct kalix_connection kalix_connection;
+
+/* Opens a connection to the server whose run directory is given; NULL means the one that
+ * KALIX_RUN_DIR or the host's custom names. The caller closes it. Errors: -ENOENT when no server has
+ * been there, -ECONNREFUSED when it has ended, -EACCES, -ENAMETOOLONG, -ENOMEM, -EMFILE; -EPIPE or
+ * -ECONNRESET when the server takes no more connections. */
+int kalix_open(const char *run_dir, kalix_connection **connection);
+
+/* Ends the session: the server releases all that was made through it. Unmaps the connection's command
+ * buffers; DMA buffers stay mapped until kalix_dmabuf_unmap(). NULL is ignored. */
+void kalix_close(kalix_connection *connection);
+
+/* 0 while the connection works, else the negative errno with which it was lost. */
+int kalix_connection_error(kalix_connection *connection);
+
+/* Releases all that the connection has made, as if it had been closed and opened again. Ids and command
+ * lists had from it are void; DMA buffers must be given to kalix_dmabuf_unmap(). */
+int kalix_disconnect(kalix_connection *connection);
+
+/* Sends any request: the payload (payload_bytes) behind a header with the command, and takes back up to
+ * reply_room bytes into reply and their number into *reply_bytes (may be NULL). Returns 0 when the
+ * server has answered, whatever its status, which goes to *status untranslated. -EMSGSIZE for a payload
+ * that no message holds; an error number with which the server refused the message itself. */
+int kalix_request(kalix_connection *connection, int32_t command, const void *payload, uint32_t payload_bytes,
+                  void *reply, uint32_t reply_room, uint32_t *reply_bytes, int32_t *status);
+
+/* ---- Device parameters ------------------------------------------------------------------- */
+
+/* param is of enum kalix_param; -EINVAL for one that the server does not know. */
+int kalix_getparam(kalix_connection *connection, uint32_t param, uint64_t *value);
+/* Reads a FIFO register by its number, 0 to 1024. */
+int kalix_fifomap(kalix_connection *connection, uint32_t index, uint32_t *value);
+/* The capability records: {length in words, type, pairs of index and value}, ended by a length of 0. */
+int kalix_fifomap_caps(kalix_connection *connection, struct fifomap_caps_rep *caps);
+/* 0 in *software_mode on every server that draws with its device. */
+int kalix_software_mode(kalix_connection *connection, uint32_t *software_mode);
+
+/* ---- DMA buffers ------------------------------------------------------------------------- */
+
+/* Memory that this process and the device share. Filled by kalix_dmabuf_alloc(); read it, do not write
+ * it. In commands the buffer's byte n is the guest pointer {gmr_id, gmr_offset + n}. */
+struct kalix_dma_buffer {
+    void *data;           /* size bytes, zero at first */
+    uint32_t size;
+    uint32_t handle;      /* the server's number for it */
+    uint32_t gmr_id;
+    uint32_t gmr_offset;
+    void *mapping;        /* the library's: what it has mapped */
+    size_t mapping_bytes;
+};
+
+/* Allocates size bytes and maps them. -ENOMEM when the server has no room, -ENOSPC when the run
+ * directory's file system has none. The caller gives the buffer back with kalix_dmabuf_unref(). */
+int kalix_dmabuf_alloc(kalix_connection *connection, uint32_t size, struct kalix_dma_buffer *buffer);
+/* Gives the buffer back. Wait for the fences of commands that use it first. It is unmapped and cleared
+ * whatever the result says. */
+int kalix_dmabuf_unref(kalix_connection *connection, struct kalix_dma_buffer *buffer);
+/* Unmaps and clears the buffer without a request: for after kalix_close() or kalix_disconnect(). */
+void kalix_dmabuf_unmap(struct kalix_dma_buffer *buffer);
+
+/* ---- Contexts and command buffers -------------------------------------------------------- */
+
+/* A list of commands in memory of a given size. used is what the next command is appended behind; set
+ * it to 0 to start anew, or back to an earlier value to take commands away. */
+struct kalix_commands {
+    void *memory;
+    uint32_t capacity;    /* bytes */
+    uint32_t used;        /* bytes */
+};
+
+int kalix_context_define(kalix_connection *connection, uint32_t *cid);
+/* Destroys the context and its command buffer: the list that kalix_command_buffer() gave for it is void. */
+int kalix_context_destroy(kalix_connection *connection, uint32_t cid);
+
+/* The command buffer with that number, made at the first call: 65536 bytes that the server can read.
+ * A context's number is its cid, and contexts are what command buffers are meant for; other numbers are
+ * shared by all clients of the server, first come, first served. The list belongs to the connection and
+ * lives until the context is destroyed or the connection closed. Errors: -ENOSPC, -EACCES, -ENOMEM. */
+int kalix_command_buffer(kalix_connection *connection, uint32_t number, struct kalix_commands **commands);
+
+/* Submits what the command buffer holds. The server copies and checks all of it before anything runs:
+ * -EINVAL when it refuses a command, and then none has run. On success the list is empty again and
+ * *fence (may be NULL) is the fence behind the commands. -ENOENT for a number that kalix_command_buffer()
+ * has not been asked for. */
+int kalix_submit(kalix_connection *connection, uint32_t number, uint32_t *fence);
+
+/* The submission request itself: byte_count bytes of the command buffer, committed after delay_us
+ * microseconds; the list is left as it is. reply may be NULL. */
+int kalix_execbuf(kalix_connection *connection, uint32_t number, uint32_t byte_count, uint32_t delay_us,
+                  struct execbuf_rep *reply);
+
+/* ---- Fences ------------------------------------------------------------------------------ */
+
+/* Returns when the device has passed the fence, without a time limit. */
+int kalix_fence_wait(kalix_connection *connection, uint32_t fence);
+/* *signalled becomes 1 when the fence has been passed, else 0. passed (may be NULL): the last one that was. */
+int kalix_fence_signalled(kalix_connection *connection, uint32_t fence, int *signalled, uint32_t *passed);
+/* Fences are numbers and hold nothing; the request exists for completeness. */
+int kalix_fence_unref(kalix_connection *connection, uint32_t fence);
+
+/* ---- Surfaces ---------------------------------------------------------------------------- */
+
+struct kalix_surface_description {
+    uint32_t flags;                    /* enum svga3d_surface_flag */
+    uint32_t format;                   /* SVGA3D surface format */
+    uint32_t mip_levels[SVGA3D_FACES]; /* of each face; all but the first 0 unless a cube map */
+    const struct surface_size *sizes;  /* one for each level, face by face */
+    uint32_t size_count;               /* the sum of mip_levels, at most KALIX_SURFACE_MIPS_MAX */
+    uint32_t shared;                   /* non-zero: the candidate for the server's shared surface */
+    uint32_t sid;                      /* the id wanted, from kalix_alloc_sid(); 0: any */
+};
+
+/* *sid is the new surface, on which this client holds one reference. */
+int kalix_surface_define(kalix_connection *connection, const struct kalix_surface_description *description,
+                         uint32_t *sid);
+/* One image of one level. An SVGA3D_BUFFER of n bytes is n wide and 1 high. */
+int kalix_surface_define_2d(kalix_connection *connection, uint32_t flags, uint32_t format, uint32_t width,
+                            uint32_t height, uint32_t *sid);
+/* Gives up one reference; with the last of all clients the surface goes. */
+int kalix_surface_destroy(kalix_connection *connection, uint32_t sid);
+/* Takes a reference on anybody's surface. information (may be NULL): its flags (in the field sid), format
+ * and mip levels. -ENOENT for an id that names none. */
+int kalix_surface_reference(kalix_connection *connection, uint32_t sid, struct surface_reference_req *information);
+/* An id to define a surface with later. -ENOSPC when none is left. */
+int kalix_alloc_sid(kalix_connection *connection, uint32_t *sid);
+
+/* ---- Readback ---------------------------------------------------------------------------- */
+
+/* What to read: a rectangle of level 0 of a surface, and the surface's own size and format, which the
+ * server goes by. Right and bottom edge of the rectangle are at most KALIX_READBACK_EXTENT_MAX. */
+struct kalix_readback_area {
+    uint32_t sid;
+    uint32_t surface_width, surface_height, format;
+    uint32_t x, y, width, height;
+};
+
+/* Bytes of a pixel as readback delivers it; 0 for formats that it does not deliver. */
+uint32_t kalix_readback_pixel_bytes(uint32_t format);
+
+/* Copies the rectangle to pixels, its rows row_stride bytes apart. The commands that draw it need not
+ * have finished. Format X8R8G8B8 comes with its fourth byte 255. -ENOTSUP for a format without pixels,
+ * -ENOSPC when the run directory's file system is full.
+ *
+ * The server writes a surface's pixels to the place that was named at the surface's first readback,
+ * whoever asks; the library keeps one place a surface for all connections of this process. A surface
+ * that another process has read back already cannot be read here: its pixels go to that process. */
+int kalix_readback(kalix_connection *connection, const struct kalix_readback_area *area, void *pixels,
+                   size_t row_stride);
+
+/* ---- Commands ---------------------------------------------------------------------------- */
+
+/* Each appends one command to the list and returns 0; -ENOSPC when it does not fit, and the list is as
+ * it was; -EINVAL for a null pointer where something must be. Counts are of elements; an array may be
+ * NULL when its count is 0. Ids and values are not looked at: that is the server's task. */
+
+/* Announces that a rectangle of the framebuffer has changed. */
+int kalix_cmd_update(struct kalix_commands *list, uint32_t x, uint32_t y, uint32_t width, uint32_t height);
+int kalix_cmd_surface_define(struct kalix_commands *list, const struct svga3d_surface_define *surface,
+                             const struct svga3d_size *sizes, uint32_t size_count);
+int kalix_cmd_surface_destroy(struct kalix_commands *list, uint32_t sid);
+int kalix_cmd_surface_copy(struct kalix_commands *list, const struct svga3d_image *source,
+                           const struct svga3d_image *destination, const struct svga3d_copy_box *boxes,
+                           uint32_t box_count);
+int kalix_cmd_surface_stretchblt(struct kalix_commands *list, const struct svga3d_surface_stretchblt *blit);
+/* suffix may be NULL. */
+int kalix_cmd_surface_dma(struct kalix_commands *list, const struct svga3d_surface_dma *transfer,
+                          const struct svga3d_copy_box *boxes, uint32_t box_count,
+                          const struct svga3d_surface_dma_suffix *suffix);
+int kalix_cmd_context_define(struct kalix_commands *list, uint32_t cid);
+int kalix_cmd_context_destroy(struct kalix_commands *list, uint32_t cid);
+/* A row-vector matrix, row by row: the translation is elements 12 to 14. */
+int kalix_cmd_set_transform(struct kalix_commands *list, uint32_t cid, uint32_t type, const float matrix[16]);
+int kalix_cmd_set_z_range(struct kalix_commands *list, uint32_t cid, float min, float max);
+int kalix_cmd_set_render_states(struct kalix_commands *list, uint32_t cid,
+                                const struct svga3d_render_state_value *states, uint32_t count);
+/* target NULL unbinds. */
+int kalix_cmd_set_render_target(struct kalix_commands *list, uint32_t cid, uint32_t type,
+                                const struct svga3d_image *target);
+int kalix_cmd_set_texture_states(struct kalix_commands *list, uint32_t cid,
+                                 const struct svga3d_texture_state_value *states, uint32_t count);
+int kalix_cmd_set_material(struct kalix_commands *list, uint32_t cid, uint32_t face,
+                           const struct svga3d_material *material);
+int kalix_cmd_set_light_data(struct kalix_commands *list, uint32_t cid, uint32_t index,
+                             const struct svga3d_light *light);
+int kalix_cmd_set_light_enabled(struct kalix_commands *list, uint32_t cid, uint32_t index, uint32_t enabled);
+int kalix_cmd_set_viewport(struct kalix_commands *list, uint32_t cid, const struct svga3d_rect *rect);
+int kalix_cmd_set_clip_plane(struct kalix_commands *list, uint32_t cid, uint32_t index, const float plane[4]);
+/* flags are of enum svga3d_clear_flag. */
+int kalix_cmd_clear(struct kalix_commands *list, uint32_t cid, uint32_t flags, uint32_t color, float depth,
+                    uint32_t stencil, const struct svga3d_rect *rects, uint32_t rect_count);
+int kalix_cmd_present(struct kalix_commands *list, uint32_t sid, const struct svga3d_copy_rect *rects,
+                      uint32_t rect_count);
+int kalix_cmd_shader_define(struct kalix_commands *list, uint32_t cid, uint32_t shader, uint32_t type,
+                            const uint32_t *tokens, uint32_t token_count);
+int kalix_cmd_shader_destroy(struct kalix_commands *list, uint32_t cid, uint32_t shader, uint32_t type);
+int kalix_cmd_set_shader(struct kalix_commands *list, uint32_t cid, uint32_t type, uint32_t shader);
+int kalix_cmd_set_shader_const(struct kalix_commands *list, const struct svga3d_set_shader_const *constant);
+/* divisors: one for each declaration, or NULL for none. */
+int kalix_cmd_draw_primitives(struct kalix_commands *list, uint32_t cid,
+                              const struct svga3d_vertex_declaration *declarations, uint32_t declaration_count,
+                              const struct svga3d_primitive_range *ranges, uint32_t range_count,
+                              const uint32_t *divisors);
+int kalix_cmd_set_scissor_rect(struct kalix_commands *list, uint32_t cid, const struct svga3d_rect *rect);
+int kalix_cmd_begin_query(struct kalix_commands *list, uint32_t cid, uint32_t type);
+int kalix_cmd_end_query(struct kalix_commands *list, uint32_t cid, uint32_t type, struct svga_guest_pointer result);
+int kalix_cmd_wait_for_query(struct kalix_commands *list, uint32_t cid, uint32_t type,
+                             struct svga_guest_pointer result);
+int kalix_cmd_present_readback(struct kalix_commands *list, const struct svga3d_rect *rects, uint32_t rect_count);
+int kalix_cmd_blit_surface_to_screen(struct kalix_commands *list, const struct svga3d_blit_to_screen *blit,
+                                     const struct svga3d_signed_rect *clips, uint32_t clip_count);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,235 @@
+/* The wire of the channel "svga_ch": every frame and every record, once, for the driver, the client
+ * library, tools and tests alike.
+ *
+ * All fields are little-endian; client and server share one machine. A message from a client is a
+ * frame header, the 12-byte request header, the payload and whatever follows it. A reply is a frame
+ * header and at most as many data bytes as the client said it has room for. docs/protocol.md tells
+ * the story; the comments here give units and directions (in, out) field by field. */
+#pragma once
+
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Frames: what travels on the socket -------------------------------------------------- */
+
+struct kalix_request_frame {     /* client to server, before each message */
+    uint32_t message_bytes;      /* length of the message that follows, at most KALIX_MESSAGE_MAX */
+    uint32_t reply_room;         /* most data bytes that the client takes back */
+};
+static_assert(sizeof(struct kalix_request_frame) == 8, "wire record");
+
+enum kalix_reply_kind {
+    KALIX_REPLY_STATUS = 0, /* value is the request's status */
+    KALIX_REPLY_ERROR = 1   /* value is an error number of the original platform, e.g. 89 ENOSYS */
+};
+
+struct kalix_reply_frame {       /* server to client, before the reply's data */
+    uint32_t kind;               /* enum kalix_reply_kind */
+    int32_t value;
+    uint32_t data_bytes;         /* never more than the request's reply_room */
+};
+static_assert(sizeof(struct kalix_reply_frame) == 12, "wire record");
+
+enum kalix_wire_error {          /* error numbers of the original platform, as they travel */
+    KALIX_EMSGSIZE = 90,
+    KALIX_ENOSYS = 89
+};
+
+enum kalix_limits {
+    KALIX_MESSAGE_MAX = 1 << 20,     /* bytes of one message */
+    KALIX_COMMAND_BUFFER_BYTES = 65536,
+    KALIX_SURFACE_MIPS_MAX = 144,    /* mip levels of all faces of one surface */
+    KALIX_READBACK_EXTENT_MAX = 2048 /* pixels a side */
+};
+
+/* The first message of a connection: the platform's I/O connect message, answered empty. */
+struct kalix_io_connect {
+    uint16_t type;               /* KALIX_IO_CONNECT */
+    uint16_t subtype;            /* 0 */
+};
+static_assert(sizeof(struct kalix_io_connect) == 4, "wire record");
+enum { KALIX_IO_CONNECT = 0x0100, KALIX_IO_LAST = 0x01FF };
+
+/* ---- Requests ---------------------------------------------------------------------------- */
+
+enum { KALIX_REQUEST_MAGIC = 0x7F9E2B4E };
+
+struct kalix_request_header {
+    uint32_t magic;              /* KALIX_REQUEST_MAGIC */
+    int32_t command;             /* enum kalix_command */
+    int32_t payload_length;      /* bytes that follow; 0 or less means no payload */
+};
+static_assert(sizeof(struct kalix_request_header) == 12, "wire record");
+
+enum kalix_command {
+    KALIX_GETPARAM = 0,
+    KALIX_DMABUF_ALLOC = 1,
+    KALIX_DMABUF_UNREF = 2,
+    KALIX_CONTEXT_DEFINE = 7,
+    KALIX_CONTEXT_DESTROY = 8,
+    KALIX_SURFACE_DEFINE = 9,
+    KALIX_SURFACE_DESTROY = 10,
+    KALIX_SURFACE_REFERENCE = 11,
+    KALIX_EXECBUF = 12,
+    KALIX_FENCE_WAIT = 14,
+    KALIX_FENCE_SIGNALLED = 15,
+    KALIX_FENCE_UNREF = 16,
+    KALIX_FIFOMAP = 201,
+    KALIX_FIFOMAP_CAPS = 202,
+    KALIX_ALLOC_SID = 203,
+    KALIX_READBACK = 207,
+    KALIX_SOFTWARE_MODE = 240,
+    KALIX_DISCONNECT = 0xDEAD    /* releases all that the sender holds */
+};
+
+enum kalix_param {
+    KALIX_PARAM_HAVE_3D = 2,
+    KALIX_PARAM_CAPABILITIES = 3,
+    KALIX_PARAM_FIFO_CAPABILITIES = 4,
+    KALIX_PARAM_FRAMEBUFFER_BYTES = 5,
+    KALIX_PARAM_3D_HWVERSION = 6,
+    KALIX_PARAM_LAST = 6
+};
+
+struct getparam_req {            /* 0: request and reply */
+    uint64_t value;              /* out */
+    uint32_t param;              /* in: enum kalix_param */
+    uint32_t pad;                /* returned as sent */
+};
+static_assert(sizeof(struct getparam_req) == 16, "wire record");
+
+struct dmabuf_alloc_req {        /* 1: the request is the first four bytes, read as size */
+    uint64_t data_offset;        /* in, low 32 bits: bytes wanted; out: where in the object the buffer starts */
+    uint32_t handle;             /* out: 1 to 4096; the shared object is "/svga_dma_%d" with it */
+    uint32_t gmr_id;             /* out: the region that maps the buffer */
+    uint32_t gmr_offset;         /* out: 0 */
+    uint32_t handle_echo;        /* out: the handle once more */
+};
+static_assert(sizeof(struct dmabuf_alloc_req) == 24, "wire record");
+
+struct dmabuf_unref_req {        /* 2 */
+    uint32_t handle;
+};
+static_assert(sizeof(struct dmabuf_unref_req) == 4, "wire record");
+
+struct context_define_req {      /* 7: request and reply */
+    uint32_t cid;                /* out */
+    uint32_t pad;                /* returned as sent */
+};
+static_assert(sizeof(struct context_define_req) == 8, "wire record");
+
+struct context_destroy_req {     /* 8 */
+    uint32_t cid;
+};
+static_assert(sizeof(struct context_destroy_req) == 4, "wire record");
+
+struct surface_size {            /* an entry of the size list of request 9 */
+    uint32_t width, height, depth;
+    uint32_t unused;
+};
+static_assert(sizeof(struct surface_size) == 16, "wire record");
+
+struct surface_define_req {      /* 9: reply is the first 8 bytes */
+    uint32_t flags;              /* in: SVGA3D surface flags; out: the new sid */
+    uint32_t format;             /* in: SVGA3D surface format; returned as sent */
+    uint32_t mip_levels[6];      /* in: levels of faces 0 to 5, at most 144 together */
+    uint32_t sizes_offset_low;   /* in: byte offset of the size list in the whole message, low half */
+    uint32_t sizes_offset_high;  /* in: its high half */
+    uint32_t unused;
+    uint32_t shared;             /* in: non-zero makes it the candidate for the shared surface */
+    uint32_t sid;                /* in: the sid wanted, 0 for one of the driver's choosing */
+};
+static_assert(sizeof(struct surface_define_req) == 52 && offsetof(struct surface_define_req, shared) == 44,
+              "wire record");
+
+struct surface_destroy_req {     /* 10 */
+    uint32_t sid;
+};
+static_assert(sizeof(struct surface_destroy_req) == 4, "wire record");
+
+struct surface_reference_req {   /* 11: request and reply */
+    uint32_t sid;                /* in: sid; out: the surface's flags */
+    uint32_t format;             /* out */
+    uint32_t mip_levels[6];      /* out */
+    uint32_t pad[6];             /* returned as sent */
+};
+static_assert(sizeof(struct surface_reference_req) == 56, "wire record");
+
+struct execbuf_req {             /* 12: request; the reply is struct execbuf_rep over it */
+    uint64_t buffer_id;          /* low 32 bits: number of the sender's command buffer */
+    uint32_t byte_count;         /* command bytes at the buffer's start, at most 65536 */
+    uint32_t delay_us;           /* microseconds to wait before the commands are committed */
+    uint32_t pad[4];
+};
+static_assert(sizeof(struct execbuf_req) == 32, "wire record");
+
+struct execbuf_rep {             /* 12: reply, on success only */
+    uint32_t fence_handle;       /* sequence number of the fence behind the commands */
+    uint32_t fence_flags;        /* 3 */
+    uint32_t seqno;              /* the fence once more */
+    uint32_t passed_seqno;       /* last fence that the device had passed */
+    uint32_t unchanged0;         /* as sent */
+    int32_t error;               /* 0 */
+    uint32_t unchanged1[2];      /* as sent */
+};
+static_assert(sizeof(struct execbuf_rep) == sizeof(struct execbuf_req), "one record over the other");
+
+struct fence_wait_req {          /* 14 */
+    uint32_t seqno;
+};
+static_assert(sizeof(struct fence_wait_req) == 4, "wire record");
+
+struct fence_signalled_req {     /* 15: request and reply */
+    uint32_t seqno;              /* in */
+    uint32_t flags;              /* not read */
+    int32_t signalled;           /* out: 1 when passed */
+    uint32_t device_seqno;       /* out: the fence register on which the answer rests */
+    uint32_t signal_mask;        /* out: 3 when signalled, else 0 */
+    uint32_t pad;                /* returned as sent */
+};
+static_assert(sizeof(struct fence_signalled_req) == 24, "wire record");
+
+struct fifomap_req {             /* 201: request and reply */
+    uint32_t index;              /* in: FIFO register, 0 to 1024 */
+    uint32_t value;              /* out */
+};
+static_assert(sizeof(struct fifomap_req) == 8, "wire record");
+
+struct fifomap_caps_rep {        /* 202: reply */
+    uint32_t words[256];         /* the device's capability records, back to back */
+};
+static_assert(sizeof(struct fifomap_caps_rep) == 1024, "wire record");
+
+struct alloc_sid_req {           /* 203: reply */
+    uint32_t sid;                /* out: 0 when the pool is exhausted */
+    uint32_t unused;
+};
+static_assert(sizeof(struct alloc_sid_req) == 8, "wire record");
+
+struct readback_req {            /* 207; shared memory named "/vm_svga:%u:%u" (process id, number) */
+    uint32_t sid;
+    uint32_t x, y, w, h;         /* pixels of the surface */
+    uint32_t pitch;              /* bytes between destination rows: surface width x bytes per pixel */
+    uint64_t shm_number;         /* low 32 bits: number of the sender's shared-memory object */
+    uint32_t shm_size;           /* bytes of it to map */
+    uint32_t unused0;
+    uint64_t fb_offset;          /* destination's offset in the framebuffer when use_shm is 0 */
+    uint8_t use_shm;             /* non-zero: the destination is the shared-memory object */
+    uint8_t unused1[7];
+};
+static_assert(sizeof(struct readback_req) == 56 && offsetof(struct readback_req, use_shm) == 48, "wire record");
+
+struct software_mode_req {       /* 240: reply */
+    uint32_t software_mode;      /* out: 0 on every server that serves */
+    uint32_t unused;
+};
+static_assert(sizeof(struct software_mode_req) == 8, "wire record");
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,49 @@
+/* Where the files of one server lie.
+ *
+ * A run directory holds everything of one server: the channel's socket and lock, the screen file and
+ * the shared-memory objects. It is KALIX_RUN_DIR when set; else /run/kalix for root; else
+ * $XDG_RUNTIME_DIR/kalix; else /dev/shm/kalix-UID. Server, client library and tools find it here. */
+#pragma once
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+static const char kalix_channel_file[] = "svga_ch";   /* the socket; its lock is svga_ch.lock */
+static const char kalix_lock_file[] = "svga_ch.lock";
+static const char kalix_screen_file[] = "screen";
+static const char kalix_shm_directory[] = "shm";
+
+enum { KALIX_SHM_NAME_MAX = 63 };                     /* bytes of a shared object's name, slash included */
+
+#ifdef __cplusplus
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"   /* this header is C */
+#endif
+
+/* Writes the run directory's path into path (room bytes, 4096 is enough for any) and returns its
+ * length, or -1 when it does not fit. */
+static inline int kalix_run_directory(char *path, size_t room)
+{
+    const char *given = getenv("KALIX_RUN_DIR");
+    const char *session = getenv("XDG_RUNTIME_DIR");
+    int length;
+    if (given && *given)
+        length = snprintf(path, room, "%s", given);
+    else if (geteuid() == 0)
+        length = snprintf(path, room, "/run/kalix");
+    else if (session && *session)
+        length = snprintf(path, room, "%s/kalix", session);
+    else
+        length = snprintf(path, room, "/dev/shm/kalix-%u", (unsigned)geteuid());
+    return length < 0 || (size_t)length >= room ? -1 : length;
+}
+
+#ifdef __cplusplus
+#pragma GCC diagnostic pop
+}
+#endif

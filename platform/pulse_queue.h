@@ -1,0 +1,37 @@
+// Pulses that the process sends to its own channel.
+//
+// One lock guards the queue; any thread puts pulses in, the receive loop takes them out when the
+// descriptor is readable.
+#pragma once
+
+#include "base/lock.h"
+#include "platform/channel.h"
+#include "platform/unique_fd.h"
+
+#include <cstddef>
+#include <deque>
+#include <optional>
+
+namespace kalix::platform {
+
+inline constexpr size_t pulses_max = 4096; // that wait to be received
+
+class pulse_queue {
+public:
+    // Makes the descriptor; false with errno after one line.
+    bool open();
+    // Forgets all pulses and closes it.
+    void close();
+    int descriptor() const { return ready_.get(); }
+
+    // Returns 0, or -1: EAGAIN when too many wait.
+    int put(const _pulse& pulse);
+    std::optional<_pulse> take();
+
+private:
+    mutex lock_;
+    unique_fd ready_; // counts the pulses in the queue; changes only while no thread sends
+    std::deque<_pulse> pulses_ KALIX_GUARDED_BY(lock_);
+};
+
+} // namespace kalix::platform

@@ -1,0 +1,10 @@
+// Tells whoever started the server that its channel is open.
+#pragma once
+
+namespace kalix::platform {
+
+// READY=1 to the service manager's socket, and a newline on the descriptor KALIX_READY_FD, which is then
+// closed. Once a process; later calls do nothing.
+void report_ready();
+
+} // namespace kalix::platform

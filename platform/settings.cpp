@@ -1,0 +1,78 @@
+#include "platform/settings.h"
+
+#include "platform/log.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <string_view>
+
+namespace kalix::platform {
+namespace {
+
+const char* value_of(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
+void warn_unreadable(const char* name, const char* value, const char* used)
+{
+    slogf(log_code, log_warning, "kalix: %s is \"%s\", which cannot be read; using %s", name, value, used);
+}
+
+bool read_foreground()
+{
+    const char* value = value_of("KALIX_FOREGROUND");
+    if (value == nullptr || std::strcmp(value, "0") == 0)
+        return false;
+    if (std::strcmp(value, "1") == 0)
+        return true;
+    warn_unreadable("KALIX_FOREGROUND", value, "0");
+    return false;
+}
+
+int read_ready_fd()
+{
+    const char* value = value_of("KALIX_READY_FD");
+    if (value == nullptr)
+        return -1;
+    const std::string_view text{value};
+    int fd = -1;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), fd);
+    const bool whole = failure == std::errc{} && end == text.data() + text.size() && fd >= 0;
+    if (whole && fcntl(fd, F_SETFD, FD_CLOEXEC) == 0)
+        return fd;
+    warn_unreadable("KALIX_READY_FD", value, "none");
+    return -1;
+}
+
+settings from_environment()
+{
+    settings read;
+    read.foreground = read_foreground();
+    if (const char* socket = value_of("NOTIFY_SOCKET"))
+        read.notify_socket = socket;
+    read.ready_fd = read_ready_fd();
+    return read;
+}
+
+std::optional<settings> in_force;
+
+} // namespace
+
+const settings& current_settings()
+{
+    if (!in_force)
+        read_settings();
+    return *in_force;
+}
+
+void read_settings()
+{
+    in_force = from_environment();
+}
+
+} // namespace kalix::platform

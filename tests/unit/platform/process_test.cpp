@@ -1,0 +1,283 @@
+// The server as a process: start, readiness, a second one, every kind of end.
+#include "platform/log.h"
+#include "platform/process.h"
+#include "platform/settings.h"
+#include "platform/shared_memory.h"
+#include "support.h"
+
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace kalix::platform {
+namespace {
+
+void farewell()
+{
+    slogf_always(log_code, log_information, "kalix: shutting down gpu driver...");
+}
+
+// A server that answers every message with its own process id, until something ends it.
+int serve()
+{
+    process_begin(farewell);
+    if (procmgr_daemon(7, daemon_keep_directory | daemon_keep_descriptors | daemon_keep_streams) != 0)
+        return 8;
+    name_attach_t* attached = name_attach(nullptr, "svga_ch", 0);
+    if (attached == nullptr)
+        return 9;
+    close(shm_open("/svga_dma_1", open_read_write | open_create, 0));
+    for (;;) {
+        _msg_info info{};
+        const int32_t rcvid = MsgReceivev(attached->chid, {}, &info);
+        if (rcvid > 0 && info.srcmsglen == 3)
+            process_exit(3);
+        if (rcvid > 0)
+            MsgReply(rcvid, getpid(), {});
+    }
+}
+
+pid_t server_pid(const std::string& directory)
+{
+    raw_client client{directory};
+    client.send(frame(text_bytes("who?")));
+    const auto got = client ? client.receive() : std::nullopt;
+    return got ? got->value : -1;
+}
+
+class Server : public testing::Test {
+protected:
+    Server()
+    {
+        setenv("KALIX_FOREGROUND", "1", 1);
+        unsetenv("NOTIFY_SOCKET");
+        EXPECT_EQ(pipe2(ready_.data(), O_CLOEXEC), 0);
+        setenv("KALIX_READY_FD", std::to_string(ready_[1]).c_str(), 1);
+    }
+    ~Server() override
+    {
+        for (const int end : ready_)
+            ::close(end);
+    }
+    // Starts a server and waits until it says that it is ready.
+    pid_t start()
+    {
+        const pid_t child = start_child(serve);
+        EXPECT_TRUE(said_ready());
+        return child;
+    }
+    bool said_ready()
+    {
+        pollfd ready{ready_[0], POLLIN, 0};
+        return poll(&ready, 1, 10'000) == 1 && read(ready_[0], ready_bytes_.data(), ready_bytes_.size()) == 1;
+    }
+    void put(const std::string& name) const { std::ofstream{directory.object(name)} << "x"; }
+    bool left_nothing() const
+    {
+        return !std::filesystem::exists(directory.path() + "/svga_ch") &&
+               std::filesystem::is_empty(directory.path() + "/shm");
+    }
+
+    private_run_directory directory;
+    captured_log log;
+
+private:
+    std::array<int, 2> ready_{-1, -1};
+    std::array<char, 4> ready_bytes_{};
+};
+
+TEST_F(Server, EndsOnSignalsAndOnRequestLeavingNothing)
+{
+    const std::vector<std::pair<int, int>> ends{{SIGTERM, 0}, {SIGINT, 0}, {0, 3}};
+    for (const auto& [signal, status] : ends) {
+        SCOPED_TRACE(signal);
+        const pid_t server = start();
+        EXPECT_EQ(server_pid(directory.path()), server);
+        put("execbuf_1_1");
+        std::filesystem::create_directories(directory.object("deep/er/and/deeper"));
+        const size_t said = log.count("5 kalix: shutting down gpu driver...");
+        if (signal != 0)
+            kill(server, signal);
+        else
+            raw_client{directory.path()}.send(frame(text_bytes("end")));
+        EXPECT_EQ(end_of(server), status);
+        EXPECT_TRUE(left_nothing());
+        EXPECT_EQ(log.count("5 kalix: shutting down gpu driver..."), said + (signal != 0 ? 1 : 0));
+    }
+}
+
+TEST_F(Server, OnlyOneServesADirectoryAndADeadOneIsReplaced)
+{
+    const pid_t first = start();
+    EXPECT_EQ(run_child(serve), 9);
+    EXPECT_EQ(log.count("kalix: cannot lock " + directory.path() + "/svga_ch.lock"), 1U);
+    EXPECT_EQ(server_pid(directory.path()), first);
+    const std::string first_directory = directory.path();
+    {
+        private_run_directory elsewhere;
+        const pid_t beside = start();
+        EXPECT_EQ(server_pid(elsewhere.path()), beside);
+        EXPECT_EQ(server_pid(first_directory), first);
+        kill(beside, SIGKILL);
+        EXPECT_EQ(end_of(beside), 1000 + SIGKILL);
+    }
+    setenv("KALIX_RUN_DIR", first_directory.c_str(), 1);
+    put("execbuf_1_1");
+    kill(first, SIGKILL);
+    EXPECT_EQ(end_of(first), 1000 + SIGKILL);
+    EXPECT_TRUE(std::filesystem::exists(directory.path() + "/svga_ch"));
+    const pid_t second = start();
+    EXPECT_EQ(server_pid(directory.path()), second);
+    EXPECT_FALSE(std::filesystem::exists(directory.object("execbuf_1_1")));
+    kill(second, SIGTERM);
+    EXPECT_EQ(end_of(second), 0);
+}
+
+TEST_F(Server, GoesIntoTheBackground)
+{
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0); // so that it can be waited for
+    setenv("KALIX_FOREGROUND", "0", 1);
+    EXPECT_EQ(end_of(start_child(serve)), 7);
+    EXPECT_TRUE(said_ready());
+    const pid_t server = server_pid(directory.path());
+    ASSERT_GT(server, 0);
+    EXPECT_EQ(getsid(server), server);
+    kill(server, SIGTERM);
+    EXPECT_EQ(end_of(server), 0);
+}
+
+TEST_F(Server, TellsTheServiceManager)
+{
+    unsetenv("KALIX_FOREGROUND"); // the manager alone keeps it in the foreground
+    for (const std::string& name : {directory.path() + ".notify", "@" + directory.path()}) {
+        SCOPED_TRACE(name);
+        const unique_fd manager{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::ranges::copy(name, address.sun_path);
+        if (name.front() == '@')
+            address.sun_path[0] = '\0';
+        const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+        ASSERT_EQ(bind(manager.get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
+        setenv("NOTIFY_SOCKET", name.c_str(), 1);
+        const pid_t server = start();
+        std::array<char, 32> told{};
+        EXPECT_EQ(recv(manager.get(), told.data(), told.size(), 0), 7);
+        EXPECT_STREQ(told.data(), "READY=1");
+        kill(server, SIGTERM);
+        EXPECT_EQ(end_of(server), 0);
+    }
+}
+
+struct place {
+    const char* what;
+    void (*prepare)(const std::string& path);
+    const char* line; // null: it is taken
+};
+
+TEST_F(Server, TakesOnlyARunDirectoryOfItsOwn)
+{
+    namespace fs = std::filesystem;
+    const std::vector<place> places{
+        {"missing", [](const std::string&) {}, nullptr},
+        {"ours", [](const std::string& p) { fs::create_directory(p); }, nullptr},
+        {"stale", [](const std::string& p) { fs::create_directory(p), std::ofstream{p + "/svga_ch"} << "x"; }, nullptr},
+        {"open to all", [](const std::string& p) { fs::create_directory(p), chmod(p.c_str(), 01777); },
+         "every user may write into it"},
+        {"a link", [](const std::string& p) { fs::create_directory(p + "_"), fs::create_symlink(p + "_", p); },
+         "cannot open directory"},
+        {"a file", [](const std::string& p) { std::ofstream{p} << "x"; }, "cannot open directory"},
+        {"another user's", [](const std::string& p) { fs::create_directory(p), (void)!chown(p.c_str(), 65534, 0); },
+         geteuid() == 0 ? "another user owns it" : nullptr},
+    };
+    for (const place& each : places) {
+        SCOPED_TRACE(each.what);
+        private_run_directory here;
+        each.prepare(here.path());
+        const int status = run_child([] { return name_attach(nullptr, "svga_ch", 0) != nullptr ? 0 : 1; });
+        EXPECT_EQ(status, each.line == nullptr ? 0 : 1);
+        if (each.line != nullptr) {
+            EXPECT_EQ(log.count(each.line), std::strcmp(each.what, "a file") == 0 ? 2U : 1U);
+        }
+    }
+}
+
+TEST_F(Server, LivesInDirectoriesWithLongPaths)
+{
+    directory.lengthen(200);
+    const pid_t server = start();
+    EXPECT_EQ(server_pid(directory.path()), server);
+    struct stat socket {};
+    ASSERT_EQ(stat((directory.path() + "/svga_ch").c_str(), &socket), 0);
+    EXPECT_TRUE(S_ISSOCK(socket.st_mode) && (socket.st_mode & 0777) == 0660);
+    kill(server, SIGTERM);
+    EXPECT_EQ(end_of(server), 0);
+    EXPECT_TRUE(left_nothing());
+}
+
+TEST(Process, ValuesThatCannotBeReadAreOneWarningEach)
+{
+    captured_log log;
+    setenv("KALIX_FOREGROUND", "perhaps", 1);
+    setenv("KALIX_READY_FD", "12x", 1);
+    EXPECT_EQ(run_child([] {
+                  rlimit limit{64, 64};
+                  getrlimit(RLIMIT_NOFILE, &limit);
+                  limit.rlim_cur = 64;
+                  setrlimit(RLIMIT_NOFILE, &limit);
+                  process_begin(nullptr);
+                  getrlimit(RLIMIT_NOFILE, &limit);
+                  const settings& read = current_settings();
+                  return read.foreground || read.ready_fd != -1 || limit.rlim_cur != limit.rlim_max;
+              }),
+              0);
+    EXPECT_EQ(log.count("3 kalix: KALIX_FOREGROUND is \"perhaps\", which cannot be read; using 0"), 1U);
+    EXPECT_EQ(log.count("3 kalix: KALIX_READY_FD is \"12x\", which cannot be read; using none"), 1U);
+    EXPECT_EQ(log.lines().size(), 2U);
+    unsetenv("KALIX_READY_FD");
+}
+
+struct shared_with_thread {
+    semaphore named;
+    semaphore seen;
+    std::array<char, 16> host_name{};
+};
+
+void* tell_name(void* argument)
+{
+    auto* shared = static_cast<shared_with_thread*>(argument);
+    shared->named.wait();
+    prctl(PR_GET_NAME, shared->host_name.data());
+    shared->seen.post();
+    return nullptr;
+}
+
+TEST(Process, ThreadsKeepTheirWholeNames)
+{
+    for (const std::string& name : {std::string{"tessra-gpu-worker3"}, std::string{"short"}}) {
+        shared_with_thread shared;
+        thread_id thread = 0;
+        ASSERT_EQ(pthread_create(&thread, tell_name, &shared), 0);
+        EXPECT_EQ(pthread_setname_np(thread, name.c_str()), 0);
+        EXPECT_EQ(thread_name(thread), name);
+        shared.named.post();
+        shared.seen.wait();
+        const std::string host{shared.host_name.data()};
+        EXPECT_TRUE(name.ends_with(host) && host.size() == std::min<size_t>(name.size(), 15)) << host;
+    }
+    EXPECT_EQ(thread_name(0), "");
+}
+
+} // namespace
+} // namespace kalix::platform

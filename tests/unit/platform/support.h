@@ -1,0 +1,114 @@
+// What the platform's tests share: a private run directory, a raw client, a captured log, children.
+#pragma once
+
+#include "platform/channel.h"
+#include "platform/unique_fd.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <random>
+#include <span>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace kalix::platform {
+
+// A run directory of the test's own, in the environment while this lives and removed with it.
+class private_run_directory {
+public:
+    private_run_directory();
+    ~private_run_directory();
+    private_run_directory(const private_run_directory&) = delete;
+    private_run_directory& operator=(const private_run_directory&) = delete;
+    // Puts the run directory below itself, at a path of at least that many bytes.
+    void lengthen(size_t bytes);
+    const std::string& path() const { return path_; }
+    std::string object(const std::string& name) const { return path_ + "/shm/" + name; }
+
+private:
+    std::string root_;
+    std::string path_;
+};
+
+// The log, as a file of the test's own.
+class captured_log {
+public:
+    captured_log();
+    ~captured_log();
+    captured_log(const captured_log&) = delete;
+    captured_log& operator=(const captured_log&) = delete;
+    std::vector<std::string> lines() const;
+    size_t count(const std::string& text) const; // lines that contain the text
+
+private:
+    std::string path_;
+};
+
+using bytes = std::vector<std::byte>;
+bytes text_bytes(const std::string& text);
+bytes frame(const bytes& message, uint32_t reply_room = 64);
+bytes header_only(uint32_t message_bytes, uint32_t reply_room = 64);
+
+struct reply {
+    uint32_t kind = 0;
+    int32_t value = 0;
+    bytes data;
+    bool operator==(const reply&) const = default;
+};
+
+// A client that speaks the wire itself.
+class raw_client {
+public:
+    explicit raw_client(const std::string& run_directory);
+    explicit operator bool() const { return static_cast<bool>(socket_); }
+    int fd() const { return socket_.get(); }
+    bool send(std::span<const std::byte> data);        // false when the server has gone
+    size_t send_some(std::span<const std::byte> data); // without waiting
+    std::optional<reply> receive();                    // nothing: the connection has ended
+    bool ended();                                      // waits for the end
+    void close();
+
+private:
+    unique_fd socket_;
+};
+
+struct received {
+    int32_t rcvid = -1;
+    _msg_info info{};
+    _pulse pulse{};
+    bytes head; // the first 24 bytes, as the receive buffer got them
+};
+
+// A channel of this process, in a private run directory; the test's thread is its receive loop.
+class own_channel {
+public:
+    own_channel();
+    ~own_channel();
+    own_channel(const own_channel&) = delete;
+    own_channel& operator=(const own_channel&) = delete;
+    received next();
+    // Everything that has come until now, the loop idle again afterwards.
+    std::vector<received> settle();
+    bytes read(const received& message);
+    raw_client connect() { return raw_client{directory.path()}; }
+
+    private_run_directory directory;
+    name_attach_t* attached = nullptr;
+    int32_t self = -1;
+};
+
+// Runs a function in a forked child, which exits with what it returns.
+pid_t start_child(const std::function<int()>& run);
+// Waits for a child of ours: its exit status, or 1000 + the signal that ended it.
+int end_of(pid_t child);
+int run_child(const std::function<int()>& run);
+
+// Whether a condition comes true within some seconds.
+bool soon(const std::function<bool()>& condition);
+
+uint32_t test_seed(); // KALIX_TEST_SEED, else a fixed one
+
+} // namespace kalix::platform
