@@ -1,0 +1,122 @@
+#include "fake_server.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace kalix::test {
+
+run_directory::run_directory(const std::string& below)
+{
+    std::string name = (std::filesystem::temp_directory_path() / "kalix-client-test.XXXXXX").string();
+    if (!mkdtemp(name.data()))
+        std::abort();
+    root_ = name;
+    path_ = below.empty() ? root_ : root_ / below;
+    std::filesystem::create_directories(path_ / "shm");
+}
+
+run_directory::~run_directory()
+{
+    std::filesystem::remove_all(root_);
+}
+
+words received::as_words() const
+{
+    words result(message.size() / sizeof(uint32_t));
+    std::memcpy(result.data(), message.data(), result.size() * sizeof(uint32_t));
+    return result;
+}
+
+reaction reply(int32_t status, const words& data, uint32_t kind)
+{
+    const kalix_reply_frame frame{kind, status, static_cast<uint32_t>(data.size() * sizeof(uint32_t))};
+    reaction result;
+    result.bytes.resize(sizeof frame + frame.data_bytes);
+    std::memcpy(result.bytes.data(), &frame, sizeof frame);
+    if (!data.empty())
+        std::memcpy(result.bytes.data() + sizeof frame, data.data(), frame.data_bytes);
+    return result;
+}
+
+reaction echo(const received& request)
+{
+    words data = request.as_words();
+    data.erase(data.begin(), data.begin() + 3);
+    data.resize(request.room / sizeof(uint32_t));
+    return reply(0, data);
+}
+
+fake_server::fake_server(script answers, const std::string& below) : directory_{below}, script_{std::move(answers)}
+{
+    const int directory = open(directory_.path().c_str(), O_PATH | O_DIRECTORY);
+    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/svga_ch", directory);
+    if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(listener_, 16) != 0)
+        std::abort();
+    close(directory);
+    acceptor_ = std::thread{[this] { accept_all(); }};
+}
+
+fake_server::~fake_server()
+{
+    shutdown(listener_, SHUT_RDWR);
+    acceptor_.join();
+    {
+        const std::lock_guard guard{lock_};
+        for (const int socket : sockets_)
+            shutdown(socket, SHUT_RDWR);
+    }
+    for (std::thread& thread : threads_)
+        thread.join();
+    for (const int socket : sockets_)
+        close(socket);
+    close(listener_);
+}
+
+std::vector<received> fake_server::requests()
+{
+    const std::lock_guard guard{lock_};
+    return requests_;
+}
+
+void fake_server::accept_all()
+{
+    for (;;) {
+        const int socket = accept(listener_, nullptr, nullptr);
+        if (socket < 0)
+            return;
+        const std::lock_guard guard{lock_};
+        sockets_.push_back(socket);
+        threads_.emplace_back([this, socket] { serve(socket); });
+    }
+}
+
+void fake_server::serve(int socket)
+{
+    kalix_request_frame frame{};
+    while (recv(socket, &frame, sizeof frame, MSG_WAITALL) == sizeof frame) {
+        received request{frame.reply_room, std::vector<std::byte>(frame.message_bytes)};
+        if (recv(socket, request.message.data(), frame.message_bytes, MSG_WAITALL) != ssize_t{frame.message_bytes})
+            return;
+        reaction answer = reply(0);
+        if (request.message.size() == sizeof(kalix_io_connect) && request.word(0) == KALIX_IO_CONNECT) {
+            ++connects_;
+        } else {
+            const std::lock_guard guard{lock_};
+            requests_.push_back(request);
+            answer = script_(request);
+        }
+        send(socket, answer.bytes.data(), answer.bytes.size(), MSG_NOSIGNAL);
+        if (answer.hang_up)
+            shutdown(socket, SHUT_RDWR);
+    }
+}
+
+} // namespace kalix::test

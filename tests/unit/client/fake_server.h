@@ -1,0 +1,76 @@
+// A server that follows a script: it listens in a run directory of its own, keeps every message, and
+// answers each with what the test's function says.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <kalix/client.h>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kalix::test {
+
+using words = std::vector<uint32_t>;
+
+// A fresh directory with shm/ in it, removed at its end.
+class run_directory {
+public:
+    explicit run_directory(const std::string& below = "");
+    ~run_directory();
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path object(const std::string& name) const { return path_ / "shm" / name; }
+
+private:
+    std::filesystem::path root_, path_;
+};
+
+struct received {
+    uint32_t room = 0;
+    std::vector<std::byte> message;
+    words as_words() const; // whole words of the message
+    uint32_t word(size_t index) const { return as_words().at(index); }
+    int32_t command() const { return static_cast<int32_t>(word(1)); }
+};
+
+struct reaction {
+    std::vector<std::byte> bytes; // written as they are
+    bool hang_up = false;         // then the connection is closed
+};
+reaction reply(int32_t status, const words& data = {}, uint32_t kind = KALIX_REPLY_STATUS);
+// Payload and all of the request given back, with status 0: what a handler that changes nothing does.
+reaction echo(const received& request);
+
+class fake_server {
+public:
+    using script = std::function<reaction(const received&)>;
+
+    // Answers the connect message of every connection itself; the rest is the script's, called by one
+    // thread for each connection, one at a time.
+    explicit fake_server(script answers, const std::string& below = "");
+    ~fake_server();
+
+    const run_directory& directory() const { return directory_; }
+    std::string path() const { return directory_.path().string(); }
+    std::vector<received> requests(); // so far, without connect messages
+    size_t connects() const { return connects_; }
+
+private:
+    void accept_all();
+    void serve(int socket);
+
+    run_directory directory_;
+    script script_;
+    int listener_ = -1;
+    std::atomic<size_t> connects_ = 0;
+    std::mutex lock_; // guards what follows, held around the script
+    std::vector<received> requests_;
+    std::vector<int> sockets_;
+    std::vector<std::thread> threads_;
+    std::thread acceptor_;
+};
+
+} // namespace kalix::test

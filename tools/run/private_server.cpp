@@ -1,0 +1,124 @@
+#include "tools/run/private_server.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <poll.h>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace kalix::run {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int ready_ms = 30'000; // a start on a loaded machine takes a few seconds
+constexpr int stop_ms = 5'000;   // an orderly end takes none
+constexpr std::streamoff log_tail_bytes = 65'536;
+
+std::string base_directory()
+{
+    const char* given = std::getenv("TMPDIR");
+    if (given && *given)
+        return given;
+    return access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
+}
+
+fs::path absolute_or(const fs::path& given, const fs::path& otherwise)
+{
+    return given.empty() ? otherwise : fs::absolute(given);
+}
+
+} // namespace
+
+private_directory::private_directory(const fs::path& given)
+{
+    std::string name = given.empty() ? base_directory() + "/kalix-run.XXXXXX" : given.string();
+    const bool made = given.empty() ? mkdtemp(name.data()) != nullptr : mkdir(name.c_str(), S_IRWXU) == 0;
+    if (!made)
+        throw std::system_error{errno, std::generic_category(), "cannot make a run directory " + name};
+    path_ = fs::absolute(name);
+}
+
+private_directory::~private_directory()
+{
+    std::error_code ignored; // what cannot be removed has no better place to be told than nowhere
+    fs::remove_all(path_, ignored);
+}
+
+private_server::private_server(const server_options& options)
+    : directory_{options.run_directory}, pps_{directory_.path() / "pps"},
+      log_{absolute_or(options.log, directory_.path() / "server.log")}, program_{options.program}
+{
+    fs::create_directory(pps_);
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        throw std::system_error{errno, std::generic_category(), "cannot make a pipe"};
+    ready_ = descriptor{ends[0]};
+    const descriptor told{ends[1]};
+    start_options start;
+    start.command = {program_.string()};
+    start.environment = client_environment();
+    start.environment.emplace_back("KALIX_FOREGROUND", "1");
+    start.environment.emplace_back("KALIX_READY_FD", std::to_string(told.get()));
+    start.environment.emplace_back("KALIX_LOG", log_.string());
+    start.removed = {"NOTIFY_SOCKET"};
+    start.signal_mask = options.signal_mask;
+    start.inherited_fd = told.get();
+    start.background = true;
+    process_.emplace(start);
+}
+
+private_server::~private_server()
+{
+    if (process_->running())
+        process_->signal(SIGTERM);
+    process_->wait_for(stop_ms); // one that stays is killed at the process's end
+    process_.reset();
+}
+
+bool private_server::await_ready(int interrupt_fd)
+{
+    std::array<pollfd, 2> watched{{{ready_.get(), POLLIN, 0}, {interrupt_fd, POLLIN, 0}}};
+    int events = 0;
+    do
+        events = poll(watched.data(), watched.size(), ready_ms);
+    while (events < 0 && errno == EINTR);
+    if (events == 0)
+        throw failure{"cannot start the server " + program_.string() + ": it is not ready after " +
+                      std::to_string(ready_ms / 1000) + " seconds; its log:\n" + log_tail()};
+    if (watched[1].revents)
+        return false;
+    char byte = 0;
+    if (read(ready_.get(), &byte, 1) == 1)
+        return true;
+    // Its end of the pipe is closed, so it has ended or never will be ready.
+    process_->signal(SIGTERM);
+    if (!process_->wait_for(stop_ms))
+        process_->signal(SIGKILL);
+    throw failure{"cannot start the server " + program_.string() + ": it ended with " +
+                  description_of(process_->wait()) + " before it was ready; its log:\n" + log_tail()};
+}
+
+std::vector<std::pair<std::string, std::string>> private_server::client_environment() const
+{
+    return {{"KALIX_RUN_DIR", directory_.path().string()}, {"KALIX_PPS_DIR", pps_.string()}};
+}
+
+std::string private_server::log_tail() const
+{
+    std::ifstream file{log_, std::ios::binary};
+    if (!file.seekg(0, std::ios::end))
+        return "(no log)";
+    const std::streamoff length = file.tellg();
+    file.seekg(std::max<std::streamoff>(0, length - log_tail_bytes));
+    std::string text{std::istreambuf_iterator<char>{file}, {}};
+    return text.empty() ? "(empty)" : text;
+}
+
+} // namespace kalix::run
