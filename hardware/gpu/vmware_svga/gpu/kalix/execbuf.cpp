@@ -1,0 +1,180 @@
+#include "hardware/gpu/vmware_svga/gpu/kalix/execbuf.h"
+
+#include "hardware/gpu/vmware_svga/gpu/kalix/device_params.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/verifier.h"
+#include "hardware/gpu/vmware_svga/lib/svga.h"
+#include "platform/shared_memory.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+namespace kalix {
+namespace {
+
+constexpr unsigned object_mode = 0777;
+constexpr uint32_t no_id = 0xFFFFFFFF;
+
+// A buffer in use for one request: registered with its client, or, when there was no memory for that, owned
+// here and gone after the request.
+struct command_buffer_use {
+    const std::byte* map = nullptr; // null: the client has no such buffer
+    std::unique_ptr<execbuf> unregistered;
+};
+
+struct fence_pair {
+    uint32_t inserted, passed;
+};
+
+void unmap(execbuf& buffer)
+{
+    if (buffer.map)
+        platform::munmap(const_cast<std::byte*>(buffer.map), KALIX_COMMAND_BUFFER_BYTES);
+    platform::close(buffer.fd);
+}
+
+bool belongs_to_another(client_record* client, uint32_t number)
+{
+    const bool anothers_context =
+        resource_get_global(RESOURCE_CONTEXT, number) && !resource_have_ref(RESOURCE_CONTEXT, client, number);
+    return anothers_context || resource_get_global(RESOURCE_EXECBUF, number);
+}
+
+// Opens and maps the client's object; none, with nothing left behind, when that fails.
+std::unique_ptr<execbuf> open_buffer(client_record* client, uint32_t number)
+{
+    std::unique_ptr<execbuf> buffer{new (std::nothrow) execbuf};
+    if (!buffer)
+        return nullptr;
+    buffer->magic_cookie = resource_magic + RESOURCE_EXECBUF;
+    buffer->id = number;
+    buffer->owner = client;
+    std::snprintf(buffer->name, sizeof buffer->name, "/execbuf_%u_%u", client->pid, number);
+    buffer->fd = platform::shm_open(buffer->name, platform::open_read_write, object_mode);
+    if (buffer->fd == -1)
+        return nullptr;
+    buffer->map =
+        static_cast<const std::byte*>(platform::mmap(KALIX_COMMAND_BUFFER_BYTES, platform::protect_read, buffer->fd));
+    if (buffer->map)
+        return buffer;
+    platform::close(buffer->fd);
+    return nullptr;
+}
+
+command_buffer_use cmd_getbuf(client_record* client, uint32_t number)
+{
+    if (auto* const known = static_cast<execbuf*>(resource_get(RESOURCE_EXECBUF, client, number)))
+        return {known->map, nullptr};
+    if (belongs_to_another(client, number))
+        return {};
+    std::unique_ptr<execbuf> buffer = open_buffer(client, number);
+    if (!buffer)
+        return {};
+    const std::byte* const map = buffer->map;
+    if (resource_add(RESOURCE_EXECBUF, client, buffer.get()) != 0)
+        return {map, std::move(buffer)};
+    buffer.release(); // the registry's now
+    return {map, nullptr};
+}
+
+// Ends the FIFO reservation of a request of that many bytes; a request of none has none open.
+void commit(uint32_t reserved, uint32_t committed)
+{
+    if (reserved != 0)
+        SVGA_FIFOCommit(committed);
+}
+
+// From the reservation to the fence. 0 or the status that refuses the request; *line then receives what is
+// to be logged once the lock is free.
+int execute(client_record* client, const execbuf_req& req, fence_pair* fence, const char** line)
+    KALIX_REQUIRES(_globals.fifo_lock)
+{
+    const uint32_t bytes = req.byte_count;
+    auto* const space = static_cast<std::byte*>(SVGA_FIFOReserve(bytes));
+    if (!space) {
+        *line = "kalix: fifo reserve failed for execbuf.";
+        return status_no_memory;
+    }
+    command_buffer_use buffer;
+    if (bytes <= KALIX_COMMAND_BUFFER_BYTES)
+        buffer = cmd_getbuf(client, static_cast<uint32_t>(req.buffer_id));
+    if (!buffer.map) {
+        commit(bytes, 0);
+        *line = "kalix: could not map to user command buffer";
+        return status_invalid;
+    }
+    std::memcpy(space, buffer.map, bytes);
+    if (buffer.unregistered)
+        unmap(*buffer.unregistered);
+    client->last_cid = no_id;
+    client->last_sid = no_id;
+    if (const int refused = cmd_check_all(client, {space, bytes})) {
+        commit(bytes, 0);
+        *line = "kalix: command validation failed";
+        return refused;
+    }
+    platform::sleep_us(std::min(req.delay_us, _globals.settings.max_delay_us));
+    commit(bytes, bytes);
+    fence->inserted = SVGA_InsertFence();
+    fence->passed = fifo_register(SVGA_FIFO_FENCE);
+    return 0;
+}
+
+} // namespace
+
+int execbuf_release_cmdbuf(client_record* client, uint32_t number)
+{
+    resource_object* const buffer = resource_get(RESOURCE_EXECBUF, client, number);
+    if (!buffer) {
+        slogf(log_code, log_error, "kalix: execbuf_release_cmdbuf: execbuf %d is unknown!", static_cast<int>(number));
+        return status_invalid;
+    }
+    resource_unref(RESOURCE_EXECBUF, client, buffer, execbuf_destroy, nullptr);
+    return 0;
+}
+
+void execbuf_evict(client_record* client, uint32_t number)
+{
+    auto* const buffer = static_cast<execbuf*>(resource_get_global(RESOURCE_EXECBUF, number));
+    if (buffer && buffer->owner != client)
+        resource_unref(RESOURCE_EXECBUF, buffer->owner, buffer, execbuf_destroy, nullptr);
+}
+
+void execbuf_destroy(resource_object* object)
+{
+    if (!object)
+        return;
+    auto& buffer = *static_cast<execbuf*>(object);
+    unmap(buffer);
+    platform::shm_unlink(buffer.name);
+}
+
+int vmw_execbuf_ioctl(client_record* client, execbuf_req* req)
+{
+    if (!client || !req)
+        return status_invalid;
+    fence_pair fence{};
+    const char* line = nullptr;
+    int status;
+    {
+        hold lock{_globals.fifo_lock};
+        status = execute(client, *req, &fence, &line);
+    }
+    if (status != 0) {
+        slogf(log_code, log_error, "%s", line);
+        return status;
+    }
+    execbuf_rep reply;
+    static_assert(sizeof reply == sizeof *req);
+    std::memcpy(&reply, req, sizeof reply);
+    reply.fence_handle = reply.seqno = fence.inserted;
+    reply.fence_flags = 3;
+    reply.passed_seqno = fence.passed;
+    reply.error = 0;
+    std::memcpy(req, &reply, sizeof reply);
+    return 0;
+}
+
+} // namespace kalix

@@ -1,0 +1,152 @@
+#include "hardware/gpu/vmware_svga/gpu/kalix/readback.h"
+
+#include "hardware/gpu/vmware_svga/lib/svga3d.h"
+#include "platform/shared_memory.h"
+
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+namespace kalix {
+namespace {
+
+constexpr unsigned object_mode = 0777;
+constexpr std::byte opaque{255};
+
+// Whether rows of row_bytes, pitch apart, the first at offset, all lie inside size bytes.
+constexpr bool rows_fit(uint64_t size, uint64_t offset, uint32_t rows, uint32_t pitch, uint64_t row_bytes)
+{
+    if (rows == 0)
+        return true;
+    if (offset > size || row_bytes > size - offset)
+        return false;
+    return uint64_t{rows - 1} * pitch <= size - offset - row_bytes; // 32 x 32 bits fit in 64
+}
+static_assert(rows_fit(4096, 0, 2, 2048, 2048) && !rows_fit(4096, 1, 2, 2048, 2048));
+static_assert(!rows_fit(4096, UINT64_MAX, 1, 0, 1) && !rows_fit(4096, 0, UINT32_MAX, UINT32_MAX, 1));
+
+// The rectangle asked for, once it has been found to lie inside the surface.
+struct rectangle {
+    uint32_t x, y, w, h; // pixels
+    uint32_t pixel_bytes;
+    uint32_t pitch; // bytes between destination rows
+    uint64_t row_bytes() const { return uint64_t{w} * pixel_bytes; }
+    uint64_t start() const { return uint64_t{y} * pitch + uint64_t{x} * pixel_bytes; }
+};
+
+std::span<std::byte> framebuffer_from(uint64_t offset)
+{
+    auto* const start = reinterpret_cast<std::byte*>(_globals.svga_device->framebuffer);
+    const std::span<std::byte> all{start, _globals.svga_device->fb_bytes};
+    return offset <= all.size() ? all.subspan(offset) : all.last(0);
+}
+
+// Opens the client's object as the surface's destination; a descriptor stays although its mapping failed,
+// so that such a surface has no destination from then on.
+void open_destination(const client_record& client, surface_record& surface, const readback_req& req)
+{
+    std::snprintf(surface.shm_name, sizeof surface.shm_name, "/vm_svga:%u:%u", client.pid,
+                  static_cast<uint32_t>(req.shm_number));
+    slogf(log_code, log_error, "kalix: shm_name: [%s]", surface.shm_name);
+    surface.shm_fd = platform::shm_open(surface.shm_name, platform::open_read_write, object_mode);
+    if (surface.shm_fd == -1)
+        return;
+    surface.shm_map = static_cast<std::byte*>(
+        platform::mmap(req.shm_size, platform::protect_read | platform::protect_write, surface.shm_fd));
+    if (surface.shm_map)
+        surface.shm_len = req.shm_size;
+}
+
+// Where the pixels go; no memory at all when there is no destination.
+std::span<std::byte> resolve_destination(const client_record& client, surface_record& surface, const readback_req& req)
+{
+    if (!req.use_shm)
+        return framebuffer_from(req.fb_offset);
+    if (surface.shm_fd == -1)
+        open_destination(client, surface, req);
+    return {surface.shm_map, surface.shm_len};
+}
+
+bool rectangle_is_valid(const readback_req& req, surface_dimensions size, uint32_t pixel_bytes, uint64_t room)
+{
+    const uint64_t right = uint64_t{req.x} + req.w;
+    const uint64_t bottom = uint64_t{req.y} + req.h;
+    const rectangle wanted{req.x, req.y, req.w, req.h, pixel_bytes, req.pitch};
+    return right <= size.width && bottom <= size.height && right <= KALIX_READBACK_EXTENT_MAX &&
+           bottom <= KALIX_READBACK_EXTENT_MAX && wanted.row_bytes() * req.h <= dirty_gmr_bytes &&
+           rows_fit(room, wanted.start(), req.h, req.pitch, wanted.row_bytes());
+}
+
+// Brings the pixels into the dirty GMR, packed from its start. False without FIFO space.
+bool fetch(uint32_t sid, const rectangle& rect)
+{
+    std::memset(_globals.dirty_gmr_base, 0, rect.row_bytes() * rect.h); // nothing of an earlier user shows
+    const svga3d_guest_image guest{{_globals.dirty_gmr_id, 0}, static_cast<uint32_t>(rect.row_bytes())};
+    const svga3d_image host{sid, 0, 0};
+    svga3d_copy_box* box = nullptr;
+    if (SVGA3D_BeginSurfaceDMA(&guest, &host, SVGA3D_READ_HOST_VRAM, &box, 1) != 0)
+        return false;
+    *box = {rect.x, rect.y, 0, rect.w, rect.h, 1, 0, 0, 0};
+    SVGA_FIFOCommitAll();
+    SVGA_SyncToFence(SVGA_InsertFence());
+    return true;
+}
+
+void copy_out(const rectangle& rect, bool whole, std::span<std::byte> destination)
+{
+    const std::byte* from = _globals.dirty_gmr_base;
+    if (whole) {
+        std::memcpy(destination.data(), from, rect.row_bytes() * rect.h);
+        return;
+    }
+    for (uint64_t row = 0; row < rect.h; ++row, from += rect.row_bytes())
+        std::memcpy(&destination[rect.start() + row * rect.pitch], from, rect.row_bytes());
+}
+
+void make_opaque(const rectangle& rect, std::span<std::byte> destination)
+{
+    for (uint64_t row = 0; row < rect.h; ++row)
+        for (uint64_t column = 0; column < rect.w; ++column)
+            destination[rect.start() + row * rect.pitch + column * rect.pixel_bytes + 3] = opaque;
+}
+
+} // namespace
+
+int nebo_readback_surface(client_record* client, readback_req* req)
+{
+    if (!client || !req)
+        return status_invalid;
+    auto* const surface = static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, req->sid));
+    if (!surface || !surface_is_visible(*client, *surface)) {
+        slogf(log_code, log_error, "kalix: nebo_readback_surface: surface %d is unknown", static_cast<int>(req->sid));
+        return status_invalid;
+    }
+    const surface_dimensions size = dimensions_of(*surface);
+    const uint32_t pixel_bytes = format_to_bpp(surface->format);
+    if (req->pitch != uint64_t{size.width} * pixel_bytes && req->sid != _globals.shared_sid)
+        return status_invalid;
+    const std::span<std::byte> destination = resolve_destination(*client, *surface, *req);
+    if (!destination.data()) {
+        slogf(log_code, log_error,
+              "kalix: nebo_readback_surface: could not resolve destination address for surface readback");
+        return status_no_memory;
+    }
+    if (!rectangle_is_valid(*req, size, pixel_bytes, destination.size())) {
+        slogf(log_code, log_error,
+              "kalix: nebo_readback_surface: invalid readback rect x:%d y:%d w:%d h:%d surface dim w:%d h:%d",
+              static_cast<int>(req->x), static_cast<int>(req->y), static_cast<int>(req->w), static_cast<int>(req->h),
+              static_cast<int>(size.width), static_cast<int>(size.height));
+        return status_invalid;
+    }
+    const rectangle rect{req->x, req->y, req->w, req->h, pixel_bytes, req->pitch};
+    if (!fetch(req->sid, rect))
+        return status_no_memory;
+    const bool whole = rect.w == size.width && rect.h == size.height && rect.pitch == rect.row_bytes();
+    if (rect.row_bytes() * rect.h != 0)
+        copy_out(rect, whole, destination);
+    if (surface->format == SVGA3D_X8R8G8B8)
+        make_opaque(rect, destination);
+    return 0;
+}
+
+} // namespace kalix

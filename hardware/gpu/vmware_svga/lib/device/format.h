@@ -1,0 +1,40 @@
+// Surface formats: how texels are stored, and how they turn into colours and back.
+//
+// One table, indexed by SVGA3D format number, says everything that differs between formats; the rest
+// of the device asks it and never switches on a format. Sizes are the true storage sizes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kalix::device {
+
+struct color {
+    float r, g, b, a;
+};
+
+enum class format_kind : uint8_t {
+    none,        // no such format
+    color,       // decodes to a colour, encodes from one
+    depth,       // a depth value, with or without stencil
+    bytes,       // BUFFER: vertices, indices, anything
+    opaque,      // stored and copied, but neither sampled nor drawn to
+};
+
+struct format_info {
+    format_kind kind = format_kind::none;
+    uint8_t block_bytes = 0;         // bytes of a block; 0 only for none
+    uint8_t block_width = 1;         // texels
+    uint8_t block_height = 1;
+    bool target = false;             // can be a colour target
+    bool normalized = true;          // channels lie in 0..1 (colours are clamped when encoded)
+    // Reads the texel at this address / writes one; null where the kind has no colours, and decode also
+    // for compressed formats.
+    color (*decode)(const std::byte* texel) = nullptr;
+    void (*encode)(const color& value, std::byte* texel) = nullptr;
+};
+
+// Never fails: an unknown number gives a format of kind none.
+const format_info& format_of(uint32_t format);
+
+} // namespace kalix::device
