@@ -157,6 +157,11 @@ void end_on_signal()
     process_exit(0);
 }
 
+uint32_t own_user()
+{
+    return ::geteuid();
+}
+
 int ThreadCtl(int /*command*/, void* /*data*/)
 {
     return 0;

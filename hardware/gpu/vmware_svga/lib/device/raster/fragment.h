@@ -1,0 +1,62 @@
+// Fragments: what happens to one pixel of a primitive, from its varying values to the targets.
+//
+// Everything that is the same for a whole draw is resolved in draw_setup; draw_fragment does the rest in the
+// order of the interface: texture stages, specular, fog, alpha test, stencil, depth, blending, mask.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/blend.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/combiner.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/targets.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/vertex.h"
+
+namespace kalix::device::raster {
+
+struct stencil_function {
+    uint32_t compare = SVGA3D_CMP_ALWAYS, fail = 0, depth_fail = 0, pass = 0;
+};
+
+struct fog_state {
+    bool enabled = false;
+    uint32_t function = 0; // 0 none, 1 exp, 2 exp2, 3 linear, 4 per vertex
+    bool per_pixel = false;
+    double start = 0, end = 1, density = 1;
+    color value{};
+};
+
+struct draw_setup {
+    targets to;
+    combiner_chain chain;
+    output_state output;
+    fog_state fog;
+    bool adds_specular = false;
+    bool tests_alpha = false;
+    uint32_t alpha_compare = SVGA3D_CMP_ALWAYS;
+    float alpha_reference = 0;
+    bool tests_depth = false, writes_depth = false;
+    uint32_t depth_compare = SVGA3D_CMP_ALWAYS;
+    bool tests_stencil = false;
+    stencil_function front, back;
+    uint32_t stencil_reference = 0, stencil_mask = ~0u, stencil_write_mask = ~0u;
+    uint32_t varying_count = varying_coordinates; // of the values that are walked
+    uint64_t samples = 0;                         // fragments that passed all tests
+};
+
+// Resolves a context's state; the result that refuses the draw instead when something is not there.
+draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& out);
+
+// The fog factor of a view-space depth: 1 is no fog.
+double fog_factor(const fog_state& fog, double depth);
+
+struct fragment {
+    uint32_t x, y; // inside setup.to.area
+    double depth;  // 0..1
+    bool back_face;
+    const varyings* values;
+    // How coordinates change over one pixel to the right and one down; null when nothing needs it.
+    const varyings* right;
+    const varyings* below;
+};
+
+void draw_fragment(draw_setup& setup, const fragment& what);
+
+} // namespace kalix::device::raster

@@ -1,0 +1,90 @@
+// Lines and points: one pixel per step of the longer axis, and squares of pixels around a centre.
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/primitives.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kalix::device::raster {
+namespace {
+
+constexpr double subpixels = 256;
+
+double pixels(int64_t fixed)
+{
+    return static_cast<double>(fixed) / subpixels;
+}
+
+int64_t nearest_pixel(double coordinate)
+{
+    return static_cast<int64_t>(std::floor(coordinate + 0.5));
+}
+
+bool holds(const pixel_rect& area, int64_t x, int64_t y)
+{
+    return x >= area.left && x < area.right && y >= area.top && y < area.bottom;
+}
+
+// Values at a fraction of a line, perspective-correct; colours of a flat primitive stay.
+void values_between(const draw_setup& setup, const triangle_state& state, const window_vertex& a,
+                    const window_vertex& b, double t, varyings& out)
+{
+    const double from = (1 - t) * a.inverse_w;
+    const double to = t * b.inverse_w;
+    for (uint32_t i = 0; i < setup.varying_count; ++i)
+        out[i] = ((*a.values)[i] * from + (*b.values)[i] * to) / (from + to);
+    if (state.flat)
+        std::copy_n(state.flat->begin(), uint32_t{varying_fog}, out.begin());
+}
+
+} // namespace
+
+void draw_line(draw_setup& setup, const triangle_state& state, const window_vertex& from, const window_vertex& to,
+               bool last_pixel)
+{
+    const double x0 = pixels(from.x);
+    const double y0 = pixels(from.y);
+    const double dx = pixels(to.x) - x0;
+    const double dy = pixels(to.y) - y0;
+    const bool across = std::abs(dx) >= std::abs(dy);
+    const double start = across ? x0 : y0;
+    const double length = across ? dx : dy;
+    const int64_t first = nearest_pixel(start);
+    const int64_t last = nearest_pixel(start + length);
+    const int64_t step = last >= first ? 1 : -1;
+    varyings here;
+    for (int64_t at = first; at != last + (last_pixel ? step : 0); at += step) {
+        const double t = length != 0 ? clamp01((static_cast<double>(at) - start) / length) : 0;
+        const int64_t other = nearest_pixel(across ? y0 + t * dy : x0 + t * dx);
+        const int64_t x = across ? at : other;
+        const int64_t y = across ? other : at;
+        if (!holds(setup.to.area, x, y))
+            continue;
+        values_between(setup, state, from, to, t, here);
+        const double depth = clamp01(from.z + t * (to.z - from.z) + state.depth_bias);
+        draw_fragment(setup, {static_cast<uint32_t>(x), static_cast<uint32_t>(y), depth, state.back_face, &here,
+                              nullptr, nullptr});
+    }
+}
+
+void draw_point(draw_setup& setup, const triangle_state& state, const window_vertex& at, double size, bool sprite)
+{
+    const double left = pixels(at.x) - size / 2;
+    const double top = pixels(at.y) - size / 2;
+    const auto first = [](double low) { return static_cast<int64_t>(std::ceil(low)); };
+    const pixel_rect area =
+        intersection(setup.to.area, {first(left), first(top), first(left + size), first(top + size)});
+    varyings here = *at.values;
+    for (int64_t y = area.top; y < area.bottom; ++y)
+        for (int64_t x = area.left; x < area.right; ++x) {
+            for (uint32_t stage = 0; sprite && stage < setup.chain.count; ++stage) {
+                here[varying_coordinates + 4 * stage] = (static_cast<double>(x) - left) / size;
+                here[varying_coordinates + 4 * stage + 1] = (static_cast<double>(y) - top) / size;
+            }
+            draw_fragment(setup, {static_cast<uint32_t>(x), static_cast<uint32_t>(y), clamp01(at.z + state.depth_bias),
+                                  false, &here, nullptr, nullptr});
+        }
+}
+
+} // namespace kalix::device::raster

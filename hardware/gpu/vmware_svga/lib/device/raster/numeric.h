@@ -1,0 +1,57 @@
+// Arithmetic that gives the same bits on every machine, and conversions that no value can break.
+//
+// Only sums, products, quotients and square roots are used, all of which IEEE 754 rounds in one way; the C
+// library's exponentials and logarithms differ between machines.
+#pragma once
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+
+namespace kalix::device::raster {
+
+// Into 0..1; what is not a number becomes 0.
+template <typename real>
+constexpr real clamp01(real value)
+{
+    return value > 0 ? (value < 1 ? value : real{1}) : real{0};
+}
+
+// Into low..high; what is not a number becomes low.
+constexpr double clamped(double value, double low, double high)
+{
+    return value > low ? (value < high ? value : high) : low;
+}
+
+// The nearest integer, halves up; saturates at limit to both sides, and is 0 for what is not a number.
+inline int64_t to_integer(double value, int64_t limit)
+{
+    const auto bound = static_cast<double>(limit);
+    if (std::isnan(value))
+        return 0;
+    return static_cast<int64_t>(std::floor(clamped(value, -bound, bound) + 0.5));
+}
+
+// Quotients rounded down and up; the divisor is above 0.
+constexpr int64_t floor_div(int64_t dividend, int64_t divisor)
+{
+    return dividend / divisor - (dividend % divisor < 0 ? 1 : 0);
+}
+constexpr int64_t ceil_div(int64_t dividend, int64_t divisor)
+{
+    return -floor_div(-dividend, divisor);
+}
+static_assert(floor_div(-1, 256) == -1 && floor_div(-256, 256) == -1 && floor_div(255, 256) == 0);
+static_assert(ceil_div(-255, 256) == 0 && ceil_div(1, 256) == 1 && ceil_div(256, 256) == 1);
+
+constexpr float as_float(uint32_t word)
+{
+    return std::bit_cast<float>(word);
+}
+
+// Base-2 logarithm of a value above 0; -1100 for anything else.
+double log2_of(double value);
+// e to the power of value: 0 below, and infinity above what a double holds; 0 for what is not a number.
+double exp_of(double value);
+
+} // namespace kalix::device::raster

@@ -1,0 +1,31 @@
+// Primitives: coverage of triangles, lines and points in the window, and their interpolated fragments.
+//
+// Pixel centres lie at integer coordinates; corners at steps of 1/256 pixel. Coverage is worked out in
+// integers, the top-left rule decides shared edges, and values are interpolated in double precision.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/fragment.h"
+
+#include <array>
+
+namespace kalix::device::raster {
+
+// Twice the signed area, in 1/256 pixel squared; positive for corners that follow each other clockwise as seen.
+int64_t doubled_area(const window_vertex& a, const window_vertex& b, const window_vertex& c);
+
+struct triangle_state {
+    bool back_face = false;
+    double depth_bias = 0, slope_bias = 0;
+    const varyings* flat = nullptr; // colours of a flat primitive; null: smooth
+};
+
+void draw_triangle(draw_setup& setup, const triangle_state& state, std::array<window_vertex, 3> corners);
+
+// A line; its last pixel is left out unless asked for.
+void draw_line(draw_setup& setup, const triangle_state& state, const window_vertex& from, const window_vertex& to,
+               bool last_pixel);
+
+// A point of a size in pixels; as a sprite every stage's coordinates run over it.
+void draw_point(draw_setup& setup, const triangle_state& state, const window_vertex& at, double size, bool sprite);
+
+} // namespace kalix::device::raster

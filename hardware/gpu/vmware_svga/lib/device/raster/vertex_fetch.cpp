@@ -1,0 +1,216 @@
+#include "hardware/gpu/vmware_svga/lib/device/raster/vertex_fetch.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace kalix::device::raster {
+namespace {
+
+template <typename word>
+word load(const std::byte* from)
+{
+    word value;
+    std::memcpy(&value, from, sizeof value);
+    return value;
+}
+
+template <typename number, int count>
+attribute_value read_numbers(const std::byte* from)
+{
+    attribute_value value{0, 0, 0, 1};
+    for (size_t i = 0; i < count; ++i)
+        value[i] = static_cast<double>(load<number>(from + i * sizeof(number)));
+    return value;
+}
+
+// Integers taken as fractions of their largest value; the lowest signed one counts as -1.
+template <typename number, int count>
+attribute_value read_normalized(const std::byte* from)
+{
+    constexpr auto largest = static_cast<double>(std::numeric_limits<number>::max());
+    attribute_value value{0, 0, 0, 1};
+    for (size_t i = 0; i < count; ++i)
+        value[i] = std::max(static_cast<double>(load<number>(from + i * sizeof(number))) / largest, -1.0);
+    return value;
+}
+
+attribute_value read_d3dcolor(const std::byte* from)
+{
+    const attribute_value bgra = read_normalized<uint8_t, 4>(from);
+    return {bgra[2], bgra[1], bgra[0], bgra[3]};
+}
+
+attribute_value read_udec3(const std::byte* from)
+{
+    const auto word = load<uint32_t>(from);
+    return {static_cast<double>(word & 1023), static_cast<double>(word >> 10 & 1023),
+            static_cast<double>(word >> 20 & 1023), 1};
+}
+
+double signed_ten_bits(uint32_t word, int shift)
+{
+    const auto field = static_cast<int32_t>(word >> shift & 1023);
+    return std::max((field >= 512 ? field - 1024 : field) / 511.0, -1.0);
+}
+
+attribute_value read_dec3n(const std::byte* from)
+{
+    const auto word = load<uint32_t>(from);
+    return {signed_ten_bits(word, 0), signed_ten_bits(word, 10), signed_ten_bits(word, 20), 1};
+}
+
+// Halves are read as the surface formats of one and two of them are.
+template <uint32_t pairs>
+attribute_value read_halves(const std::byte* from)
+{
+    attribute_value value{0, 0, 0, 1};
+    for (size_t i = 0; i < pairs; ++i) {
+        const color pair = format_of(SVGA3D_RG_S10E5).decode(from + i * 4);
+        value[2 * i] = static_cast<double>(pair.r);
+        value[2 * i + 1] = static_cast<double>(pair.g);
+    }
+    return value;
+}
+
+struct declaration_type {
+    uint32_t bytes;
+    attribute_value (*read)(const std::byte* from);
+};
+
+constexpr declaration_type declaration_types[SVGA3D_DECLTYPE_MAX] = {
+    {4, read_numbers<float, 1>},
+    {8, read_numbers<float, 2>},
+    {12, read_numbers<float, 3>},
+    {16, read_numbers<float, 4>},
+    {4, read_d3dcolor},
+    {4, read_numbers<uint8_t, 4>},
+    {4, read_numbers<int16_t, 2>},
+    {8, read_numbers<int16_t, 4>},
+    {4, read_normalized<uint8_t, 4>},
+    {4, read_normalized<int16_t, 2>},
+    {8, read_normalized<int16_t, 4>},
+    {4, read_normalized<uint16_t, 2>},
+    {8, read_normalized<uint16_t, 4>},
+    {4, read_udec3},
+    {4, read_dec3n},
+    {4, read_halves<1>},
+    {8, read_halves<2>},
+};
+
+// Which attribute a declaration is; null for one that fixed-function drawing does not read.
+attribute* attribute_of(vertex_fetch& fetch, const svga3d_vertex_declaration& declaration)
+{
+    const uint32_t index = declaration.usage_index;
+    switch (declaration.usage) {
+    case SVGA3D_DECLUSAGE_POSITION:
+    case SVGA3D_DECLUSAGE_POSITIONT:
+        return index == 0 ? &fetch.position : nullptr;
+    case SVGA3D_DECLUSAGE_COLOR:
+        return index == 0 ? &fetch.diffuse : index == 1 ? &fetch.specular : nullptr;
+    case SVGA3D_DECLUSAGE_TEXCOORD:
+        return index < fetch.coordinates.size() ? &fetch.coordinates[index] : nullptr;
+    case SVGA3D_DECLUSAGE_FOG:
+        return &fetch.fog;
+    case SVGA3D_DECLUSAGE_PSIZE:
+        return &fetch.point_size;
+    default:
+        return nullptr;
+    }
+}
+
+bool attribute_holds(const attribute& a, uint64_t last)
+{
+    return !a.start || (a.bytes <= a.room && last * a.stride <= a.room - a.bytes);
+}
+
+uint64_t load_index(const std::byte* from, uint32_t width)
+{
+    switch (width) {
+    case 1:
+        return load<uint8_t>(from);
+    case 2:
+        return load<uint16_t>(from);
+    default:
+        return load<uint32_t>(from);
+    }
+}
+
+// Turns a biased vertex number into a usable one, if it is.
+bool append(std::vector<uint32_t>& numbers, uint64_t number, int32_t bias)
+{
+    const int64_t biased = static_cast<int64_t>(number) + bias;
+    if (biased < 0 || biased > UINT32_MAX)
+        return false;
+    numbers.push_back(static_cast<uint32_t>(biased));
+    return true;
+}
+
+} // namespace
+
+bool vertex_fetch::holds(uint64_t last) const
+{
+    return attribute_holds(position, last) && attribute_holds(diffuse, last) && attribute_holds(specular, last) &&
+           attribute_holds(fog, last) && attribute_holds(point_size, last) &&
+           std::ranges::all_of(coordinates, [last](const attribute& a) { return attribute_holds(a, last); });
+}
+
+attribute_value read_attribute(const attribute& from, uint64_t index)
+{
+    return from.start ? from.read(from.start + index * from.stride) : from.otherwise;
+}
+
+draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
+                       vertex_fetch& out)
+{
+    out.diffuse.otherwise = {1, 1, 1, 1};
+    out.fog.otherwise = {1, 0, 0, 0};
+    for (attribute& coordinates : out.coordinates)
+        coordinates.otherwise = {0, 0, 0, 1};
+    for (const svga3d_vertex_declaration& declaration : declarations) {
+        if (declaration.type >= SVGA3D_DECLTYPE_MAX)
+            return draw_result::bad_declaration;
+        attribute* const named = attribute_of(out, declaration);
+        if (!named)
+            continue;
+        const image_view array = surfaces.view({declaration.array.sid, 0, 0});
+        if (!array || declaration.array.offset > array.byte_size())
+            return draw_result::outside;
+        const declaration_type& type = declaration_types[declaration.type];
+        named->start = array.bytes + declaration.array.offset;
+        named->room = array.byte_size() - declaration.array.offset;
+        named->stride = declaration.array.stride;
+        named->bytes = type.bytes;
+        named->read = type.read;
+        if (declaration.usage == SVGA3D_DECLUSAGE_POSITIONT)
+            out.transformed = true;
+    }
+    return out.position.start ? draw_result::done : draw_result::bad_declaration;
+}
+
+std::optional<std::vector<uint32_t>> read_indices(surface_store& surfaces, const svga3d_primitive_range& range,
+                                                  uint64_t count)
+{
+    std::vector<uint32_t> numbers;
+    numbers.reserve(count);
+    if (range.index_array.sid == SVGA3D_INVALID_ID) {
+        for (uint64_t i = 0; i < count; ++i)
+            if (!append(numbers, i, range.index_bias))
+                return std::nullopt;
+        return numbers;
+    }
+    const image_view array = surfaces.view({range.index_array.sid, 0, 0});
+    const uint64_t stride = range.index_array.stride != 0 ? range.index_array.stride : range.index_width;
+    const uint64_t offset = range.index_array.offset;
+    if (!array || count == 0)
+        return array ? std::optional{numbers} : std::nullopt;
+    const uint64_t end = array.byte_size();
+    if (offset > end || range.index_width > end - offset || (count - 1) * stride > end - offset - range.index_width)
+        return std::nullopt;
+    for (uint64_t i = 0; i < count; ++i)
+        if (!append(numbers, load_index(array.bytes + offset + i * stride, range.index_width), range.index_bias))
+            return std::nullopt;
+    return numbers;
+}
+
+} // namespace kalix::device::raster

@@ -1,0 +1,175 @@
+#include "hardware/gpu/vmware_svga/lib/device/software_device.h"
+
+#include "hardware/gpu/vmware_svga/lib/device/capabilities.h"
+#include "hardware/gpu/vmware_svga/lib/device/fetch.h"
+#include "hardware/gpu/vmware_svga/lib/device/wake.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <new>
+#include <pthread.h>
+#include <system_error>
+
+namespace kalix::device {
+namespace {
+
+constexpr uint32_t fifo_capabilities =
+    SVGA_FIFO_CAP_FENCE | SVGA_FIFO_CAP_CURSOR_BYPASS_3 | SVGA_FIFO_CAP_RESERVE | SVGA_FIFO_CAP_GMR2;
+
+constexpr int error = 2;
+
+// Signals are the business of the process's other threads.
+std::thread start_without_signals(auto&& body)
+{
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    // A fault belongs to the thread that meets it.
+    for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL, SIGTRAP, SIGABRT})
+        sigdelset(&all, fault);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    std::thread started{std::forward<decltype(body)>(body)};
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_setname_np(started.native_handle(), "svga-fetch");
+    return started;
+}
+
+} // namespace
+
+software_device::software_device(const device_options& options)
+    : options_{options}, fifo_{static_cast<uint32_t*>(std::calloc(fifo_words, sizeof(uint32_t))), std::free},
+      state_{options.framebuffer_bytes, options.surface_memory_bytes,
+             options.page_address ? options.page_address : page_in_own_memory, options.log,
+             std::span{fifo_.get(), fifo_words}}
+{
+    if (!fifo_ || !state_.display)
+        throw std::bad_alloc{};
+    framebuffer_ = state_.display.framebuffer();
+    initialise_fifo();
+    fetching_ = start_without_signals([this] { fetch(); });
+}
+
+software_device::~software_device()
+{
+    stopping_.store(true, std::memory_order_release);
+    ring_doorbell();
+    fetching_.join();
+}
+
+void software_device::initialise_fifo()
+{
+    const std::span<uint32_t> words = fifo();
+    words[SVGA_FIFO_MIN] = ring_begin;
+    words[SVGA_FIFO_MAX] = ring_end;
+    words[SVGA_FIFO_NEXT_CMD] = ring_begin;
+    words[SVGA_FIFO_STOP] = ring_begin;
+    words[SVGA_FIFO_CAPABILITIES] = fifo_capabilities;
+    words[SVGA_FIFO_3D_HWVERSION] = SVGA3D_HWVERSION_2_1;
+    write_capabilities(words.subspan<SVGA_FIFO_3D_CAPS, capability_area_words>());
+}
+
+void software_device::ring_doorbell()
+{
+    doorbell_.fetch_add(1, std::memory_order_release);
+    doorbell_.notify_one();
+}
+
+void software_device::wait_for_stop_change(uint32_t stop)
+{
+    wait_for_change(std::atomic_ref{fifo()[SVGA_FIFO_STOP]}, stop);
+}
+
+void software_device::wait_for_fence_change(uint32_t fence)
+{
+    wait_for_change(std::atomic_ref{fifo()[SVGA_FIFO_FENCE]}, fence);
+}
+
+// The doorbell is read before the ring is: what is written after the ring was found empty rings again.
+void software_device::fetch()
+{
+    ring_reader ring{fifo()};
+    while (!stopping_.load(std::memory_order_acquire)) {
+        const uint32_t rung = doorbell_.load(std::memory_order_acquire);
+        run_ring(ring);
+        {
+            const hold locked{execution_lock_};
+            follow_cursor();
+        }
+        wait_for_change(doorbell_, rung);
+    }
+}
+
+// STOP moves once a command is executed, so whoever sees the ring empty finds everything done, and the
+// counters of it shown.
+void software_device::run_ring(ring_reader& ring)
+{
+    while (configured_.load(std::memory_order_acquire) && !stopping_.load(std::memory_order_acquire)) {
+        const uint32_t available = ring.available();
+        if (available == 0)
+            return;
+        uint32_t taken = 0;
+        {
+            const hold locked{execution_lock_};
+            taken = execute_next(state_, ring, available);
+            follow_cursor();
+            if (taken == available)
+                publish_counters(state_);
+        }
+        ring.consume(taken);
+    }
+}
+
+void software_device::follow_cursor()
+{
+    const uint32_t count = fifo_load(fifo(), SVGA_FIFO_CURSOR_COUNT);
+    if (count == cursor_count_)
+        return;
+    cursor_count_ = count;
+    state_.display.move_cursor(fifo_load(fifo(), SVGA_FIFO_CURSOR_ON) != 0, fifo_load(fifo(), SVGA_FIFO_CURSOR_X),
+                               fifo_load(fifo(), SVGA_FIFO_CURSOR_Y));
+}
+
+void software_device::refuse_mode()
+{
+    state_.counts.refuse(KALIX_REFUSED_MODE, 0);
+    publish_counters(state_);
+}
+
+void software_device::count_refused_mode()
+{
+    const hold locked{execution_lock_};
+    refuse_mode();
+}
+
+} // namespace kalix::device
+
+namespace kalix {
+namespace {
+
+constexpr uint64_t framebuffer_bytes_max = uint64_t{1} << 30; // so that the FIFO's address behind it fits 32 bits
+
+std::unique_ptr<svga_bus> refuse_to_open(const device_options& options, const char* text)
+{
+    if (options.log)
+        options.log(device::error, text);
+    return nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<svga_bus> open_software_device(const device_options& options)
+{
+    if (!device::fits(device::first_mode, options.framebuffer_bytes))
+        return refuse_to_open(options, "device: the framebuffer is too small for the first mode, 1024x768x32");
+    if (options.framebuffer_bytes > framebuffer_bytes_max)
+        return refuse_to_open(options, "device: the framebuffer is larger than 1024 MiB");
+    try {
+        return std::make_unique<device::software_device>(options);
+    } catch (const std::bad_alloc&) {
+        return refuse_to_open(options, "device: no memory for the screen and the FIFO");
+    } catch (const std::system_error&) {
+        return refuse_to_open(options, "device: no thread to read the FIFO");
+    }
+}
+
+} // namespace kalix

@@ -1,0 +1,42 @@
+// Everything that commands change: the one device record.
+//
+// Owned by the software device and used under its execution lock, by the fetching thread while it executes
+// a command and by a register write that changes the mode or removes a region.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/context.h"
+#include "hardware/gpu/vmware_svga/lib/device/counters.h"
+#include "hardware/gpu/vmware_svga/lib/device/guest_memory.h"
+#include "hardware/gpu/vmware_svga/lib/device/screen.h"
+#include "hardware/gpu/vmware_svga/lib/device/surface.h"
+
+#include <cstdint>
+#include <span>
+#include <unordered_map>
+
+namespace kalix::device {
+
+// The records themselves take the host's memory, so there are bounds on their number.
+inline constexpr size_t surfaces_max = 65536;
+inline constexpr size_t contexts_max = 1024;
+
+struct device_state {
+    device_state(uint64_t framebuffer_bytes, uint64_t surface_bytes, page_address_function page_address,
+                 log_function log, std::span<uint32_t> fifo_memory)
+        : counts{log}, display{framebuffer_bytes, log}, surfaces{surface_bytes},
+          guest{display ? display.framebuffer() : std::span<std::byte>{}, page_address}, fifo{fifo_memory}
+    {
+    }
+
+    counters counts;
+    screen display;
+    surface_store surfaces;
+    guest_memory guest;
+    std::unordered_map<uint32_t, context> contexts;
+    std::span<uint32_t> fifo; // for the fence register
+};
+
+// Hands the counters, the present numbers of objects among them, to the viewers.
+void publish_counters(device_state& device);
+
+} // namespace kalix::device

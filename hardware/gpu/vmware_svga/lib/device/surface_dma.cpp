@@ -1,0 +1,142 @@
+// Transfers between guest memory and images.
+//
+// A transfer is planned whole before the first byte moves: each box must lie in its image, and the span from
+// its first byte in guest memory to its last must be there. In guest memory a box's rows are pitch bytes
+// apart; its slices lie as far apart as the rows of a whole slice of the image take.
+
+#include "hardware/gpu/vmware_svga/lib/device/boxes.h"
+#include "hardware/gpu/vmware_svga/lib/device/commands.h"
+#include "hardware/gpu/vmware_svga/lib/device/named_image.h"
+
+namespace kalix::device {
+namespace {
+
+struct transfer {
+    svga3d_surface_dma command;
+    image_view host;
+    uint64_t pitch = 0;       // bytes from one row of blocks to the next, in guest memory
+    uint64_t slice_pitch = 0; // bytes from one slice to the next
+};
+
+struct planned_box {
+    std::byte* host; // its first block
+    uint64_t guest;  // offset in the region
+    block_rows shape;
+};
+
+bool add(uint64_t& sum, uint64_t count, uint64_t bytes)
+{
+    uint64_t product = 0;
+    return !__builtin_mul_overflow(count, bytes, &product) && !__builtin_add_overflow(sum, product, &sum);
+}
+
+// The offset of a box's first byte in guest memory; false when it does not fit 64 bits.
+bool find_start(const transfer& in, const svga3d_copy_box& box, uint64_t& start)
+{
+    const format_info& format = *in.host.format;
+    start = in.command.guest.pointer.offset;
+    return add(start, box.srcz, in.slice_pitch) && add(start, box.srcy / format.block_height, in.pitch) &&
+           add(start, box.srcx / format.block_width, format.block_bytes);
+}
+
+outcome plan_box(const device_state& device, const transfer& in, const svga3d_copy_box& box, planned_box& out)
+{
+    const format_info& format = *in.host.format;
+    const svga3d_box host_box{box.x, box.y, box.z, box.w, box.h, box.d};
+    if (!box_fits(in.host, host_box) || box.srcx % format.block_width != 0 || box.srcy % format.block_height != 0)
+        return KALIX_REFUSED_OUTSIDE;
+    if (is_empty(host_box)) {
+        out = {};
+        return executed;
+    }
+    out = {block_at(in.host, box.x, box.y, box.z), 0, rows_of(in.host, host_box)};
+    uint64_t bytes = out.shape.row_bytes;
+    if (!find_start(in, box, out.guest) || !add(bytes, out.shape.rows - 1, in.pitch) ||
+        !add(bytes, out.shape.slices - 1, in.slice_pitch))
+        return KALIX_REFUSED_OUTSIDE;
+    return device.guest.check(in.command.guest.pointer.gmr_id, out.guest, bytes);
+}
+
+// Rows that follow each other without a gap on both sides are one row.
+void merge_rows(const transfer& in, block_rows& shape)
+{
+    if (in.pitch == shape.row_bytes && in.host.row_bytes == shape.row_bytes) {
+        shape.row_bytes *= shape.rows;
+        shape.rows = 1;
+    }
+}
+
+void run_box(const device_state& device, const transfer& in, planned_box box)
+{
+    merge_rows(in, box.shape);
+    const uint32_t region = in.command.guest.pointer.gmr_id;
+    const bool to_host = in.command.transfer == SVGA3D_WRITE_HOST_VRAM;
+    for (uint32_t z = 0; z < box.shape.slices; ++z)
+        for (uint32_t row = 0; row < box.shape.rows; ++row) {
+            std::byte* const host = box.host + z * in.host.slice_bytes + uint64_t{row} * in.host.row_bytes;
+            const uint64_t guest = box.guest + z * in.slice_pitch + row * in.pitch;
+            if (to_host)
+                device.guest.copy_in(region, guest, {host, box.shape.row_bytes});
+            else
+                device.guest.copy_out(region, guest, {host, box.shape.row_bytes});
+        }
+}
+
+// What follows the boxes may be the suffix. The largest offset that it names needs no heed: the region is
+// the bound, and the boxes are checked against it.
+bool take_boxes(command_reader& body, std::vector<svga3d_copy_box>& boxes)
+{
+    const size_t behind = body.left() % sizeof(svga3d_copy_box);
+    if (!body.take_list(boxes, body.left() / sizeof(svga3d_copy_box)))
+        return false;
+    svga3d_surface_dma_suffix suffix{};
+    return behind == 0 || (behind == sizeof suffix && body.take(suffix) && suffix.suffix_size == sizeof suffix);
+}
+
+outcome begin(device_state& device, transfer& out)
+{
+    if (out.command.transfer != SVGA3D_WRITE_HOST_VRAM && out.command.transfer != SVGA3D_READ_HOST_VRAM)
+        return KALIX_REFUSED_BAD_VALUE;
+    if (const outcome missing = find_image(device.surfaces, out.command.host, out.host))
+        return missing;
+    const uint32_t given = out.command.guest.pitch;
+    out.pitch = given != 0 ? given : out.host.row_bytes;
+    out.slice_pitch = out.pitch * blocks_in(out.host.height, out.host.format->block_height);
+    return device.guest.check(out.command.guest.pointer.gmr_id, 0, 0);
+}
+
+void run(device_state& device, const transfer& in, std::span<const planned_box> boxes)
+{
+    for (const planned_box& box : boxes) {
+        run_box(device, in, box);
+        device.counts.values.bytes_moved += box.shape.row_bytes * box.shape.rows * box.shape.slices;
+    }
+}
+
+} // namespace
+
+outcome surface_dma(device_state& device, command_reader body)
+{
+    transfer wanted;
+    std::vector<svga3d_copy_box> boxes;
+    if (!body.take(wanted.command) || !take_boxes(body, boxes))
+        return KALIX_REFUSED_SHORT_COMMAND;
+    if (const outcome refused = begin(device, wanted))
+        return refused;
+    std::vector<planned_box> plan(boxes.size());
+    for (size_t i = 0; i < boxes.size(); ++i)
+        if (const outcome refused = plan_box(device, wanted, boxes[i], plan[i]))
+            return refused;
+    const bool shows =
+        wanted.command.guest.pointer.gmr_id == SVGA_GMR_FRAMEBUFFER && wanted.command.transfer == SVGA3D_READ_HOST_VRAM;
+    if (!shows) {
+        run(device, wanted, plan);
+        return executed;
+    }
+    screen_change change{device.display};
+    change.damaged();
+    run(device, wanted, plan);
+    return executed;
+}
+
+} // namespace kalix::device

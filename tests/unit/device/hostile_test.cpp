@@ -1,0 +1,186 @@
+// Streams that mean harm: whatever lies in the ring, the device lives and stays inside its objects. Guest
+// memory has guard pages, and the sanitizers watch the rest.
+
+#include "tests/unit/device/support.h"
+
+#include <algorithm>
+
+namespace kalix::test {
+namespace {
+
+class HostileTest : public device_test {
+protected:
+    // The device answers, and still does what it is told.
+    void expect_alive(uint32_t number)
+    {
+        run(stream{}.add(svga_cmd_fence{SVGA_CMD_FENCE, number}));
+        ASSERT_EQ(fifo_load(bus->fifo(), SVGA_FIFO_FENCE), number);
+    }
+};
+
+// One of everything, as a list of commands.
+std::vector<stream> good_commands()
+{
+    std::vector<stream> out;
+    const auto add = [&out](const stream& each) { out.push_back(each); };
+    add(stream{}.define_surface(1, SVGA3D_A8R8G8B8, {{16, 16, 1}, {8, 8, 1}}));
+    add(stream{}.define_surface(2, SVGA3D_DXT5, {{16, 16, 2}}));
+    add(stream{}.define_surface(3, SVGA3D_BUFFER, {{96, 1, 1}}));
+    add(stream{}.define_surface(4, SVGA3D_Z_D24S8, {{16, 16, 1}}));
+    add(stream{}.add(svga_cmd_define_gmr2{SVGA_CMD_DEFINE_GMR2, 1, 3}));
+    add(stream{}
+            .add(svga_cmd_remap_gmr2{SVGA_CMD_REMAP_GMR2, 1, SVGA_REMAP_GMR2_PPN64, 0, 3})
+            .add(uint64_t{5}, uint64_t{1}, uint64_t{2}));
+    add(stream{}.command(SVGA_3D_CMD_CONTEXT_DEFINE, svga3d_context{1}));
+    for (const uint32_t transfer : {1u, 2u})
+        add(stream{}.command(SVGA_3D_CMD_SURFACE_DMA, svga3d_surface_dma{{{1, 0}, 64}, {1, 0, 0}, transfer},
+                             svga3d_copy_box{0, 0, 0, 16, 16, 1, 0, 0, 0}, svga3d_surface_dma_suffix{12, 4096, 0}));
+    add(stream{}.command(SVGA_3D_CMD_SURFACE_DMA, svga3d_surface_dma{{{1, 100}, 0}, {3, 0, 0}, 1},
+                         svga3d_copy_box{0, 0, 0, 96, 1, 1, 0, 0, 0}));
+    add(stream{}.command(SVGA_3D_CMD_SURFACE_COPY, svga3d_surface_copy{{1, 0, 0}, {1, 0, 1}},
+                         svga3d_copy_box{0, 0, 0, 8, 8, 1, 3, 4, 0}));
+    add(stream{}.command(SVGA_3D_CMD_SURFACE_STRETCHBLT,
+                         svga3d_surface_stretchblt{{1, 0, 1}, {1, 0, 0}, {0, 0, 0, 8, 8, 1}, {1, 1, 0, 15, 11, 1}, 1}));
+    add(stream{}.command(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_COLOR0, {1, 0, 0}}));
+    add(stream{}.command(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_DEPTH, {4, 0, 0}}));
+    add(stream{}.command(SVGA_3D_CMD_SETVIEWPORT, svga3d_set_viewport{1, {0, 0, 16, 16}}));
+    add(stream{}.command(SVGA_3D_CMD_SETRENDERSTATE, svga3d_context{1},
+                         svga3d_render_state_value{SVGA3D_RS_ZENABLE, 1}));
+    add(stream{}.command(SVGA_3D_CMD_SETTEXTURESTATE, svga3d_context{1},
+                         svga3d_texture_state_value{0, SVGA3D_TS_BIND_TEXTURE, 1}));
+    add(stream{}.command(SVGA_3D_CMD_CLEAR, svga3d_clear{1, 7, 0x80402010, 1.0f, 0}, svga3d_rect{0, 0, 16, 16}));
+    add(stream{}.command(SVGA_3D_CMD_BEGIN_QUERY, svga3d_begin_query{1, 0}));
+    add(stream{}.command(
+        SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{1, 1, 1},
+        svga3d_vertex_declaration{SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {3, 0, 32}, 0, 0},
+        svga3d_primitive_range{SVGA3D_PRIMITIVE_TRIANGLELIST, 1, {SVGA3D_INVALID_ID, 0, 0}, 0, 0}));
+    add(stream{}.command(SVGA_3D_CMD_END_QUERY, svga3d_query{1, 0, {1, 8192}}));
+    add(stream{}.command(SVGA_3D_CMD_SHADER_DEFINE, svga3d_shader_define{1, 1, 1}, 0xFFFE0101u, 0x0000FFFFu));
+    add(stream{}.command(SVGA_3D_CMD_SHADER_DESTROY, svga3d_shader_destroy{1, 1, 1}));
+    add(stream{}.command(SVGA_3D_CMD_PRESENT, svga3d_present{1}, svga3d_copy_rect{3, 3, 16, 16, 0, 0}));
+    add(stream{}.command(SVGA_3D_CMD_BLIT_SURFACE_TO_SCREEN,
+                         svga3d_blit_to_screen{{1, 0, 0}, {0, 0, 16, 16}, 0, {-5, 2, 40, 40}},
+                         svga3d_signed_rect{0, 0, 20, 20}));
+    add(stream{}.add(uint32_t{SVGA_CMD_DEFINE_ALPHA_CURSOR}, svga_alpha_cursor{0, 0, 0, 2, 1}, 1u, 2u));
+    add(stream{}.add(svga_cmd_update{SVGA_CMD_UPDATE, 0, 0, 16, 16}));
+    add(stream{}.command(SVGA_3D_CMD_SURFACE_DESTROY, svga3d_surface_destroy{2}));
+    return out;
+}
+
+stream joined(const std::vector<stream>& commands)
+{
+    stream out;
+    for (const stream& each : commands)
+        out.add_list(each.bytes);
+    return out;
+}
+
+TEST_F(HostileTest, AGoodStreamIsTakenWhole)
+{
+    run(joined(good_commands()));
+    EXPECT_EQ(all_refused(), 0u) << testing::PrintToString(take_log_lines());
+}
+
+// Cut anywhere, the whole commands before the cut are executed and what is left is counted once.
+TEST_F(HostileTest, StreamsCutAtEveryByte)
+{
+    const std::vector<stream> commands = good_commands();
+    const stream whole = joined(commands);
+    std::vector<size_t> ends{0};
+    for (const stream& each : commands)
+        ends.push_back(ends.back() + each.bytes.size());
+    for (size_t length = 0; length < whole.bytes.size(); ++length) {
+        SCOPED_TRACE(testing::Message() << "cut at byte " << length);
+        const uint64_t before = all_refused();
+        stream cut;
+        cut.bytes.assign(whole.bytes.begin(), whole.bytes.begin() + static_cast<std::ptrdiff_t>(length));
+        run(cut);
+        const bool whole_commands = std::ranges::find(ends, length) != ends.end();
+        ASSERT_EQ(all_refused(), before + !whole_commands);
+        expect_alive(static_cast<uint32_t>(length) + 1);
+    }
+}
+
+TEST_F(HostileTest, MutatedStreams)
+{
+    std::mt19937 random{test_seed()};
+    SCOPED_TRACE(testing::Message() << "seed " << test_seed());
+    const std::vector<stream> commands = good_commands();
+    constexpr uint32_t nasty[] = {0, 1, 2, 16, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF, 4096, 1 << 20};
+    for (uint32_t step = 0; step < 1500; ++step) {
+        std::vector<stream> bent = commands;
+        for (uint32_t i = 0; i <= below(random, 6); ++i) {
+            std::vector<std::byte>& bytes = bent[below(random, static_cast<uint32_t>(bent.size()))].bytes;
+            const uint32_t word = below(random, static_cast<uint32_t>(bytes.size() / 4));
+            const uint32_t value =
+                below(random, 3) ? nasty[below(random, std::size(nasty))] : static_cast<uint32_t>(random());
+            std::memcpy(bytes.data() + size_t{word} * 4, &value, 4);
+        }
+        if (below(random, 3) == 0)
+            std::shuffle(bent.begin(), bent.end(), random);
+        run(joined(bent));
+        ASSERT_NO_FATAL_FAILURE(expect_alive(step + 1)) << "step " << step;
+    }
+}
+
+TEST_F(HostileTest, RandomWords)
+{
+    std::mt19937 random{test_seed()};
+    SCOPED_TRACE(testing::Message() << "seed " << test_seed());
+    for (uint32_t step = 0; step < 3000; ++step) {
+        stream noise;
+        for (uint32_t i = 0; i < 1 + below(random, 60); ++i)
+            switch (below(random, 4)) {
+            case 0:
+                noise.add(1036 + below(random, 40), 4 * below(random, 20));
+                break;
+            case 1:
+                noise.add(below(random, 48));
+                break;
+            case 2:
+                noise.add(static_cast<uint8_t>(random()));
+                break;
+            default:
+                noise.add(static_cast<uint32_t>(random()));
+            }
+        run(noise);
+        ASSERT_NO_FATAL_FAILURE(expect_alive(step + 1)) << "step " << step;
+    }
+}
+
+// Commands begin at any byte and run across the ring's end: one odd length shifts all that follow.
+TEST_F(HostileTest, CommandsAtEveryByteOfTheRingsEnd)
+{
+    run(stream{}.define_surface(1, SVGA3D_A8R8G8B8, {{16, 1, 1}}));
+    const std::span<uint32_t> fifo = bus->fifo();
+    const uint32_t bytes = fifo[SVGA_FIFO_MAX] - fifo[SVGA_FIFO_MIN];
+    for (uint32_t shift = 1; shift < 90; shift += 2) {
+        // Brings NEXT_CMD to shift bytes before the end: an unknown 3D command of that size is skipped.
+        const uint32_t at = fifo_load(fifo, SVGA_FIFO_NEXT_CMD) - fifo[SVGA_FIFO_MIN];
+        const uint32_t gap = (2 * bytes - shift - at - 8) % bytes;
+        auto* const memory = reinterpret_cast<std::byte*>(fifo.data());
+        const svga3d_command_header skip{5000, gap};
+        for (uint32_t i = 0; i < 8; ++i)
+            memory[fifo[SVGA_FIFO_MIN] + (at + i) % bytes] = reinterpret_cast<const std::byte*>(&skip)[i];
+        fifo_store(fifo, SVGA_FIFO_NEXT_CMD, fifo[SVGA_FIFO_MAX] - shift);
+        run(stream{}
+                .command(SVGA_3D_CMD_SURFACE_COPY, svga3d_surface_copy{{1, 0, 0}, {1, 0, 0}},
+                         svga3d_copy_box{0, 0, 0, 16, 1, 1, 0, 0, 0})
+                .add(svga_cmd_fence{SVGA_CMD_FENCE, shift}));
+        ASSERT_EQ(fifo_load(fifo, SVGA_FIFO_FENCE), shift);
+        ASSERT_EQ(refused(KALIX_REFUSED_UNKNOWN_COMMAND), all_refused());
+    }
+    EXPECT_EQ(view->header().statistics.commands[SVGA_3D_CMD_SURFACE_COPY - 1040], 45u);
+    // An offset outside of the ring means that nothing was written.
+    const uint32_t next = fifo_load(fifo, SVGA_FIFO_NEXT_CMD);
+    for (const uint32_t wild : {0u, 8191u, 8192u + (16u << 20), 0xFFFFFFFFu}) {
+        fifo_store(fifo, SVGA_FIFO_NEXT_CMD, wild);
+        bus->ring_doorbell();
+        bus->write_register(SVGA_REG_SYNC, 1);
+    }
+    fifo_store(fifo, SVGA_FIFO_NEXT_CMD, next);
+    ASSERT_NO_FATAL_FAILURE(expect_alive(4711));
+}
+
+} // namespace
+} // namespace kalix::test

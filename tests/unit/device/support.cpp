@@ -1,0 +1,183 @@
+#include "tests/unit/device/support.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <fcntl.h>
+#include <mutex>
+#include <numeric>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kalix::test {
+namespace {
+
+std::atomic<std::byte*> first_page{nullptr};
+std::atomic<uint64_t> page_count{0};
+std::mutex log_lock;
+std::vector<std::string> log_lines;
+
+std::byte* test_page(uint64_t number)
+{
+    return number == 0 || number > page_count ? nullptr : first_page + (number - 1) * 4096;
+}
+
+void log_line(int, const char* text)
+{
+    const std::scoped_lock locked{log_lock};
+    log_lines.emplace_back(text);
+}
+
+// Pages of the scratch region: the upper half, which tests leave alone.
+std::vector<uint64_t> upper_half(uint32_t pages)
+{
+    std::vector<uint64_t> numbers(pages / 2);
+    std::iota(numbers.begin(), numbers.end(), pages / 2 + 1);
+    return numbers;
+}
+
+} // namespace
+
+uint32_t test_seed()
+{
+    const char* const given = std::getenv("KALIX_TEST_SEED");
+    static const uint32_t seed =
+        given ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
+    return seed;
+}
+
+uint32_t below(std::mt19937& random, uint32_t limit)
+{
+    return static_cast<uint32_t>(random() % limit);
+}
+
+stream& stream::define_surface(uint32_t sid, uint32_t format, const std::vector<svga3d_size>& levels)
+{
+    const svga3d_surface_define definition{sid, 0, format, {static_cast<uint32_t>(levels.size()), 0, 0, 0, 0, 0}};
+    return command_with_list(SVGA_3D_CMD_SURFACE_DEFINE, definition, levels);
+}
+
+stream& stream::define_region(uint32_t id, const std::vector<uint64_t>& pages)
+{
+    const auto count = static_cast<uint32_t>(pages.size());
+    add(svga_cmd_define_gmr2{SVGA_CMD_DEFINE_GMR2, id, count});
+    add(svga_cmd_remap_gmr2{SVGA_CMD_REMAP_GMR2, id, SVGA_REMAP_GMR2_PPN64, 0, count});
+    return add_list(pages);
+}
+
+guest_pages::guest_pages(uint32_t count) : mapped_{(size_t{count} + 2) * 4096}
+{
+    void* const at = mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    begin_ = static_cast<std::byte*>(at) + 4096;
+    if (at == MAP_FAILED || mprotect(begin_, size_t{count} * 4096, PROT_READ | PROT_WRITE) != 0)
+        std::abort();
+    first_page = begin_;
+    page_count = count;
+}
+
+guest_pages::~guest_pages()
+{
+    page_count = 0;
+    munmap(begin_ - 4096, mapped_);
+}
+
+screen_view::screen_view(const std::string& path) : bytes_{std::filesystem::file_size(path)}
+{
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    memory_ = mmap(nullptr, bytes_, PROT_READ, MAP_SHARED, file, 0);
+    close(file);
+    if (memory_ == MAP_FAILED)
+        std::abort();
+}
+
+screen_view::~screen_view()
+{
+    munmap(memory_, bytes_);
+}
+
+uint32_t screen_view::sequence() const
+{
+    return std::atomic_ref{static_cast<kalix_screen*>(memory_)->sequence}.load();
+}
+
+device_test::device_test()
+{
+    std::string name = std::filesystem::temp_directory_path() / "kalix-device-test.XXXXXX";
+    directory = mkdtemp(name.data());
+    setenv("KALIX_RUN_DIR", directory.c_str(), 1);
+    take_log_lines();
+    bus = open();
+    view = std::make_unique<screen_view>(screen_path());
+    run(stream{}.define_region(scratch_region, upper_half(pages)));
+}
+
+device_test::~device_test()
+{
+    bus.reset();
+    std::filesystem::remove_all(directory);
+}
+
+std::unique_ptr<svga_bus> device_test::open()
+{
+    device_options options;
+    options.framebuffer_bytes = framebuffer_bytes;
+    options.surface_memory_bytes = surface_bytes;
+    options.log = log_line;
+    options.page_address = test_page;
+    std::unique_ptr<svga_bus> opened = open_software_device(options);
+    opened->write_register(SVGA_REG_CONFIG_DONE, 1);
+    return opened;
+}
+
+void device_test::run(svga_bus& on, const stream& commands)
+{
+    const std::span<uint32_t> fifo = on.fifo();
+    auto* const memory = reinterpret_cast<std::byte*>(fifo.data());
+    const uint32_t min = fifo[SVGA_FIFO_MIN];
+    const uint32_t max = fifo[SVGA_FIFO_MAX];
+    uint32_t next = fifo_load(fifo, SVGA_FIFO_NEXT_CMD);
+    for (const std::byte each : commands.bytes) {
+        memory[next] = each;
+        next = next + 1 == max ? min : next + 1;
+    }
+    fifo_store(fifo, SVGA_FIFO_NEXT_CMD, next);
+    on.ring_doorbell();
+    on.write_register(SVGA_REG_SYNC, 1);
+}
+
+uint64_t device_test::all_refused() const
+{
+    const auto& counts = view->header().statistics.refused;
+    return std::accumulate(std::begin(counts), std::end(counts), uint64_t{0});
+}
+
+uint32_t device_test::pixel(uint32_t x, uint32_t y) const
+{
+    uint32_t value;
+    std::memcpy(&value, view->picture() + y * view->header().pitch + x * 4, sizeof value);
+    return value;
+}
+
+void device_test::write_surface(const svga3d_image& image, const svga3d_size& size,
+                                const std::vector<std::byte>& texels)
+{
+    std::memcpy(scratch.page(pages / 2 + 1), texels.data(), texels.size());
+    run(stream{}.dma({{{scratch_region, 0}, 0}, image, SVGA3D_WRITE_HOST_VRAM},
+                     {{0, 0, 0, size.width, size.height, size.depth, 0, 0, 0}}));
+}
+
+std::vector<std::byte> device_test::read_surface(const svga3d_image& image, const svga3d_size& size, size_t bytes)
+{
+    run(stream{}.dma({{{scratch_region, 0}, 0}, image, SVGA3D_READ_HOST_VRAM},
+                     {{0, 0, 0, size.width, size.height, size.depth, 0, 0, 0}}));
+    const std::byte* const begin = scratch.page(pages / 2 + 1);
+    return {begin, begin + bytes};
+}
+
+std::vector<std::string> take_log_lines()
+{
+    const std::scoped_lock locked{log_lock};
+    return std::exchange(log_lines, {});
+}
+
+} // namespace kalix::test

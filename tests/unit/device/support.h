@@ -1,0 +1,150 @@
+// A device of its own for each test, with guest memory between guard pages, and a writer of streams.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/bus/bus.h"
+
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <kalix/screen.h>
+#include <kalix/svga3d_types.h>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kalix::test {
+
+// KALIX_TEST_SEED, else another one each run.
+uint32_t test_seed();
+
+// A number below limit, which is above 0.
+uint32_t below(std::mt19937& random, uint32_t limit);
+
+// Commands, one behind the other.
+class stream {
+public:
+    template <typename... records>
+    stream& add(const records&... each)
+    {
+        (append(&each, sizeof each), ...);
+        return *this;
+    }
+    template <typename record>
+    stream& add_list(const std::vector<record>& list)
+    {
+        append(list.data(), list.size() * sizeof(record));
+        return *this;
+    }
+    // A 3D command with a body of these records.
+    template <typename... records>
+    stream& command(uint32_t id, const records&... each)
+    {
+        return add(svga3d_command_header{id, static_cast<uint32_t>((sizeof each + ... + 0))}, each...);
+    }
+    template <typename record, typename entry>
+    stream& command_with_list(uint32_t id, const record& fixed, const std::vector<entry>& list)
+    {
+        add(svga3d_command_header{id, static_cast<uint32_t>(sizeof fixed + list.size() * sizeof(entry))}, fixed);
+        return add_list(list);
+    }
+    // A surface with one image; several sizes: levels of face 0.
+    stream& define_surface(uint32_t sid, uint32_t format, const std::vector<svga3d_size>& levels);
+    stream& define_region(uint32_t id, const std::vector<uint64_t>& pages);
+    stream& dma(const svga3d_surface_dma& transfer, const std::vector<svga3d_copy_box>& boxes)
+    {
+        return command_with_list(SVGA_3D_CMD_SURFACE_DMA, transfer, boxes);
+    }
+
+    std::vector<std::byte> bytes;
+
+private:
+    void append(const void* from, size_t count)
+    {
+        const auto* const begin = static_cast<const std::byte*>(from);
+        bytes.insert(bytes.end(), begin, begin + count);
+    }
+};
+
+// Pages 1 to count of guest memory, in one piece with a guard page on either side; no other page exists.
+class guest_pages {
+public:
+    explicit guest_pages(uint32_t count);
+    ~guest_pages();
+    guest_pages(const guest_pages&) = delete;
+    guest_pages& operator=(const guest_pages&) = delete;
+
+    std::byte* page(uint64_t number) const { return begin_ + (number - 1) * 4096; }
+
+private:
+    std::byte* begin_;
+    size_t mapped_;
+};
+
+// A read-only view of a screen file, as a viewer has it.
+class screen_view {
+public:
+    explicit screen_view(const std::string& path);
+    ~screen_view();
+    screen_view(const screen_view&) = delete;
+    screen_view& operator=(const screen_view&) = delete;
+
+    const kalix_screen& header() const { return *static_cast<const kalix_screen*>(memory_); }
+    const std::byte* picture() const { return static_cast<const std::byte*>(memory_) + header().framebuffer_offset; }
+    // Odd while a change goes on.
+    uint32_t sequence() const;
+
+private:
+    void* memory_;
+    size_t bytes_;
+};
+
+// A private run directory, and a device in it whose ring may be read.
+class device_test : public testing::Test {
+protected:
+    static constexpr uint32_t pages = 64;
+    static constexpr uint64_t framebuffer_bytes = 4 << 20;
+    static constexpr uint64_t surface_bytes = 8 << 20;
+
+    device_test();
+    ~device_test() override;
+
+    std::unique_ptr<svga_bus> open();
+    // Runs a stream to its end.
+    void run(const stream& commands) { run(*bus, commands); }
+    static void run(svga_bus& on, const stream& commands);
+    uint64_t refused(kalix_refused kind) const { return view->header().statistics.refused[kind]; }
+    uint64_t all_refused() const;
+    uint32_t pixel(uint32_t x, uint32_t y) const; // of a 32-bit screen
+    std::string screen_path() const { return directory + "/screen"; }
+
+    // Surfaces of one level, read and written whole through a region of their own.
+    static constexpr uint32_t scratch_region = 4000;
+    void write_surface(const svga3d_image& image, const svga3d_size& size, const std::vector<std::byte>& texels);
+    std::vector<std::byte> read_surface(const svga3d_image& image, const svga3d_size& size, size_t bytes);
+    template <typename word>
+    void write_words(uint32_t sid, uint32_t width, uint32_t height, const std::vector<word>& texels)
+    {
+        const auto* const begin = reinterpret_cast<const std::byte*>(texels.data());
+        write_surface({sid, 0, 0}, {width, height, 1}, {begin, begin + texels.size() * sizeof(word)});
+    }
+    template <typename word>
+    std::vector<word> read_words(uint32_t sid, uint32_t width, uint32_t height)
+    {
+        std::vector<word> texels(size_t{width} * height);
+        const auto bytes = read_surface({sid, 0, 0}, {width, height, 1}, texels.size() * sizeof(word));
+        std::memcpy(texels.data(), bytes.data(), bytes.size());
+        return texels;
+    }
+
+    std::string directory;
+    guest_pages scratch{pages};
+    std::unique_ptr<svga_bus> bus;
+    std::unique_ptr<screen_view> view;
+};
+
+// The lines that devices have logged since the last call.
+std::vector<std::string> take_log_lines();
+
+} // namespace kalix::test
