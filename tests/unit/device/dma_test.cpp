@@ -140,6 +140,8 @@ TEST_F(DmaTest, MovesTheBytesThatTheModelMoves)
         SCOPED_TRACE(testing::Message() << of.name << ", seed " << test_seed());
         model expected{of, {1 + below(random, 21), 1 + below(random, 21), 1 + below(random, 3)}, {}, {}};
         expected.guest.resize(region_pages * 4096);
+        for (uint64_t i = 0; i < expected.guest.size(); ++i)
+            *guest_byte(i) = std::byte{0};
         expected.host.resize(size_t{expected.row()} * expected.rows() * expected.size.depth);
         // The image is a level of its own behind another, which shows offsets that are wrong.
         run(stream{}.define_surface(1, of.format, {{5, 5, 1}, expected.size}));

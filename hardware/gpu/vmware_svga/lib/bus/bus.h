@@ -29,7 +29,7 @@ public:
     // leaves the mode as it was. ENABLE alone switches the display.
     virtual void write_register(uint32_t index, uint32_t value) = 0;
 
-    virtual std::span<uint32_t> fifo() = 0;                 // registers, then the ring
+    virtual std::span<uint32_t> fifo() = 0; // registers, then the ring
     virtual std::span<std::byte> framebuffer() = 0;
 
     // Tells the device that NEXT_CMD has moved. Cheap when the device is awake.
@@ -46,8 +46,8 @@ public:
 struct device_options {
     uint64_t framebuffer_bytes = uint64_t{128} << 20;
     uint64_t surface_memory_bytes = uint64_t{2048} << 20;
-    uint32_t threads = 0;                                   // that draw; 0: as many as there are cores, at most 2
-    void (*log)(int severity, const char* text) = nullptr;  // severities as in svga.h; may be null
+    uint32_t threads = 0;                                  // that draw; 0: as many as there are cores, at most 2
+    void (*log)(int severity, const char* text) = nullptr; // severities as in svga.h; may be null
     // Where a page of guest memory lies, null when there is none such. By default the page number times 4096
     // is the address.
     std::byte* (*page_address)(uint64_t page) = nullptr;

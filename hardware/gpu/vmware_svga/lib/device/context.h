@@ -14,11 +14,11 @@
 
 namespace kalix::device {
 
-using matrix = std::array<float, 16>;              // row vectors: p' = p m; element 4 row + column
+using matrix = std::array<float, 16>; // row vectors: p' = p m; element 4 row + column
 
 struct occlusion_query {
     bool active = false;
-    uint64_t samples = 0;                          // fragments that passed all tests since it began
+    uint64_t samples = 0; // fragments that passed all tests since it began
 };
 
 struct context {
@@ -30,12 +30,12 @@ struct context {
     svga3d_rect viewport{};
     svga3d_rect scissor{};
     std::array<std::array<float, 4>, SVGA3D_CLIP_PLANES> clip_planes{};
-    std::array<svga3d_material, 2> materials{};    // front, back
+    std::array<svga3d_material, 2> materials{}; // front, back
     std::array<svga3d_light, SVGA3D_LIGHTS> lights{};
     std::array<bool, SVGA3D_LIGHTS> light_enabled{};
     std::array<svga3d_image, SVGA3D_RT_MAX> targets{};
-    std::map<std::pair<uint32_t, uint32_t>, std::vector<uint32_t>> shaders;  // by type and id: tokens
-    std::array<uint32_t, 3> bound_shaders{};       // by type
+    std::map<std::pair<uint32_t, uint32_t>, std::vector<uint32_t>> shaders;            // by type and id: tokens
+    std::array<uint32_t, 3> bound_shaders{};                                           // by type
     std::map<std::pair<uint32_t, uint32_t>, std::array<uint32_t, 5>> shader_constants; // by type, register
     occlusion_query query;
 };

@@ -14,20 +14,20 @@ struct color {
 };
 
 enum class format_kind : uint8_t {
-    none,        // no such format
-    color,       // decodes to a colour, encodes from one
-    depth,       // a depth value, with or without stencil
-    bytes,       // BUFFER: vertices, indices, anything
-    opaque,      // stored and copied, but neither sampled nor drawn to
+    none,   // no such format
+    color,  // decodes to a colour, encodes from one
+    depth,  // a depth value, with or without stencil
+    bytes,  // BUFFER: vertices, indices, anything
+    opaque, // stored and copied, but neither sampled nor drawn to
 };
 
 struct format_info {
     format_kind kind = format_kind::none;
-    uint8_t block_bytes = 0;         // bytes of a block; 0 only for none
-    uint8_t block_width = 1;         // texels
+    uint8_t block_bytes = 0; // bytes of a block; 0 only for none
+    uint8_t block_width = 1; // texels
     uint8_t block_height = 1;
-    bool target = false;             // can be a colour target
-    bool normalized = true;          // channels lie in 0..1 (colours are clamped when encoded)
+    bool target = false;    // can be a colour target
+    bool normalized = true; // channels lie in 0..1 (colours are clamped when encoded)
     // Reads the texel at this address / writes one; null where the kind has no colours, and decode also
     // for compressed formats.
     color (*decode)(const std::byte* texel) = nullptr;

@@ -23,17 +23,17 @@
 namespace kalix::device {
 
 struct image {
-    uint32_t width = 0, height = 0, depth = 0;     // texels
-    uint32_t row_bytes = 0;                        // from one row of blocks to the next
-    uint64_t slice_bytes = 0;                      // from one slice to the next
-    uint64_t offset = 0;                           // in the surface's memory
+    uint32_t width = 0, height = 0, depth = 0; // texels
+    uint32_t row_bytes = 0;                    // from one row of blocks to the next
+    uint64_t slice_bytes = 0;                  // from one slice to the next
+    uint64_t offset = 0;                       // in the surface's memory
 };
 
 struct surface {
     uint32_t sid = 0, flags = 0, format = 0;
     std::array<uint32_t, SVGA3D_FACES> mip_levels{};
-    std::vector<image> images;                     // face by face, level by level
-    uint64_t bytes = 0;                            // of all images
+    std::vector<image> images; // face by face, level by level
+    uint64_t bytes = 0;        // of all images
     std::unique_ptr<std::byte[], void (*)(void*)> memory{nullptr, nullptr};
 };
 
@@ -44,7 +44,7 @@ struct image_view {
     uint32_t width = 0, height = 0, depth = 0;
     uint32_t row_bytes = 0;
     uint64_t slice_bytes = 0;
-    std::byte* bytes = nullptr;                    // null: no such image
+    std::byte* bytes = nullptr; // null: no such image
 
     explicit operator bool() const { return bytes != nullptr; }
     // Address of a texel of an uncompressed image; the caller keeps x, y, z inside.
@@ -74,7 +74,7 @@ public:
 private:
     bool give_memory(surface& to);
 
-    uint64_t memory_limit_;                        // bytes
+    uint64_t memory_limit_; // bytes
     uint64_t memory_used_ = 0;
     std::unordered_map<uint32_t, surface> surfaces_;
 };

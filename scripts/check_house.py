@@ -1,0 +1,55 @@
+#!/usr/bin/env python3
+"""Checks that includes follow the arrows between rooms, and that macros stay in their two headers."""
+import re
+import subprocess
+import sys
+
+DEVICE_LIBRARY = "hardware/gpu/vmware_svga/lib/"
+DRIVER = "hardware/gpu/vmware_svga/gpu/kalix/"
+FACE = [DEVICE_LIBRARY + name for name in ("svga.h", "svga3d.h", "svga_regs.h")]
+
+# Room by path prefix (the first that fits), and the prefixes that it may include besides itself and base/.
+ROOMS = [
+    (DRIVER, ["platform/", *FACE, "kalix/protocol.h", "kalix/svga3d_types.h"]),
+    (DEVICE_LIBRARY + "guest/", [*FACE, DEVICE_LIBRARY + "bus/", "kalix/svga3d_types.h"]),
+    (DEVICE_LIBRARY + "device/", [DEVICE_LIBRARY + "bus/", DEVICE_LIBRARY + "svga_regs.h", "kalix/svga3d_types.h",
+                                  "kalix/screen.h", "kalix/rundir.h"]),
+    (DEVICE_LIBRARY + "bus/", [DEVICE_LIBRARY + "svga_regs.h"]),
+    (DEVICE_LIBRARY, [*FACE, "kalix/svga3d_types.h"]),
+    ("platform/", ["kalix/protocol.h", "kalix/rundir.h"]),
+    ("client/", ["kalix/"]),
+    ("tools/", ["kalix/"]),
+    ("include/kalix/", ["kalix/"]),
+    ("base/", []),
+]
+MACRO_HEADERS = {"base/lock.h", DRIVER + "assert.h"}
+INCLUDE = re.compile(r'^\s*#\s*include\s+["<]([^">]+)[">]')
+OURS = ("hardware/", "platform/", "client/", "tools/", "base/", "kalix/")
+
+
+def problems_of(path, room, allowed):
+    with open(path, encoding="utf-8") as lines:
+        for number, line in enumerate(lines, 1):
+            if re.match(r"\s*#\s*define\b", line) and path not in MACRO_HEADERS:
+                yield f"{path}:{number}: a macro"
+            found = INCLUDE.match(line)
+            name = found.group(1) if found else ""
+            if name.startswith(OURS) and not name.startswith((room, "base/", *allowed)):
+                yield f"{path}:{number}: {name} is not this room's to include"
+
+
+def main():
+    files = subprocess.run(["git", "ls-files", "*.h", "*.hpp", "*.cpp", "*.c"], check=True, capture_output=True,
+                           text=True).stdout.split()
+    problems = []
+    for path in files:
+        for room, allowed in ROOMS:
+            if path.startswith(room):
+                problems += problems_of(path, room, allowed)
+                break
+    print("\n".join(problems) or "lint: every include follows the arrows", file=sys.stderr if problems else sys.stdout)
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,193 @@
+// Each container beside the plainest thing that could be right.
+
+#include "tests/unit/driver/support.h"
+
+#include <algorithm>
+#include <list>
+#include <set>
+
+namespace kalix::test {
+namespace {
+
+std::vector<uintptr_t> contents(const linkedlist* list)
+{
+    std::vector<uintptr_t> out;
+    for (const linkedlist_node* node = list->head; node; node = node->next)
+        out.push_back(node->data);
+    return out;
+}
+
+TEST_F(driver_test, LinkedListWalksLikeAList)
+{
+    std::mt19937 random{test_seed()};
+    linkedlist* const list = linkedlist_create();
+    std::list<uintptr_t> model;
+    for (int step = 0; step < 5000; ++step) {
+        const uintptr_t value = below(random, 6); // 0 is refused
+        switch (below(random, 5)) {
+        case 0:
+        case 1:
+            ASSERT_EQ(linkedlist_insert_tail(list, value), value == 0) << test_seed() << " step " << step;
+            if (value != 0)
+                model.push_back(value);
+            break;
+        case 2: {
+            const auto at = std::ranges::find(model, value);
+            ASSERT_EQ(linkedlist_remove(list, value), at == model.end()) << test_seed() << " step " << step;
+            if (at != model.end())
+                model.erase(at);
+            break;
+        }
+        case 3:
+            ASSERT_EQ(linkedlist_pop_first(list), model.empty() ? 0 : model.front());
+            if (!model.empty())
+                model.pop_front();
+            break;
+        default:
+            fail_allocation(1);
+            ASSERT_EQ(linkedlist_insert_tail(list, 9), 1);
+        }
+        ASSERT_EQ(contents(list), std::vector(model.begin(), model.end())) << test_seed() << " step " << step;
+        ASSERT_EQ(list->count, static_cast<int32_t>(model.size()));
+        ASSERT_EQ(linkedlist_is_empty(list), model.empty());
+        ASSERT_EQ(list->tail ? list->tail->data : 0, model.empty() ? 0 : model.back());
+    }
+    linkedlist_destroy(list);
+    linkedlist_destroy(nullptr);
+    EXPECT_EQ(linkedlist_is_empty(nullptr), 0);
+    EXPECT_EQ(linkedlist_insert_tail(nullptr, 1), 1);
+}
+
+std::vector<void*> walk(const hashtable* table)
+{
+    hashtable_iterator* const at = hashtable_iterator_create();
+    std::vector<void*> out;
+    while (void* const value = hashtable_iterate(table, at))
+        out.push_back(value);
+    EXPECT_EQ(hashtable_iterate(table, at), nullptr);
+    hashtable_iterator_destroy(at);
+    return out;
+}
+
+hashtable* drained;
+std::map<void*, uint32_t> drained_keys;
+
+TEST_F(driver_test, HashTableWalksLikeBucketsOfPairs)
+{
+    std::mt19937 random{test_seed()};
+    for (const int32_t size : {1, 3, 128}) {
+        hashtable* const table = hashtable_create(size);
+        std::vector<std::vector<std::pair<uint32_t, void*>>> model(static_cast<size_t>(size));
+        std::vector<char> values(3000);
+        for (size_t step = 0; step < values.size(); ++step) {
+            const uint32_t key = below(random, 40);
+            auto& bucket = model[key % static_cast<uint32_t>(size)];
+            const auto at = std::ranges::find(bucket, key, &std::pair<uint32_t, void*>::first);
+            if (below(random, 2)) {
+                ASSERT_EQ(hashtable_insert(table, key, &values[step]), 0);
+                bucket.emplace_back(key, &values[step]);
+            } else {
+                ASSERT_EQ(hashtable_remove(table, key), at == bucket.end()) << test_seed() << " step " << step;
+                if (at != bucket.end())
+                    bucket.erase(at);
+            }
+            const auto first = std::ranges::find(bucket, key, &std::pair<uint32_t, void*>::first);
+            ASSERT_EQ(hashtable_get(table, key), first == bucket.end() ? nullptr : first->second);
+        }
+        std::vector<void*> all;
+        drained_keys.clear();
+        for (const auto& bucket : model)
+            for (const auto& [key, value] : bucket) {
+                all.push_back(value);
+                drained_keys[value] = key;
+            }
+        EXPECT_EQ(walk(table), all) << test_seed();
+        EXPECT_EQ(table->count, static_cast<int32_t>(all.size()));
+        drained = table;
+        hashtable_destroy(table, [](void* value) {
+            EXPECT_EQ(drained_keys.count(value), 1u);
+            hashtable_remove(drained, drained_keys[value]);
+            drained_keys.erase(value);
+        });
+        EXPECT_TRUE(drained_keys.empty());
+    }
+}
+
+TEST_F(driver_test, HashTableLeavesNothingBehindWithoutMemory)
+{
+    for (int nth = 1;; ++nth) {
+        fail_allocation(nth);
+        hashtable* const table = hashtable_create(4);
+        fail_allocation(0);
+        if (table) {
+            hashtable_destroy(table, nullptr);
+            break;
+        }
+        ASSERT_LT(nth, 20);
+    }
+    hashtable* const table = hashtable_create(1);
+    int value = 0;
+    for (const int nth : {1, 2}) {
+        fail_allocation(nth);
+        EXPECT_EQ(hashtable_insert(table, 1, &value), 1);
+        EXPECT_EQ(table->count, 0);
+        EXPECT_EQ(hashtable_get(table, 1), nullptr);
+    }
+    EXPECT_EQ(hashtable_insert(table, 1, nullptr), 1);
+    hashtable_destroy(table, nullptr);
+    EXPECT_EQ(hashtable_create(0), nullptr);
+    EXPECT_EQ(hashtable_is_empty(nullptr), 1);
+}
+
+uint32_t lowest_gap(const std::set<uint32_t>& in_use, uint32_t capacity)
+{
+    for (uint32_t id = 1; id <= capacity; ++id)
+        if (!in_use.contains(id))
+            return id;
+    return 0;
+}
+
+TEST_F(driver_test, IdPoolWalksLikeASetOfIds)
+{
+    for (const uint32_t capacity : {1u, 8u, 32u, 33u, 246u}) {
+        SCOPED_TRACE(testing::Message() << "capacity " << capacity << ", seed " << test_seed());
+        std::mt19937 random{test_seed()};
+        id_pool pool;
+        id_init_pool(&pool, capacity);
+        std::set<uint32_t> in_use;
+        for (int step = 0; step < 5000; ++step) {
+            const uint32_t id = below(random, capacity + 3); // 0 and beyond the capacity too
+            switch (below(random, 4)) {
+            case 0:
+                id_release(&pool, id);
+                in_use.erase(id);
+                break;
+            case 1:
+                id_take(&pool, id);
+                if (id >= 1 && id <= capacity)
+                    in_use.insert(id);
+                break;
+            default: {
+                const uint32_t expected = lowest_gap(in_use, capacity);
+                ASSERT_EQ(id_get(&pool), expected) << "step " << step;
+                if (expected != 0)
+                    in_use.insert(expected);
+            }
+            }
+            ASSERT_EQ(pool.usecount, in_use.size()) << "step " << step;
+        }
+        while (id_get(&pool) != 0) {
+        }
+        EXPECT_TRUE(take_lines().empty());
+        pool.usecount = 0; // an inconsistency that only a fault could make
+        if (capacity == 32) {
+            EXPECT_EQ(id_get(&pool), 0u);
+            EXPECT_EQ(take_lines(), std::vector<std::string>{"2 kalix: id_get: usecount is invalid!"});
+        }
+        id_destroy_pool(&pool);
+        EXPECT_EQ(id_get(&pool), 0u);
+    }
+}
+
+} // namespace
+} // namespace kalix::test

@@ -1,0 +1,352 @@
+#include "hardware/gpu/vmware_svga/lib/svga.h"
+#include "hardware/gpu/vmware_svga/lib/svga3d.h"
+#include "platform/channel.h"
+#include "platform/log.h"
+#include "platform/process.h"
+#include "platform/shared_memory.h"
+#include "tests/unit/driver/support.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+namespace kalix::test {
+namespace {
+
+world* current;
+int allocations_left = -1; // before one fails; -1: none will
+bool failures_last;
+
+void note(int severity, const char* format, va_list list)
+{
+    char text[1024];
+    std::vsnprintf(text, sizeof text, format, list);
+    here().lines.push_back(std::to_string(severity) + " " + text);
+}
+
+bool allocation_fails()
+{
+    if (allocations_left < 0)
+        return false;
+    if (allocations_left > 0) {
+        --allocations_left;
+        return false;
+    }
+    if (!failures_last)
+        allocations_left = -1;
+    return true;
+}
+
+} // namespace
+
+world& here()
+{
+    return *current;
+}
+
+void set_world(world* to)
+{
+    current = to;
+}
+
+void fail_allocation(int nth, bool lasting)
+{
+    allocations_left = nth - 1;
+    failures_last = lasting;
+}
+
+} // namespace kalix::test
+
+// NOLINTBEGIN: the replaceable functions, which the driver's own allocations go through
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return kalix::test::allocation_fails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
+{
+    return operator new(size, tag);
+}
+void* operator new(std::size_t size)
+{
+    if (void* const memory = std::malloc(size == 0 ? 1 : size))
+        return memory;
+    std::abort();
+}
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+// NOLINTEND
+
+namespace kalix::platform {
+
+using test::here;
+
+void slogf(int, int severity, const char* format, ...)
+{
+    va_list list;
+    va_start(list, format);
+    test::note(severity, format, list);
+    va_end(list);
+}
+
+void slogf_always(int, int severity, const char* format, ...)
+{
+    va_list list;
+    va_start(list, format);
+    std::fprintf(stderr, "%d ", severity);
+    std::vfprintf(stderr, format, list);
+    va_end(list);
+}
+
+name_attach_t* name_attach(void*, const char*, unsigned)
+{
+    static name_attach_t attached{7};
+    return here().refuse_attach ? nullptr : &attached;
+}
+
+int32_t ConnectAttach(uint32_t, int32_t, int32_t, uint32_t, int)
+{
+    errno = EAGAIN;
+    return here().refuse_self_connection ? -1 : 1;
+}
+
+int32_t MsgReceivev(int32_t, std::span<const std::span<std::byte>> parts, _msg_info* info)
+{
+    if (here().incoming.empty()) {
+        test::fail_allocation(1); // ends the message loop
+        errno = EINTR;
+        return -1;
+    }
+    const test::received next = here().incoming.front();
+    here().incoming.pop_front();
+    std::memcpy(parts[0].data(), next.message.data(), std::min(parts[0].size(), next.message.size()));
+    *info = next.info;
+    if (next.rcvid > 0)
+        here().messages[next.rcvid] = next.message;
+    return next.rcvid;
+}
+
+int64_t MsgRead(int32_t rcvid, std::span<std::byte> buffer, uint64_t offset)
+{
+    const test::bytes& message = here().messages[rcvid];
+    const size_t count = offset < message.size() ? std::min(buffer.size(), message.size() - offset) : 0;
+    if (count != 0)
+        std::memcpy(buffer.data(), message.data() + offset, count);
+    return static_cast<int64_t>(count);
+}
+
+int64_t MsgReadv(int32_t rcvid, std::span<const std::span<std::byte>> parts, uint64_t offset)
+{
+    return MsgRead(rcvid, parts[0], offset);
+}
+
+int MsgReply(int32_t rcvid, int32_t status, std::span<const std::byte> data)
+{
+    here().answers[rcvid] = {false, status, {data.begin(), data.end()}};
+    return 0;
+}
+
+int MsgError(int32_t rcvid, int error)
+{
+    here().answers[rcvid] = {true, error, {}};
+    return 0;
+}
+
+sender_scope::sender_scope(const _msg_info&) {}
+sender_scope::~sender_scope() = default;
+
+int32_t shm_open(const char* name, unsigned flags, unsigned)
+{
+    if (!(flags & open_create) && !here().objects.contains(name)) {
+        errno = ENOENT;
+        return -1;
+    }
+    here().objects[name];
+    int32_t fd = 100;
+    while (here().open_objects.contains(fd))
+        ++fd;
+    here().open_objects[fd] = name;
+    return fd;
+}
+
+int shm_unlink(const char* name)
+{
+    here().unlinked.emplace_back(name);
+    return 0;
+}
+
+int ftruncate(int32_t fd, int64_t size)
+{
+    here().objects[here().open_objects[fd]].resize(static_cast<size_t>(size));
+    return 0;
+}
+
+int close(int32_t fd)
+{
+    return here().open_objects.erase(fd) == 1 ? 0 : -1;
+}
+
+void* mmap(std::size_t size, unsigned, int32_t fd)
+{
+    test::bytes& object = here().objects[here().open_objects[fd]];
+    if (here().refuse_map || size > object.size())
+        return nullptr;
+    ++here().mappings;
+    return object.data();
+}
+
+int munmap(void*, std::size_t)
+{
+    --here().mappings;
+    return 0;
+}
+
+std::size_t getpagesize()
+{
+    return 4096;
+}
+
+int mem_offset(const void* address, uint64_t* physical)
+{
+    *physical = here().physical ? here().physical(address) : reinterpret_cast<uintptr_t>(address);
+    return *physical == ~uint64_t{0} ? -1 : 0;
+}
+
+int procmgr_daemon(int, unsigned)
+{
+    return 0;
+}
+int ThreadCtl(int, void*)
+{
+    return 0;
+}
+uint32_t own_user()
+{
+    return here().own_uid;
+}
+void process_begin(void (*)()) {}
+void process_exit(int status)
+{
+    std::_Exit(status);
+}
+int pthread_create(thread_id* thread, void* (*)(void*), void*)
+{
+    *thread = 1;
+    return 0;
+}
+int pthread_setname_np(thread_id, const char* name)
+{
+    here().lines.push_back(std::string{"thread "} + name);
+    return 0;
+}
+
+struct semaphore::state {
+    int count = 0;
+};
+semaphore::semaphore() : state_{new state} {}
+semaphore::~semaphore()
+{
+    delete state_;
+}
+void semaphore::post()
+{
+    ++state_->count;
+}
+void semaphore::wait()
+{
+    --state_->count;
+}
+
+void sleep_us(uint64_t microseconds)
+{
+    here().slept_us += microseconds;
+}
+void* dlopen(const char*, int)
+{
+    static int library;
+    return here().refuse_device ? nullptr : &library;
+}
+const char* dlerror()
+{
+    return "no such library";
+}
+int dlclose(void*)
+{
+    return 0;
+}
+
+} // namespace kalix::platform
+
+using kalix::test::here;
+
+void SVGA_SetLogFunction(svga_log_function) {}
+svga_device* SVGA_Init()
+{
+    svga_device& device = here().device;
+    device.fifo = here().fifo.data();
+    device.framebuffer = here().framebuffer.data();
+    device.fb_bytes = static_cast<uint32_t>(here().framebuffer.size());
+    device.fb_physical = SVGA_FRAMEBUFFER_BASE;
+    return &device;
+}
+void SVGA_Disable() {}
+int SVGA3D_Init()
+{
+    return 0;
+}
+uint32_t SVGA_ReadReg(uint32_t index)
+{
+    return index == SVGA_REG_GMR_MAX_IDS ? 5 : 0;
+}
+void SVGA_WriteReg(uint32_t index, uint32_t value)
+{
+    here().register_writes.emplace_back(index, value);
+}
+void* SVGA_FIFOReserve(uint32_t count)
+{
+    if (count > SVGA_FIFO_RESERVATION_MAX || here().reservations_left == 0)
+        return nullptr;
+    if (here().reservations_left > 0)
+        --here().reservations_left;
+    here().reservation.assign(count, std::byte{0});
+    return here().reservation.data();
+}
+void SVGA_FIFOCommit(uint32_t count)
+{
+    here().stream.insert(here().stream.end(), here().reservation.begin(), here().reservation.begin() + count);
+}
+void SVGA_FIFOCommitAll()
+{
+    SVGA_FIFOCommit(static_cast<uint32_t>(here().reservation.size()));
+}
+uint32_t SVGA_InsertFence()
+{
+    return ++here().fence;
+}
+void SVGA_SyncToFence(uint32_t seqno)
+{
+    here().waited.push_back(seqno);
+    here().fifo[SVGA_FIFO_FENCE] = seqno;
+    if (here().on_wait)
+        here().on_wait();
+}

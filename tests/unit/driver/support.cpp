@@ -1,0 +1,154 @@
+#include "tests/unit/driver/support.h"
+
+#include "hardware/gpu/vmware_svga/gpu/kalix/startup.h"
+
+#include <kalix/svga3d_types.h>
+
+namespace kalix::test {
+
+void set_world(world* to);
+
+namespace {
+
+mutex device_lock;
+int32_t next_rcvid;
+
+} // namespace
+
+bytes words(std::initializer_list<uint32_t> list)
+{
+    bytes out(list.size() * 4);
+    std::memcpy(out.data(), std::data(list), out.size());
+    return out;
+}
+
+std::vector<uint32_t> words_of(const bytes& from)
+{
+    std::vector<uint32_t> out(from.size() / 4);
+    std::memcpy(out.data(), from.data(), out.size() * 4);
+    return out;
+}
+
+void driver_test::SetUp()
+{
+    set_world(new world);
+    reset_globals();
+    here().device.capabilities = SVGA_CAP_GMR2 | SVGA_CAP_EXTENDED_FIFO;
+    here().device.zoom = 1;
+    next_rcvid = 1;
+    _globals.settings.max_delay_us = 1000;
+    ASSERT_EQ(kalix_init(&device_lock), 0);
+    take_lines();
+    take_stream();
+    here().waited.clear();
+}
+
+void driver_test::TearDown()
+{
+    fail_allocation(0);
+    here().reservations_left = -1;
+    for (uint32_t client = 1; client < 16; ++client)
+        disconnect(client);
+    for (hashtable* table : _globals.resource_tables) {
+        EXPECT_TRUE(hashtable_is_empty(table));
+        hashtable_destroy(table, nullptr);
+    }
+    {
+        hold lock{_globals.client_lock};
+        EXPECT_TRUE(hashtable_is_empty(_globals.client_table));
+        hashtable_destroy(_globals.client_table, nullptr);
+    }
+    EXPECT_TRUE(hashtable_is_empty(_globals.handed_out_sids));
+    hashtable_destroy(_globals.handed_out_sids, nullptr);
+    hold lock{_globals.work_lock};
+    linkedlist_destroy(_globals.work_queue);
+    std::free(_globals.dirty_gmr_buffer);
+    for (id_pool* pool : {&_globals.surface_ids, &_globals.dma_ids, &_globals.context_ids, &_globals.overlay_ids})
+        id_destroy_pool(pool);
+    world* const ended = &here();
+    EXPECT_TRUE(ended->open_objects.empty());
+    EXPECT_EQ(ended->mappings, 0);
+    set_world(nullptr);
+    delete ended;
+}
+
+answer driver_test::request(uint32_t client, int32_t command, const bytes& payload, const bytes& behind)
+{
+    const kalix_request_header header{KALIX_REQUEST_MAGIC, command, static_cast<int32_t>(payload.size())};
+    bytes message = bytes_of(header);
+    message.insert(message.end(), payload.begin(), payload.end());
+    message.insert(message.end(), behind.begin(), behind.end());
+    const workitem item{header.magic,
+                        command,
+                        header.payload_length,
+                        next_rcvid++,
+                        {1000 + client, client / 8, client, static_cast<uint32_t>(message.size())}};
+    here().messages[item.rcvid] = message;
+    dispatch(item);
+    return here().answers[item.rcvid];
+}
+
+void driver_test::disconnect(uint32_t client)
+{
+    dispatch({KALIX_REQUEST_MAGIC, KALIX_DISCONNECT, 0, 0, {0, 0, client, 0}});
+}
+
+uint32_t driver_test::define_context(uint32_t client)
+{
+    const answer got = request(client, KALIX_CONTEXT_DEFINE, words({0, 0}));
+    EXPECT_EQ(got.value, 0);
+    return record_of<context_define_req>(got.data).cid;
+}
+
+int32_t driver_test::define_surface(uint32_t client, uint32_t sid, uint32_t width, uint32_t height, uint32_t format,
+                                    uint32_t shared)
+{
+    surface_define_req req{};
+    req.flags = SVGA3D_SURFACE_HINT_TEXTURE;
+    req.format = format;
+    req.mip_levels[0] = 1;
+    req.sizes_offset_low = sizeof(kalix_request_header) + sizeof req;
+    req.shared = shared;
+    req.sid = sid;
+    const answer got = request(client, KALIX_SURFACE_DEFINE, bytes_of(req), words({width, height, 1, 0}));
+    return got.value == 0 ? static_cast<int32_t>(record_of<uint32_t>(got.data)) : got.value;
+}
+
+bytes& driver_test::command_buffer(uint32_t client, uint32_t number, const bytes& commands)
+{
+    bytes& object = here().objects["/execbuf_" + std::to_string(1000 + client) + "_" + std::to_string(number)];
+    object.resize(KALIX_COMMAND_BUFFER_BYTES); // grows once; a mapping of it stays good
+    std::copy(commands.begin(), commands.end(), object.begin());
+    return object;
+}
+
+answer driver_test::execute(uint32_t client, uint32_t number, uint32_t byte_count, uint32_t delay_us)
+{
+    return request(client, KALIX_EXECBUF, bytes_of(execbuf_req{number, byte_count, delay_us, {}}));
+}
+
+std::vector<std::string> driver_test::take_lines()
+{
+    return std::exchange(here().lines, {});
+}
+
+std::vector<uint32_t> driver_test::take_stream()
+{
+    return words_of(std::exchange(here().stream, {}));
+}
+
+uint32_t test_seed()
+{
+    static const uint32_t seed = [] {
+        const char* const given = std::getenv("TEST_SEED");
+        return given ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
+    }();
+    return seed;
+}
+
+uint32_t below(std::mt19937& random, uint32_t limit)
+{
+    return static_cast<uint32_t>(random() % limit);
+}
+
+} // namespace kalix::test

@@ -1,0 +1,108 @@
+// The driver on a fake platform and a fake device: what it is given, and all that it did.
+//
+// The fakes stand in for every platform call and every SVGA_ function; the 3D builders are the real ones. One
+// world at a time: driver_test makes it, brings the driver up in it, and takes it down.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/gpu/kalix/dispatch.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/resource.h"
+
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kalix::test {
+
+using bytes = std::vector<std::byte>;
+
+struct answer {
+    bool is_error = false; // value is an error number, else a status
+    int32_t value = 0;
+    bytes data;
+};
+
+struct received {      // what the fake MsgReceivev hands out
+    int32_t rcvid = 0; // 0: a pulse
+    platform::_msg_info info{};
+    bytes message;
+};
+
+struct world {
+    std::vector<std::string> lines;    // "2 kalix: ...": severity and text
+    std::map<int32_t, bytes> messages; // by receive id
+    std::map<int32_t, answer> answers;
+    std::deque<received> incoming;
+    std::map<std::string, bytes> objects;        // shared memory by name
+    std::map<int32_t, std::string> open_objects; // by descriptor
+    int mappings = 0;
+    std::vector<std::string> unlinked;
+    std::function<uint64_t(const void*)> physical; // identity when empty
+    bool refuse_map = false, refuse_attach = false, refuse_device = false, refuse_self_connection = false;
+    uint64_t slept_us = 0;
+    uint32_t own_uid = 0;
+
+    bytes stream; // what was committed to the FIFO
+    bytes reservation;
+    int reservations_left = -1; // before they are refused; -1: never
+    std::vector<uint32_t> fifo = std::vector<uint32_t>(4096);
+    uint32_t fence = 0;
+    std::vector<uint32_t> waited; // fences waited for
+    std::vector<std::pair<uint32_t, uint32_t>> register_writes;
+    std::vector<uint8_t> framebuffer = std::vector<uint8_t>(1 << 20);
+    svga_device device{};
+    std::function<void()> on_wait; // the device's work while a fence is awaited
+};
+
+world& here();
+
+// Fails the nth allocation from now (1: the next), and all after it when lasting; 0 stops.
+void fail_allocation(int nth, bool lasting = false);
+
+template <typename record>
+bytes bytes_of(const record& from)
+{
+    const auto* const at = reinterpret_cast<const std::byte*>(&from);
+    return {at, at + sizeof from};
+}
+template <typename record>
+record record_of(const bytes& from)
+{
+    record to{};
+    std::memcpy(&to, from.data(), std::min(sizeof to, from.size()));
+    return to;
+}
+bytes words(std::initializer_list<uint32_t> list);
+std::vector<uint32_t> words_of(const bytes& from);
+
+class driver_test : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Sends a request of a client (its connection id; its process id is 1000 more) and returns its answer.
+    answer request(uint32_t client, int32_t command, const bytes& payload, const bytes& behind = {});
+    void disconnect(uint32_t client);
+
+    uint32_t define_context(uint32_t client);
+    // A surface of one level, or the status when it is refused.
+    int32_t define_surface(uint32_t client, uint32_t sid = 0, uint32_t width = 4, uint32_t height = 4,
+                           uint32_t format = 2, uint32_t shared = 0);
+    // The shared object of a client's command buffer, filled.
+    bytes& command_buffer(uint32_t client, uint32_t number, const bytes& commands);
+    answer execute(uint32_t client, uint32_t number, uint32_t byte_count, uint32_t delay_us = 0);
+
+    // The lines since the last call.
+    std::vector<std::string> take_lines();
+    std::vector<uint32_t> take_stream();
+};
+
+uint32_t test_seed();
+uint32_t below(std::mt19937& random, uint32_t limit);
+
+} // namespace kalix::test

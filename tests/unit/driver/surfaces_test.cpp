@@ -1,0 +1,296 @@
+// Surfaces, their ids, sharing, and readback into memory of their clients.
+
+#include "tests/unit/driver/support.h"
+
+#include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
+
+#include <kalix/svga3d_types.h>
+
+namespace kalix::test {
+namespace {
+
+constexpr char in_use[] = "2 kalix: vmw_surface_define_ioctl: requesting surface sid (%d) already in use!";
+
+std::string in_use_line(int32_t sid)
+{
+    char line[160];
+    std::snprintf(line, sizeof line, in_use, sid);
+    return line;
+}
+
+TEST_F(driver_test, DefiningSendsTheSizesAsTheyCame)
+{
+    surface_define_req req{0x20, 2, {2, 0, 0, 0, 0, 1}, 12 + 52 + 4, 0, 9, 0, 0};
+    const bytes list = words({0, 8, 4, 1, 99, 4, 2, 1, 99, 7, 7}); // the third entry is cut short
+    const answer got = request(1, KALIX_SURFACE_DEFINE, bytes_of(req), list);
+    EXPECT_EQ(got.value, 0);
+    EXPECT_EQ(words_of(got.data), (std::vector<uint32_t>{1, 2}));
+    EXPECT_EQ(take_stream(),
+              (std::vector<uint32_t>{1040, 72, 1, 0x20, 2, 2, 0, 0, 0, 0, 1, 8, 4, 1, 4, 2, 1, 7, 7, 0}));
+    req.sizes_offset_high = ~0u; // nothing there: all sizes are zero
+    EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req), list).value, 0);
+    EXPECT_EQ(take_stream().back(), 0u);
+}
+
+TEST_F(driver_test, MipCountsAreBounded)
+{
+    surface_define_req req{0, 2, {24, 24, 24, 24, 24, 24}, 64, 0, 0, 0, 0};
+    EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req)).value, 0);
+    req.mip_levels[3] = 25;
+    EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req)).value, -22);
+    req.mip_levels[0] = req.mip_levels[1] = 0x80000000; // a sum that wraps
+    EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req)).value, -22);
+    EXPECT_EQ(define_surface(1), 2); // refused ones gave their sid back
+}
+
+TEST_F(driver_test, BrokenMipmapsLeaveTheTopLevelOfTextures)
+{
+    _globals.mipmap_dma_failed = 1;
+    struct level_row {
+        uint32_t flags, format, levels;
+    };
+    for (const level_row& row : {level_row{0x20, 2, 1}, {0x20, 1, 1}, {0x20, 3, 10}, {0, 2, 10}}) {
+        const surface_define_req req{row.flags, row.format, {10, 0, 0, 0, 0, 0}, 64, 0, 0, 0, 0};
+        take_stream();
+        EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req)).value, 0);
+        EXPECT_EQ(take_stream()[5], row.levels);
+    }
+}
+
+TEST_F(driver_test, SidsStayApart)
+{
+    for (const uint32_t reserved : {32747u, 32748u, 32751u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(define_surface(1, reserved), -22);
+        EXPECT_EQ(take_lines(), std::vector<std::string>{in_use_line(static_cast<int32_t>(reserved))});
+    }
+    EXPECT_EQ(define_surface(1, 1), 1); // a client's choice inside the pool's range
+    EXPECT_EQ(define_surface(2), 2);    // is not handed out
+    EXPECT_EQ(define_surface(2, 1), -22);
+    const uint32_t asked = record_of<uint32_t>(request(3, KALIX_ALLOC_SID, words({0, 0})).data);
+    EXPECT_EQ(asked, 3u);
+    EXPECT_EQ(define_surface(2, 3), -22); // is client 3's until it goes
+    EXPECT_EQ(define_surface(3, 3), 3);
+    request(3, KALIX_SURFACE_DESTROY, words({3}));
+    EXPECT_EQ(define_surface(2), 4); // still client 3's
+    EXPECT_EQ(define_surface(3, 3), 3);
+    // Surface 3 outlives the client that chose its sid; the pool passes over it.
+    EXPECT_EQ(request(2, KALIX_SURFACE_REFERENCE, words({3})).value, 0);
+    disconnect(3);
+    EXPECT_EQ(define_surface(2), 5);
+    EXPECT_EQ(define_surface(2, 3), -22);
+    EXPECT_EQ(request(2, KALIX_SURFACE_DESTROY, words({3})).value, 0);
+    EXPECT_EQ(define_surface(2), 3); // and gets it back when it dies
+}
+
+// Clients that choose, ask, share, drop and go at random: no two live surfaces ever share a sid, and at the
+// end the pool is whole.
+TEST_F(driver_test, SidsSurviveRandomClients)
+{
+    std::mt19937 random{test_seed()};
+    std::map<std::pair<uint32_t, uint32_t>, int> held; // by client and sid
+    for (int step = 0; step < 3000; ++step) {
+        SCOPED_TRACE(testing::Message() << "seed " << test_seed() << ", step " << step);
+        const uint32_t client = 1 + below(random, 4);
+        const uint32_t sid = 1 + below(random, 9);
+        const bool live = resource_get_global(RESOURCE_SURFACE, sid);
+        switch (below(random, 7)) {
+        case 0: {
+            const int32_t made = define_surface(client);
+            ASSERT_GT(made, 0);
+            for (uint32_t other = 1; other <= 4; ++other)
+                ASSERT_EQ(held[std::pair(other, static_cast<uint32_t>(made))], 0);
+            held[std::pair(client, static_cast<uint32_t>(made))] = 1;
+            break;
+        }
+        case 1: {
+            const int32_t made = define_surface(client, sid);
+            ASSERT_TRUE(made == -22 || (made == static_cast<int32_t>(sid) && !live));
+            if (made > 0)
+                held[std::pair(client, sid)] = 1;
+            break;
+        }
+        case 2:
+            if (step % 5 == 0)
+                request(client, KALIX_ALLOC_SID, words({0, 0}));
+            break;
+        case 3:
+            if (request(client, KALIX_SURFACE_REFERENCE, words({sid})).value == 0)
+                ++held[std::pair(client, sid)];
+            break;
+        case 4:
+            if (below(random, 4) == 0) {
+                disconnect(client);
+                for (auto& [key, count] : held)
+                    count = key.first == client ? 0 : count;
+            }
+            break;
+        default:
+            if (request(client, KALIX_SURFACE_DESTROY, words({sid})).value == 0)
+                --held[std::pair(client, sid)];
+        }
+    }
+    for (uint32_t client = 1; client <= 4; ++client)
+        disconnect(client);
+    EXPECT_EQ(_globals.surface_ids.usecount, 1u) << test_seed(); // the driver's own
+}
+
+TEST_F(driver_test, SharedSurfacesAndTheirReferences)
+{
+    EXPECT_EQ(define_surface(1, 0, 8, 8, 2, 1), 1);
+    EXPECT_EQ(define_surface(1, 0, 8, 8, 1, 1), 2);
+    EXPECT_EQ(_globals.shared_sid, 1u);
+    const answer got = request(2, KALIX_SURFACE_REFERENCE, bytes_of(surface_reference_req{1, 9, {9}, {5, 6}}));
+    EXPECT_EQ(words_of(got.data), (std::vector<uint32_t>{0x20, 2, 1, 0, 0, 0, 0, 0, 5, 6, 0, 0, 0, 0}));
+    EXPECT_EQ(_globals.shared_sid_client, client_get({1002, 0, 2, 0}));
+    EXPECT_EQ(request(2, KALIX_SURFACE_REFERENCE, words({0})).value, -2);
+    disconnect(3);
+    EXPECT_NE(_globals.shared_sid_client, nullptr);
+    disconnect(2);
+    EXPECT_EQ(_globals.shared_sid_client, nullptr);
+    _globals.settings.strict = true;
+    EXPECT_EQ(request(8, KALIX_SURFACE_REFERENCE, words({1})).value, -2); // client 8 is another user
+    EXPECT_EQ(request(3, KALIX_SURFACE_REFERENCE, words({1})).value, 0);
+    here().own_uid = 1;
+    EXPECT_EQ(request(8, KALIX_SURFACE_REFERENCE, words({1})).value, 0);
+}
+
+// ---- Readback -------------------------------------------------------------------------------------------
+
+constexpr uint32_t width = 6, height = 4;
+
+struct readback_row {
+    const char* name;
+    uint32_t x, y, w, h, pitch;
+    int32_t status;
+    bool invalid_rect;
+};
+
+class ReadbackTest : public driver_test {
+protected:
+    // A device that fills the dirty GMR with ascending bytes.
+    void SetUp() override
+    {
+        driver_test::SetUp();
+        here().on_wait = [] {
+            for (size_t i = 0; i < 4096; ++i)
+                _globals.dirty_gmr_base[i] = static_cast<std::byte>(i + 1);
+        };
+    }
+
+    int32_t read(const readback_row& row, uint32_t sid, bool shared_memory, uint64_t place, uint32_t size)
+    {
+        readback_req req{sid, row.x, row.y, row.w, row.h, row.pitch, 5, size, 0, place, shared_memory, {}};
+        return request(1, KALIX_READBACK, bytes_of(req)).value;
+    }
+};
+
+TEST_F(ReadbackTest, CopiesRowsToWhereTheyBelong)
+{
+    ASSERT_EQ(define_surface(1, 0, width, height), 1);
+    bytes& object = here().objects["/vm_svga:1001:5"];
+    object.assign(width * height * 4, std::byte{0});
+    take_stream();
+    const readback_row rows[] = {
+        {"whole", 0, 0, 6, 4, 24, 0, false},
+        {"part", 2, 1, 3, 2, 24, 0, false},
+        {"nothing", 6, 4, 0, 0, 24, 0, false},
+        {"pitch", 0, 0, 6, 4, 28, -22, false},
+        {"too wide", 3, 0, 4, 1, 24, -22, true},
+        {"too low", 0, 3, 1, 2, 24, -22, true},
+        {"wrapping", 1, 0, 0xFFFFFFFF, 1, 24, -22, true},
+    };
+    bool first = true;
+    for (const readback_row& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::ranges::fill(object, std::byte{0});
+        take_lines();
+        EXPECT_EQ(read(row, 1, true, 0, static_cast<uint32_t>(object.size())), row.status);
+        std::vector<std::string> lines;
+        if (first)
+            lines.emplace_back("2 kalix: shm_name: [/vm_svga:1001:5]");
+        if (row.invalid_rect)
+            lines.push_back("2 kalix: nebo_readback_surface: invalid readback rect x:" + std::to_string(row.x) +
+                            " y:" + std::to_string(row.y) + " w:" + std::to_string(static_cast<int>(row.w)) +
+                            " h:" + std::to_string(row.h) + " surface dim w:6 h:4");
+        EXPECT_EQ(take_lines(), lines);
+        first = false;
+        bytes expected(object.size());
+        uint8_t next = 1;
+        for (uint32_t y = row.y; row.status == 0 && y < row.y + row.h; ++y)
+            for (uint32_t x = row.x * 4; x < (row.x + row.w) * 4; ++x)
+                expected[y * row.pitch + x] = std::byte{next++};
+        EXPECT_EQ(object, expected);
+    }
+    const std::vector<uint32_t> dma = take_stream();
+    EXPECT_EQ(std::vector(dma.begin(), dma.begin() + 18),
+              (std::vector<uint32_t>{1044, 64, 0, 0, 24, 1, 0, 0, 2, 0, 0, 0, 6, 4, 1, 0, 0, 0}));
+    EXPECT_EQ(request(1, KALIX_SURFACE_DESTROY, words({1})).value, 0);
+    EXPECT_THAT(here().unlinked, testing::ElementsAre("/vm_svga:1001:5"));
+}
+
+TEST_F(ReadbackTest, StaysInsideItsDestination)
+{
+    ASSERT_EQ(define_surface(1, 0, width, height, 1), 1);
+    const readback_row whole{"", 0, 0, 6, 4, 24, 0, false};
+    const uint64_t end = here().framebuffer.size();
+    EXPECT_EQ(read(whole, 1, false, end - 96, 0), 0);
+    EXPECT_EQ(here().framebuffer[end - 1], 255); // X8R8G8B8 is made opaque
+    EXPECT_EQ(here().framebuffer[end - 2], 95);
+    EXPECT_EQ(read(whole, 1, false, end - 95, 0), -22);
+    EXPECT_EQ(read(whole, 1, false, ~uint64_t{0}, 0), -22);
+    here().objects["/vm_svga:1001:5"].resize(95);
+    EXPECT_EQ(read(whole, 1, true, 0, 95), -22);
+    EXPECT_EQ(read(whole, 9, true, 0, 95), -22);
+    EXPECT_EQ(take_lines().back(), "2 kalix: nebo_readback_surface: surface 9 is unknown");
+    ASSERT_EQ(define_surface(1, 0, 3000, 1), 2);
+    EXPECT_EQ(read({"", 2000, 0, 49, 1, 12000, 0, false}, 2, false, 0, 0), -22);
+    ASSERT_EQ(define_surface(1, 0, 2048, 2048, 41), 3); // 32 MiB, twice the dirty GMR
+    EXPECT_EQ(read({"", 0, 0, 2048, 2048, 16384, 0, false}, 3, false, 0, 0), -22);
+}
+
+TEST_F(ReadbackTest, HasNoDestinationWithoutAnObject)
+{
+    ASSERT_EQ(define_surface(1, 0, width, height), 1);
+    const readback_row whole{"", 0, 0, 6, 4, 24, 0, false};
+    const std::string unresolved =
+        "2 kalix: nebo_readback_surface: could not resolve destination address for surface readback";
+    const std::string name = "2 kalix: shm_name: [/vm_svga:1001:5]";
+    for (int i = 0; i < 2; ++i) { // a failed open is tried again
+        EXPECT_EQ(read(whole, 1, true, 0, 96), -12);
+        EXPECT_EQ(take_lines(), (std::vector{name, unresolved}));
+    }
+    here().objects["/vm_svga:1001:5"].resize(96);
+    here().refuse_map = true;
+    EXPECT_EQ(read(whole, 1, true, 0, 96), -12);
+    here().refuse_map = false;
+    take_lines();
+    EXPECT_EQ(read(whole, 1, true, 0, 96), -12); // a failed mapping is not
+    EXPECT_EQ(take_lines(), std::vector{unresolved});
+}
+
+TEST(Formats, BytesPerPixel)
+{
+    struct format_row {
+        uint32_t format, bytes;
+    };
+    for (const format_row& row : {format_row{0, 0},
+                                  {1, 4},
+                                  {3, 2},
+                                  {11, 1},
+                                  {15, 0},
+                                  {19, 0},
+                                  {23, 3},
+                                  {24, 2},
+                                  {25, 4},
+                                  {35, 2},
+                                  {36, 4},
+                                  {37, 0},
+                                  {41, 8},
+                                  {43, 4},
+                                  {44, 0},
+                                  {~0u, 0}})
+        EXPECT_EQ(format_to_bpp(row.format), row.bytes) << row.format;
+}
+
+} // namespace
+} // namespace kalix::test
