@@ -1,0 +1,172 @@
+// Which pixels primitives cover, exactly.
+
+#include "tests/unit/raster/scene.h"
+
+#include <algorithm>
+
+namespace kalix::device::test {
+namespace {
+
+struct quad_row {
+    float left, top, right, bottom;
+    uint32_t x0, y0, x1, y1; // pixels covered, the last ones not included
+};
+
+TEST_F(scene, QuadsFollowTheTopLeftRule)
+{
+    make_targets(16, 16);
+    const quad_row rows[] = {
+        {0, 0, 15, 15, 0, 0, 15, 15},   {2, 3, 5, 4, 2, 3, 5, 4},     {2.5f, 2.5f, 4.5f, 4.5f, 3, 3, 5, 5},
+        {1.01f, 1, 3, 3, 2, 1, 3, 3},   {1, 1, 3.01f, 3, 1, 1, 4, 3}, {1.001f, 1, 3, 3, 1, 1, 3, 3}, // rounds to 1
+        {-5, -5, 40, 40, 0, 0, 16, 16}, {3, 3, 3, 9, 0, 0, 0, 0},     {8, 8, 2, 2, 2, 2, 8, 8},
+    };
+    for (const quad_row& row : rows) {
+        clear();
+        ASSERT_EQ(quad(row.left, row.top, row.right, row.bottom), draw_result::done);
+        for (uint32_t y = 0; y < 16; ++y)
+            for (uint32_t x = 0; x < 16; ++x)
+                ASSERT_EQ(pixel(x, y) != 0, x >= row.x0 && x < row.x1 && y >= row.y0 && y < row.y1)
+                    << row.left << ' ' << row.top << " at " << x << ' ' << y;
+    }
+}
+
+// Additive blending counts how often a pixel is covered: a mesh that fills the target covers each once.
+TEST_F(scene, SharedEdgesCoverEachPixelOnce)
+{
+    std::mt19937 random{test_seed()};
+    make_targets(64, 64);
+    set(SVGA3D_RS_BLENDENABLE, 1);
+    set(SVGA3D_RS_SRCBLEND, SVGA3D_BLENDOP_ONE);
+    set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_ONE);
+    for (int round = 0; round < 40; ++round) {
+        clear();
+        // A grid whose inner corners are moved at random, each cell cut along a random diagonal.
+        corner at[9][9];
+        for (int j = 0; j < 9; ++j)
+            for (int i = 0; i < 9; ++i) {
+                const auto moved = [&random](int place) {
+                    const float shift = place > 0 && place < 8 ? static_cast<float>(random() % 1200) / 256.0f : 0;
+                    return place == 0 ? -1.0f : static_cast<float>(place) * 8.0f + shift;
+                };
+                at[j][i] = {moved(i), moved(j)};
+                at[j][i].diffuse = 0x01010101;
+            }
+        std::vector<corner> triangles;
+        for (int j = 0; j < 8; ++j)
+            for (int i = 0; i < 8; ++i) {
+                const corner a = at[j][i], b = at[j][i + 1], c = at[j + 1][i + 1], d = at[j + 1][i];
+                const auto cell = random() % 2 ? std::array{a, b, c, a, c, d} : std::array{a, b, d, b, c, d};
+                triangles.insert(triangles.end(), cell.begin(), cell.end());
+            }
+        ASSERT_EQ(draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 128, triangles), draw_result::done);
+        for (uint32_t y = 0; y < 64; ++y)
+            for (uint32_t x = 0; x < 64; ++x)
+                ASSERT_EQ(pixel(x, y), 0x01010101u)
+                    << "seed " << test_seed() << " round " << round << ' ' << x << ' ' << y;
+    }
+}
+
+TEST_F(scene, StripsAndFansCoverWhatListsDo)
+{
+    make_targets(16, 16);
+    const std::vector<corner> strip = {{1, 1}, {1, 9}, {8, 1}, {9, 9}, {14, 2}, {14, 10}};
+    std::vector<corner> list;
+    for (size_t i = 0; i + 2 < strip.size(); ++i)
+        list.insert(list.end(), {strip[i], strip[i + (i % 2 ? 2 : 1)], strip[i + (i % 2 ? 1 : 2)]});
+    set(SVGA3D_RS_CULLMODE, SVGA3D_FACE_FRONT); // the strip runs counter-clockwise: all or nothing
+    draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 4, list);
+    const std::vector<std::byte> expected(view(color_sid).bytes, view(color_sid).bytes + 16 * 16 * 4);
+    EXPECT_NE(pixel(3, 3), 0u);
+    clear();
+    draw(SVGA3D_PRIMITIVE_TRIANGLESTRIP, 4, strip);
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), view(color_sid).bytes));
+    clear();
+    set(SVGA3D_RS_CULLMODE, SVGA3D_FACE_BACK);
+    draw(SVGA3D_PRIMITIVE_TRIANGLESTRIP, 4, strip);
+    EXPECT_EQ(pixel(3, 3), 0u);
+    set(SVGA3D_RS_FRONTWINDING, SVGA3D_FRONTWINDING_CCW);
+    draw(SVGA3D_PRIMITIVE_TRIANGLESTRIP, 4, strip);
+    EXPECT_NE(pixel(3, 3), 0u);
+}
+
+TEST_F(scene, LinesAndPoints)
+{
+    make_targets(16, 16);
+    struct line_row {
+        corner from, to;
+        uint32_t last;
+        std::vector<std::pair<uint32_t, uint32_t>> pixels;
+    };
+    const line_row rows[] = {
+        {{1, 1}, {4, 1}, 0, {{1, 1}, {2, 1}, {3, 1}}},
+        {{1, 1}, {4, 1}, 1, {{1, 1}, {2, 1}, {3, 1}, {4, 1}}},
+        {{4, 4}, {1, 1}, 0, {{4, 4}, {3, 3}, {2, 2}}},
+        {{2, 2}, {3, 6}, 1, {{2, 2}, {2, 3}, {3, 4}, {3, 5}, {3, 6}}},
+        {{5, 5}, {5, 5}, 0, {}},
+        {{5, 5}, {5, 5}, 1, {{5, 5}}},
+        {{-3, 2}, {1, 2}, 0, {{0, 2}}},
+    };
+    const auto covered = [this] {
+        std::vector<std::pair<uint32_t, uint32_t>> out;
+        for (uint32_t y = 0; y < 16; ++y)
+            for (uint32_t x = 0; x < 16; ++x)
+                if (pixel(x, y) != 0)
+                    out.emplace_back(x, y);
+        return out;
+    };
+    for (const line_row& row : rows) {
+        clear();
+        set(SVGA3D_RS_LASTPIXEL, row.last);
+        draw(SVGA3D_PRIMITIVE_LINELIST, 1, {row.from, row.to});
+        auto expected = row.pixels;
+        std::ranges::sort(expected, {}, [](const auto& p) { return std::pair(p.second, p.first); });
+        EXPECT_EQ(covered(), expected) << row.from.x << ' ' << row.to.x;
+    }
+    clear();
+    set_float(SVGA3D_RS_POINTSIZE, 3);
+    draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{5, 5}});
+    EXPECT_EQ(covered().size(), 9u);
+    EXPECT_NE(pixel(4, 4), 0u);
+    clear();
+    set_float(SVGA3D_RS_POINTSIZE, 2);
+    draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{5, 5}}); // 4 <= px < 6
+    EXPECT_EQ(covered(), (std::vector<std::pair<uint32_t, uint32_t>>{{4, 4}, {5, 4}, {4, 5}, {5, 5}}));
+}
+
+// What clipping leaves of a triangle covers just the pixels of it that lie inside.
+TEST_F(scene, ClippingTakesAwayAndAddsNothing)
+{
+    std::mt19937 random{test_seed()};
+    make_targets(32, 32);
+    const auto real = [&random](float low, float high) {
+        return low + (high - low) * static_cast<float>(random() % 4096) / 4096.0f;
+    };
+    for (int round = 0; round < 60; ++round) {
+        // The user's plane keeps x >= limit in world space, which is clip space here.
+        const auto limit = static_cast<float>(random() % 32) / 16.0f - 1 + 1.0f / 64;
+        const std::vector<corner> triangle = {{real(-3, 3), real(-3, 3), real(0.1f, 0.9f)},
+                                              {real(-3, 3), real(-3, 3), real(0.1f, 0.9f)},
+                                              {real(-3, 3), real(-3, 3), real(0.1f, 0.9f)}};
+        set(SVGA3D_RS_CLIPPLANEENABLE, 0);
+        clear();
+        draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1, triangle, SVGA3D_DECLUSAGE_POSITION);
+        std::vector<uint32_t> whole;
+        for (uint32_t i = 0; i < 32 * 32; ++i)
+            whole.push_back(pixel(i % 32, i / 32));
+        set(SVGA3D_RS_CLIPPLANEENABLE, 1);
+        state.clip_planes[0] = {1, 0, 0, -limit};
+        clear();
+        draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1, triangle, SVGA3D_DECLUSAGE_POSITION);
+        for (uint32_t i = 0; i < 32 * 32; ++i) {
+            const float x = static_cast<float>(i % 32) / 16.0f - 1;
+            const bool kept = x > limit;
+            if (kept || whole[i] == 0) { // pixels on the cut itself may go either way
+                ASSERT_EQ(pixel(i % 32, i / 32) != 0, whole[i] != 0 && kept)
+                    << "seed " << test_seed() << " round " << round << " pixel " << i;
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace kalix::device::test
