@@ -47,10 +47,10 @@ constexpr std::array backdrop_corners{
 
 // Each has a corner behind the others and one before them.
 constexpr std::array triangle_corners{
-    vertex{-1.45F, -0.85F, -0.75F, 0xFFFF3B30, 0, 0}, vertex{0.00F, 1.55F, 0.10F, 0xFFFFD60A, 0, 0},
+    vertex{-1.45F, -0.85F, -0.75F, 0xFFFF3B30, 0, 0}, vertex{0.00F, 1.22F, 0.10F, 0xFFFFD60A, 0, 0},
     vertex{1.15F, -0.55F, 0.85F, 0xFFFF2D92, 0, 0},
 
-    vertex{1.45F, -0.85F, -0.75F, 0xFF0A84FF, 0, 0},  vertex{0.35F, 1.35F, 0.55F, 0xFF64F0FF, 0, 0},
+    vertex{1.45F, -0.85F, -0.75F, 0xFF0A84FF, 0, 0},  vertex{0.35F, 1.14F, 0.55F, 0xFF64F0FF, 0, 0},
     vertex{-1.20F, -0.35F, 0.75F, 0xFF5E5CE6, 0, 0},
 
     vertex{-1.30F, 0.95F, -0.45F, 0xFF30D158, 0, 0},  vertex{1.35F, 0.75F, -0.35F, 0xFFD4FF5A, 0, 0},

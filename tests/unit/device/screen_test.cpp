@@ -67,8 +67,10 @@ TEST_F(ScreenTest, ReadersSeeWholeFrames)
         std::vector<uint32_t> frame(64 * 64);
         while (!enough) {
             const uint32_t before = view->sequence();
-            std::memcpy(frame.data(), view->picture(), frame.size() * 4);
-            std::atomic_thread_fence(std::memory_order_acquire);
+            // Acquiring loads keep the second look at the sequence behind the copy.
+            const auto* const picture = reinterpret_cast<const uint32_t*>(view->picture());
+            for (size_t i = 0; i < frame.size(); ++i)
+                frame[i] = __atomic_load_n(&picture[i], __ATOMIC_ACQUIRE);
             if (before % 2 != 0 || view->sequence() != before)
                 continue;
             ++taken;

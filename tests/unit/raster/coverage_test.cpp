@@ -3,6 +3,7 @@
 #include "tests/unit/raster/scene.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace kalix::device::test {
 namespace {
@@ -157,13 +158,17 @@ TEST_F(scene, ClippingTakesAwayAndAddsNothing)
         state.clip_planes[0] = {1, 0, 0, -limit};
         clear();
         draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1, triangle, SVGA3D_DECLUSAGE_POSITION);
-        for (uint32_t i = 0; i < 32 * 32; ++i) {
-            const float x = static_cast<float>(i % 32) / 16.0f - 1;
-            const bool kept = x > limit;
-            if (kept || whole[i] == 0) { // pixels on the cut itself may go either way
-                ASSERT_EQ(pixel(i % 32, i / 32) != 0, whole[i] != 0 && kept)
-                    << "seed " << test_seed() << " round " << round << " pixel " << i;
-            }
+        // Corners that a cut makes are rounded too, so an outline may move by a pixel; the rest may not.
+        const auto is_outline = [&whole](uint32_t at) {
+            return (whole[at] != 0) != (whole[at - 1] != 0) || (whole[at] != 0) != (whole[at + 1] != 0) ||
+                   (whole[at] != 0) != (whole[at - 32] != 0) || (whole[at] != 0) != (whole[at + 32] != 0);
+        };
+        for (uint32_t at = 33; at < 31 * 32 - 1; ++at) {
+            const float x = static_cast<float>(at % 32) / 16.0f - 1;
+            if (at % 32 == 0 || at % 32 == 31 || is_outline(at) || std::abs(x - limit) < 1.0f / 16)
+                continue;
+            ASSERT_EQ(pixel(at % 32, at / 32) != 0, whole[at] != 0 && x > limit)
+                << "seed " << test_seed() << " round " << round << " pixel " << at;
         }
     }
 }

@@ -75,7 +75,7 @@ command_buffer_use cmd_getbuf(client_record* client, uint32_t number)
     const std::byte* const map = buffer->map;
     if (resource_add(RESOURCE_EXECBUF, client, buffer.get()) != 0)
         return {map, std::move(buffer)};
-    buffer.release(); // the registry's now
+    static_cast<void>(buffer.release()); // the registry's now
     return {map, nullptr};
 }
 

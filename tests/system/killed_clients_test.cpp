@@ -1,0 +1,148 @@
+// Clients that die at any moment leave the server as it was before they came.
+
+#include "tests/system/server.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kalix/client.h>
+#include <random>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kalix::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int clients_in_all = 1000;
+constexpr int clients_at_once = 8;
+
+struct books {
+    size_t descriptors, mappings;
+    std::vector<std::string> objects;
+    uint32_t cid, sid, dma_handle, gmr_id;
+    bool operator==(const books&) const = default;
+};
+
+// What the server holds, and the ids that it hands out next, seen by a client of its own.
+books count(const server& of, const run_directory& in)
+{
+    kalix_connection* connection = nullptr;
+    books now{};
+    if (kalix_open(in.path().c_str(), &connection) != 0)
+        return now;
+    kalix_dma_buffer buffer{};
+    kalix_context_define(connection, &now.cid);
+    kalix_surface_define_2d(connection, 0, SVGA3D_A8R8G8B8, 4, 4, &now.sid);
+    kalix_dmabuf_alloc(connection, 100, &buffer);
+    now.dma_handle = buffer.handle;
+    now.gmr_id = buffer.gmr_id;
+    now.descriptors = of.descriptors();
+    now.mappings = of.mapped_objects();
+    now.objects = in.shared_objects();
+    kalix_dmabuf_unref(connection, &buffer);
+    kalix_close(connection);
+    return now;
+}
+
+books settled(const server& of, const run_directory& in, const books& expected)
+{
+    books now{};
+    for (int tries = 0; tries < 200; ++tries) {
+        std::this_thread::sleep_for(20ms);
+        now = count(of, in);
+        if (now == expected)
+            break;
+    }
+    return now;
+}
+
+void submit_a_clear(kalix_connection* connection, uint32_t cid, uint32_t sid)
+{
+    kalix_commands* list = nullptr;
+    if (kalix_command_buffer(connection, cid, &list) != 0)
+        return;
+    const svga3d_image target{sid, 0, 0};
+    const svga3d_rect all{0, 0, 64, 64};
+    kalix_cmd_set_render_target(list, cid, SVGA3D_RT_COLOR0, &target);
+    kalix_cmd_set_viewport(list, cid, &all);
+    kalix_cmd_clear(list, cid, SVGA3D_CLEAR_COLOR, 0xFF00FF00, 1, 0, &all, 1);
+    uint32_t fence = 0;
+    if (kalix_submit(connection, cid, &fence) == 0)
+        kalix_fence_wait(connection, fence);
+}
+
+// Works until it is killed: every step leaves something behind that somebody must clear away.
+[[noreturn]] void live(const std::string& directory, uint32_t seed)
+{
+    std::mt19937 random{seed};
+    kalix_connection* connection = nullptr;
+    if (kalix_open(directory.c_str(), &connection) != 0)
+        ::_exit(1);
+    for (;;) {
+        uint32_t cid = 0;
+        uint32_t sid = 0;
+        kalix_context_define(connection, &cid);
+        if (random() % 2)
+            kalix_alloc_sid(connection, &sid);
+        kalix_surface_define_2d(connection, SVGA3D_SURFACE_HINT_TEXTURE, SVGA3D_A8R8G8B8, 64, 64, &sid);
+        kalix_dma_buffer buffer{};
+        kalix_dmabuf_alloc(connection, 20000, &buffer);
+        kalix_commands* unused = nullptr;
+        kalix_command_buffer(connection, 5000 + static_cast<uint32_t>(random() % 100), &unused); // made, never used
+        submit_a_clear(connection, cid, sid);
+        std::vector<uint32_t> pixels(64 * 64);
+        kalix_readback_area area{};
+        area.sid = sid;
+        area.surface_width = area.surface_height = 64;
+        area.format = SVGA3D_A8R8G8B8;
+        area.width = area.height = 64;
+        kalix_readback(connection, &area, pixels.data(), 256);
+        if (random() % 3 == 0)
+            kalix_surface_destroy(connection, sid);
+        if (random() % 3 == 0)
+            kalix_context_destroy(connection, cid);
+    }
+}
+
+TEST(KilledClients, LeaveTheServerAsItWas)
+{
+    const run_directory directory;
+    server running{directory};
+    ASSERT_TRUE(running.is_ready());
+    count(running, directory);
+    const books before = count(running, directory);
+    ASSERT_EQ(before.sid, 1u);
+    const uint32_t seed = std::random_device{}();
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    std::mt19937 random{seed};
+    std::vector<pid_t> alive;
+    for (int born = 0; born < clients_in_all || !alive.empty();) {
+        while (born < clients_in_all && alive.size() < clients_at_once) {
+            const pid_t child = ::fork();
+            if (child == 0)
+                live(directory.path(), seed + static_cast<uint32_t>(born));
+            alive.push_back(child);
+            ++born;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds{random() % 1500});
+        const size_t victim = random() % alive.size();
+        ::kill(alive[victim], SIGKILL);
+        ::waitpid(alive[victim], nullptr, 0);
+        alive.erase(alive.begin() + static_cast<std::ptrdiff_t>(victim));
+    }
+    const books after = settled(running, directory, before);
+    EXPECT_EQ(after.descriptors, before.descriptors);
+    EXPECT_EQ(after.mappings, before.mappings);
+    EXPECT_EQ(after.objects, before.objects);
+    EXPECT_EQ(std::tuple(after.cid, after.sid, after.dma_handle, after.gmr_id),
+              std::tuple(before.cid, before.sid, before.dma_handle, before.gmr_id));
+    EXPECT_EQ(::kill(running.pid(), 0), 0);
+}
+
+} // namespace
+} // namespace kalix::test

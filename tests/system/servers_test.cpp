@@ -1,0 +1,189 @@
+// Servers beside each other and after each other, how they end, and clients that misuse shared memory.
+
+#include "tests/system/server.h"
+
+#include <atomic>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kalix/client.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kalix::test {
+namespace {
+
+kalix_connection* connect(const run_directory& to)
+{
+    kalix_connection* connection = nullptr;
+    EXPECT_EQ(kalix_open(to.path().c_str(), &connection), 0);
+    return connection;
+}
+
+TEST(Servers, LiveBesideEachOther)
+{
+    const run_directory first_directory;
+    const run_directory second_directory;
+    server first{first_directory};
+    server second{second_directory};
+    ASSERT_TRUE(first.is_ready() && second.is_ready());
+    kalix_connection* const one = connect(first_directory);
+    kalix_connection* const two = connect(second_directory);
+    uint32_t cid = 0;
+    EXPECT_EQ(kalix_context_define(one, &cid), 0);
+    EXPECT_EQ(cid, 1u);
+    EXPECT_EQ(kalix_context_define(two, &cid), 0);
+    EXPECT_EQ(cid, 1u);
+    first.send(SIGTERM);
+    const int status = first.wait();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(first.log().back(), "5 kalix: shutting down gpu driver...");
+    EXPECT_LT(kalix_context_define(one, &cid), 0);
+    EXPECT_EQ(kalix_context_define(two, &cid), 0);
+    EXPECT_EQ(cid, 2u);
+    kalix_close(one);
+    kalix_close(two);
+}
+
+TEST(Servers, ASecondOneInTheSameDirectoryFailsCleanly)
+{
+    const run_directory directory;
+    server first{directory};
+    ASSERT_TRUE(first.is_ready());
+    kalix_connection* const connection = connect(directory);
+    server second{directory};
+    EXPECT_FALSE(second.is_ready());
+    const int status = second.wait();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_THAT(second.log(), testing::Contains("2 kalix: could not create channel"));
+    uint32_t cid = 0;
+    EXPECT_EQ(kalix_context_define(connection, &cid), 0);
+    kalix_close(connection);
+}
+
+TEST(Servers, OneThatWasKilledStartsAgain)
+{
+    const run_directory directory;
+    for (int round = 0; round < 3; ++round) {
+        server running{directory};
+        ASSERT_TRUE(running.is_ready()) << round;
+        EXPECT_TRUE(directory.shared_objects().empty()); // nothing of the one before
+        kalix_connection* const connection = connect(directory);
+        kalix_dma_buffer buffer{};
+        ASSERT_EQ(kalix_dmabuf_alloc(connection, 100, &buffer), 0);
+        running.send(SIGKILL);
+        running.wait();
+        uint32_t cid = 0;
+        EXPECT_LT(kalix_context_define(connection, &cid), 0);
+        kalix_dmabuf_unmap(&buffer);
+        kalix_close(connection);
+    }
+}
+
+// A client that shrinks and changes its command buffer while the server reads it hurts itself alone.
+TEST(Servers, CommandBuffersThatShrinkAndChangeHurtNobody)
+{
+    const run_directory directory;
+    server running{directory};
+    ASSERT_TRUE(running.is_ready());
+    kalix_connection* const connection = connect(directory);
+    kalix_connection* const bystander = connect(directory);
+    uint32_t cid = 0;
+    ASSERT_EQ(kalix_context_define(connection, &cid), 0);
+    kalix_commands* list = nullptr;
+    ASSERT_EQ(kalix_command_buffer(connection, cid, &list), 0);
+    const std::string object =
+        directory.path() + "/shm/execbuf_" + std::to_string(::getpid()) + "_" + std::to_string(cid);
+    std::atomic<bool> done{false};
+    std::thread spoiler{[&] {
+        const int file = ::open(object.c_str(), O_RDWR | O_CLOEXEC);
+        const uint32_t noise[] = {1057, 0xFFFFFFF0, 7, 1063};
+        for (uint32_t i = 0; !done; ++i) {
+            EXPECT_EQ(::ftruncate(file, i % 2 ? 65536 : 100), 0);
+            EXPECT_EQ(::pwrite(file, noise, sizeof noise, i % 16 * 4), static_cast<ssize_t>(sizeof noise));
+        }
+        ::close(file);
+    }};
+    for (int i = 0; i < 2000; ++i) {
+        execbuf_rep reply{};
+        const int status = kalix_execbuf(connection, cid, 4096, 0, &reply);
+        ASSERT_TRUE(status == 0 || status == -EINVAL) << status;
+    }
+    done = true;
+    spoiler.join();
+    EXPECT_EQ(kalix_context_define(bystander, &cid), 0);
+    kalix_close(connection);
+    kalix_close(bystander);
+}
+
+struct raw_row {
+    const char* name;
+    std::vector<uint32_t> sent;     // the frame and all, as words
+    std::vector<uint32_t> answered; // empty: the connection is closed without one
+};
+
+// What a client that speaks the frames itself may send.
+TEST(Servers, RawFrames)
+{
+    const run_directory directory;
+    server running{directory};
+    ASSERT_TRUE(running.is_ready());
+    constexpr uint32_t magic = KALIX_REQUEST_MAGIC;
+    const raw_row rows[] = {
+        {"connect", {4, 0, 0x100}, {0, 0, 0}},
+        {"io message", {4, 0, 0x101}, {1, 89, 0}},
+        {"no operation", {12, 64, magic, 3, 0}, {0, 0, 0}},
+        {"bad magic", {12, 64, 1 + magic, 3, 0}, {1, 89, 0}},
+        {"payload missing", {12, 64, magic, 3, 64}, {1, 89, 0}},
+        {"payload of 2 GiB", {12, 64, magic, 0, 0x7FFFFFFF}, {1, 89, 0}},
+        {"payload below nothing", {12, 64, magic, 0, 0x80000000}, {0, static_cast<uint32_t>(-22), 0}},
+        {"software mode", {16, 64, magic, 240, 4, 9}, {0, 0, 8, 0, 0}},
+        {"software mode without room", {16, 4, magic, 240, 4, 9}, {0, 0, 4, 0}},
+        {"unknown", {16, 64, magic, 204, 4, 9}, {0, 1, 0}},
+        {"too long", {0x100001, 64, magic}, {1, 90, 0}},
+    };
+    for (const raw_row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{AF_UNIX, {}};
+        std::snprintf(address.sun_path, sizeof address.sun_path, "%s/svga_ch", directory.path().c_str());
+        ASSERT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        const timeval patience{10, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        ASSERT_EQ(::send(fd, row.sent.data(), row.sent.size() * 4, MSG_NOSIGNAL),
+                  static_cast<ssize_t>(row.sent.size() * 4));
+        std::vector<uint32_t> got(row.answered.size());
+        EXPECT_EQ(::recv(fd, got.data(), got.size() * 4, MSG_WAITALL), static_cast<ssize_t>(got.size() * 4));
+        EXPECT_EQ(got, row.answered);
+        ::close(fd);
+    }
+}
+
+// The same scene drawn twice, on servers of their own, is the same picture.
+TEST(Servers, PicturesAreTheSameEveryTime)
+{
+    const run_directory directory;
+    const std::filesystem::path bin =
+        std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin";
+    std::vector<std::string> pictures;
+    for (const char* name : {"/one.png", "/two.png"}) {
+        const std::string file = directory.path() + name;
+        const std::string command = (bin / "kalix-run").string() + " -- " + (bin / "kalix-demo").string() +
+                                    " triangle --size 320x200 --output " + file + " > /dev/null";
+        ASSERT_EQ(std::system(command.c_str()), 0); // NOLINT(cert-env33-c): paths of our own
+        std::string& picture = pictures.emplace_back(std::filesystem::file_size(file), '\0');
+        const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(::read(fd, picture.data(), picture.size()), static_cast<ssize_t>(picture.size()));
+        ::close(fd);
+    }
+    EXPECT_GT(pictures[0].size(), 1000u);
+    EXPECT_EQ(pictures[0], pictures[1]);
+}
+
+} // namespace
+} // namespace kalix::test
