@@ -15,7 +15,6 @@ namespace {
 static_assert(capability_area_words == SVGA_FIFO_3D_CAPS_LAST - SVGA_FIFO_3D_CAPS + 1);
 
 constexpr uint32_t texture_extent = 8192; // texels; larger surfaces are defined as long as they fit the memory
-constexpr uint32_t volume_extent = 2048;
 
 struct capability {
     uint32_t index, value;
@@ -23,7 +22,7 @@ struct capability {
 
 constexpr capability capabilities[] = {
     {0, 1}, // 3D
-    {1, SVGA3D_LIGHTS},
+    {1, 0}, // lights
     {2, limits::texture_stages},
     {3, limits::clip_planes},
     {4, 0}, // vertex shaders: version, present
@@ -39,7 +38,7 @@ constexpr capability capabilities[] = {
     {18, 0}, // textures of a fragment shader
     {19, texture_extent},
     {20, texture_extent},
-    {21, volume_extent},
+    {21, 0}, // volumes are stored, not sampled
     {25, limits::primitives},
     {26, limits::vertex_index},
     {31, limits::texture_operations},
@@ -62,8 +61,6 @@ enum format_operation : uint32_t {
     color_target = 0x2,
     depth_target = 0x4,
     linear_filtering = 0x8,
-    cube = 0x10,
-    volume = 0x20,
     blending = 0x40
 };
 
@@ -71,7 +68,7 @@ uint32_t operations_of(const format_info& format)
 {
     uint32_t operations = 0;
     if (format.kind == format_kind::color && format.decode)
-        operations |= sampled | linear_filtering | cube | volume;
+        operations |= sampled | linear_filtering;
     if (format.kind == format_kind::color && format.target)
         operations |= color_target | blending;
     if (format.kind == format_kind::depth)

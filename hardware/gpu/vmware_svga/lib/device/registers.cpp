@@ -34,7 +34,7 @@ constexpr uint32_t saturated(uint64_t value)
 // The side of the largest square mode, in pixels.
 uint32_t largest_side(uint64_t framebuffer_bytes)
 {
-    return static_cast<uint32_t>(std::sqrt(static_cast<double>(framebuffer_bytes / 4)));
+    return static_cast<uint32_t>(std::sqrt(static_cast<double>(framebuffer_bytes) / 4));
 }
 
 } // namespace
