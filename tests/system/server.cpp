@@ -12,10 +12,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The program under test lies beside the folder of the tests.
+// What is under test lies beside the folder of the tests.
+fs::path build_directory()
+{
+    return fs::read_symlink("/proc/self/exe").parent_path().parent_path();
+}
+
 std::string server_program()
 {
-    return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin" / "kalix").string();
+    return (build_directory() / "bin" / "kalix").string();
 }
 
 [[noreturn]] void become_server(const std::string& directory, const std::string& log, int ready,
@@ -36,6 +41,8 @@ std::string server_program()
 
 run_directory::run_directory()
 {
+    // The loader of a sanitizer's runtime does not look where the program says that its libraries lie.
+    ::setenv("GRAPHICS_ROOT", (build_directory() / "lib").c_str(), 1);
     char name[] = "/dev/shm/kalix-system-XXXXXX";
     path_ = ::mkdtemp(name);
 }
