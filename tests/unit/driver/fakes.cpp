@@ -139,7 +139,7 @@ int32_t MsgReceivev(int32_t, std::span<const std::span<std::byte>> parts, _msg_i
     }
     const test::received next = here().incoming.front();
     here().incoming.pop_front();
-    std::memcpy(parts[0].data(), next.message.data(), std::min(parts[0].size(), next.message.size()));
+    std::copy_n(next.message.begin(), std::min(parts[0].size(), next.message.size()), parts[0].begin());
     *info = next.info;
     if (next.rcvid > 0)
         here().messages[next.rcvid] = next.message;

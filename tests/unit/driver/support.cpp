@@ -3,6 +3,7 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/startup.h"
 
 #include <kalix/svga3d_types.h>
+#include <span>
 
 namespace kalix::test {
 
@@ -18,14 +19,14 @@ int32_t next_rcvid;
 bytes words(std::initializer_list<uint32_t> list)
 {
     bytes out(list.size() * 4);
-    std::memcpy(out.data(), std::data(list), out.size());
+    std::ranges::copy(std::as_bytes(std::span{list}), out.begin());
     return out;
 }
 
 std::vector<uint32_t> words_of(const bytes& from)
 {
     std::vector<uint32_t> out(from.size() / 4);
-    std::memcpy(out.data(), from.data(), out.size() * 4);
+    std::copy_n(from.begin(), out.size() * 4, std::as_writable_bytes(std::span{out}).begin());
     return out;
 }
 

@@ -50,7 +50,7 @@ protected:
     int check(const word_list& list)
     {
         bytes raw(list.size() * 4);
-        std::memcpy(raw.data(), list.data(), raw.size());
+        std::ranges::copy(std::as_bytes(std::span{list}), raw.begin());
         return check(raw);
     }
 
