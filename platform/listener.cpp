@@ -1,15 +1,14 @@
 #include "platform/listener.h"
 
 #include "platform/directory.h"
+#include "platform/group.h"
 #include "platform/log.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
-#include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -50,15 +49,9 @@ bool bind_to(int socket, const std::string& path)
 // Gives the socket to the group kalix. A host without it is no failure.
 bool give_to_group(const socket_place& place)
 {
-    if (geteuid() != 0)
-        return true;
-    std::array<char, 4096> room{};
-    group entry{};
-    group* found = nullptr;
-    if (getgrnam_r("kalix", &entry, room.data(), room.size(), &found) != 0 || found == nullptr)
-        return true;
-    return fchownat(place.directory.get(), place.name.c_str(), static_cast<uid_t>(-1), found->gr_gid,
-                    AT_SYMLINK_NOFOLLOW) == 0;
+    const std::optional<gid_t> with = sharing_group();
+    return !with || fchownat(place.directory.get(), place.name.c_str(), static_cast<uid_t>(-1), *with,
+                             AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 } // namespace

@@ -162,6 +162,11 @@ uint32_t own_user()
     return ::geteuid();
 }
 
+uint32_t own_process()
+{
+    return static_cast<uint32_t>(getpid());
+}
+
 int ThreadCtl(int /*command*/, void* /*data*/)
 {
     return 0;

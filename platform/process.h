@@ -27,8 +27,9 @@ void process_begin(void (*farewell)());
 // Ends the process at once with the status: removes socket and shared objects, runs no destructors.
 [[noreturn]] void process_exit(int status);
 
-// The user that this process runs as.
+// The user that this process runs as, and its id.
 uint32_t own_user();
+uint32_t own_process();
 
 using thread_id = uint64_t; // 0 names no thread
 // Starts a thread that lives as long as the process. Returns 0 or an error number.

@@ -165,6 +165,16 @@ void leave_run_directory()
     ours.directory.reset();
 }
 
+unique_fd open_taken_directory()
+{
+    taken_directory& ours = taken();
+    const hold held{ours.lock};
+    if (ours.directory)
+        return unique_fd{fcntl(ours.directory.get(), F_DUPFD_CLOEXEC, 0)};
+    errno = ENOENT;
+    return unique_fd{};
+}
+
 unique_fd open_objects()
 {
     {

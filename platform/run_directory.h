@@ -28,6 +28,9 @@ void clean_run_directory();
 // The same, and gives the lock back.
 void leave_run_directory();
 
+// The directory that was taken, open once more; -1 with errno ENOENT before that.
+unique_fd open_taken_directory();
+
 // The directory shm/, open: of the directory taken, or of the one that the environment names. -1 with
 // errno after one line.
 unique_fd open_objects();

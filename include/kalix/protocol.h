@@ -44,7 +44,11 @@ enum kalix_limits {
     KALIX_MESSAGE_MAX = 1 << 20,     /* bytes of one message */
     KALIX_COMMAND_BUFFER_BYTES = 65536,
     KALIX_SURFACE_MIPS_MAX = 144,    /* mip levels of all faces of one surface */
-    KALIX_READBACK_EXTENT_MAX = 2048 /* pixels a side */
+    KALIX_READBACK_EXTENT_MAX = 2048, /* pixels a side */
+    KALIX_OVERLAYS_MAX = 8,          /* in the whole server; overlay ids are 1 to 8 */
+    KALIX_DUMP_BYTES_MAX = 511,      /* of one dump */
+    KALIX_LIST_ENTRIES = 10,         /* surfaces of one list reply */
+    KALIX_INFO_PIDS = 16             /* holders that one description names */
 };
 
 /* The first message of a connection: the platform's I/O connect message, answered empty. */
@@ -79,11 +83,27 @@ enum kalix_command {
     KALIX_FENCE_WAIT = 14,
     KALIX_FENCE_SIGNALLED = 15,
     KALIX_FENCE_UNREF = 16,
+    KALIX_PRESENT = 200,
     KALIX_FIFOMAP = 201,
     KALIX_FIFOMAP_CAPS = 202,
     KALIX_ALLOC_SID = 203,
+    KALIX_PRESENT_PHYS = 206,
     KALIX_READBACK = 207,
+    KALIX_OVERLAY_DEFINE = 208,
+    KALIX_OVERLAY_DESTROY = 209,
+    KALIX_OVERLAY_VISIBLE = 210,
+    KALIX_OOB_PRESENT = 211,
     KALIX_SOFTWARE_MODE = 240,
+    KALIX_SVGA_ENABLE = 241,
+    KALIX_SET_MODE = 242,
+    KALIX_SET_CURSOR = 243,
+    KALIX_MOVE_CURSOR = 244,
+    KALIX_DEBUG_RESET = 1000,
+    KALIX_DEBUG_SHOW_SID = 1001,
+    KALIX_DEBUG_SID_INFO = 1002,
+    KALIX_DEBUG_LIST_SIDS = 1003,
+    KALIX_DEBUG_DUMP_SID = 1004,
+    KALIX_DEBUG_FILL_SID = 1005,
     KALIX_DISCONNECT = 0xDEAD    /* releases all that the sender holds */
 };
 
@@ -194,6 +214,77 @@ struct fence_signalled_req {     /* 15: request and reply */
 };
 static_assert(sizeof(struct fence_signalled_req) == 24, "wire record");
 
+struct present_req {             /* 200; the rectangle, in pixels of the surface, is what the screen shows */
+    uint32_t sid;                /* a surface that the sender holds */
+    int32_t x, y;
+    int32_t width, height;
+};
+static_assert(sizeof(struct present_req) == 20, "wire record");
+
+struct present_phys_req {        /* 206: copies a rectangle into the framebuffer, rows of the surface's width apart */
+    uint32_t sid;                /* a surface that the sender holds */
+    uint32_t x, y;               /* pixels, the same in source and destination */
+    uint32_t width, height;
+    uint32_t pad;                /* not read */
+    uint64_t phys_addr;          /* guest physical address of the destination's pixel 0, at most 0x80000000 */
+};
+static_assert(sizeof(struct present_phys_req) == 32 && offsetof(struct present_phys_req, phys_addr) == 24,
+              "wire record");
+
+struct overlay_define_req {      /* 208: request and reply */
+    int32_t x, y;                /* top left corner, pixels of the unzoomed screen */
+    uint32_t width, height;      /* pixels; read by the software pass alone */
+    uint32_t buffer_count;       /* 1 or 2; of two, the second is shown */
+    uint32_t id;                 /* out: 1 to 8 */
+    uint32_t sid0, sid1;         /* surfaces of the buffers; an unknown one shows nothing */
+    uint64_t phys_addr0;         /* guest physical addresses of the buffers' pixels in the framebuffer, 0: none */
+    uint64_t phys_addr1;
+};
+static_assert(sizeof(struct overlay_define_req) == 48 && offsetof(struct overlay_define_req, phys_addr0) == 32,
+              "wire record");
+
+struct overlay_destroy_req {     /* 209: request and reply */
+    uint32_t id;
+};
+static_assert(sizeof(struct overlay_destroy_req) == 4, "wire record");
+
+struct overlay_visible_req {     /* 210 */
+    uint32_t id;
+    uint32_t visible;            /* 0 hides, anything else shows */
+};
+static_assert(sizeof(struct overlay_visible_req) == 8, "wire record");
+
+struct oob_present_req {         /* 211: swaps the overlay's two buffers and shows the last picture again */
+    uint32_t overlay_id;
+};
+static_assert(sizeof(struct oob_present_req) == 4, "wire record");
+
+struct svga_enable_req {         /* 241 */
+    uint32_t enable;             /* the display: 1 on, 0 off */
+};
+static_assert(sizeof(struct svga_enable_req) == 4, "wire record");
+
+struct set_mode_req {            /* 242 */
+    uint32_t width, height;      /* pixels */
+    uint32_t bpp;                /* bits per pixel, 16 or 32 */
+};
+static_assert(sizeof(struct set_mode_req) == 12, "wire record");
+
+struct set_cursor_req {          /* 243; width x height pixels of premultiplied ARGB follow */
+    uint32_t id;
+    uint32_t hotspot_x, hotspot_y; /* pixels from the image's top left corner */
+    uint32_t width, height;      /* pixels, at most 256 a side */
+    uint32_t unused;
+};
+static_assert(sizeof(struct set_cursor_req) == 24, "wire record");
+
+struct move_cursor_req {         /* 244 */
+    uint32_t visible;
+    uint32_t x, y;               /* screen pixels */
+    uint32_t screen_id;
+};
+static_assert(sizeof(struct move_cursor_req) == 16, "wire record");
+
 struct fifomap_req {             /* 201: request and reply */
     uint32_t index;              /* in: FIFO register, 0 to 1024 */
     uint32_t value;              /* out */
@@ -229,6 +320,59 @@ struct software_mode_req {       /* 240: reply */
     uint32_t unused;
 };
 static_assert(sizeof(struct software_mode_req) == 8, "wire record");
+
+struct show_sid_req {            /* 1001 */
+    uint32_t sid;
+};
+static_assert(sizeof(struct show_sid_req) == 4, "wire record");
+
+struct sid_info_req {            /* 1002: request and reply */
+    uint32_t sid;                /* in */
+    uint32_t pids[KALIX_INFO_PIDS]; /* out: processes that hold it, then zeros */
+    uint32_t unused0;            /* returned as sent */
+    uint32_t width, height, depth; /* out: pixels of the first level */
+    uint32_t flags;              /* out: SVGA3D surface flags */
+    uint32_t format;             /* out: SVGA3D surface format */
+    uint32_t ref_count;          /* out: references of all clients */
+    uint32_t unused1;            /* returned as sent */
+};
+static_assert(sizeof(struct sid_info_req) == 100 && offsetof(struct sid_info_req, width) == 72, "wire record");
+
+struct sid_entry {
+    uint32_t sid;
+    uint32_t width, height, depth; /* pixels of the first level */
+    uint32_t flags;
+    uint32_t format;
+    uint32_t ref_count;
+    uint32_t pids[2];            /* the first two holders */
+    uint32_t more;               /* 1 when there are others */
+};
+static_assert(sizeof(struct sid_entry) == 40, "wire record");
+
+struct list_sids_req {           /* 1003: request and reply */
+    int32_t first;               /* in: surfaces to skip */
+    uint32_t more;               /* out: 1 when others follow */
+    struct sid_entry entries[KALIX_LIST_ENTRIES]; /* out: the rest is zero */
+};
+static_assert(sizeof(struct list_sids_req) == 408, "wire record");
+
+struct dump_sid_req {            /* 1004: request and reply. The surface is laid at the framebuffer's start, its
+                                    rows 512 bytes apart, and rows are taken out of there */
+    uint32_t sid;                /* in */
+    uint32_t offset;             /* in: of the first row in the framebuffer, bytes */
+    uint32_t row_bytes;          /* in */
+    int32_t stride;              /* in: bytes from row to row */
+    uint32_t rows;               /* in: row_bytes x rows is at most 511 */
+    uint32_t unused;
+    uint8_t data[512];           /* out: the rows, packed */
+};
+static_assert(sizeof(struct dump_sid_req) == 536 && offsetof(struct dump_sid_req, data) == 24, "wire record");
+
+struct fill_sid_req {            /* 1005: request and reply */
+    uint32_t sid;                /* of format X8R8G8B8 or A8R8G8B8 */
+    uint32_t pixel;
+};
+static_assert(sizeof(struct fill_sid_req) == 8, "wire record");
 
 #ifdef __cplusplus
 }

@@ -1,7 +1,7 @@
 /* Where the files of one server lie.
  *
- * A run directory holds everything of one server: the channel's socket and lock, the screen file and
- * the shared-memory objects. It is KALIX_RUN_DIR when set; else /run/kalix for root; else
+ * A run directory holds everything of one server: the channel's socket and lock, the screen and status
+ * files and the shared-memory objects. It is KALIX_RUN_DIR when set; else /run/kalix for root; else
  * $XDG_RUNTIME_DIR/kalix; else /dev/shm/kalix-UID. Server, client library and tools find it here. */
 #pragma once
 
@@ -16,6 +16,7 @@ extern "C" {
 static const char kalix_channel_file[] = "svga_ch";   /* the socket; its lock is svga_ch.lock */
 static const char kalix_lock_file[] = "svga_ch.lock";
 static const char kalix_screen_file[] = "screen";
+static const char kalix_status_file[] = "status";
 static const char kalix_shm_directory[] = "shm";
 
 enum { KALIX_SHM_NAME_MAX = 63 };                     /* bytes of a shared object's name, slash included */

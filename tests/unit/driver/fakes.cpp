@@ -3,7 +3,9 @@
 #include "platform/channel.h"
 #include "platform/log.h"
 #include "platform/process.h"
+#include "platform/published_file.h"
 #include "platform/shared_memory.h"
+#include "platform/store.h"
 #include "tests/unit/driver/support.h"
 
 #include <atomic>
@@ -244,6 +246,67 @@ uint32_t own_user()
 {
     return here().own_uid;
 }
+uint32_t own_process()
+{
+    return 4711;
+}
+
+void* map_published_file(const char*, std::size_t size)
+{
+    return here().refuse_status || size > here().status.size() ? nullptr : here().status.data();
+}
+
+int32_t open(const char* path, unsigned flags)
+{
+    EXPECT_STREQ(path, "/pps/services/mesa");
+    EXPECT_EQ(flags, 0x102u);
+    return here().refuse_config ? -1 : 9;
+}
+void close_object(int32_t) {}
+
+int64_t read(int32_t, std::span<std::byte> buffer)
+{
+    here().config_unread = false;
+    const size_t count = std::min(buffer.size(), here().config.size());
+    std::memcpy(buffer.data(), here().config.data(), count);
+    return static_cast<int64_t>(count);
+}
+
+int64_t write(int32_t, std::span<const std::byte> lines)
+{
+    if (here().refuse_write)
+        return -1;
+    here().config.assign(reinterpret_cast<const char*>(lines.data()), lines.size());
+    return static_cast<int64_t>(lines.size());
+}
+
+int fsync(int32_t)
+{
+    return 0;
+}
+
+int ionotify(int32_t, uint32_t action, uint32_t conditions, const pulse_event* event)
+{
+    EXPECT_EQ(action, 3u);
+    EXPECT_EQ(conditions, 0x10000000u);
+    EXPECT_EQ(event->notify, 0x84u);
+    EXPECT_EQ(event->code, 0);
+    if (here().config_unread)
+        return static_cast<int>(conditions);
+    ++here().armed;
+    return 0;
+}
+
+int uname(machine_name* name)
+{
+    std::snprintf(name->machine, sizeof name->machine, "%s", here().machine.c_str());
+    return here().machine.empty() ? -1 : 0;
+}
+
+int SchedGet(int32_t, int32_t, sched_param*)
+{
+    return 0;
+}
 void process_begin(void (*)()) {}
 void process_exit(int status)
 {
@@ -316,7 +379,15 @@ int SVGA3D_Init()
 }
 uint32_t SVGA_ReadReg(uint32_t index)
 {
-    return index == SVGA_REG_GMR_MAX_IDS ? 5 : 0;
+    switch (index) {
+    case SVGA_REG_GMR_MAX_IDS:
+        return 5;
+    case SVGA_REG_MAX_WIDTH:
+    case SVGA_REG_MAX_HEIGHT:
+        return 8192;
+    default:
+        return 0;
+    }
 }
 void SVGA_WriteReg(uint32_t index, uint32_t value)
 {
@@ -349,4 +420,58 @@ void SVGA_SyncToFence(uint32_t seqno)
     here().fifo[SVGA_FIFO_FENCE] = seqno;
     if (here().on_wait)
         here().on_wait();
+}
+
+namespace {
+
+template <typename... number>
+void note_call(const char* name, number... arguments)
+{
+    std::string text = name;
+    ((text += " " + std::to_string(arguments)), ...);
+    here().calls.push_back(text);
+}
+
+} // namespace
+
+// Keeps the record as the device library does.
+void SVGA_SetMode(uint32_t width, uint32_t height, uint32_t bits_per_pixel, uint32_t enable)
+{
+    note_call("mode", width, height, bits_per_pixel, enable);
+    svga_device& device = here().device;
+    if (width == 0 || height == 0)
+        return;
+    const float zoom = device.zoom == device.zoom ? device.zoom : 1;
+    device.mode_width = width;
+    device.mode_height = height;
+    device.bits_per_pixel = bits_per_pixel;
+    device.width = static_cast<uint32_t>(static_cast<float>(width) * zoom);
+    device.height = static_cast<uint32_t>(static_cast<float>(height) * zoom);
+    device.pitch = device.width * bits_per_pixel / 8;
+    device.visible_bytes = device.pitch * device.height;
+}
+void SVGA_Update(uint32_t x, uint32_t y, uint32_t width, uint32_t height)
+{
+    note_call("update", x, y, width, height);
+}
+int SVGA_BeginDefineAlphaCursor(const svga_alpha_cursor* header, void** image)
+{
+    *image = nullptr;
+    if (header->width > SVGA_CURSOR_EXTENT_MAX || header->height > SVGA_CURSOR_EXTENT_MAX)
+        return -1;
+    note_call("cursor", header->id, header->hotspot_x, header->hotspot_y, header->width, header->height);
+    *image = SVGA_FIFOReserve(header->width * header->height * 4);
+    return *image ? 0 : -1;
+}
+void SVGA_MoveCursor(uint32_t visible, uint32_t x, uint32_t y, uint32_t screen_id)
+{
+    note_call("move", visible, x, y, screen_id);
+}
+void NEBO_SVGA_PreserveCursor(const void*, const svga_alpha_cursor* header)
+{
+    note_call("preserve", header->id);
+}
+void NEBO_SVGA_RestoreCursor()
+{
+    note_call("restore");
 }

@@ -1,6 +1,7 @@
 #include "tests/unit/driver/support.h"
 
 #include "hardware/gpu/vmware_svga/gpu/kalix/startup.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
 
 #include <kalix/svga3d_types.h>
 #include <span>
@@ -36,6 +37,11 @@ void driver_test::SetUp()
     reset_globals();
     here().device.capabilities = SVGA_CAP_GMR2 | SVGA_CAP_EXTENDED_FIFO;
     here().device.zoom = 1;
+    here().device.mode_width = here().device.width = 64;
+    here().device.mode_height = here().device.height = 48;
+    here().device.bits_per_pixel = 32;
+    here().device.pitch = 64 * 4;
+    here().device.visible_bytes = 64 * 4 * 48;
     next_rcvid = 1;
     _globals.settings.max_delay_us = 1000;
     ASSERT_EQ(kalix_init(&device_lock), 0);
@@ -64,6 +70,8 @@ void driver_test::TearDown()
     hold lock{_globals.work_lock};
     linkedlist_destroy(_globals.work_queue);
     std::free(_globals.dirty_gmr_buffer);
+    for (surface_record* own : _globals.postprocess_surfaces)
+        delete own;
     for (id_pool* pool : {&_globals.surface_ids, &_globals.dma_ids, &_globals.context_ids, &_globals.overlay_ids})
         id_destroy_pool(pool);
     world* const ended = &here();
@@ -131,6 +139,11 @@ answer driver_test::execute(uint32_t client, uint32_t number, uint32_t byte_coun
 std::vector<std::string> driver_test::take_lines()
 {
     return std::exchange(here().lines, {});
+}
+
+std::vector<std::string> driver_test::take_calls()
+{
+    return std::exchange(here().calls, {});
 }
 
 std::vector<uint32_t> driver_test::take_stream()

@@ -57,6 +57,14 @@ struct world {
     std::vector<uint8_t> framebuffer = std::vector<uint8_t>(1 << 20);
     svga_device device{};
     std::function<void()> on_wait; // the device's work while a fence is awaited
+    std::vector<std::string> calls; // of SVGA_SetMode, SVGA_Update, the cursor's functions
+
+    std::string config;           // the published object
+    bool config_unread = true, refuse_config = false, refuse_write = false;
+    std::string machine = "x86_64";
+    int armed = 0; // times that its notification was
+    std::vector<std::byte> status = std::vector<std::byte>(1 << 17); // the published file
+    bool refuse_status = false;
 };
 
 world& here();
@@ -100,6 +108,7 @@ protected:
     // The lines since the last call.
     std::vector<std::string> take_lines();
     std::vector<uint32_t> take_stream();
+    std::vector<std::string> take_calls();
 };
 
 uint32_t test_seed();

@@ -4,6 +4,7 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/context.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/dma.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/execbuf.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/overlay.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/resource.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/surface_ids.h"
@@ -17,9 +18,9 @@ constexpr char assert_module[] = "hardware/gpu/vmware_svga/gpu/kalix/client";
 constexpr int32_t reference_buckets = 128;
 constexpr uint32_t no_scoid = 0xFFFFFFFF;
 
-// What gives back an object of each type; none for a type that nothing creates yet.
-constexpr std::array<destroy_function, RESOURCE_TOTAL> destroy_functions = {context_destroy, dma_destroy,
-                                                                            surface_destroy, execbuf_destroy, nullptr};
+// What gives back an object of each type.
+constexpr std::array<destroy_function, RESOURCE_TOTAL> destroy_functions = {
+    context_destroy, dma_destroy, surface_destroy, execbuf_destroy, overlay_destroy};
 
 // The client and the type being drained, for destroy_callback, which gets a reference alone. Valid only
 // during client_destroy, which one disconnect at a time runs.

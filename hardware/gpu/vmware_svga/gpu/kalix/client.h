@@ -18,6 +18,7 @@ struct client_record {
     uint32_t last_cid;                                 // verifier's cache, of one command buffer
     uint32_t last_sid;
     linkedlist* retained_sids; // surface ids that it chose; released when it goes
+    uint32_t status_slot;      // in the status file, counted from 1; 0: none yet
 };
 
 // Nothing to prepare: kalix_init makes the table itself. Returns 0.

@@ -1,11 +1,17 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/dispatch.h"
 
+#include "hardware/gpu/vmware_svga/gpu/kalix/adapter.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/client.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/context.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/debug.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/device_hold.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/device_params.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/dma.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/execbuf.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/overlay.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/present.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/readback.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/status_file.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/surface_ids.h"
 
@@ -62,6 +68,18 @@ int define_surface(const request& what)
         what, [&what](surface_define_req* req) { return vmw_surface_define_ioctl(what.client, req, what.rcvid); });
 }
 
+int set_cursor(const request& what)
+{
+    return with_record<set_cursor_req>(what, [&what](set_cursor_req* req) {
+        return nebo_adapter_set_cursor(what.client, req, what.buffer.subspan(req ? sizeof *req : 0));
+    });
+}
+
+int reset_debug(const request& what)
+{
+    return vmw_debug_reset_debug_state_msg(what.client);
+}
+
 int accept_without_doing(const request&)
 {
     return 0;
@@ -90,11 +108,13 @@ int disconnect(const request& what)
         return 0;
     slogf(log_code, log_information, "kalix: disconnecting client pid %d", static_cast<int>(what.client->pid));
     client_destroy(what.client);
+    status_forget_client(*what.client);
     client_remove(what.client);
     return 0;
 }
 
 constexpr uint32_t readback_bytes = offsetof(readback_req, use_shm) + sizeof(readback_req::use_shm);
+constexpr uint32_t dump_bytes = offsetof(dump_sid_req, rows) + sizeof(dump_sid_req::rows);
 constexpr uint32_t execbuf_bytes = offsetof(execbuf_req, delay_us) + sizeof(execbuf_req::delay_us);
 constexpr uint32_t define_reply = offsetof(surface_define_req, mip_levels);
 constexpr uint32_t param_bytes = offsetof(getparam_req, param) + sizeof(getparam_req::param);
@@ -121,11 +141,27 @@ constexpr request_row requests[] = {
     {17,                      accept_without_doing,                                     0, 0},
     {18,                      accept_without_doing,                                     0, 0},
     {19,                      accept_without_doing,                                     0, 0},
+    {KALIX_PRESENT,           call<present_req, nebo_present_ioctl>,                    sizeof(present_req), 0},
     {KALIX_FIFOMAP,           call<fifomap_req, nebo_getparam_fifomap>,                 4, sizeof(fifomap_req)},
     {KALIX_FIFOMAP_CAPS,      call<fifomap_caps_rep, nebo_getparam_fifomap_caps>,       0, sizeof(fifomap_caps_rep)},
     {KALIX_ALLOC_SID,         call<alloc_sid_req, allocate_sid>,                        0, sizeof(alloc_sid_req)},
+    {KALIX_PRESENT_PHYS,      call<present_phys_req, nebo_present_to_phys_addr_ioctl>,  sizeof(present_phys_req), 0},
     {KALIX_READBACK,          call<readback_req, nebo_readback_surface>,                readback_bytes, 0},
+    {KALIX_OVERLAY_DEFINE,    call<overlay_define_req, nebo_overlay_define>,            sizeof(overlay_define_req), sizeof(overlay_define_req)},
+    {KALIX_OVERLAY_DESTROY,   call<overlay_destroy_req, nebo_overlay_destroy>,          4, sizeof(overlay_destroy_req)},
+    {KALIX_OVERLAY_VISIBLE,   call<overlay_visible_req, nebo_overlay_visible>,          8, 0},
+    {KALIX_OOB_PRESENT,       call<oob_present_req, nebo_oob_present>,                  4, 0},
     {KALIX_SOFTWARE_MODE,     call<software_mode_req, query_software_mode>,             0, sizeof(software_mode_req)},
+    {KALIX_SVGA_ENABLE,       call<svga_enable_req, nebo_adapter_svga_enable>,          4, 0},
+    {KALIX_SET_MODE,          call<set_mode_req, nebo_adapter_set_mode>,                sizeof(set_mode_req), 0},
+    {KALIX_SET_CURSOR,        set_cursor,                                               sizeof(set_cursor_req), 0},
+    {KALIX_MOVE_CURSOR,       call<move_cursor_req, nebo_adapter_move_cursor>,          sizeof(move_cursor_req), 0},
+    {KALIX_DEBUG_RESET,       reset_debug,                                              0, 0},
+    {KALIX_DEBUG_SHOW_SID,    call<show_sid_req, vmw_debug_show_sid_msg>,               4, 0},
+    {KALIX_DEBUG_SID_INFO,    call<sid_info_req, vmw_debug_get_sid_info_msg>,           4, sizeof(sid_info_req)},
+    {KALIX_DEBUG_LIST_SIDS,   call<list_sids_req, vmw_debug_list_sids_msg>,             4, sizeof(list_sids_req)},
+    {KALIX_DEBUG_DUMP_SID,    call<dump_sid_req, vmw_debug_dump_sid_msg>,               dump_bytes, sizeof(dump_sid_req)},
+    {KALIX_DEBUG_FILL_SID,    call<fill_sid_req, vmw_debug_fill_sid_msg>,               sizeof(fill_sid_req), sizeof(fill_sid_req)},
     {KALIX_DISCONNECT,        disconnect,                                               0, 0},
 };
 // clang-format on
@@ -170,23 +206,6 @@ std::optional<payload_buffer> read_payload(const workitem& item, uint32_t reply_
     return std::nullopt;
 }
 
-// Holds the device mutex when one was supplied at bring-up.
-class device_hold {
-public:
-    device_hold() KALIX_NO_THREAD_SAFETY_ANALYSIS
-    {
-        if (_globals.device_mutex)
-            _globals.device_mutex->lock();
-    }
-    ~device_hold() KALIX_NO_THREAD_SAFETY_ANALYSIS
-    {
-        if (_globals.device_mutex)
-            _globals.device_mutex->unlock();
-    }
-    device_hold(const device_hold&) = delete;
-    device_hold& operator=(const device_hold&) = delete;
-};
-
 int call_handler(const request_row* row, const workitem& item, const payload_buffer& payload)
 {
     client_record* const client = client_get(item.info);
@@ -196,7 +215,10 @@ int call_handler(const request_row* row, const workitem& item, const payload_buf
     what.missing |= item.payload_length > 0 && static_cast<uint32_t>(item.payload_length) < row->request_bytes;
     device_hold lock;
     platform::sender_scope sender{item.info};
-    return row->call(what);
+    const int status = row->call(what);
+    if (client && row->command != KALIX_DISCONNECT)
+        status_note_client(*client);
+    return status;
 }
 
 } // namespace

@@ -56,6 +56,11 @@ inline constexpr uint32_t overlay_id_capacity = 8;
 inline constexpr uint32_t driver_context_id = 246;
 inline constexpr uint32_t driver_surface_id_first = 32747;
 inline constexpr uint32_t driver_surface_id_last = 32751;
+inline constexpr uint32_t postprocess_target_sid = 32747; // of the hardware pass
+inline constexpr uint32_t postprocess_depth_sid = 32748;
+inline constexpr uint32_t postprocess_vertex_sid = 32749;
+inline constexpr uint32_t postprocess_index_sid = 32750;
+inline constexpr uint32_t self_test_sid = 32751;
 
 inline constexpr uint32_t dirty_gmr_bytes = 0x1000000;
 inline constexpr uint32_t dirty_gmr_buffer_bytes = 0x1001000; // and a page, so that an aligned span fits
@@ -63,6 +68,10 @@ static_assert(dma_id_capacity + 1 <= SVGA_GMR_IDS);           // every DMA buffe
 
 struct client_record;
 struct surface_record;
+
+struct present_rectangle { // as a client gave it, pixels of the presented surface
+    int32_t x, y, width, height;
+};
 
 struct driver_state {
     uint32_t initialized = 0; // 1 once the message loop may run
@@ -88,6 +97,12 @@ struct driver_state {
     hashtable* handed_out_sids = nullptr;                            // sid to the client that asked for it
     uint32_t shared_sid = 0;                    // first surface that was defined shared; 0: none yet
     client_record* shared_sid_client = nullptr; // who referenced it last
+    uint32_t debug_copy_sid = 0; // when set, presents first copy a box of it into what they show
+    uint32_t debug_show_sid = 0; // when set, presents show it instead
+    uint32_t last_present_sid = 0; // 0: none yet; the surface may be gone
+    present_rectangle last_present_rect{};
+    uint32_t postprocess_ready = 0; // 1: the hardware pass has all its objects
+    std::array<surface_record*, 4> postprocess_surfaces{}; // target, depth, vertices, indices; see postprocess.h
     uint32_t dirty_gmr_id = 0;
     std::byte* dirty_gmr_buffer = nullptr;
     std::byte* dirty_gmr_base = nullptr; // page-aligned start in it

@@ -1,5 +1,6 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/message_loop.h"
 
+#include "hardware/gpu/vmware_svga/gpu/kalix/config.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/dispatch.h"
 
 #include <cerrno>
@@ -39,6 +40,11 @@ outcome accept_pulse(workitem& item, const receive_buffer& received)
         item.info.scoid = static_cast<uint32_t>(pulse.scoid);
         create_disconnect_workitem(&item);
         return outcome::queue;
+    }
+    if (pulse.code == pulse_code_config) {
+        pps_load_config();
+        pps_monitor(_globals.self_coid);
+        return outcome::done;
     }
     if (pulse.code != platform::pulse_code_unblock)
         slogf(log_code, log_warning, "kalix: unknown pulse %d received, dropping", pulse.code);

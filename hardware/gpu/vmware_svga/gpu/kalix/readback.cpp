@@ -1,5 +1,6 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/readback.h"
 
+#include "hardware/gpu/vmware_svga/gpu/kalix/framebuffer.h"
 #include "hardware/gpu/vmware_svga/lib/svga3d.h"
 #include "platform/shared_memory.h"
 
@@ -13,18 +14,6 @@ namespace {
 constexpr unsigned object_mode = 0777;
 constexpr std::byte opaque{255};
 
-// Whether rows of row_bytes, pitch apart, the first at offset, all lie inside size bytes.
-constexpr bool rows_fit(uint64_t size, uint64_t offset, uint32_t rows, uint32_t pitch, uint64_t row_bytes)
-{
-    if (rows == 0)
-        return true;
-    if (offset > size || row_bytes > size - offset)
-        return false;
-    return uint64_t{rows - 1} * pitch <= size - offset - row_bytes; // 32 x 32 bits fit in 64
-}
-static_assert(rows_fit(4096, 0, 2, 2048, 2048) && !rows_fit(4096, 1, 2, 2048, 2048));
-static_assert(!rows_fit(4096, UINT64_MAX, 1, 0, 1) && !rows_fit(4096, 0, UINT32_MAX, UINT32_MAX, 1));
-
 // The rectangle asked for, once it has been found to lie inside the surface.
 struct rectangle {
     uint32_t x, y, w, h; // pixels
@@ -33,13 +22,6 @@ struct rectangle {
     uint64_t row_bytes() const { return uint64_t{w} * pixel_bytes; }
     uint64_t start() const { return uint64_t{y} * pitch + uint64_t{x} * pixel_bytes; }
 };
-
-std::span<std::byte> framebuffer_from(uint64_t offset)
-{
-    auto* const start = reinterpret_cast<std::byte*>(_globals.svga_device->framebuffer);
-    const std::span<std::byte> all{start, _globals.svga_device->fb_bytes};
-    return offset <= all.size() ? all.subspan(offset) : all.last(0);
-}
 
 // Opens the client's object as the surface's destination; a descriptor stays although its mapping failed,
 // so that such a surface has no destination from then on.

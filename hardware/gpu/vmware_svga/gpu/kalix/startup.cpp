@@ -1,9 +1,15 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/startup.h"
 
+#include "hardware/gpu/vmware_svga/gpu/kalix/adapter.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/client.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/config.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/debug.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/dma.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/message_loop.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/postprocess.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/self_test.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/settings.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/status_file.h"
 #include "hardware/gpu/vmware_svga/lib/svga3d.h"
 
 #include <algorithm>
@@ -144,10 +150,22 @@ int make_dirty_gmr()
     return 0;
 }
 
+void begin_configuration()
+{
+    if (pps_init() != 0)
+        slogf(log_code, log_error, "kalix: pps init failed, persistent config not available");
+    else
+        pps_monitor(_globals.self_coid);
+}
+
 } // namespace
 
 void reset_globals()
 {
+    postprocess_reset();
+    reset_self_test();
+    reset_adapter();
+    reset_config();
     std::destroy_at(&_globals);
     std::construct_at(&_globals);
 }
@@ -219,8 +237,13 @@ int kalix_init(mutex* device_mutex)
         return fail("kalix: client_init: failed");
     if (dma_initialize() != 0)
         return fail("kalix: dma_initialize: failed");
-    if (open_channel() != 0 || make_tables() != 0 || make_dirty_gmr() != 0)
+    if (open_channel() != 0 || make_tables() != 0)
         return 1;
+    status_begin();
+    begin_configuration();
+    if (make_dirty_gmr() != 0)
+        return 1;
+    reset_debug_state();
     _globals.initialized = 1;
     return msg_loop();
 }

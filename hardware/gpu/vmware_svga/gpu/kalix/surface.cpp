@@ -1,5 +1,6 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
 
+#include "hardware/gpu/vmware_svga/gpu/kalix/overlay.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/surface_ids.h"
 #include "hardware/gpu/vmware_svga/lib/svga3d.h"
 #include "platform/shared_memory.h"
@@ -174,6 +175,7 @@ int surface_destroy_on_hw(surface_record* surface)
 void surface_destroy(resource_object* object)
 {
     auto* const surface = static_cast<surface_record*>(object);
+    overlays_forget(surface); // the record goes, whatever the device says
     if (!surface || surface_destroy_on_hw(surface) != 0)
         return;
     surface->sizes.reset();

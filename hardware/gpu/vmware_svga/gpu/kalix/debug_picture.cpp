@@ -1,0 +1,67 @@
+#include "hardware/gpu/vmware_svga/gpu/kalix/debug_picture.h"
+
+#include "hardware/gpu/vmware_svga/gpu/kalix/framebuffer.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/storage.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <kalix/svga3d_types.h>
+
+namespace kalix {
+namespace {
+
+using pixel = std::array<uint8_t, 4>; // blue, green, red, alpha
+constexpr pixel magenta = {255, 0, 255, 255};
+
+uint8_t over(uint8_t background, uint8_t color, float alpha)
+{
+    return static_cast<uint8_t>(static_cast<int>(static_cast<float>(background) * (1 - alpha)) +
+                                static_cast<int>(static_cast<float>(color) * alpha));
+}
+
+void blend(pixel& at, bool opaque)
+{
+    if (at[3] == 255)
+        return;
+    if (!opaque) {
+        const float alpha = static_cast<float>(at[3]) / 255.0f;
+        for (size_t channel = 0; channel < 3; ++channel)
+            at[channel] = over(magenta[channel], at[channel], alpha);
+    }
+    at[3] = 255;
+}
+
+} // namespace
+
+debug_picture plan_debug_picture(const surface_record& surface)
+{
+    const svga_device& device = *_globals.svga_device;
+    const surface_dimensions size = dimensions_of(surface);
+    const storage_block block = storage_of(surface.format);
+    const uint32_t width = std::min(size.width, device.width);
+    uint32_t copied = width;
+    while (copied > 0 && block.row_bytes(copied) > device.pitch)
+        copied = std::min(copied - 1, copied / 2);
+    return {width, std::min(size.height, device.height), copied, surface.format == SVGA3D_X8R8G8B8};
+}
+
+void paint_debug_picture(const debug_picture& picture)
+{
+    const svga_device& device = *_globals.svga_device;
+    // In a mode of 16 bits the picture has fewer bytes than four a pixel.
+    const size_t pixels = std::min<size_t>(device.visible_bytes, device.fb_bytes) / sizeof(pixel);
+    size_t index = 0;
+    for (uint32_t row = 0; row < device.height; ++row)
+        for (uint32_t column = 0; column < device.width && index < pixels; ++column, ++index) {
+            std::byte* const at = framebuffer_bytes().data() + index * sizeof(pixel);
+            pixel value = magenta;
+            if (row < picture.height && column < picture.width) {
+                std::memcpy(value.data(), at, sizeof value);
+                blend(value, picture.opaque);
+            }
+            std::memcpy(at, value.data(), sizeof value);
+        }
+}
+
+} // namespace kalix

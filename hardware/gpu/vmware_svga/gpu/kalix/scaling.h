@@ -1,0 +1,31 @@
+// The scaling kernels of the software pass: integers alone, one per supported zoom factor.
+//
+// A kernel keeps some source rows and, of each group of columns, some pixels: their bytes 0 to 2 are copied,
+// and byte 3 of the destination stays. The bottom strip is filtered instead, by all kernels but that of a
+// third: every pixel becomes one grey value, made from byte 0 of its neighbours in the row and the row above.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace kalix {
+
+inline constexpr float zoom_third = 0x1.55553ep-2f;
+inline constexpr float zoom_half = 0.5f;
+inline constexpr float zoom_two_thirds = 0x1.55553ep-1f;
+inline constexpr float zoom_three_quarters = 0.75f;
+
+struct scaled_frame {
+    uint32_t width, height;    // pixels of four bytes
+    std::span<std::byte> from; // rows of width pixels
+    std::span<std::byte> to;   // rows of pitch bytes
+    uint32_t pitch;
+};
+
+// Scales with the kernel of exactly that factor. False, and nothing is touched, when there is no kernel or
+// either side is too small. Columns go in whole groups: from holds up to three pixels behind its last one
+// when the width is no multiple of the group, and the last row written needs room for a whole group too.
+bool scale(float zoom, const scaled_frame& frame);
+
+} // namespace kalix
