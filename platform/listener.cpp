@@ -50,8 +50,8 @@ bool bind_to(int socket, const std::string& path)
 bool give_to_group(const socket_place& place)
 {
     const std::optional<gid_t> with = sharing_group();
-    return !with || fchownat(place.directory.get(), place.name.c_str(), static_cast<uid_t>(-1), *with,
-                             AT_SYMLINK_NOFOLLOW) == 0;
+    return !with ||
+           fchownat(place.directory.get(), place.name.c_str(), static_cast<uid_t>(-1), *with, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 } // namespace

@@ -25,8 +25,8 @@ unique_fd open_published(const char* name, std::size_t bytes)
         errno = EPERM;
         return unique_fd{};
     }
-    const bool sized = static_cast<std::size_t>(facts.st_size) >= bytes ||
-                       ftruncate(file.get(), static_cast<int64_t>(bytes)) == 0;
+    const bool sized =
+        static_cast<std::size_t>(facts.st_size) >= bytes || ftruncate(file.get(), static_cast<int64_t>(bytes)) == 0;
     return sized && share_with_group(file.get(), 0600, 0640) ? std::move(file) : unique_fd{};
 }
 

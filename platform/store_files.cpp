@@ -45,8 +45,8 @@ std::string_view inside(std::string_view path)
     if (!path.starts_with(prefix))
         return {};
     path.remove_prefix(prefix.size());
-    const bool good = !path.empty() && !path.starts_with('/') && !path.ends_with('/') &&
-                      path.find("//") == path.npos && path.find("..") == path.npos;
+    const bool good = !path.empty() && !path.starts_with('/') && !path.ends_with('/') && path.find("//") == path.npos &&
+                      path.find("..") == path.npos;
     return good ? path : std::string_view{};
 }
 
@@ -132,8 +132,8 @@ object_place find_object(std::string_view path, bool create)
 
 unique_fd open_object_file(const object_place& place)
 {
-    unique_fd file{openat(place.directory.get(), place.file.c_str(),
-                          O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
+    unique_fd file{
+        openat(place.directory.get(), place.file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
     struct stat facts {};
     if (file && (fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode))) {
         file.reset();

@@ -191,6 +191,56 @@ uint32_t kalix_readback_pixel_bytes(uint32_t format);
 int kalix_readback(kalix_connection *connection, const struct kalix_readback_area *area, void *pixels,
                    size_t row_stride);
 
+/* ---- Display ----------------------------------------------------------------------------- */
+
+/* Shows a surface that this client holds: the region from its corner (0, 0) to (width, height) fills the
+ * whole screen, with everybody's overlays on top. x and y say where on the screen the picture goes, in
+ * pixels of the unzoomed screen. The picture shows what commands submitted before have drawn; the call
+ * does not wait for it to show. */
+int kalix_present(kalix_connection *connection, uint32_t sid, int32_t x, int32_t y, int32_t width, int32_t height);
+/* Copies a rectangle of a surface that this client holds into the framebuffer, in rows of the surface's
+ * width from a guest physical address on. -EINVAL when a byte would lie outside. */
+int kalix_present_phys(kalix_connection *connection, uint32_t sid, uint32_t x, uint32_t y, uint32_t width,
+                       uint32_t height, uint64_t phys_addr);
+
+/* An overlay of the record's place, buffers and surfaces (its field id is not read), visible at once with
+ * the next present of anybody; *id is its number. -EINVAL for a buffer count other than 1 and 2, pixels
+ * outside the framebuffer, and when the server's KALIX_OVERLAYS_MAX are in use. */
+int kalix_overlay_define(kalix_connection *connection, const struct overlay_define_req *overlay, uint32_t *id);
+int kalix_overlay_destroy(kalix_connection *connection, uint32_t id);
+int kalix_overlay_visible(kalix_connection *connection, uint32_t id, uint32_t visible);
+/* Swaps the overlay's two buffers and shows the last picture again. -ENOENT when nothing is there to show. */
+int kalix_oob_present(kalix_connection *connection, uint32_t overlay_id);
+
+/* Turns the display on (1) or off (0). */
+int kalix_svga_enable(kalix_connection *connection, uint32_t enable);
+/* Sets the mode, in pixels and bits per pixel (16 or 32), and shows the last picture in all of it. A mode
+ * that the device does not have leaves it as it is; the result does not tell. */
+int kalix_set_mode(kalix_connection *connection, uint32_t width, uint32_t height, uint32_t bits_per_pixel);
+
+struct kalix_cursor_image {
+    uint32_t width, height;          /* pixels, at most 256 a side */
+    uint32_t hotspot_x, hotspot_y;   /* the pixel that points */
+    const uint32_t *pixels;          /* packed rows of 0xAARRGGBB, colours multiplied by alpha */
+};
+int kalix_set_cursor(kalix_connection *connection, const struct kalix_cursor_image *image);
+/* Places the hot spot, in screen pixels. */
+int kalix_move_cursor(kalix_connection *connection, uint32_t visible, uint32_t x, uint32_t y);
+
+/* ---- Debugging --------------------------------------------------------------------------- */
+
+/* These reach every surface of the server; under KALIX_STRICT=1 they are for the server's own user alone.
+ * A record is question and answer (protocol.h says which field is which); -EINVAL for an unknown sid. */
+
+/* Shows one surface alone, instead of all that is presented, until the reset. */
+int kalix_debug_show(kalix_connection *connection, uint32_t sid);
+int kalix_debug_reset(kalix_connection *connection);
+int kalix_debug_info(kalix_connection *connection, struct sid_info_req *information);
+int kalix_debug_list(kalix_connection *connection, struct list_sids_req *list);
+/* Both use the framebuffer's beginning, which shows until the next present. */
+int kalix_debug_dump(kalix_connection *connection, struct dump_sid_req *dump);
+int kalix_debug_fill(kalix_connection *connection, uint32_t sid, uint32_t pixel);
+
 /* ---- Commands ---------------------------------------------------------------------------- */
 
 /* Each appends one command to the list and returns 0; -ENOSPC when it does not fit, and the list is as

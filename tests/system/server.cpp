@@ -27,6 +27,7 @@ std::string server_program()
                                 const std::vector<std::string>& environment)
 {
     ::setenv("KALIX_RUN_DIR", directory.c_str(), 1);
+    ::setenv("KALIX_PPS_DIR", (directory + "/pps").c_str(), 1);
     ::setenv("KALIX_FOREGROUND", "1", 1);
     ::setenv("KALIX_LOG", log.c_str(), 1);
     ::setenv("KALIX_READY_FD", std::to_string(ready).c_str(), 1);

@@ -70,8 +70,7 @@ TEST_F(debug_test, UnknownSurfacesAreNamed)
         bytes payload = words({77, 0, 0, 0, 0});
         payload.resize(each.bytes);
         EXPECT_EQ(request(1, each.command, payload).value, -22);
-        EXPECT_EQ(take_lines(),
-                  lines{std::string{"2 kalix: "} + each.name + ": surface with sid 77 is unknown!"});
+        EXPECT_EQ(take_lines(), lines{std::string{"2 kalix: "} + each.name + ": surface with sid 77 is unknown!"});
         payload.resize(each.bytes - 1);
         EXPECT_EQ(request(1, each.command, payload).value, -22);
         EXPECT_TRUE(take_lines().empty());
@@ -98,11 +97,12 @@ TEST_F(debug_test, DumpsTakeRowsOutOfTheFramebuffer)
         int32_t status;
     };
     const uint32_t end = 1u << 20;
-    const row rows[] = {{sid, 0, 16, 512, 31, 0},     {sid, 0, 16, 512, 32, -22},     {sid, 4096, 7, -512, 9, 0},
-                        {sid, 4095, 7, -512, 9, -22}, {sid, end - 8, 8, 1, 1, 0},     {sid, end - 8, 8, 1, 2, -22},
-                        {sid, end, 1, 0, 1, -22},     {sid, ~0u, 1, 0, 1, -22},       {sid, 0, 1, INT32_MAX, 3, -22},
-                        {sid, end, 0, 9, ~0u, 0},     {sid, 0, 0x10000, 0, 0x10000, -22}, {deep, 0, 1, 1, 1, -22},
-                        {sid, 9, 511, 1, 1, 0},       {sid, 5, 1, INT32_MIN, 2, -22}};
+    const row rows[] = {
+        {sid, 0, 16, 512, 31, 0},     {sid, 0, 16, 512, 32, -22},         {sid, 4096, 7, -512, 9, 0},
+        {sid, 4095, 7, -512, 9, -22}, {sid, end - 8, 8, 1, 1, 0},         {sid, end - 8, 8, 1, 2, -22},
+        {sid, end, 1, 0, 1, -22},     {sid, ~0u, 1, 0, 1, -22},           {sid, 0, 1, INT32_MAX, 3, -22},
+        {sid, end, 0, 9, ~0u, 0},     {sid, 0, 0x10000, 0, 0x10000, -22}, {deep, 0, 1, 1, 1, -22},
+        {sid, 9, 511, 1, 1, 0},       {sid, 5, 1, INT32_MIN, 2, -22}};
     for (const row& each : rows) {
         dump_sid_req req{each.sid, each.offset, each.row_bytes, each.stride, each.rows, 0, {}};
         std::ranges::fill(req.data, uint8_t{0xEE});
@@ -239,7 +239,8 @@ TEST_F(software_test, KernelsAgreeWithTheReference)
         int group, outputs;
     };
     const kernel_row kernels[] = {{0x1.55553ep-2f, 3, 1}, {0.5f, 2, 1}, {0x1.55553ep-1f, 3, 2}, {0.75f, 4, 3}};
-    for (const auto& [w, h] : {std::pair{64u, 48u}, {96u, 120u}, {61u, 97u}, {7u, 49u}, {5u, 3u}, {120u, 51u}, {48u, 50u}})
+    for (const auto& [w, h] :
+         {std::pair{64u, 48u}, {96u, 120u}, {61u, 97u}, {7u, 49u}, {5u, 3u}, {120u, 51u}, {48u, 50u}})
         for (const kernel_row& kernel : kernels) {
             mode(w, h, kernel.zoom);
             pixels wanted = here().framebuffer;
@@ -293,21 +294,23 @@ TEST_F(software_test, OverlaysAreCopiedWhereTheyFit)
         uint32_t width, height;
         bool drawn;
     };
-    const row rows[] = {{0, 0, 8, 8, true},    {-1, 0, 8, 8, false}, {0, -1, 8, 8, false},  {96, 0, 8, 8, true},
+    const row rows[] = {{0, 0, 8, 8, true},    {-1, 0, 8, 8, false},  {0, -1, 8, 8, false},   {96, 0, 8, 8, true},
                         {99, 58, 8, 6, true},  {99, 59, 29, 5, true}, {99, 59, 30, 5, false}, {0, 57, 4, 8, false},
-                        {100, 0, 8, 8, false}, {0, 60, 8, 4, false}, {5, 5, 0, 8, false},   {50, 50, ~0u, 1, false}};
+                        {100, 0, 8, 8, false}, {0, 60, 8, 4, false},  {5, 5, 0, 8, false},    {50, 50, ~0u, 1, false}};
     for (const row& each : rows) {
         if (uint64_t{each.width} * each.height > 10000)
             continue; // the define request refuses it; see the overlays' own tests
         mode(w, h, 1);
         const uint64_t pixels_at = 600'000;
-        const overlay_define_req req{each.x, each.y, each.width, each.height, 2, 0, 0, 0, 0, SVGA_FRAMEBUFFER_BASE + pixels_at};
+        const overlay_define_req req{each.x, each.y, each.width, each.height, 2,
+                                     0,      0,      0,          0,           SVGA_FRAMEBUFFER_BASE + pixels_at};
         const uint32_t id = record_of<overlay_define_req>(request(1, KALIX_OVERLAY_DEFINE, bytes_of(req)).data).id;
         pixels wanted = here().framebuffer;
         for (uint32_t r = 0; each.drawn && r < each.height && r + static_cast<uint32_t>(each.y) < h; ++r)
             for (uint32_t c = 0; c < each.width && c + static_cast<uint32_t>(each.x) < w; ++c)
-                std::memcpy(&wanted[frame + ((r + static_cast<uint32_t>(each.y)) * w + c + static_cast<uint32_t>(each.x)) * 4],
-                            &wanted[pixels_at + (r * each.width + c) * 4], 4);
+                std::memcpy(
+                    &wanted[frame + ((r + static_cast<uint32_t>(each.y)) * w + c + static_cast<uint32_t>(each.x)) * 4],
+                    &wanted[pixels_at + (r * each.width + c) * 4], 4);
         software_draw_overlays({0, 0, 100, 60});
         EXPECT_TRUE(here().framebuffer == wanted) << each.x << " " << each.y << " " << each.width;
         request(1, KALIX_OVERLAY_VISIBLE, words({id, 0}));

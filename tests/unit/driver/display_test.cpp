@@ -33,8 +33,8 @@ TEST_F(display_test, OverlaysAreBoundedAndPlaced)
         uint64_t address0, address1;
         int32_t status;
     };
-    const row rows[] = {{0, 0, 0, 22},        {3, 0, 0, 22},           {1, base, 0, 0},       {1, end - 128, 0, 0},
-                        {1, end - 127, 0, 22}, {1, end, 0, 22},        {1, base - 1, 0, 22},  {1, base, 1, 0},
+    const row rows[] = {{0, 0, 0, 22},         {3, 0, 0, 22},           {1, base, 0, 0},      {1, end - 128, 0, 0},
+                        {1, end - 127, 0, 22}, {1, end, 0, 22},         {1, base - 1, 0, 22}, {1, base, 1, 0},
                         {2, base, 1, 22},      {2, base, end - 128, 0}, {2, base, ~0ull, 22}};
     for (const row& each : rows) {
         const answer got =
@@ -53,10 +53,9 @@ TEST_F(display_test, OverlaysAreBoundedAndPlaced)
 TEST_F(display_test, EightOverlaysExist)
 {
     for (uint32_t id = 1; id <= 8; ++id)
-        EXPECT_EQ(record_of<overlay_define_req>(
-                      request(1 + id % 2, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(1))).data)
-                      .id,
-                  id);
+        EXPECT_EQ(
+            record_of<overlay_define_req>(request(1 + id % 2, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(1))).data).id,
+            id);
     EXPECT_EQ(request(1, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(1))).value, 22);
     take_lines();
     EXPECT_EQ(request(1, KALIX_OVERLAY_DESTROY, words({3})).value, -22); // client 2's
@@ -93,7 +92,8 @@ TEST_F(display_test, OverlaysForgetSurfacesThatGo)
     here().reservations_left = -1;
     disconnect(2);
     for (uint32_t id = 1; id <= 3; ++id)
-        for (const surface_record* slot : static_cast<overlay_record*>(resource_get_global(RESOURCE_OVERLAY, id))->surface)
+        for (const surface_record* slot :
+             static_cast<overlay_record*>(resource_get_global(RESOURCE_OVERLAY, id))->surface)
             EXPECT_EQ(slot, nullptr);
     EXPECT_EQ(overlay_get_by_surface(nullptr), nullptr);
 }
@@ -106,7 +106,8 @@ TEST_F(display_test, FirstModeTestsTheDeviceOnce)
     EXPECT_EQ(request(1, KALIX_SET_MODE, words({640, 480, 32})).value, 0);
     const uint32_t region = _globals.dirty_gmr_id;
     frame_words wanted{0, 0};
-    wanted.command(1040, {32751, 32, 2, 8, 0, 0, 0, 0, 0, 184, 184, 1, 92, 92, 1, 46, 46, 1, 23, 23, 1, 11, 11, 1, 5, 5, 1, 2, 2, 1, 1, 1, 1});
+    wanted.command(1040, {32751, 32, 2,  8, 0,  0,  0, 0, 0, 184, 184, 1, 92, 92, 1, 46, 46,
+                          1,     23, 23, 1, 11, 11, 1, 5, 5, 1,   2,   2, 1,  1,  1, 1});
     wanted.command(1044, {region, 0, 736, 32751, 0, 0, 1, 0, 0, 0, 32, 1, 1, 0, 0, 0});
     wanted.command(1044, {region, 128, 736, 32751, 0, 0, 2, 0, 0, 0, 32, 1, 1, 0, 0, 0});
     wanted.command(1041, {32751});
@@ -199,10 +200,17 @@ TEST_F(display_test, ZoomIsClampedSnappedAndSetOnce)
     };
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float middle = (1.0f + 0.75f) / 2;
-    const row rows[] = {{0.05f, 0.1f, false}, {-9, 0.1f, false},         {1.5f, 1, false},
-                        {0.6f, 0.6f, false},  {0.6f, 0x1.55553ep-1f, true}, {0.3f, 0x1.55553ep-2f, true},
-                        {0.62f, 0x1.55553ep-1f, true}, {0.5f, 0.5f, true}, {middle, 1, true},
-                        {0.76f, 0.75f, true}, {1, 1, true}};
+    const row rows[] = {{0.05f, 0.1f, false},
+                        {-9, 0.1f, false},
+                        {1.5f, 1, false},
+                        {0.6f, 0.6f, false},
+                        {0.6f, 0x1.55553ep-1f, true},
+                        {0.3f, 0x1.55553ep-2f, true},
+                        {0.62f, 0x1.55553ep-1f, true},
+                        {0.5f, 0.5f, true},
+                        {middle, 1, true},
+                        {0.76f, 0.75f, true},
+                        {1, 1, true}};
     for (const row& each : rows) {
         _globals.software_mode = each.software;
         here().device.zoom = 0.123f;
@@ -338,7 +346,8 @@ TEST(Matrices, KeepTheirRules)
         void (*rotate)(float*, float);
         size_t from, to; // the axis that a quarter turn takes to another
     };
-    for (const rotation_row& row : {rotation_row{Matrix_RotateX, 1, 2}, {Matrix_RotateY, 2, 0}, {Matrix_RotateZ, 0, 1}}) {
+    for (const rotation_row& row :
+         {rotation_row{Matrix_RotateX, 1, 2}, {Matrix_RotateY, 2, 0}, {Matrix_RotateZ, 0, 1}}) {
         Matrix_Copy(got.data(), gIdentityMatrix);
         row.rotate(got.data(), 1.5707964f);
         EXPECT_NEAR(got[row.from * 4 + row.to], 1, 1e-6f);

@@ -69,8 +69,8 @@ struct frame_words {
         command(1047, {246, 1, f(1), 0, 0, 0, 0, f(1), 0, 0, 0, 0, f(1), 0, 0, 0, 0, f(1)});
         const float w = static_cast<float>(width);
         const float h = static_cast<float>(height);
-        return command(1047, {246, 3, f(2 / w), 0, 0, 0, 0, f(2 / -h), 0, 0, 0, 0, f(-2.0f / 20.0f), 0,
-                              f(-w / w), f(-h / -h), f(-0.0f), f(1)});
+        return command(1047, {246, 3, f(2 / w), 0, 0, 0, 0, f(2 / -h), 0, 0, 0, 0, f(-2.0f / 20.0f), 0, f(-w / w),
+                              f(-h / -h), f(-0.0f), f(1)});
     }
 
     frame_words& texture(uint32_t sid, bool blend)
@@ -107,17 +107,14 @@ struct frame_words {
     frame_words& draw(uint32_t slot)
     {
         const uint32_t at = slot * 256;
-        return command(1063, {246, 3, 1,                                       //
-                              6,   0, 0, 0, 32749, at,      16, 0, 0,          //
-                              1,   0, 5, 0, 32749, at + 4,  16, 0, 0,          //
-                              4,   0, 10, 0, 32749, at + 12, 16, 0, 0,         //
-                              6,   2, 32750, slot * 64, 2, 2, 0});
+        return command(1063, {246, 3, 1,                                          //
+                              6,   0, 0,     0,         32749, at,      16, 0, 0, //
+                              1,   0, 5,     0,         32749, at + 4,  16, 0, 0, //
+                              4,   0, 10,    0,         32749, at + 12, 16, 0, 0, //
+                              6,   2, 32750, slot * 64, 2,     2,       0});
     }
 
-    frame_words& overlay(uint32_t sid, bool turned)
-    {
-        return matrices(turned).states(true).texture(sid, true);
-    }
+    frame_words& overlay(uint32_t sid, bool turned) { return matrices(turned).states(true).texture(sid, true); }
 
     frame_words& finish() { return matrices(false).states(false); }
 

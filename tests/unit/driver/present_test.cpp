@@ -30,11 +30,10 @@ protected:
         return sid;
     }
 
-    uint32_t overlay(int32_t x, int32_t y, uint32_t sid0, uint32_t sid1 = 0, uint32_t buffers = 1,
-                     uint32_t client = me)
+    uint32_t overlay(int32_t x, int32_t y, uint32_t sid0, uint32_t sid1 = 0, uint32_t buffers = 1, uint32_t client = me)
     {
-        const answer got =
-            request(client, KALIX_OVERLAY_DEFINE, bytes_of(overlay_define_req{x, y, 8, 8, buffers, 0, sid0, sid1, 0, 0}));
+        const answer got = request(client, KALIX_OVERLAY_DEFINE,
+                                   bytes_of(overlay_define_req{x, y, 8, 8, buffers, 0, sid0, sid1, 0, 0}));
         EXPECT_EQ(got.value, 0);
         return record_of<overlay_define_req>(got.data).id;
     }
@@ -49,8 +48,12 @@ protected:
         } corners[4];
         std::memcpy(corners, _globals.dirty_gmr_base + offset, sizeof corners);
         EXPECT_EQ(corners[0].color, 0xFFFFFFFFu);
-        return {static_cast<float>(corners[0].x), static_cast<float>(corners[0].y), static_cast<float>(corners[2].x),
-                static_cast<float>(corners[2].y), corners[2].u, corners[2].v};
+        return {static_cast<float>(corners[0].x),
+                static_cast<float>(corners[0].y),
+                static_cast<float>(corners[2].x),
+                static_cast<float>(corners[2].y),
+                corners[2].u,
+                corners[2].v};
     }
 
     const kalix_status& status() { return *reinterpret_cast<const kalix_status*>(here().status.data()); }
@@ -275,9 +278,13 @@ TEST_F(present_test, RefusalsSayWhy)
         size_t bytes;
         int32_t status;
     };
-    for (const short_row& row : {short_row{KALIX_PRESENT, 19, -22}, {KALIX_PRESENT_PHYS, 31, -22},
-                                 {KALIX_OOB_PRESENT, 3, -22}, {KALIX_OVERLAY_DEFINE, 47, -22},
-                                 {KALIX_OVERLAY_DESTROY, 3, -22}, {KALIX_OVERLAY_VISIBLE, 7, -22}, {KALIX_PRESENT, 0, -22}}) {
+    for (const short_row& row : {short_row{KALIX_PRESENT, 19, -22},
+                                 {KALIX_PRESENT_PHYS, 31, -22},
+                                 {KALIX_OOB_PRESENT, 3, -22},
+                                 {KALIX_OVERLAY_DEFINE, 47, -22},
+                                 {KALIX_OVERLAY_DESTROY, 3, -22},
+                                 {KALIX_OVERLAY_VISIBLE, 7, -22},
+                                 {KALIX_PRESENT, 0, -22}}) {
         EXPECT_EQ(request(me, row.command, bytes(row.bytes)).value, row.status) << row.command;
         EXPECT_TRUE(take_lines().empty());
     }
@@ -333,18 +340,17 @@ TEST_F(present_test, PhysicalAddressesStayInsideTheFramebuffer)
         EXPECT_EQ(request(me, KALIX_PRESENT_PHYS, bytes_of(req)).value, each.status) << each.address << " " << each.x;
         frame_words wanted{64, 48};
         if (each.status == 0)
-            wanted.command(1044, {0xFFFFFFFE, static_cast<uint32_t>(each.address - SVGA_FRAMEBUFFER_BASE), 0, sid, 0, 0, 2,
-                                  each.x, each.y, 0, each.w, each.h, 1, each.x, each.y, 0});
+            wanted.command(1044, {0xFFFFFFFE, static_cast<uint32_t>(each.address - SVGA_FRAMEBUFFER_BASE), 0, sid, 0, 0,
+                                  2, each.x, each.y, 0, each.w, each.h, 1, each.x, each.y, 0});
         EXPECT_EQ(take_stream(), wanted.out);
         EXPECT_EQ(here().waited.size(), each.status == 0 ? 1u : 0u);
     }
     take_lines();
     request(me, KALIX_PRESENT_PHYS, bytes_of(present_phys_req{sid, 0, 0, 1, 1, 0, 0x80000001}));
     request(me, KALIX_PRESENT_PHYS, bytes_of(present_phys_req{99, 0, 0, 1, 1, 0, 0}));
-    EXPECT_EQ(take_lines(),
-              (std::vector<std::string>{
-                  "2 kalix: nebo_present_to_phys_addr_ioctl: address 0x80000001 is above 0x80000000",
-                  "2 kalix: nebo_present_to_phys_addr_ioctl: surface 99 is unknown"}));
+    EXPECT_EQ(take_lines(), (std::vector<std::string>{
+                                "2 kalix: nebo_present_to_phys_addr_ioctl: address 0x80000001 is above 0x80000000",
+                                "2 kalix: nebo_present_to_phys_addr_ioctl: surface 99 is unknown"}));
 }
 
 // The debug picture against its rule, in both depths, with surfaces smaller and larger than the screen.

@@ -56,13 +56,13 @@ struct world {
     std::vector<std::pair<uint32_t, uint32_t>> register_writes;
     std::vector<uint8_t> framebuffer = std::vector<uint8_t>(1 << 20);
     svga_device device{};
-    std::function<void()> on_wait; // the device's work while a fence is awaited
+    std::function<void()> on_wait;  // the device's work while a fence is awaited
     std::vector<std::string> calls; // of SVGA_SetMode, SVGA_Update, the cursor's functions
 
-    std::string config;           // the published object
+    std::string config; // the published object
     bool config_unread = true, refuse_config = false, refuse_write = false;
     std::string machine = "x86_64";
-    int armed = 0; // times that its notification was
+    int armed = 0;                                                   // times that its notification was
     std::vector<std::byte> status = std::vector<std::byte>(1 << 17); // the published file
     bool refuse_status = false;
 };

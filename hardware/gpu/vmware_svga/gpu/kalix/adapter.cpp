@@ -57,10 +57,10 @@ int nebo_adapter_set_mode(client_record*, set_mode_req* req)
     if (!once && !_globals.software_mode)
         gpu_cap_test();
     once = 1;
-    auto* const surface = _globals.last_present_sid != 0
-                              ? static_cast<surface_record*>(
-                                    resource_get_global(RESOURCE_SURFACE, _globals.last_present_sid))
-                              : nullptr;
+    auto* const surface =
+        _globals.last_present_sid != 0
+            ? static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, _globals.last_present_sid))
+            : nullptr;
     if (surface)
         present(surface, 0, 0, static_cast<int32_t>(req->width), static_cast<int32_t>(req->height));
     return 0;
@@ -89,8 +89,7 @@ int nebo_adapter_move_cursor(client_record*, move_cursor_req* req)
     if (!req)
         return payload_missing;
     const bool scales = _globals.software_mode != 0;
-    SVGA_MoveCursor(req->visible, scales ? scaled(req->x) : req->x, scales ? scaled(req->y) : req->y,
-                    req->screen_id);
+    SVGA_MoveCursor(req->visible, scales ? scaled(req->x) : req->x, scales ? scaled(req->y) : req->y, req->screen_id);
     return 0;
 }
 

@@ -45,8 +45,8 @@ surface_size first_size(const surface_record& surface)
 sid_entry describe(const surface_record& surface)
 {
     const surface_size size = first_size(surface);
-    sid_entry entry{surface.id,          size.width, size.height, size.depth, surface.flags, surface.format,
-                    surface.total_ref_count, {},         0};
+    sid_entry entry{
+        surface.id, size.width, size.height, size.depth, surface.flags, surface.format, surface.total_ref_count, {}, 0};
     entry.more = static_cast<uint32_t>(get_surface_pids(surface, entry.pids));
     return entry;
 }
@@ -173,8 +173,7 @@ int vmw_debug_show_sid_msg(client_record* client, show_sid_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface =
-        known_surface(req->sid, "vmw_debug_show_sid");
+    const surface_record* const surface = known_surface(req->sid, "vmw_debug_show_sid");
     if (!surface)
         return status_invalid;
     _globals.debug_show_sid = req->sid;
@@ -187,8 +186,7 @@ int vmw_debug_get_sid_info_msg(client_record* client, sid_info_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface =
-        known_surface(req->sid, "vmw_debug_get_sid_info");
+    const surface_record* const surface = known_surface(req->sid, "vmw_debug_get_sid_info");
     if (!surface)
         return status_invalid;
     std::ranges::fill(req->pids, 0u);
@@ -243,8 +241,7 @@ int vmw_debug_fill_sid_msg(client_record* client, fill_sid_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface =
-        known_surface(req->sid, "vmw_debug_fill_sid_msg");
+    const surface_record* const surface = known_surface(req->sid, "vmw_debug_fill_sid_msg");
     if (!surface)
         return status_invalid;
     if (surface->format != SVGA3D_X8R8G8B8 && surface->format != SVGA3D_A8R8G8B8) {
@@ -262,8 +259,7 @@ int vmw_debug_fill_sid_msg(client_record* client, fill_sid_req* req)
     fill_framebuffer(uint64_t{width} * height, pixel);
     if (!transfer(*surface, SVGA3D_WRITE_HOST_VRAM, width * static_cast<uint32_t>(pixel_bytes)))
         return status_invalid;
-    slogf(log_code, log_information, "kalix: vmw_debug_fill_sid_msg: done fill on sid %d",
-          static_cast<int>(req->sid));
+    slogf(log_code, log_information, "kalix: vmw_debug_fill_sid_msg: done fill on sid %d", static_cast<int>(req->sid));
     return 0;
 }
 

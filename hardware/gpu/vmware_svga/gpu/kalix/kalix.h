@@ -97,11 +97,11 @@ struct driver_state {
     hashtable* handed_out_sids = nullptr;                            // sid to the client that asked for it
     uint32_t shared_sid = 0;                    // first surface that was defined shared; 0: none yet
     client_record* shared_sid_client = nullptr; // who referenced it last
-    uint32_t debug_copy_sid = 0; // when set, presents first copy a box of it into what they show
-    uint32_t debug_show_sid = 0; // when set, presents show it instead
-    uint32_t last_present_sid = 0; // 0: none yet; the surface may be gone
+    uint32_t debug_copy_sid = 0;                // when set, presents first copy a box of it into what they show
+    uint32_t debug_show_sid = 0;                // when set, presents show it instead
+    uint32_t last_present_sid = 0;              // 0: none yet; the surface may be gone
     present_rectangle last_present_rect{};
-    uint32_t postprocess_ready = 0; // 1: the hardware pass has all its objects
+    uint32_t postprocess_ready = 0;                        // 1: the hardware pass has all its objects
     std::array<surface_record*, 4> postprocess_surfaces{}; // target, depth, vertices, indices; see postprocess.h
     uint32_t dirty_gmr_id = 0;
     std::byte* dirty_gmr_buffer = nullptr;

@@ -10,13 +10,13 @@
 namespace kalix {
 
 struct overlay_record : resource_object {
-    int32_t x = 0, y = 0;           // top left corner, pixels of the unzoomed screen
-    uint32_t width = 0, height = 0; // pixels; for the software pass
-    uint32_t visible = 0;           // 0: not drawn
-    uint32_t buffer_count = 0;      // 1 or 2
+    int32_t x = 0, y = 0;            // top left corner, pixels of the unzoomed screen
+    uint32_t width = 0, height = 0;  // pixels; for the software pass
+    uint32_t visible = 0;            // 0: not drawn
+    uint32_t buffer_count = 0;       // 1 or 2
     surface_record* surface[2] = {}; // borrowed; null when there is none or it was destroyed since
-    std::byte* pixels[2] = {};      // in the framebuffer; null for none
-    uint32_t owner_pid = 0;         // of the client that defined it
+    std::byte* pixels[2] = {};       // in the framebuffer; null for none
+    uint32_t owner_pid = 0;          // of the client that defined it
 };
 
 // Index of the buffer that is shown: the only one, or the second of two.

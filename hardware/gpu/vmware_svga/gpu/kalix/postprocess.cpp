@@ -112,8 +112,7 @@ int setup_renderstate(uint32_t blend)
 // With blending the texture shows with its own alpha, without it modulated by the vertex colour.
 int setup_texture(uint32_t sid)
 {
-    const uint32_t filter =
-        _globals.svga_device->zoom == 1.0f ? SVGA3D_TEX_FILTER_NEAREST : SVGA3D_TEX_FILTER_LINEAR;
+    const uint32_t filter = _globals.svga_device->zoom == 1.0f ? SVGA3D_TEX_FILTER_NEAREST : SVGA3D_TEX_FILTER_LINEAR;
     const svga3d_texture_state_value blended[] = {
         {0, SVGA3D_TS_BIND_TEXTURE, sid},
         {0, SVGA3D_TS_COLOROP, SVGA3D_TC_SELECTARG1},
@@ -180,8 +179,7 @@ int draw_lcd(surface_dimensions viewport, const present_rectangle& rectangle, co
     const auto [width, height] = dimensions_of(surface);
     const float u_max = static_cast<float>(static_cast<uint32_t>(rectangle.width)) / static_cast<float>(width);
     const float v_max = static_cast<float>(static_cast<uint32_t>(rectangle.height)) / static_cast<float>(height);
-    const int status =
-        update_buffers(lcd, {0, 0, viewport.width - 1, viewport.height - 1, u_max, v_max, color});
+    const int status = update_buffers(lcd, {0, 0, viewport.width - 1, viewport.height - 1, u_max, v_max, color});
     return status != 0 ? status : draw_rect(lcd);
 }
 

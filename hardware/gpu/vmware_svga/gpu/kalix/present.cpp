@@ -222,8 +222,7 @@ int nebo_oob_present(client_record* client, oob_present_req* req)
         return present(nullptr, last.x, last.y, last.width, last.height);
     auto* const overlay = static_cast<overlay_record*>(resource_get(RESOURCE_OVERLAY, client, req->overlay_id));
     if (!overlay) {
-        slogf(log_code, log_error, "kalix: nebo_oob_present: overlay %d is unknown",
-              static_cast<int>(req->overlay_id));
+        slogf(log_code, log_error, "kalix: nebo_oob_present: overlay %d is unknown", static_cast<int>(req->overlay_id));
         return status_invalid;
     }
     overlay_flip(*overlay);

@@ -28,9 +28,9 @@ inline constexpr uint32_t slot_index_bytes = 64;
 inline constexpr uint32_t drawable_slots = 4;
 
 struct quad {
-    int32_t x, y;          // target pixels
+    int32_t x, y; // target pixels
     uint32_t width, height;
-    float u_max, v_max;    // the texture is shown from (0, 0) to here
+    float u_max, v_max; // the texture is shown from (0, 0) to here
     uint32_t color;
 };
 

@@ -50,8 +50,8 @@ greys three_quarters(const blues& c, const blues& a)
 
 struct kernel {
     float zoom;
-    int64_t rows_kept;                          // in a run, before one is skipped; 0: every third row alone
-    uint32_t columns_read, columns_written;     // of a group
+    int64_t rows_kept;                               // in a run, before one is skipped; 0: every third row alone
+    uint32_t columns_read, columns_written;          // of a group
     greys (*filter)(const blues& c, const blues& a); // of the bottom strip; none: rows there are like others
 };
 constexpr kernel kernels[] = {

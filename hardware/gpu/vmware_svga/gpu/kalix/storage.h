@@ -7,7 +7,7 @@
 
 namespace kalix {
 
-struct storage_block { // the smallest unit of a format
+struct storage_block {      // the smallest unit of a format
     uint32_t width, height; // pixels; more than 1 for compressed and paired formats
     uint32_t bytes;         // 0 for a format that does not exist
 
