@@ -1,0 +1,86 @@
+#include "tools/screen/mapped_file.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <kalix/rundir.h>
+#include <stdexcept>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+namespace kalix::tools {
+namespace {
+
+[[noreturn]] void fail(int error, const std::string& what)
+{
+    throw std::system_error{error, std::generic_category(), what};
+}
+
+} // namespace
+
+std::string run_directory()
+{
+    std::array<char, 4096> path;
+    if (kalix_run_directory(path.data(), path.size()) < 0)
+        throw std::runtime_error{"the run directory's name is too long"};
+    return path.data();
+}
+
+mapped_file::mapped_file(const std::string& path, size_t least)
+    : path_{path}, file_{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)}
+{
+    if (file_ < 0)
+        fail(errno, "open " + path_);
+    try {
+        remap();
+        if (bytes_.size() < least)
+            throw std::runtime_error{path + " has " + std::to_string(bytes_.size()) +
+                                     " bytes, too few to be a server's"};
+    } catch (...) {
+        release();
+        throw;
+    }
+}
+
+mapped_file::~mapped_file()
+{
+    release();
+}
+
+void mapped_file::release()
+{
+    if (!bytes_.empty())
+        munmap(const_cast<std::byte*>(bytes_.data()), bytes_.size());
+    close(file_);
+}
+
+void mapped_file::remap()
+{
+    struct stat facts {};
+    if (fstat(file_, &facts) != 0)
+        fail(errno, "look at " + path_);
+    const auto size = static_cast<size_t>(facts.st_size);
+    if (size == bytes_.size() || size == 0)
+        return;
+    void* const at = mmap(nullptr, size, PROT_READ, MAP_SHARED, file_, 0);
+    if (at == MAP_FAILED)
+        fail(errno, "map " + path_);
+    if (!bytes_.empty())
+        munmap(const_cast<std::byte*>(bytes_.data()), bytes_.size());
+    bytes_ = {static_cast<const std::byte*>(at), size};
+}
+
+void wait_a_little(int attempt)
+{
+    constexpr int yields = 20;
+    if (attempt < yields)
+        std::this_thread::yield();
+    else
+        std::this_thread::sleep_for(std::chrono::microseconds{200});
+}
+
+} // namespace kalix::tools
