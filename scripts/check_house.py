@@ -10,7 +10,8 @@ FACE = [DEVICE_LIBRARY + name for name in ("svga.h", "svga3d.h", "svga_regs.h")]
 
 # Room by path prefix (the first that fits), and the prefixes that it may include besides itself and base/.
 ROOMS = [
-    (DRIVER, ["platform/", *FACE, "kalix/protocol.h", "kalix/svga3d_types.h"]),
+    (DRIVER, ["platform/", *FACE, "kalix/protocol.h", "kalix/svga3d_types.h", "kalix/svga3d_formats.h",
+              "kalix/status.h", "kalix/rundir.h"]),
     (DEVICE_LIBRARY + "guest/", [*FACE, DEVICE_LIBRARY + "bus/", "kalix/svga3d_types.h"]),
     (DEVICE_LIBRARY + "device/", [DEVICE_LIBRARY + "bus/", DEVICE_LIBRARY + "svga_regs.h", "kalix/svga3d_types.h",
                                   "kalix/screen.h", "kalix/rundir.h"]),
@@ -18,6 +19,7 @@ ROOMS = [
     (DEVICE_LIBRARY, [*FACE, "kalix/svga3d_types.h"]),
     ("platform/", ["kalix/protocol.h", "kalix/rundir.h"]),
     ("client/", ["kalix/"]),
+    ("tools/ctl/", ["tools/", "kalix/", "platform/store.h"]), # the zoom lies in the store
     ("tools/", ["kalix/"]),
     ("include/kalix/", ["kalix/"]),
     ("base/", []),

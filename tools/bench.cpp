@@ -41,6 +41,24 @@ void fill(kalix_commands* list, uint32_t cid)
     }
 }
 
+// Presents of a screen-sized surface a second, each shown before the next; negative when one fails.
+double presents(kalix_connection* connection, uint32_t cid)
+{
+    constexpr uint32_t width = 1024;
+    constexpr uint32_t height = 768;
+    uint32_t sid = 0;
+    kalix_set_mode(connection, width, height, 32);
+    if (kalix_surface_define_2d(connection, SVGA3D_SURFACE_HINT_TEXTURE, SVGA3D_X8R8G8B8, width, height, &sid) != 0)
+        return -1;
+    const double one = median(5, 20, [&] {
+        uint32_t fence = 0;
+        const int shown = kalix_present(connection, sid, 0, 0, width, height);
+        return shown != 0 || kalix_submit(connection, cid, &fence) != 0 ? -1 : kalix_fence_wait(connection, fence);
+    });
+    kalix_surface_destroy(connection, sid);
+    return 1 / one;
+}
+
 int run(kalix_connection* connection)
 {
     uint64_t value = 0;
@@ -56,10 +74,13 @@ int run(kalix_connection* connection)
     execbuf_rep reply{};
     const double submit = median(21, 200, [&] { return kalix_execbuf(connection, cid, bytes, 0, &reply); });
     kalix_fence_wait(connection, reply.seqno);
-    if (trip < 0 || submit < 0)
+    list->used = 0;
+    const double shown = presents(connection, cid);
+    if (trip < 0 || submit < 0 || shown < 0)
         return fail("get an answer", kalix_connection_error(connection));
     std::printf("request round trip      %8.2f us\n", trip * 1e6);
     std::printf("submits of %5u bytes   %8.0f a second\n", bytes, 1 / submit);
+    std::printf("presents of 1024x768   %8.1f a second\n", shown);
     return 0;
 }
 

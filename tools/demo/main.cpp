@@ -1,19 +1,19 @@
 // kalix-demo: an example client. Draws a scene through a running server and writes it to a PNG file.
 
 #include "tools/demo/scenes.h"
+#include "tools/size.h"
 #include "tools/usage.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstring>
 #include <iostream>
-#include <sstream>
 
 namespace {
 
-using kalix::demo::picture;
 using kalix::demo::scene;
 using kalix::demo::scenes;
+using kalix::tools::picture;
 
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
@@ -43,14 +43,9 @@ std::string scene_list()
 // The size that "WxH" names; false when it names none within the bounds.
 bool parse_size(const std::string& text, size& out)
 {
-    char cross = 0;
-    std::istringstream words{text};
     size read;
-    if (text.find('-') != std::string::npos || !(words >> read.width >> cross >> read.height) || cross != 'x' ||
-        words.peek() != std::istringstream::traits_type::eof())
-        return false;
     const auto fits = [](uint32_t extent) { return extent >= extent_min && extent <= extent_max; };
-    if (!fits(read.width) || !fits(read.height))
+    if (!kalix::tools::parse_size(text, read.width, read.height) || !fits(read.width) || !fits(read.height))
         return false;
     out = read;
     return true;
@@ -104,7 +99,7 @@ void draw(const scene& what, const options& chosen)
     const picture image = what.draw(server, chosen.extent.width, chosen.extent.height);
     expect_content(image);
     const std::string path = chosen.output.empty() ? std::string{what.name} + ".png" : chosen.output;
-    kalix::demo::write_png(image, path);
+    kalix::tools::write_png(image, path);
     std::cout << "kalix-demo: wrote " << path << " (" << image.width << "x" << image.height << ")\n";
 }
 

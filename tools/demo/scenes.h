@@ -4,12 +4,14 @@
 // the textures. It throws std::system_error when the server refuses something.
 #pragma once
 
-#include "tools/demo/picture.h"
+#include "tools/picture/picture.h"
 
 #include <array>
 #include <kalix/client.hpp>
 
 namespace kalix::demo {
+
+using tools::picture;
 
 picture draw_triangle(const client::connection& server, uint32_t width, uint32_t height);
 

@@ -4,12 +4,12 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/postprocess.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/present.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/status_file.h"
-#include "hardware/gpu/vmware_svga/gpu/kalix/storage.h"
 #include "hardware/gpu/vmware_svga/lib/svga3d.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <kalix/svga3d_formats.h>
 
 namespace kalix {
 namespace {
@@ -82,10 +82,10 @@ const surface_record* dumped_surface(uint32_t sid)
 bool dump_fits(const surface_record& surface, const dump_sid_req& req)
 {
     const auto [width, height] = dimensions_of(surface);
-    const storage_block block = storage_of(surface.format);
+    const svga3d_block block = svga3d_block_of(surface.format);
     const auto room = static_cast<int64_t>(framebuffer_bytes().size());
     if (width == 0 || block.bytes == 0 ||
-        !rows_fit(framebuffer_bytes().size(), 0, block.rows(height), dump_pitch, block.row_bytes(width)))
+        !rows_fit(framebuffer_bytes().size(), 0, svga3d_block_rows(block, height), dump_pitch, svga3d_row_bytes(block, width)))
         return false;
     if (req.rows == 0 || req.row_bytes == 0)
         return true;

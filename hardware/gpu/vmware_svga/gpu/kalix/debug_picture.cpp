@@ -1,12 +1,11 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/debug_picture.h"
 
 #include "hardware/gpu/vmware_svga/gpu/kalix/framebuffer.h"
-#include "hardware/gpu/vmware_svga/gpu/kalix/storage.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <kalix/svga3d_types.h>
+#include <kalix/svga3d_formats.h>
 
 namespace kalix {
 namespace {
@@ -38,10 +37,10 @@ debug_picture plan_debug_picture(const surface_record& surface)
 {
     const svga_device& device = *_globals.svga_device;
     const surface_dimensions size = dimensions_of(surface);
-    const storage_block block = storage_of(surface.format);
+    const svga3d_block block = svga3d_block_of(surface.format);
     const uint32_t width = std::min(size.width, device.width);
     uint32_t copied = width;
-    while (copied > 0 && block.row_bytes(copied) > device.pitch)
+    while (copied > 0 && svga3d_row_bytes(block, copied) > device.pitch)
         copied = std::min(copied - 1, copied / 2);
     return {width, std::min(size.height, device.height), copied, surface.format == SVGA3D_X8R8G8B8};
 }

@@ -7,8 +7,9 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/postprocess.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/software_pass.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/status_file.h"
-#include "hardware/gpu/vmware_svga/gpu/kalix/storage.h"
 #include "hardware/gpu/vmware_svga/lib/svga3d.h"
+
+#include <kalix/svga3d_formats.h>
 
 namespace kalix {
 namespace {
@@ -179,15 +180,15 @@ int present_debug(const surface_record* surface)
 int present_to_phys_addr(const surface_record* surface, uint64_t phys_addr, uint32_t x, uint32_t y, uint32_t width,
                          uint32_t height)
 {
-    const storage_block block = storage_of(surface->format);
+    const svga3d_block block = svga3d_block_of(surface->format);
     const uint32_t offset = framebuffer_offset(phys_addr);
-    const uint64_t pitch = block.row_bytes(dimensions_of(*surface).width);
+    const uint64_t pitch = svga3d_row_bytes(block, dimensions_of(*surface).width);
     // 32 bits of rows times 36 of pitch, and less than 2^37 for the rest: the sums fit in 64 bits.
     if (block.bytes == 0 || pitch > UINT32_MAX)
         return status_invalid;
-    const uint64_t start = offset + y / block.height * pitch + block.row_bytes(x);
-    if (!rows_fit(framebuffer_bytes().size(), start, block.rows(height), static_cast<uint32_t>(pitch),
-                  block.row_bytes(width)))
+    const uint64_t start = offset + y / block.height * pitch + svga3d_row_bytes(block, x);
+    if (!rows_fit(framebuffer_bytes().size(), start, svga3d_block_rows(block, height), static_cast<uint32_t>(pitch),
+                  svga3d_row_bytes(block, width)))
         return status_invalid;
     hold lock{_globals.fifo_lock};
     const svga3d_guest_image guest{{SVGA_GMR_FRAMEBUFFER, offset}, 0};

@@ -1,0 +1,48 @@
+/* How surface formats lie in memory: blocks of pixels, row after row. */
+#pragma once
+
+#include <kalix/svga3d_types.h>
+
+#ifdef __cplusplus
+extern "C" {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast" /* this header is C */
+#endif
+
+struct svga3d_block {
+    uint32_t width, height;      /* pixels; more than 1 for compressed and paired formats */
+    uint32_t bytes;              /* 0 for a format that does not exist */
+};
+
+/* The smallest unit of a format (enum svga3d_surface_format, or anything). */
+static inline struct svga3d_block svga3d_block_of(uint32_t format)
+{
+    static const uint8_t bytes[SVGA3D_FORMAT_MAX] = {
+        0, 4, 4, 2, 2, 2, 2, 4, 2, 4, 2, 1, 1, 2, 2, 8, 16, 16, 16, 16, 2, 2,
+        4, 3, 8, 16, 4, 2, 4, 2, 4, 4, 1, 2, 4, 4, 8, 1, 4, 4, 4, 8, 4, 4,
+    };
+    struct svga3d_block block = {1, 1, 0};
+    if (format < SVGA3D_FORMAT_MAX)
+        block.bytes = bytes[format];
+    if (format >= SVGA3D_DXT1 && format <= SVGA3D_DXT5)
+        block.width = block.height = 4;
+    else if (format == SVGA3D_UYVY || format == SVGA3D_YUY2)
+        block.width = 2;
+    return block;
+}
+
+/* Bytes of a row of that many pixels, and rows of blocks for that many rows of pixels; partial blocks
+ * count whole. */
+static inline uint64_t svga3d_row_bytes(struct svga3d_block block, uint32_t pixels)
+{
+    return ((uint64_t)pixels + block.width - 1) / block.width * block.bytes;
+}
+static inline uint32_t svga3d_block_rows(struct svga3d_block block, uint32_t pixels)
+{
+    return (uint32_t)(((uint64_t)pixels + block.height - 1) / block.height);
+}
+
+#ifdef __cplusplus
+#pragma GCC diagnostic pop
+}
+#endif

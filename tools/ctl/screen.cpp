@@ -1,0 +1,127 @@
+#include "tools/ctl/commands.h"
+#include "tools/ctl/names.h"
+#include "tools/picture/picture.h"
+#include "tools/screen/screen_reader.h"
+#include "tools/screen/status_reader.h"
+
+#include <cstring>
+#include <fmt/format.h>
+#include <kalix/status.h>
+#include <stdexcept>
+
+namespace kalix::ctl {
+namespace {
+
+record row_of(const kalix_status_overlay& overlay)
+{
+    const uint32_t shown = overlay.shown_buffer < 2 ? overlay.shown_buffer : 0;
+    return {{"id", uint64_t{overlay.id}},
+            {"owner", uint64_t{overlay.owner_pid}},
+            {"x", int64_t{overlay.x}},
+            {"y", int64_t{overlay.y}},
+            {"width", uint64_t{overlay.width}},
+            {"height", uint64_t{overlay.height}},
+            {"buffers", uint64_t{overlay.buffer_count}},
+            {"buffer", uint64_t{shown}},
+            {"sid", uint64_t{overlay.sids[shown]}},
+            {"turned", overlay.turned != 0}};
+}
+
+record row_of(const kalix_status_client& client)
+{
+    return {{"pid", uint64_t{client.pid}},
+            {"uid", uint64_t{client.uid}},
+            {"contexts", uint64_t{client.objects[KALIX_STATUS_CONTEXTS]}},
+            {"dma_buffers", uint64_t{client.objects[KALIX_STATUS_DMA_BUFFERS]}},
+            {"surfaces", uint64_t{client.objects[KALIX_STATUS_SURFACES]}},
+            {"command_buffers", uint64_t{client.objects[KALIX_STATUS_COMMAND_BUFFERS]}},
+            {"overlays", uint64_t{client.objects[KALIX_STATUS_OVERLAYS_HELD]}},
+            {"requests", uint64_t{client.requests}}};
+}
+
+// Counters that have counted something, with their names.
+template <size_t count, typename function>
+table counted(const char* name, const char* kind, const uint64_t (&counters)[count], function name_of)
+{
+    table out{name, {}};
+    for (uint32_t i = 0; i < count; ++i)
+        if (counters[i] != 0)
+            out.rows.push_back({{"count", counters[i]}, {kind, name_of(i)}});
+    return out;
+}
+
+} // namespace
+
+report take_screenshot(const arguments& given)
+{
+    tools::screen_reader reader{tools::run_directory()};
+    tools::screen_frame frame;
+    if (!reader.read(frame, given.cursor ? tools::cursor_drawing::with : tools::cursor_drawing::without))
+        throw std::runtime_error{"cannot take a screenshot: the screen changes too fast"};
+    if (frame.width == 0 || frame.height == 0)
+        throw std::runtime_error{"cannot take a screenshot: the screen has no size"};
+    tools::picture image{frame.width, frame.height, std::vector<std::byte>(frame.pixels.size() * 4)};
+    std::memcpy(image.pixels.data(), frame.pixels.data(), image.pixels.size());
+    tools::write_png(image, given.file);
+    return {{{"file", given.file},
+             {"width", uint64_t{frame.width}},
+             {"height", uint64_t{frame.height}},
+             {"bits_per_pixel", uint64_t{frame.bits_per_pixel}},
+             {"display", std::string{frame.enabled ? "on" : "off"}},
+             {"cursor", given.cursor}},
+            {}};
+}
+
+report tell_frame(const arguments&)
+{
+    const auto status = tools::read_status(tools::run_directory());
+    const kalix_status_frame& frame = status->frame;
+    report out{{{"frame", frame.number}}, {}};
+    if (frame.number == 0)
+        return out;
+    out.head.push_back({"surface", uint64_t{frame.sid}});
+    out.head.push_back({"debug_display", frame.debug != 0});
+    out.head.push_back({"rectangle", fmt::format("{}x{} at ({}, {})", frame.width, frame.height, frame.x, frame.y)});
+    out.head.push_back({"zoom", double{frame.zoom}});
+    out.head.push_back({"screen", fmt::format("{}x{}", frame.screen_width, frame.screen_height)});
+    out.head.push_back({"uploaded_bytes", uint64_t{frame.uploaded_bytes}});
+    out.head.push_back({"waited", frame.waited != 0});
+    table overlays{"overlays", {}};
+    for (uint32_t i = 0; i < frame.overlay_count && i < KALIX_STATUS_OVERLAYS; ++i)
+        overlays.rows.push_back(row_of(frame.overlays[i]));
+    out.tables.push_back(std::move(overlays));
+    return out;
+}
+
+report tell_statistics(const arguments&)
+{
+    const std::string directory = tools::run_directory();
+    const auto status = tools::read_status(directory);
+    const kalix_screen_statistics device = tools::screen_reader{directory}.statistics();
+    report out{{{"server", uint64_t{status->server_pid}},
+                {"presents", status->frame.number},
+                {"screen_changes", device.frames},
+                {"fences", device.fences},
+                {"draws", device.draws},
+                {"bytes_moved", device.bytes_moved},
+                {"surfaces", device.surfaces},
+                {"surface_bytes", device.surface_bytes},
+                {"contexts", device.contexts},
+                {"regions", device.regions},
+                {"clients_seen", uint64_t{status->clients_seen}}},
+               {}};
+    table clients{"clients", {}};
+    for (const kalix_status_client& client : status->clients)
+        if (client.pid != 0)
+            clients.rows.push_back(row_of(client));
+    table overlays{"overlays", {}};
+    for (const kalix_status_overlay& overlay : status->overlays)
+        if (overlay.id != 0)
+            overlays.rows.push_back(row_of(overlay));
+    out.tables = {std::move(clients), std::move(overlays),
+                  counted("commands", "command", device.commands, command_name),
+                  counted("refused", "reason", device.refused, refusal_name)};
+    return out;
+}
+
+} // namespace kalix::ctl

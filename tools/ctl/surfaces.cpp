@@ -1,0 +1,171 @@
+#include "tools/ctl/commands.h"
+#include "tools/ctl/names.h"
+#include "tools/ctl/pixels.h"
+#include "tools/picture/picture.h"
+
+#include <cerrno>
+#include <fmt/format.h>
+#include <kalix/client.hpp>
+#include <kalix/svga3d_formats.h>
+#include <span>
+#include <stdexcept>
+
+namespace kalix::ctl {
+namespace {
+
+std::vector<uint64_t> holders(std::span<const uint32_t> pids)
+{
+    std::vector<uint64_t> out;
+    for (const uint32_t pid : pids)
+        if (pid != 0)
+            out.push_back(pid);
+    return out;
+}
+
+// Asks about one surface; an unknown one has a message of its own.
+void expect_surface(int result, uint32_t sid, const char* what)
+{
+    if (result == -EINVAL)
+        throw std::runtime_error{fmt::format(
+            "cannot {} surface {}: the server refused; kalixctl list shows its surfaces (under KALIX_STRICT=1 only its "
+            "own user may ask)",
+            what, sid)};
+    client::check(result, what);
+}
+
+sid_info_req ask_about(const client::connection& server, uint32_t sid)
+{
+    sid_info_req info{};
+    info.sid = sid;
+    expect_surface(kalix_debug_info(server.get(), &info), sid, "describe");
+    return info;
+}
+
+std::string size_text(uint32_t width, uint32_t height, uint32_t depth)
+{
+    return depth > 1 ? fmt::format("{}x{}x{}", width, height, depth) : fmt::format("{}x{}", width, height);
+}
+
+record row_of(const sid_entry& entry)
+{
+    return {{"sid", uint64_t{entry.sid}},
+            {"size", size_text(entry.width, entry.height, entry.depth)},
+            {"format", format_name(entry.format)},
+            {"flags", flags_text(entry.flags)},
+            {"references", uint64_t{entry.ref_count}},
+            {"holders", holders(entry.pids)},
+            {"more_holders", entry.more != 0}};
+}
+
+// The whole first level, its rows packed.
+std::vector<std::byte> read_surface(const client::connection& server, const sid_info_req& info)
+{
+    const svga3d_block block = svga3d_block_of(info.format);
+    const uint64_t bytes = svga3d_row_bytes(block, info.width) * svga3d_block_rows(block, info.height);
+    constexpr uint64_t most = uint64_t{1} << 30;
+    if (bytes == 0 || bytes > most)
+        throw std::runtime_error{
+            fmt::format("cannot dump surface {}: it has no pixels, or more than a gigabyte", info.sid)};
+    // A reference keeps it, and lets commands name it; both go with the connection.
+    client::check(kalix_surface_reference(server.get(), info.sid, nullptr), "take a reference on the surface");
+    const client::dma_buffer buffer{server, static_cast<uint32_t>(bytes)};
+    client::context context{server};
+    const svga3d_copy_box all{0, 0, 0, info.width, info.height, 1, 0, 0, 0};
+    context.commands().surface_dma({{buffer.at(0), 0}, {info.sid, 0, 0}, SVGA3D_READ_HOST_VRAM}, {&all, 1});
+    server.wait(context.commands().submit());
+    return {buffer.bytes().begin(), buffer.bytes().begin() + static_cast<ptrdiff_t>(bytes)};
+}
+
+} // namespace
+
+report list_surfaces(const arguments&)
+{
+    const client::connection server;
+    table surfaces{"surfaces", {}};
+    list_sids_req list{};
+    do {
+        client::check(kalix_debug_list(server.get(), &list),
+                      "list surfaces (under KALIX_STRICT=1 only the server's user may)");
+        for (const sid_entry& entry : list.entries)
+            if (entry.sid != 0)
+                surfaces.rows.push_back(row_of(entry));
+        list.first += KALIX_LIST_ENTRIES;
+    } while (list.more);
+    return {{}, {std::move(surfaces)}};
+}
+
+report describe_surface(const arguments& given)
+{
+    const client::connection server;
+    const sid_info_req info = ask_about(server, given.sid);
+    return {{{"sid", uint64_t{info.sid}},
+             {"width", uint64_t{info.width}},
+             {"height", uint64_t{info.height}},
+             {"depth", uint64_t{info.depth}},
+             {"format", format_name(info.format)},
+             {"flags", flags_text(info.flags)},
+             {"references", uint64_t{info.ref_count}},
+             {"holders", holders(info.pids)}},
+            {}};
+}
+
+report show_surface(const arguments& given)
+{
+    const client::connection server;
+    expect_surface(kalix_debug_show(server.get(), given.sid), given.sid, "show");
+    return {{{"shown", uint64_t{given.sid}}}, {}};
+}
+
+report reset_display(const arguments&)
+{
+    const client::connection server;
+    client::check(kalix_debug_reset(server.get()), "end the debug display");
+    return {{{"shown", std::string{"what clients present"}}}, {}};
+}
+
+report dump_surface(const arguments& given)
+{
+    const client::connection server;
+    const sid_info_req info = ask_about(server, given.sid);
+    if (!given.raw && !can_convert(info.format))
+        throw std::runtime_error{
+            fmt::format("cannot turn format {} into a picture; --raw writes its bytes", format_name(info.format))};
+    const std::vector<std::byte> bytes = read_surface(server, info);
+    if (given.raw)
+        tools::write_bytes(bytes, given.file);
+    else
+        tools::write_png(convert(info.format, info.width, info.height, bytes), given.file, tools::alpha_channel::kept);
+    return {{{"sid", uint64_t{info.sid}},
+             {"size", size_text(info.width, info.height, info.depth)},
+             {"format", format_name(info.format)},
+             {"file", given.file},
+             {"surface_bytes", uint64_t{bytes.size()}}},
+            {}};
+}
+
+report dump_bytes(const arguments& given)
+{
+    const client::connection server;
+    dump_sid_req dump{given.sid, given.offset, given.row_bytes, given.stride, given.rows, 0, {}};
+    if (uint64_t{given.row_bytes} * given.rows > KALIX_DUMP_BYTES_MAX)
+        throw std::runtime_error{fmt::format("cannot dump {} rows of {} bytes: a dump has at most {} bytes", given.rows,
+                                             given.row_bytes, static_cast<int>(KALIX_DUMP_BYTES_MAX))};
+    expect_surface(kalix_debug_dump(server.get(), &dump), given.sid, "dump");
+    table rows{"rows", {}};
+    const std::span data{dump.data};
+    for (uint32_t row = 0; row < given.rows; ++row) {
+        const auto bytes = data.subspan(size_t{row} * given.row_bytes, given.row_bytes);
+        rows.rows.push_back({{"offset", int64_t{given.offset} + int64_t{given.stride} * row},
+                             {"bytes", fmt::format("{:02x}", fmt::join(bytes, " "))}});
+    }
+    return {{}, {std::move(rows)}};
+}
+
+report fill_surface(const arguments& given)
+{
+    const client::connection server;
+    expect_surface(kalix_debug_fill(server.get(), given.sid, given.pixel), given.sid, "fill");
+    return {{{"filled", uint64_t{given.sid}}, {"pixel", fmt::format("0x{:08X}", given.pixel)}}, {}};
+}
+
+} // namespace kalix::ctl

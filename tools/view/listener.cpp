@@ -1,0 +1,108 @@
+#include "tools/view/listener.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace kalix::view {
+namespace {
+
+constexpr int backlog = 8;
+
+[[noreturn]] void fail(const std::string& name)
+{
+    throw std::system_error{errno, std::generic_category(), "listen on " + name};
+}
+
+int bound(int domain, const sockaddr* address, socklen_t length, const std::string& name)
+{
+    const int socket = ::socket(domain, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const int yes = 1;
+    if (socket < 0 || setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) != 0 ||
+        bind(socket, address, length) != 0 || listen(socket, backlog) != 0)
+        fail(name);
+    return socket;
+}
+
+// Whether somebody serves the socket of that address.
+bool is_served(const sockaddr_un& address)
+{
+    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const bool served =
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 || errno == EAGAIN;
+    close(probe);
+    return served;
+}
+
+} // namespace
+
+listener::listener(int socket, std::string name, std::string path)
+    : socket_{socket}, name_{std::move(name)}, path_{std::move(path)}
+{
+}
+
+listener::listener(listener&& other) noexcept
+    : socket_{std::exchange(other.socket_, -1)}, name_{std::move(other.name_)}, path_{std::exchange(other.path_, {})}
+{
+}
+
+listener::~listener()
+{
+    if (!path_.empty())
+        unlink(path_.c_str());
+    if (socket_ >= 0)
+        close(socket_);
+}
+
+listener listener::on_path(const std::string& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        fail(path);
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size());
+    if (is_served(address)) {
+        errno = EADDRINUSE;
+        fail(path);
+    }
+    struct stat facts {};
+    if (lstat(path.c_str(), &facts) == 0 && S_ISSOCK(facts.st_mode))
+        unlink(path.c_str());
+    const mode_t before = umask(0177); // for this user alone, from the first moment
+    const int socket = bound(AF_UNIX, reinterpret_cast<const sockaddr*>(&address), sizeof address, path);
+    umask(before);
+    return {socket, path, path};
+}
+
+listener listener::on_port(uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const std::string name = "127.0.0.1:" + std::to_string(port);
+    return {bound(AF_INET, reinterpret_cast<const sockaddr*>(&address), sizeof address, name), name, ""};
+}
+
+int listener::accept() const
+{
+    return accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
+}
+
+void listener::wait(int milliseconds) const
+{
+    pollfd waiting{socket_, POLLIN, 0};
+    poll(&waiting, 1, milliseconds);
+}
+
+} // namespace kalix::view

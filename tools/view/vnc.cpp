@@ -1,0 +1,174 @@
+#include "tools/screen/screen_reader.h"
+#include "tools/view/listener.h"
+#include "tools/view/pointer.h"
+#include "tools/view/rate.h"
+#include "tools/view/view.h"
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdarg>
+#include <iostream>
+#include <rfb/rfb.h>
+#include <stdexcept>
+
+namespace kalix::view {
+namespace {
+
+constexpr long busy_us = 8'000;  // between two looks while somebody watches
+constexpr int idle_ms = 50;     // while nobody does
+
+std::atomic<bool> stopped;
+
+void quiet(const char*, ...) {}
+
+// Rows that differ between two pictures of one size; first > last when none does.
+struct rows {
+    int first, last;
+};
+
+rows difference(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b, size_t width, size_t height)
+{
+    const auto same = [&](size_t row) {
+        return std::equal(a.begin() + static_cast<ptrdiff_t>(row * width),
+                          a.begin() + static_cast<ptrdiff_t>((row + 1) * width),
+                          b.begin() + static_cast<ptrdiff_t>(row * width));
+    };
+    size_t first = 0;
+    while (first < height && same(first))
+        ++first;
+    size_t last = height;
+    while (last > first && same(last - 1))
+        --last;
+    return {static_cast<int>(first), static_cast<int>(last)};
+}
+
+// The server of one screen to remote viewers. The library keeps pointers to it.
+class vnc_server {
+public:
+    explicit vnc_server(const view_options& options)
+        : options_{options}, reader_{options.run_directory}, pointer_{options.run_directory, options.control}
+    {
+        reader_.read(frame_, tools::cursor_drawing::with);
+        shown_ = frame_;
+        pixels_ = shown_.pixels;
+        screen_ = rfbGetScreen(nullptr, nullptr, width(), height(), 8, 3, 4);
+        if (!screen_)
+            throw std::runtime_error{"cannot start: out of memory"};
+        screen_->desktopName = "kalix";
+        screen_->alwaysShared = TRUE;
+        screen_->httpDir = nullptr; // no web server
+        screen_->httpPort = 0;
+        screen_->autoPort = FALSE;
+        screen_->port = screen_->ipv6port = -1;
+        screen_->cursor = nullptr; // it is in the picture
+        screen_->screenData = this;
+        screen_->newClientHook = [](rfbClientPtr client) { return this_of(client).welcome(client); };
+        screen_->ptrAddEvent = [](int, int x, int y, rfbClientPtr client) { this_of(client).pointer_.move(x, y); };
+        describe_pixels();
+        rfbInitServer(screen_);
+    }
+    ~vnc_server()
+    {
+        rfbShutdownServer(screen_, TRUE);
+        rfbScreenCleanup(screen_);
+    }
+    vnc_server(const vnc_server&) = delete;
+    vnc_server& operator=(const vnc_server&) = delete;
+
+    void run()
+    {
+        const listener door = options_.port != 0 ? listener::on_port(options_.port) : listener::on_path(socket_path());
+        std::cout << "kalix-view: serving " << door.name() << (options_.control ? "" : ", view-only") << std::endl;
+        while (!stopped && !has_sent_enough()) {
+            for (int client = door.accept(); client >= 0; client = door.accept())
+                rfbNewClient(screen_, client);
+            if (screen_->clientHead)
+                update();
+            rfbProcessEvents(screen_, screen_->clientHead ? busy_us : 0);
+            if (!screen_->clientHead)
+                door.wait(idle_ms);
+        }
+    }
+
+private:
+    static vnc_server& this_of(rfbClientPtr client) { return *static_cast<vnc_server*>(client->screen->screenData); }
+
+    int width() const { return static_cast<int>(std::max(shown_.width, 1u)); }
+    int height() const { return static_cast<int>(std::max(shown_.height, 1u)); }
+    bool has_sent_enough() const { return options_.frames != 0 && sent_ >= options_.frames; }
+    std::string socket_path() const
+    {
+        return options_.socket_path.empty() ? options_.run_directory + "/vnc" : options_.socket_path;
+    }
+
+    rfbNewClientAction welcome(rfbClientPtr client)
+    {
+        client->viewOnly = options_.control ? FALSE : TRUE;
+        return RFB_CLIENT_ACCEPT;
+    }
+
+    // Words of 0xAARRGGBB, whose address the library keeps.
+    void describe_pixels()
+    {
+        pixels_.resize(size_t{shown_.width} * shown_.height + 1);
+        screen_->frameBuffer = reinterpret_cast<char*>(pixels_.data());
+        screen_->serverFormat.redShift = 16;
+        screen_->serverFormat.greenShift = 8;
+        screen_->serverFormat.blueShift = 0;
+    }
+
+    void update()
+    {
+        if (!reader_.changed() || !reader_.read(frame_, tools::cursor_drawing::with))
+            return;
+        const bool resized = frame_.width != shown_.width || frame_.height != shown_.height;
+        const rows changed = resized ? rows{0, static_cast<int>(frame_.height)}
+                                     : difference(frame_.pixels, shown_.pixels, frame_.width, frame_.height);
+        std::swap(frame_, shown_);
+        if (resized)
+            resize();
+        else if (changed.first < changed.last)
+            std::copy(shown_.pixels.begin(), shown_.pixels.end(), pixels_.begin());
+        if (changed.first >= changed.last)
+            return;
+        rfbMarkRectAsModified(screen_, 0, changed.first, width(), changed.last);
+        ++sent_;
+        const std::optional<double> rate = meter_.count();
+        if (rate && options_.print_rate)
+            std::cout << "kalix " << width() << "x" << height() << ", " << static_cast<int>(*rate + 0.5)
+                      << " frames a second" << std::endl;
+    }
+
+    void resize()
+    {
+        pixels_ = shown_.pixels;
+        pixels_.resize(pixels_.size() + 1);
+        rfbNewFramebuffer(screen_, reinterpret_cast<char*>(pixels_.data()), width(), height(), 8, 3, 4);
+        describe_pixels();
+    }
+
+    const view_options& options_;
+    tools::screen_reader reader_;
+    tools::screen_frame frame_, shown_;
+    std::vector<uint32_t> pixels_; // what viewers are sent from
+    pointer pointer_;
+    rate_meter meter_;
+    uint64_t sent_ = 0;
+    rfbScreenInfoPtr screen_ = nullptr;
+};
+
+} // namespace
+
+int serve_vnc(const view_options& options)
+{
+    rfbLog = quiet;
+    rfbErr = quiet; // viewers come and go; what keeps the server from serving is an exception
+    for (const int signal : {SIGINT, SIGTERM})
+        std::signal(signal, [](int) { stopped = true; });
+    std::signal(SIGPIPE, SIG_IGN);
+    vnc_server{options}.run();
+    return 0;
+}
+
+} // namespace kalix::view

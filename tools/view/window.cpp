@@ -1,0 +1,147 @@
+#include "tools/screen/screen_reader.h"
+#include "tools/view/pointer.h"
+#include "tools/view/rate.h"
+#include "tools/view/view.h"
+
+#include <SDL.h>
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+namespace kalix::view {
+namespace {
+
+constexpr uint32_t rest_ms = 4; // between two looks at a screen that does not move
+
+[[noreturn]] void fail(const char* what)
+{
+    throw std::runtime_error{std::string{"cannot "} + what + ": " + SDL_GetError()};
+}
+
+struct sdl_session {
+    sdl_session()
+    {
+        SDL_SetHint(SDL_HINT_APP_NAME, "kalix-view");
+        if (SDL_Init(SDL_INIT_VIDEO) != 0)
+            fail("open a display; kalix-view --vnc serves the screen without one");
+    }
+    ~sdl_session() { SDL_Quit(); }
+    sdl_session(const sdl_session&) = delete;
+    sdl_session& operator=(const sdl_session&) = delete;
+};
+
+struct sdl_deleter {
+    void operator()(SDL_Window* window) const { SDL_DestroyWindow(window); }
+    void operator()(SDL_Renderer* renderer) const { SDL_DestroyRenderer(renderer); }
+    void operator()(SDL_Texture* texture) const { SDL_DestroyTexture(texture); }
+};
+template <typename type>
+using owned = std::unique_ptr<type, sdl_deleter>;
+
+class window {
+public:
+    explicit window(const view_options& options)
+        : options_{options}, reader_{options.run_directory}, pointer_{options.run_directory, options.control},
+          window_{SDL_CreateWindow("kalix", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, 640, 480,
+                                   SDL_WINDOW_RESIZABLE)}
+    {
+        if (!window_)
+            fail("open a window");
+        renderer_.reset(SDL_CreateRenderer(window_.get(), -1, SDL_RENDERER_PRESENTVSYNC));
+        if (!renderer_)
+            renderer_.reset(SDL_CreateRenderer(window_.get(), -1, SDL_RENDERER_SOFTWARE));
+        if (!renderer_)
+            fail("draw into the window");
+    }
+
+    void run()
+    {
+        while (handle_events() && !has_shown_enough())
+            if (reader_.changed() && reader_.read(frame_, tools::cursor_drawing::with))
+                show();
+            else
+                SDL_Delay(rest_ms);
+    }
+
+private:
+    bool has_shown_enough() const { return options_.frames != 0 && shown_ >= options_.frames; }
+
+    bool handle_events()
+    {
+        SDL_Event event;
+        while (SDL_PollEvent(&event)) {
+            if (event.type == SDL_QUIT)
+                return false;
+            if (event.type == SDL_MOUSEMOTION) // in the screen's pixels: the renderer's size is the screen's
+                pointer_.move(event.motion.x, event.motion.y);
+            else if (event.type == SDL_WINDOWEVENT && event.window.event == SDL_WINDOWEVENT_EXPOSED && texture_)
+                draw();
+        }
+        return true;
+    }
+
+    // A texture and a window of the screen's size, when that has changed.
+    void fit()
+    {
+        const int width = static_cast<int>(frame_.width);
+        const int height = static_cast<int>(frame_.height);
+        if (texture_ && width == width_ && height == height_)
+            return;
+        width_ = width;
+        height_ = height;
+        texture_.reset(
+            SDL_CreateTexture(renderer_.get(), SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STREAMING, width, height));
+        if (!texture_)
+            fail("make a texture of the screen's size");
+        SDL_SetWindowSize(window_.get(), width, height);
+        SDL_RenderSetLogicalSize(renderer_.get(), width, height);
+    }
+
+    void draw()
+    {
+        SDL_RenderClear(renderer_.get());
+        SDL_RenderCopy(renderer_.get(), texture_.get(), nullptr, nullptr);
+        SDL_RenderPresent(renderer_.get());
+    }
+
+    void show()
+    {
+        if (frame_.width == 0 || frame_.height == 0)
+            return;
+        fit();
+        SDL_UpdateTexture(texture_.get(), nullptr, frame_.pixels.data(), width_ * 4);
+        draw();
+        ++shown_;
+        const std::optional<double> rate = meter_.count();
+        if (!rate)
+            return;
+        const std::string title = "kalix " + std::to_string(width_) + "x" + std::to_string(height_) + ", " +
+                                  std::to_string(static_cast<int>(*rate + 0.5)) + " frames a second";
+        SDL_SetWindowTitle(window_.get(), title.c_str());
+        if (options_.print_rate)
+            std::cout << title << std::endl;
+    }
+
+    const view_options& options_;
+    tools::screen_reader reader_;
+    tools::screen_frame frame_;
+    pointer pointer_;
+    rate_meter meter_;
+    uint64_t shown_ = 0;
+    int width_ = 0, height_ = 0;
+    owned<SDL_Window> window_;
+    owned<SDL_Renderer> renderer_;
+    owned<SDL_Texture> texture_;
+};
+
+} // namespace
+
+int show_window(const view_options& options)
+{
+    const sdl_session session;
+    window{options}.run();
+    return 0;
+}
+
+} // namespace kalix::view
