@@ -40,6 +40,11 @@ void clear_color(const image_view& view, const pixel_rect& area, uint32_t argb)
 void clear_words(const depth_target& target, const pixel_rect& area, bool depth, bool stencil, const svga3d_clear& how)
 {
     const uint32_t value = quantized_depth(target.layout, static_cast<double>(how.depth));
+    if (depth && target.layout.stencil_bits == 0) { // nothing to keep
+        std::array<std::byte, 16> texel{};
+        store_word(target.layout, with_depth(target.layout, 0, value), texel.data());
+        return fill(target.view, area, texel.data());
+    }
     for (auto y = static_cast<uint32_t>(area.top); y < static_cast<uint32_t>(area.bottom); ++y)
         for (auto x = static_cast<uint32_t>(area.left); x < static_cast<uint32_t>(area.right); ++x) {
             std::byte* const texel = target.view.texel(x, y);

@@ -27,9 +27,11 @@ constexpr double clamped(double value, double low, double high)
 inline int64_t to_integer(double value, int64_t limit)
 {
     const auto bound = static_cast<double>(limit);
-    if (std::isnan(value))
+    if (value != value)
         return 0;
-    return static_cast<int64_t>(std::floor(clamped(value, -bound, bound) + 0.5));
+    const double up = clamped(value, -bound, bound) + 0.5;
+    const auto whole = static_cast<int64_t>(up); // toward zero
+    return whole - (static_cast<double>(whole) > up ? 1 : 0);
 }
 
 // Quotients rounded down and up; the divisor is above 0.

@@ -1,13 +1,9 @@
-#include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
-#include "hardware/gpu/vmware_svga/lib/device/raster/primitives.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace kalix::device::raster {
 namespace {
-
-constexpr int64_t subpixels = 256;
 
 // The pixels of a row to the right of an edge, or on it where the top-left rule gives it to the triangle:
 // a x + b y + c > 0, or = 0 for a top or left edge, over pixel centres in 1/256 pixel.
@@ -36,71 +32,6 @@ void narrow(const edge& e, int64_t y, int64_t& left, int64_t& right)
     else if (rest < 0)
         right = left;
 }
-
-// A value that is linear over the window: at + dx (x - x0) + dy (y - y0), from the first corner.
-struct plane {
-    double at, dx, dy;
-    double operator()(double x, double y) const { return at + dx * x + dy * y; }
-};
-
-class interpolator {
-public:
-    interpolator(const draw_setup& setup, const triangle_state& state, const std::array<window_vertex, 3>& corners,
-                 int64_t area)
-        : count_{setup.varying_count}, x0_{pixels(corners[0].x)}, y0_{pixels(corners[0].y)}
-    {
-        for (size_t i = 0; i < 2; ++i) {
-            x_[i] = pixels(corners[i + 1].x) - x0_;
-            y_[i] = pixels(corners[i + 1].y) - y0_;
-        }
-        scale_ = static_cast<double>(subpixels * subpixels) / static_cast<double>(area);
-        affine_ = corners[0].inverse_w == corners[1].inverse_w && corners[0].inverse_w == corners[2].inverse_w;
-        depth_ = through(corners[0].z, corners[1].z, corners[2].z);
-        inverse_w_ = through(corners[0].inverse_w, corners[1].inverse_w, corners[2].inverse_w);
-        bias_ = state.depth_bias + state.slope_bias * std::max(std::abs(depth_.dx), std::abs(depth_.dy));
-        for (uint32_t i = 0; i < count_; ++i) {
-            const bool flat = state.flat && i < varying_fog;
-            const auto value = [&](size_t corner) {
-                const double v = flat ? (*state.flat)[i] : (*corners[corner].values)[i];
-                return affine_ ? v : v * corners[corner].inverse_w;
-            };
-            values_[i] = through(value(0), value(1), value(2));
-        }
-    }
-
-    double depth(int64_t x, int64_t y) const
-    {
-        return clamp01(depth_(static_cast<double>(x) - x0_, static_cast<double>(y) - y0_) + bias_);
-    }
-
-    void values(int64_t x, int64_t y, varyings& out) const
-    {
-        const double right = static_cast<double>(x) - x0_;
-        const double below = static_cast<double>(y) - y0_;
-        const double w = affine_ ? 1 : 1 / inverse_w_(right, below);
-        for (uint32_t i = 0; i < count_; ++i)
-            out[i] = values_[i](right, below) * w;
-    }
-
-private:
-    uint32_t count_;
-    double x0_, y0_;
-    double x_[2], y_[2]; // the other corners, from the first
-    double scale_;       // 1 / doubled area in pixels
-    bool affine_;
-    plane depth_, inverse_w_;
-    double bias_;
-    std::array<plane, varying_count_max> values_;
-
-    static double pixels(int64_t fixed) { return static_cast<double>(fixed) / subpixels; }
-
-    plane through(double v0, double v1, double v2) const
-    {
-        const double first = v1 - v0;
-        const double second = v2 - v0;
-        return {v0, (first * y_[1] - second * y_[0]) * scale_, (second * x_[0] - first * x_[1]) * scale_};
-    }
-};
 
 bool needs_steps(const draw_setup& setup)
 {
@@ -133,6 +64,7 @@ void draw_triangle(draw_setup& setup, const triangle_state& state, std::array<wi
     if (top >= bottom)
         return;
     const interpolator at{setup, state, corners, area};
+    const span_function draws_span = choose_span(setup);
     const bool steps = needs_steps(setup);
     varyings here;
     varyings right_of;
@@ -142,7 +74,9 @@ void draw_triangle(draw_setup& setup, const triangle_state& state, std::array<wi
         int64_t right = area_of_target.right;
         for (const edge& e : edges)
             narrow(e, y, left, right);
-        for (int64_t x = left; x < right; ++x) {
+        if (draws_span && left < right)
+            draws_span(setup, {y, left, right, at});
+        for (int64_t x = left; x < right && !draws_span; ++x) {
             at.values(x, y, here);
             if (steps) {
                 at.values(x + 1, y, right_of);

@@ -1,0 +1,59 @@
+// Interpolation over a triangle: every value is a plane over the window, in double precision.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/primitives.h"
+
+namespace kalix::device::raster {
+
+inline constexpr int64_t subpixels = 256; // of a pixel, each way
+
+// A value that is linear over the window: at + dx (x - x0) + dy (y - y0), from the first corner.
+struct plane {
+    double at, dx, dy;
+    double operator()(double x, double y) const { return at + dx * x + dy * y; }
+    bool is_constant() const { return dx == 0 && dy == 0; }
+};
+
+class interpolator {
+public:
+    // Corners in an order in which their doubled area is positive.
+    interpolator(const draw_setup& setup, const triangle_state& state, const std::array<window_vertex, 3>& corners,
+                 int64_t area);
+
+    // A pixel's distance from the first corner, which the planes take.
+    double right_of_origin(int64_t x) const { return static_cast<double>(x) - x0_; }
+    double below_origin(int64_t y) const { return static_cast<double>(y) - y0_; }
+
+    double depth_at(double right, double below) const { return clamp01(depth_(right, below) + bias_); }
+    double depth(int64_t x, int64_t y) const { return depth_at(right_of_origin(x), below_origin(y)); }
+
+    // What a value's plane gives is multiplied by; 1 when the planes hold the values themselves.
+    double w_at(double right, double below) const { return affine_ ? 1 : 1 / inverse_w_(right, below); }
+    bool is_affine() const { return affine_; }
+    const plane& value_plane(uint32_t which) const { return values_[which]; }
+
+    // All values that the draw walks, at a pixel.
+    void values(int64_t x, int64_t y, varyings& out) const
+    {
+        const double right = right_of_origin(x);
+        const double below = below_origin(y);
+        const double w = w_at(right, below);
+        for (uint32_t i = 0; i < count_; ++i)
+            out[i] = values_[i](right, below) * w;
+    }
+
+private:
+    plane through(double v0, double v1, double v2) const;
+
+    uint32_t count_;
+    double x0_, y0_;
+    double x_[2], y_[2]; // the other corners, from the first
+    double scale_;       // 1 / doubled area in pixels
+    bool affine_;
+    plane depth_, inverse_w_;
+    double bias_;
+    std::array<plane, varying_count_max> values_;
+};
+
+} // namespace kalix::device::raster

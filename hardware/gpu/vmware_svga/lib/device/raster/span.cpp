@@ -1,0 +1,367 @@
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
+
+#include <array>
+#include <cstring>
+
+namespace kalix::device::raster {
+namespace {
+
+bool spans_on = true;
+
+// A byte as the channel that it stores.
+constexpr auto channel_of = [] {
+    std::array<float, 256> table{};
+    for (uint32_t i = 0; i < table.size(); ++i)
+        table[i] = static_cast<float>(i) / 255.0f;
+    return table;
+}();
+
+uint32_t load(const std::byte* texel)
+{
+    uint32_t word;
+    std::memcpy(&word, texel, sizeof word);
+    return word;
+}
+
+color unpacked(uint32_t word)
+{
+    return {channel_of[word >> 16 & 255], channel_of[word >> 8 & 255], channel_of[word & 255], channel_of[word >> 24]};
+}
+
+// A channel, clamped, as the nearest byte.
+uint32_t byte_of(float value)
+{
+    return static_cast<uint32_t>(static_cast<double>(clamp01(value)) * 255 + 0.5);
+}
+
+uint32_t packed(const color& c)
+{
+    return byte_of(c.a) << 24 | byte_of(c.r) << 16 | byte_of(c.g) << 8 | byte_of(c.b);
+}
+
+bool has_words(const image_view& image)
+{
+    return image.format_number == SVGA3D_X8R8G8B8 || image.format_number == SVGA3D_A8R8G8B8;
+}
+
+// ---- Texels -------------------------------------------------------------------------------------------
+
+constexpr int64_t fraction_bits = 16;
+constexpr int64_t one = 1 << fraction_bits;
+constexpr int64_t coordinate_limit = int64_t{1} << 52;
+
+int64_t modulo(int64_t value, int64_t divisor)
+{
+    const int64_t rest = value % divisor;
+    return rest < 0 ? rest + divisor : rest;
+}
+
+// One direction of a texture: its size and what lies beyond it.
+struct axis {
+    int64_t side;
+    bool wraps; // else the edge texel goes on
+
+    explicit axis(uint32_t size, uint32_t mode) : side{size}, wraps{mode == SVGA3D_TEX_ADDRESS_WRAP} {}
+
+    int64_t position(double coordinate) const
+    {
+        return to_integer(coordinate * static_cast<uint32_t>(side) * one, coordinate_limit);
+    }
+    size_t texel(int64_t at) const
+    {
+        if (static_cast<uint64_t>(at) < static_cast<uint64_t>(side))
+            return static_cast<size_t>(at);
+        if (wraps)
+            return static_cast<size_t>(modulo(at, side));
+        return at < 0 ? 0 : static_cast<size_t>(side - 1);
+    }
+};
+
+bool is_simple_address(uint32_t mode)
+{
+    return mode == SVGA3D_TEX_ADDRESS_WRAP || mode == SVGA3D_TEX_ADDRESS_CLAMP || mode == SVGA3D_TEX_ADDRESS_EDGE;
+}
+
+struct texture {
+    const image_view& image;
+    axis u, v;
+    uint32_t opaque; // of a format without alpha, what its fourth byte reads as
+
+    explicit texture(const sampler& from)
+        : image{from.levels[0]}, u{image.width, from.address_u}, v{image.height, from.address_v},
+          opaque{image.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0}
+    {
+    }
+    const std::byte* row(size_t y) const { return image.bytes + y * image.row_bytes; }
+    uint32_t word(const std::byte* at_row, size_t x) const { return load(at_row + x * 4) | opaque; }
+};
+
+float mixed(float from, float to, double t)
+{
+    return static_cast<float>(static_cast<double>(from) * (1 - t) + static_cast<double>(to) * t);
+}
+
+color mixed(const color& a, const color& b, double t)
+{
+    return {mixed(a.r, b.r, t), mixed(a.g, b.g, t), mixed(a.b, b.b, t), mixed(a.a, b.a, t)};
+}
+
+color linear_texel(const texture& from, double u, double v)
+{
+    const int64_t s = from.u.position(u) - one / 2;
+    const int64_t t = from.v.position(v) - one / 2;
+    const int64_t x = s >> fraction_bits;
+    const int64_t y = t >> fraction_bits;
+    const double across = static_cast<double>(s & (one - 1)) / one;
+    const double down = static_cast<double>(t & (one - 1)) / one;
+    const size_t left = from.u.texel(x);
+    const size_t right = from.u.texel(x + 1);
+    const auto filtered = [&](const std::byte* row) {
+        return mixed(unpacked(from.word(row, left)), unpacked(from.word(row, right)), across);
+    };
+    const color upper = filtered(from.row(from.v.texel(y)));
+    const color lower = filtered(from.row(from.v.texel(y + 1)));
+    return mixed(upper, lower, down);
+}
+
+uint32_t nearest_texel(const texture& from, double u, double v)
+{
+    return from.word(from.row(from.v.texel(from.v.position(v) >> fraction_bits)),
+                     from.u.texel(from.u.position(u) >> fraction_bits));
+}
+
+// ---- The one stage ------------------------------------------------------------------------------------
+
+// A product of the texture and the diffuse colour, or one of them.
+struct factors {
+    bool texture = false, diffuse = false;
+    bool known = false;
+};
+
+factors factors_of(uint32_t operation, const std::array<uint32_t, 3>& arguments)
+{
+    factors found;
+    // Notes an argument; false for one that is none of the two, or that is there already. The stage before the
+    // first one is the diffuse colour.
+    const auto add = [&found](uint32_t argument) {
+        const bool diffuse = argument == SVGA3D_TA_DIFFUSE || argument == SVGA3D_TA_PREVIOUS;
+        bool& factor = diffuse ? found.diffuse : found.texture;
+        const bool fits = (diffuse || argument == SVGA3D_TA_TEXTURE) && !factor;
+        factor = factor || fits;
+        return fits;
+    };
+    if (operation == SVGA3D_TC_SELECTARG1)
+        found.known = add(arguments[1]);
+    else if (operation == SVGA3D_TC_MODULATE)
+        found.known = add(arguments[1]) && add(arguments[2]);
+    return found;
+}
+
+struct stage_factors {
+    factors rgb, alpha;
+};
+
+stage_factors factors_of(const combiner_chain& chain)
+{
+    if (chain.count == 0)
+        return {{false, true, true}, {false, true, true}};
+    const combiner_stage& stage = chain.stages[0];
+    const factors alpha = stage.alpha_operation == SVGA3D_TC_DISABLE
+                              ? factors{false, true, true}
+                              : factors_of(stage.alpha_operation, stage.alpha_arguments);
+    return {factors_of(stage.color_operation, stage.color_arguments), alpha};
+}
+
+float joined(const factors& how, float texture, float diffuse)
+{
+    if (how.texture)
+        return how.diffuse ? texture * diffuse : texture;
+    return diffuse;
+}
+
+color joined(const stage_factors& how, const color& texture, const color& diffuse)
+{
+    return {joined(how.rgb, texture.r, diffuse.r), joined(how.rgb, texture.g, diffuse.g),
+            joined(how.rgb, texture.b, diffuse.b), joined(how.alpha, texture.a, diffuse.a)};
+}
+
+// ---- Spans --------------------------------------------------------------------------------------------
+
+enum class texturing { none, nearest, linear };
+
+color over(const color& source, const color& under)
+{
+    const float rest = 1 - source.a;
+    return {source.r * source.a + under.r * rest, source.g * source.a + under.g * rest,
+            source.b * source.a + under.b * rest, source.a * source.a + under.a * rest};
+}
+
+// Whether a pixel's depth passes; writes it then.
+bool depth_passes(const draw_setup& setup, double depth, std::byte* texel)
+{
+    const depth_layout& layout = setup.to.depth.layout;
+    const uint32_t word = load_word(layout, texel);
+    const uint32_t here = quantized_depth(layout, depth);
+    if (!passes(setup.depth_compare, here, depth_of(layout, word)))
+        return false;
+    if (setup.writes_depth)
+        store_word(layout, with_depth(layout, word, here), texel);
+    return true;
+}
+
+// The diffuse colour along a span.
+class diffuse_walk {
+public:
+    explicit diffuse_walk(const interpolator& at) : at_{at}, constant_{at.is_affine()}
+    {
+        for (uint32_t i = 0; i < 4; ++i)
+            constant_ = constant_ && at.value_plane(varying_diffuse + i).is_constant();
+        if (constant_)
+            value_ = color_at(0, 0, 1);
+    }
+    color operator()(double right, double below, double w) const
+    {
+        return constant_ ? value_ : color_at(right, below, w);
+    }
+    // White and opaque all over: a product with it changes nothing.
+    bool is_white() const { return constant_ && value_.r == 1 && value_.g == 1 && value_.b == 1 && value_.a == 1; }
+
+private:
+    color color_at(double right, double below, double w) const
+    {
+        const auto channel = [&](uint32_t i) {
+            return static_cast<float>(clamp01(at_.value_plane(varying_diffuse + i)(right, below) * w));
+        };
+        return {channel(0), channel(1), channel(2), channel(3)};
+    }
+
+    const interpolator& at_;
+    bool constant_;
+    color value_{};
+};
+
+// Texels as they are, with their own alpha or an opaque one, on coordinates that are linear over the window.
+void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
+{
+    const texture from{setup.chain.stages[0].texture};
+    const plane& u = what.at.value_plane(varying_coordinates);
+    const plane& v = what.at.value_plane(varying_coordinates + 1);
+    const uint32_t alpha = own_alpha ? 0 : 0xFF000000u;
+    const double below = what.at.below_origin(what.y);
+    const bool level = v.dx == 0; // one texel row for the whole span
+    const std::byte* row = from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits));
+    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
+    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
+        const double right = what.at.right_of_origin(x);
+        if (!level)
+            row = from.row(from.v.texel(from.v.position(v(right, below)) >> fraction_bits));
+        const uint32_t word = from.word(row, from.u.texel(from.u.position(u(right, below)) >> fraction_bits)) | alpha;
+        std::memcpy(out, &word, sizeof word);
+    }
+}
+
+// Whether a span's pixels are its texels.
+bool is_copy(const draw_setup& setup, const stage_factors& how, const diffuse_walk& diffuse, const interpolator& at)
+{
+    const auto is_texel = [&](const factors& f) { return f.texture && (!f.diffuse || diffuse.is_white()); };
+    return at.is_affine() && !setup.tests_depth && is_texel(how.rgb) && (is_texel(how.alpha) || diffuse.is_white());
+}
+
+template <texturing sampling>
+color texel_of(const texture& from, double u, double v)
+{
+    if constexpr (sampling == texturing::linear)
+        return linear_texel(from, u, v);
+    return unpacked(nearest_texel(from, u, v));
+}
+
+template <texturing sampling, bool blends>
+void draw_span(draw_setup& setup, const span& what)
+{
+    const stage_factors how = factors_of(setup.chain);
+    const interpolator& at = what.at;
+    const diffuse_walk diffuse{at};
+    setup.samples += static_cast<uint64_t>(what.right - what.left);
+    if constexpr (sampling == texturing::nearest && !blends)
+        if (is_copy(setup, how, diffuse, at))
+            return copy_texels(setup, what, how.alpha.texture);
+    const texture from{setup.chain.stages[0].texture};
+    const plane& u = at.value_plane(varying_coordinates);
+    const plane& v = at.value_plane(varying_coordinates + 1);
+    const auto x0 = static_cast<uint32_t>(what.left);
+    const auto y = static_cast<uint32_t>(what.y);
+    const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
+    std::byte* out = setup.to.color.texel(x0, y);
+    std::byte* depth = setup.tests_depth ? setup.to.depth.view.texel(x0, y) : nullptr;
+    const uint32_t depth_bytes = setup.to.depth.layout.bytes;
+    const double below = at.below_origin(what.y);
+    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
+        const double right = at.right_of_origin(x);
+        if (depth) {
+            const bool passed = depth_passes(setup, at.depth_at(right, below), depth);
+            depth += depth_bytes;
+            if (!passed) {
+                --setup.samples;
+                continue;
+            }
+        }
+        const double w = at.w_at(right, below);
+        color result = diffuse(right, below, w);
+        if constexpr (sampling != texturing::none)
+            result = joined(how, texel_of<sampling>(from, u(right, below) * w, v(right, below) * w), result);
+        if constexpr (blends)
+            result = over(result, unpacked(load(out) | hidden));
+        const uint32_t word = packed(result);
+        std::memcpy(out, &word, sizeof word);
+    }
+}
+
+bool blends_over(const output_state& output)
+{
+    const auto is_over = [](const blend_function& f) {
+        return f.source == SVGA3D_BLENDOP_SRCALPHA && f.destination == SVGA3D_BLENDOP_INVSRCALPHA &&
+               f.equation == SVGA3D_BLENDEQ_ADD;
+    };
+    return is_over(output.rgb) && is_over(output.alpha);
+}
+
+// One level, or none asked for; 32-bit texels; addresses that repeat or go on.
+bool is_simple_texture(const combiner_stage& stage)
+{
+    const sampler& from = stage.texture;
+    return from.level_count != 0 && !from.needs_detail() && has_words(from.levels[0]) &&
+           is_simple_address(from.address_u) && is_simple_address(from.address_v) && !stage.projected &&
+           stage.coordinates == 0;
+}
+
+template <bool blends>
+span_function for_texturing(const combiner_chain& chain)
+{
+    if (chain.count == 0)
+        return draw_span<texturing::none, blends>;
+    return chain.stages[0].texture.magnify >= SVGA3D_TEX_FILTER_LINEAR ? draw_span<texturing::linear, blends>
+                                                                       : draw_span<texturing::nearest, blends>;
+}
+
+} // namespace
+
+void set_spans(bool on)
+{
+    spans_on = on;
+}
+
+span_function choose_span(const draw_setup& setup)
+{
+    constexpr uint32_t whole_mask = 15;
+    const bool plain = spans_on && setup.to.color && has_words(setup.to.color) && !setup.fog.enabled &&
+                       !setup.adds_specular && !setup.tests_alpha && !setup.tests_stencil &&
+                       setup.output.mask == whole_mask && setup.chain.count <= 1;
+    if (!plain || (setup.output.blends && !blends_over(setup.output)))
+        return nullptr;
+    const stage_factors how = factors_of(setup.chain);
+    if (!how.rgb.known || !how.alpha.known || (setup.chain.count == 1 && !is_simple_texture(setup.chain.stages[0])))
+        return nullptr;
+    return setup.output.blends ? for_texturing<true>(setup.chain) : for_texturing<false>(setup.chain);
+}
+
+} // namespace kalix::device::raster

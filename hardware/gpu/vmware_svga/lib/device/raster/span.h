@@ -1,0 +1,26 @@
+// Spans: runs of neighbouring pixels of one row of a triangle, drawn by one function for the draw's state.
+//
+// The general way draws pixel by pixel (fragment.h) and can do everything. Most draws need little of it:
+// one texture of 32-bit texels or none, modulated or not, opaque or blended by its alpha, with a depth test or
+// without. For these a function is chosen once a draw, which gives the same bytes with the questions asked
+// once a span instead of once a pixel.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/interpolator.h"
+
+namespace kalix::device::raster {
+
+struct span {
+    int64_t y, left, right; // pixels left to right - 1, inside the draw's area
+    const interpolator& at;
+};
+
+using span_function = void (*)(draw_setup& setup, const span& what);
+
+// The function for a draw's state; null when only the general way will do.
+span_function choose_span(const draw_setup& setup);
+
+// Whether spans are chosen at all; on. For comparing both ways: not to be changed while a device draws.
+void set_spans(bool on);
+
+} // namespace kalix::device::raster

@@ -1,0 +1,116 @@
+// Spans against the general way: random draws of the states that spans know, the same bytes from both.
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
+#include "tests/unit/raster/scene.h"
+
+namespace kalix::device::test {
+namespace {
+
+class SpanTest : public scene {
+protected:
+    ~SpanTest() override { raster::set_spans(true); }
+
+    template <typename type>
+    type one_of(std::initializer_list<type> choices)
+    {
+        return choices.begin()[random_() % choices.size()];
+    }
+    uint32_t word() { return static_cast<uint32_t>(random_()); }
+    float within(float low, float high) { return std::uniform_real_distribution<float>{low, high}(random_); }
+
+    std::vector<uint32_t> words(size_t count)
+    {
+        std::vector<uint32_t> out(count);
+        for (uint32_t& each : out)
+            each = word();
+        return out;
+    }
+
+    void choose_state()
+    {
+        make_targets(width_, height_, one_of<uint32_t>({SVGA3D_A8R8G8B8, SVGA3D_X8R8G8B8}),
+                     one_of<uint32_t>({SVGA3D_Z_D16, SVGA3D_Z_D24S8, SVGA3D_Z_D32}));
+        const uint32_t side = 1 + word() % 40;
+        texture(side, side, words(size_t{side} * side),
+                one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}));
+        for (const uint32_t name : {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV})
+            stage(0, name,
+                  one_of<uint32_t>({SVGA3D_TEX_ADDRESS_WRAP, SVGA3D_TEX_ADDRESS_CLAMP, SVGA3D_TEX_ADDRESS_EDGE,
+                                    SVGA3D_TEX_ADDRESS_MIRROR}));
+        const auto operation = [this](uint32_t name) {
+            stage(0, name, one_of<uint32_t>({SVGA3D_TC_SELECTARG1, SVGA3D_TC_MODULATE, SVGA3D_TC_MODULATE}));
+            stage(0, name + 1, one_of<uint32_t>({SVGA3D_TA_TEXTURE, SVGA3D_TA_DIFFUSE}));
+            stage(0, name + 2, one_of<uint32_t>({SVGA3D_TA_TEXTURE, SVGA3D_TA_PREVIOUS}));
+        };
+        operation(SVGA3D_TS_COLOROP);
+        operation(SVGA3D_TS_ALPHAOP);
+        if (word() % 8 == 0)
+            stage(0, SVGA3D_TS_COLOROP, SVGA3D_TC_DISABLE);
+        set(SVGA3D_RS_BLENDENABLE, word() % 2);
+        set(SVGA3D_RS_SRCBLEND, SVGA3D_BLENDOP_SRCALPHA);
+        set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_INVSRCALPHA);
+        set(SVGA3D_RS_ZENABLE, word() % 2);
+        set(SVGA3D_RS_ZWRITEENABLE, word() % 2);
+        set(SVGA3D_RS_ZFUNC, 1 + word() % 8);
+    }
+
+    std::vector<corner> corners()
+    {
+        std::vector<corner> out(4);
+        const bool flat_color = word() % 2;
+        const bool affine = word() % 2;
+        const uint32_t color = one_of<uint32_t>({0xFFFFFFFF, word()});
+        for (corner& each : out)
+            each = {within(-9, 40),
+                    within(-9, 40),
+                    within(0, 1),
+                    affine ? 1 : within(0.2f, 3),
+                    flat_color ? color : word(),
+                    0,
+                    within(-1, 3),
+                    within(-1, 3)};
+        if (word() % 2) { // a rectangle on whole pixels
+            const float left = within(0, 10), top = within(0, 10), right = within(11, 30), bottom = within(11, 30);
+            const float at[4][4] = {{left, top, 0, 0}, {right, top, 1, 0}, {right, bottom, 1, 1}, {left, bottom, 0, 1}};
+            for (size_t i = 0; i < 4; ++i) {
+                out[i].x = std::floor(at[i][0]);
+                out[i].y = std::floor(at[i][1]);
+                out[i].u = at[i][2];
+                out[i].v = at[i][3];
+            }
+        }
+        return out;
+    }
+
+    // Color and depth target, after a draw over random contents.
+    std::vector<std::byte> drawn(bool spans, const std::vector<uint32_t>& before, const std::vector<corner>& shape)
+    {
+        raster::set_spans(spans);
+        std::vector<std::byte> out;
+        for (const uint32_t sid : {color_sid, depth_sid})
+            std::memcpy(view(sid).bytes, before.data(), view(sid).byte_size());
+        state.query = {};
+        state.query.active = true;
+        EXPECT_EQ(draw(SVGA3D_PRIMITIVE_TRIANGLEFAN, 2, shape), draw_result::done);
+        for (const uint32_t sid : {color_sid, depth_sid})
+            out.insert(out.end(), view(sid).bytes, view(sid).bytes + view(sid).byte_size());
+        out.push_back(static_cast<std::byte>(state.query.samples));
+        return out;
+    }
+
+    std::mt19937 random_{test_seed()};
+    uint32_t width_ = 32, height_ = 31;
+};
+
+TEST_F(SpanTest, GiveTheBytesOfTheGeneralWay)
+{
+    for (int i = 0; i < 3000; ++i) {
+        choose_state();
+        const std::vector<uint32_t> before = words(size_t{width_} * height_);
+        const std::vector<corner> shape = corners();
+        ASSERT_EQ(drawn(true, before, shape), drawn(false, before, shape)) << "seed " << test_seed() << ", draw " << i;
+    }
+}
+
+} // namespace
+} // namespace kalix::device::test
