@@ -1,4 +1,5 @@
-// kalix-demo: an example client. Draws a scene through a running server and writes it to a PNG file.
+// kalix-demo: an example client. Draws a scene through a running server: a still one into a PNG file, an
+// animated one onto the screen.
 
 #include "tools/demo/scenes.h"
 #include "tools/size.h"
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <optional>
 
 namespace {
 
@@ -21,14 +23,16 @@ constexpr uint32_t extent_min = 16;
 constexpr uint32_t extent_max = KALIX_READBACK_EXTENT_MAX;
 
 struct size {
-    uint32_t width = 960, height = 600;
+    uint32_t width = 0, height = 0;
 };
+constexpr size still_size{960, 600}, animated_size{1024, 768};
 
 struct options {
     std::string scene_name;
     std::string output;
     std::string size_text;
-    size extent;
+    std::optional<size> extent; // none: the scene's own
+    uint64_t frames = 0;
     bool list = false;
 };
 
@@ -40,36 +44,41 @@ std::string scene_list()
     return text;
 }
 
-// The size that "WxH" names; false when it names none within the bounds.
-bool parse_size(const std::string& text, size& out)
+// The size that "WxH" names; none when it names none within the bounds.
+std::optional<size> parse_size(const std::string& text)
 {
     size read;
     const auto fits = [](uint32_t extent) { return extent >= extent_min && extent <= extent_max; };
     if (!kalix::tools::parse_size(text, read.width, read.height) || !fits(read.width) || !fits(read.height))
-        return false;
-    out = read;
-    return true;
+        return std::nullopt;
+    return read;
 }
 
 void declare(CLI::App& app, options& chosen)
 {
-    kalix::tools::set_usage(app, "kalix-demo SCENE [--output FILE.png] [--size WxH]");
+    kalix::tools::set_usage(app, "kalix-demo SCENE [--size WxH] [--output FILE.png | --frames N]");
     app.set_version_flag("--version", "kalix-demo " KALIX_VERSION);
     app.add_flag("--list", chosen.list, "list the scenes and exit");
     app.add_option("scene", chosen.scene_name, "the scene to draw")->type_name("SCENE");
-    app.add_option("--output", chosen.output, "the file to write; otherwise SCENE.png")->type_name("FILE");
-    app.add_option("--size", chosen.size_text, "pixels of the picture, each side 16 to 2048; otherwise 960x600")
+    app.add_option("--output", chosen.output, "a still scene: the file to write; otherwise SCENE.png")
+        ->type_name("FILE");
+    app.add_option("--size", chosen.size_text,
+                   "pixels of the picture or the screen, each side 16 to 2048; otherwise 960x600 and 1024x768")
         ->type_name("WxH");
+    app.add_option("--frames", chosen.frames, "an animated scene: end after so many frames; otherwise with ctrl-C")
+        ->type_name("N");
     app.footer("\nSCENES\n" + scene_list() + R"(
 EXIT STATUS
-  0 when the picture has been written, 1 when it could not be drawn or written, 2 for a wrong command line.
+  0 when the scene was drawn (an animated one: until its end, or ctrl-C), 1 when it could not be drawn or
+  written, 2 for a wrong command line.
 
 ENVIRONMENT
   KALIX_RUN_DIR   run directory of the server to draw with
 
 EXAMPLES
   kalix-run -- kalix-demo triangle --output triangle.png      with a server of its own
-  KALIX_RUN_DIR=/run/kalix kalix-demo triangle --size 640x400)");
+  KALIX_RUN_DIR=/run/kalix kalix-demo triangle --size 640x400
+  kalix-demo mesh & kalix-view                                the animated scene in a window)");
 }
 
 kalix::client::connection connect()
@@ -91,16 +100,31 @@ void expect_content(const picture& image)
         throw std::runtime_error{"cannot draw: the picture came back in one colour; the server's log may say why"};
 }
 
-void draw(const scene& what, const options& chosen)
+kalix::client::connection connect_to_3d()
 {
-    const auto server = connect();
+    auto server = connect();
     if (server.parameter(KALIX_PARAM_HAVE_3D) == 0)
         throw std::runtime_error{"cannot draw: the server's device offers no 3D; see the server's log"};
-    const picture image = what.draw(server, chosen.extent.width, chosen.extent.height);
+    return server;
+}
+
+void draw(const scene& what, const options& chosen)
+{
+    const auto server = connect_to_3d();
+    const size extent = chosen.extent.value_or(still_size);
+    const picture image = what.draw(server, extent.width, extent.height);
     expect_content(image);
     const std::string path = chosen.output.empty() ? std::string{what.name} + ".png" : chosen.output;
     kalix::tools::write_png(image, path);
     std::cout << "kalix-demo: wrote " << path << " (" << image.width << "x" << image.height << ")\n";
+}
+
+void animate(const scene& what, const options& chosen)
+{
+    connect_to_3d(); // tells what is wrong, and is closed again: the scene starts a second process
+    const size extent = chosen.extent.value_or(animated_size);
+    kalix::demo::catch_interrupts();
+    what.animate({extent.width, extent.height, chosen.frames});
 }
 
 int usage_error(const std::string& message)
@@ -112,7 +136,8 @@ int usage_error(const std::string& message)
 int run(int argc, char** argv)
 {
     options chosen;
-    CLI::App app{"An example client of kalix: draws a scene and writes the picture to a PNG file.", "kalix-demo"};
+    CLI::App app{"An example client of kalix: draws a scene, into a PNG file or, animated, onto the screen.",
+                 "kalix-demo"};
     declare(app, chosen);
     try {
         app.parse(argc, argv);
@@ -125,12 +150,17 @@ int run(int argc, char** argv)
     }
     if (chosen.scene_name.empty())
         return usage_error("no scene given");
-    if (!chosen.size_text.empty() && !parse_size(chosen.size_text, chosen.extent))
-        return usage_error("cannot draw at size " + chosen.size_text + ": give it as WxH, each side 16 to 2048");
+    if (!chosen.size_text.empty()) {
+        chosen.extent = parse_size(chosen.size_text);
+        if (!chosen.extent)
+            return usage_error("cannot draw at size " + chosen.size_text + ": give it as WxH, each side 16 to 2048");
+    }
     const auto found = std::ranges::find_if(scenes, [&](const scene& one) { return one.name == chosen.scene_name; });
     if (found == scenes.end())
         return usage_error("no scene " + chosen.scene_name + "; there are:\n" + scene_list());
-    draw(*found, chosen);
+    if (found->animate && !chosen.output.empty())
+        return usage_error("an animated scene is not written to a file; kalixctl screenshot writes the screen");
+    found->animate ? animate(*found, chosen) : draw(*found, chosen);
     return 0;
 }
 

@@ -22,6 +22,13 @@ inline matrix rotation_x(float angle)
     return {1, 0, 0, 0, 0, c, s, 0, 0, -s, c, 0, 0, 0, 0, 1};
 }
 
+// Turns about the y axis; a positive angle takes z towards x.
+inline matrix rotation_y(float angle)
+{
+    const float c = std::cos(angle), s = std::sin(angle);
+    return {c, 0, -s, 0, 0, 1, 0, 0, s, 0, c, 0, 0, 0, 0, 1};
+}
+
 // The viewer looks along z; near and far are mapped to depths 0 and 1. field is the vertical angle of
 // view in radians, aspect is width by height.
 inline matrix perspective(float field, float aspect, float near, float far)

@@ -38,7 +38,7 @@ protected:
                   one_of<uint32_t>({SVGA3D_TEX_ADDRESS_WRAP, SVGA3D_TEX_ADDRESS_CLAMP, SVGA3D_TEX_ADDRESS_EDGE,
                                     SVGA3D_TEX_ADDRESS_MIRROR}));
         const auto operation = [this](uint32_t name) {
-            stage(0, name, one_of<uint32_t>({SVGA3D_TC_SELECTARG1, SVGA3D_TC_MODULATE, SVGA3D_TC_MODULATE}));
+            stage(0, name, one_of<uint32_t>({SVGA3D_TC_SELECTARG1, SVGA3D_TC_SELECTARG2, SVGA3D_TC_MODULATE}));
             stage(0, name + 1, one_of<uint32_t>({SVGA3D_TA_TEXTURE, SVGA3D_TA_DIFFUSE}));
             stage(0, name + 2, one_of<uint32_t>({SVGA3D_TA_TEXTURE, SVGA3D_TA_PREVIOUS}));
         };

@@ -1,6 +1,7 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 
-#include <array>
+#include "hardware/gpu/vmware_svga/lib/device/raster/channels.h"
+
 #include <cstring>
 
 namespace kalix::device::raster {
@@ -8,35 +9,11 @@ namespace {
 
 bool spans_on = true;
 
-// A byte as the channel that it stores.
-constexpr auto channel_of = [] {
-    std::array<float, 256> table{};
-    for (uint32_t i = 0; i < table.size(); ++i)
-        table[i] = static_cast<float>(i) / 255.0f;
-    return table;
-}();
-
 uint32_t load(const std::byte* texel)
 {
     uint32_t word;
     std::memcpy(&word, texel, sizeof word);
     return word;
-}
-
-color unpacked(uint32_t word)
-{
-    return {channel_of[word >> 16 & 255], channel_of[word >> 8 & 255], channel_of[word & 255], channel_of[word >> 24]};
-}
-
-// A channel, clamped, as the nearest byte.
-uint32_t byte_of(float value)
-{
-    return static_cast<uint32_t>(static_cast<double>(clamp01(value)) * 255 + 0.5);
-}
-
-uint32_t packed(const color& c)
-{
-    return byte_of(c.a) << 24 | byte_of(c.r) << 16 | byte_of(c.g) << 8 | byte_of(c.b);
 }
 
 bool has_words(const image_view& image)
@@ -57,24 +34,29 @@ int64_t modulo(int64_t value, int64_t divisor)
 }
 
 // One direction of a texture: its size and what lies beyond it.
-struct axis {
-    int64_t side;
-    bool wraps; // else the edge texel goes on
-
-    explicit axis(uint32_t size, uint32_t mode) : side{size}, wraps{mode == SVGA3D_TEX_ADDRESS_WRAP} {}
-
-    int64_t position(double coordinate) const
+class axis {
+public:
+    axis(uint32_t size, uint32_t mode)
+        : side_{size}, scale_{static_cast<double>(size)}, wraps_{mode == SVGA3D_TEX_ADDRESS_WRAP},
+          mask_{std::has_single_bit(size) ? int64_t{size} - 1 : 0}
     {
-        return to_integer(coordinate * static_cast<uint32_t>(side) * one, coordinate_limit);
     }
+
+    int64_t position(double coordinate) const { return to_integer(coordinate * scale_ * one, coordinate_limit); }
     size_t texel(int64_t at) const
     {
-        if (static_cast<uint64_t>(at) < static_cast<uint64_t>(side))
+        if (static_cast<uint64_t>(at) < static_cast<uint64_t>(side_))
             return static_cast<size_t>(at);
-        if (wraps)
-            return static_cast<size_t>(modulo(at, side));
-        return at < 0 ? 0 : static_cast<size_t>(side - 1);
+        if (wraps_)
+            return static_cast<size_t>(mask_ != 0 ? at & mask_ : modulo(at, side_));
+        return at < 0 ? 0 : static_cast<size_t>(side_ - 1);
     }
+
+private:
+    int64_t side_;
+    double scale_;
+    bool wraps_;   // else the edge texel goes on
+    int64_t mask_; // of a side that is a power of two: a remainder without a division
 };
 
 bool is_simple_address(uint32_t mode)
@@ -96,17 +78,7 @@ struct texture {
     uint32_t word(const std::byte* at_row, size_t x) const { return load(at_row + x * 4) | opaque; }
 };
 
-float mixed(float from, float to, double t)
-{
-    return static_cast<float>(static_cast<double>(from) * (1 - t) + static_cast<double>(to) * t);
-}
-
-color mixed(const color& a, const color& b, double t)
-{
-    return {mixed(a.r, b.r, t), mixed(a.g, b.g, t), mixed(a.b, b.b, t), mixed(a.a, b.a, t)};
-}
-
-color linear_texel(const texture& from, double u, double v)
+floats linear_texel(const texture& from, double u, double v)
 {
     const int64_t s = from.u.position(u) - one / 2;
     const int64_t t = from.v.position(v) - one / 2;
@@ -119,8 +91,8 @@ color linear_texel(const texture& from, double u, double v)
     const auto filtered = [&](const std::byte* row) {
         return mixed(unpacked(from.word(row, left)), unpacked(from.word(row, right)), across);
     };
-    const color upper = filtered(from.row(from.v.texel(y)));
-    const color lower = filtered(from.row(from.v.texel(y + 1)));
+    const floats upper = filtered(from.row(from.v.texel(y)));
+    const floats lower = filtered(from.row(from.v.texel(y + 1)));
     return mixed(upper, lower, down);
 }
 
@@ -152,6 +124,8 @@ factors factors_of(uint32_t operation, const std::array<uint32_t, 3>& arguments)
     };
     if (operation == SVGA3D_TC_SELECTARG1)
         found.known = add(arguments[1]);
+    else if (operation == SVGA3D_TC_SELECTARG2)
+        found.known = add(arguments[2]);
     else if (operation == SVGA3D_TC_MODULATE)
         found.known = add(arguments[1]) && add(arguments[2]);
     return found;
@@ -172,29 +146,38 @@ stage_factors factors_of(const combiner_chain& chain)
     return {factors_of(stage.color_operation, stage.color_arguments), alpha};
 }
 
-float joined(const factors& how, float texture, float diffuse)
-{
-    if (how.texture)
-        return how.diffuse ? texture * diffuse : texture;
-    return diffuse;
-}
+// How the two factors make the colour, resolved once a span: what each channel is multiplied by.
+class joining {
+public:
+    explicit joining(const stage_factors& how)
+        : texture_{selected(how.rgb.texture, how.alpha.texture)}, diffuse_{selected(how.rgb.diffuse, how.alpha.diffuse)}
+    {
+    }
 
-color joined(const stage_factors& how, const color& texture, const color& diffuse)
-{
-    return {joined(how.rgb, texture.r, diffuse.r), joined(how.rgb, texture.g, diffuse.g),
-            joined(how.rgb, texture.b, diffuse.b), joined(how.alpha, texture.a, diffuse.a)};
-}
+    // A factor that a channel does not have is 1, and a product with it exact.
+    floats operator()(floats texture, floats diffuse) const
+    {
+        return chosen(texture, texture_) * chosen(diffuse, diffuse_);
+    }
+
+private:
+    static words selected(bool rgb, bool alpha)
+    {
+        const int32_t color = rgb ? -1 : 0;
+        return words{color, color, color, alpha ? -1 : 0};
+    }
+    static floats chosen(floats value, words by)
+    {
+        return std::bit_cast<floats>((std::bit_cast<words>(value) & by) |
+                                     (std::bit_cast<words>(all_channels(1)) & ~by));
+    }
+
+    words texture_, diffuse_;
+};
 
 // ---- Spans --------------------------------------------------------------------------------------------
 
 enum class texturing { none, nearest, linear };
-
-color over(const color& source, const color& under)
-{
-    const float rest = 1 - source.a;
-    return {source.r * source.a + under.r * rest, source.g * source.a + under.g * rest,
-            source.b * source.a + under.b * rest, source.a * source.a + under.a * rest};
-}
 
 // Whether a pixel's depth passes; writes it then.
 bool depth_passes(const draw_setup& setup, double depth, std::byte* texel)
@@ -212,32 +195,39 @@ bool depth_passes(const draw_setup& setup, double depth, std::byte* texel)
 // The diffuse colour along a span.
 class diffuse_walk {
 public:
-    explicit diffuse_walk(const interpolator& at) : at_{at}, constant_{at.is_affine()}
+    explicit diffuse_walk(const interpolator& at)
     {
-        for (uint32_t i = 0; i < 4; ++i)
-            constant_ = constant_ && at.value_plane(varying_diffuse + i).is_constant();
-        if (constant_)
-            value_ = color_at(0, 0, 1);
+        // The channels in the order of a pixel's bytes.
+        const plane& blue = at.value_plane(varying_diffuse + 2);
+        const plane& green = at.value_plane(varying_diffuse + 1);
+        const plane& red = at.value_plane(varying_diffuse);
+        const plane& alpha = at.value_plane(varying_diffuse + 3);
+        at_ = {doubles{blue.at, green.at}, doubles{red.at, alpha.at}};
+        dx_ = {doubles{blue.dx, green.dx}, doubles{red.dx, alpha.dx}};
+        dy_ = {doubles{blue.dy, green.dy}, doubles{red.dy, alpha.dy}};
+        constant_ =
+            at.is_affine() && blue.is_constant() && green.is_constant() && red.is_constant() && alpha.is_constant();
+        value_ = color_at(0, 0, 1);
     }
-    color operator()(double right, double below, double w) const
+    floats operator()(double right, double below, double w) const
     {
         return constant_ ? value_ : color_at(right, below, w);
     }
     // White and opaque all over: a product with it changes nothing.
-    bool is_white() const { return constant_ && value_.r == 1 && value_.g == 1 && value_.b == 1 && value_.a == 1; }
+    bool is_white() const { return constant_ && value_[0] == 1 && value_[1] == 1 && value_[2] == 1 && value_[3] == 1; }
 
 private:
-    color color_at(double right, double below, double w) const
+    floats color_at(double right, double below, double w) const
     {
-        const auto channel = [&](uint32_t i) {
-            return static_cast<float>(clamp01(at_.value_plane(varying_diffuse + i)(right, below) * w));
+        const auto channels = [&](doubles at, doubles dx, doubles dy) {
+            return clamped01((at + dx * both(right) + dy * both(below)) * both(w));
         };
-        return {channel(0), channel(1), channel(2), channel(3)};
+        return narrowed({channels(at_.low, dx_.low, dy_.low), channels(at_.high, dx_.high, dy_.high)});
     }
 
-    const interpolator& at_;
+    wide_channels at_, dx_, dy_; // the four planes
     bool constant_;
-    color value_{};
+    floats value_;
 };
 
 // Texels as they are, with their own alpha or an opaque one, on coordinates that are linear over the window.
@@ -268,7 +258,7 @@ bool is_copy(const draw_setup& setup, const stage_factors& how, const diffuse_wa
 }
 
 template <texturing sampling>
-color texel_of(const texture& from, double u, double v)
+floats texel_of(const texture& from, double u, double v)
 {
     if constexpr (sampling == texturing::linear)
         return linear_texel(from, u, v);
@@ -281,6 +271,7 @@ void draw_span(draw_setup& setup, const span& what)
     const stage_factors how = factors_of(setup.chain);
     const interpolator& at = what.at;
     const diffuse_walk diffuse{at};
+    const joining join{how};
     setup.samples += static_cast<uint64_t>(what.right - what.left);
     if constexpr (sampling == texturing::nearest && !blends)
         if (is_copy(setup, how, diffuse, at))
@@ -306,9 +297,9 @@ void draw_span(draw_setup& setup, const span& what)
             }
         }
         const double w = at.w_at(right, below);
-        color result = diffuse(right, below, w);
+        floats result = diffuse(right, below, w);
         if constexpr (sampling != texturing::none)
-            result = joined(how, texel_of<sampling>(from, u(right, below) * w, v(right, below) * w), result);
+            result = join(texel_of<sampling>(from, u(right, below) * w, v(right, below) * w), result);
         if constexpr (blends)
             result = over(result, unpacked(load(out) | hidden));
         const uint32_t word = packed(result);
