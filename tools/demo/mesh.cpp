@@ -18,7 +18,7 @@ namespace kalix::demo {
 namespace {
 
 constexpr float field = 40 * std::numbers::pi_v<float> / 180;
-constexpr float distance = 4.4F;
+constexpr float distance = 5.1F;
 constexpr vector3 light = {-0.48F, 0.64F, -0.6F};
 constexpr uint32_t top_color = 0xFF0B1026, bottom_color = 0xFF3A4A78;
 
@@ -76,7 +76,7 @@ public:
     void draw(uint64_t frame)
     {
         const auto angle = static_cast<float>(frame % 3600) * 0.0175F;
-        const matrix turn = product(rotation_x(0.5F * angle), rotation_y(angle));
+        const matrix turn = product(rotation_y(angle), rotation_x(0.35F * std::sin(0.5F * angle)));
         upload_light(frame % 2, turn);
         draw_backdrop();
         draw_knot(product(turn, translation(0, 0, distance)));

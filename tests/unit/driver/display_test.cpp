@@ -6,6 +6,7 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/adapter.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/config.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/matrix.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/message_loop.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/overlay.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/self_test.h"
 
@@ -301,6 +302,20 @@ TEST_F(display_test, PulsesReadAndArmAgain)
     here().refuse_config = true;
     reset_config();
     EXPECT_EQ(pps_init(), 22);
+}
+
+// The message loop's own way: a pulse of code 0 applies the object and arms again, whatever goes on.
+TEST_F(display_test, ConfigurationPulsesReachTheLoop)
+{
+    platform::_pulse pulse{};
+    pulse.code = pulse_code_config;
+    here().config = "x86_64_zoom_factor::0.25\n";
+    const int before = here().armed;
+    here().incoming.push_back({0, {}, bytes_of(pulse)});
+    EXPECT_EQ(msg_loop(), 0);
+    fail_allocation(0);
+    EXPECT_EQ(here().device.zoom, 0.25f);
+    EXPECT_EQ(here().armed, before + 1);
 }
 
 using matrix = std::array<float, 16>;

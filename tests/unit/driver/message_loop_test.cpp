@@ -121,6 +121,7 @@ struct start_row {
     const char* name;
     void (*prepare)();
     std::vector<std::string> lines;
+    int status = 11; // ten and what bring-up returned
 };
 
 // Runs in a child each, since bring-up leaves what it made.
@@ -154,6 +155,10 @@ TEST(Startup, EveryFailureSaysWhatFailed)
         {"no gmr2",
          [] { here().device.capabilities = 0; },
          {"2 kalix: dma_create_gmr ERROR: SVGA HW cannot support 64bit", "2 kalix: could not allocate dirty gmr id"}},
+        {"no store, which is no failure",
+         [] { here().refuse_config = here().refuse_status = true; },
+         {"2 kalix: pps init failed, persistent config not available", "thread tessra-gpu-worker0"},
+         10},
         {"already", [] { _globals.initialized = 1; }, {"2 kalix: initialize: already initialized"}},
     };
     for (const start_row& row : rows) {
@@ -161,7 +166,7 @@ TEST(Startup, EveryFailureSaysWhatFailed)
         std::string pattern;
         for (const std::string& line : row.lines)
             pattern += "(.|\n)*" + line;
-        EXPECT_EXIT(std::_Exit(10 + bring_up::run(row.prepare)), testing::ExitedWithCode(11), pattern);
+        EXPECT_EXIT(std::_Exit(10 + bring_up::run(row.prepare)), testing::ExitedWithCode(row.status), pattern);
     }
 }
 

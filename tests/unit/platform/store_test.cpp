@@ -4,11 +4,13 @@
 #include "support.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -223,6 +225,14 @@ TEST_F(Store, WhatIsNoObjectIsRefusedAndReplaced)
     EXPECT_EQ(put("a::1"), -1);
     EXPECT_EQ(errno, EFBIG);
     EXPECT_EQ(fs::file_size(file()), 2u << 20); // as it was
+    edit("@mesa\na::1\n");
+    const int full = run_child([&] { // a disk without room, as far as this process is concerned
+        const rlimit none{8, 8};
+        signal(SIGXFSZ, SIG_IGN);
+        return setrlimit(RLIMIT_FSIZE, &none) == 0 && put("b::2") == -1 && on_disk() == "@mesa\na::1\n" ? 0 : 1;
+    });
+    EXPECT_EQ(full, 0);
+    EXPECT_EQ(std::distance(fs::directory_iterator{fs::path{file()}.parent_path()}, {}), 1);
     EXPECT_EQ(read(-5, {}), -1);
     EXPECT_EQ(ionotify(-5, notify_poll_arm, notify_input, nullptr), -1);
 }
