@@ -21,12 +21,8 @@ kalix_status* status; // mapped; null when there is none
 // One change of the file: the sequence is odd while it lives.
 class change {
 public:
-    change()
-    {
-        sequence().store(sequence().load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_release);
-    }
-    ~change() { sequence().store(sequence().load(std::memory_order_relaxed) + 1, std::memory_order_release); }
+    change() { sequence().fetch_add(1, std::memory_order_acq_rel); } // nothing below moves before it
+    ~change() { sequence().fetch_add(1, std::memory_order_release); }
     change(const change&) = delete;
     change& operator=(const change&) = delete;
 
