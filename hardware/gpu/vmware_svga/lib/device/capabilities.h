@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace kalix::device {
 
@@ -12,5 +13,8 @@ inline constexpr uint32_t capability_area_words = 256;
 
 // Writes the capability record and the end mark behind it.
 void write_capabilities(std::span<uint32_t, capability_area_words> area);
+
+// The same for people: the table of docs/device.md, in Markdown.
+std::string capability_table();
 
 } // namespace kalix::device

@@ -1,5 +1,7 @@
 #include "hardware/gpu/vmware_svga/lib/device/format.h"
 
+#include "hardware/gpu/vmware_svga/lib/device/dxt.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -222,9 +224,14 @@ constexpr format_info plain(format_kind kind, uint8_t bytes)
     return {.kind = kind, .block_bytes = bytes};
 }
 
-constexpr format_info blocks(uint8_t bytes, uint8_t width, uint8_t height)
+constexpr format_info blocks(uint8_t bytes, uint8_t width, uint8_t height,
+                             color (*decode)(const std::byte*, uint32_t, uint32_t) = nullptr)
 {
-    return {.kind = format_kind::opaque, .block_bytes = bytes, .block_width = width, .block_height = height};
+    return {.kind = format_kind::opaque,
+            .block_bytes = bytes,
+            .block_width = width,
+            .block_height = height,
+            .decode_block = decode};
 }
 
 constexpr auto formats = [] {
@@ -257,9 +264,11 @@ constexpr auto formats = [] {
     table[SVGA3D_Z_D24S8] = plain(format_kind::depth, 4);
     table[SVGA3D_Z_D24X8] = plain(format_kind::depth, 4);
     table[SVGA3D_BUFFER] = plain(format_kind::bytes, 1);
-    table[SVGA3D_DXT1] = blocks(8, 4, 4);
-    for (const uint32_t dxt : {SVGA3D_DXT2, SVGA3D_DXT3, SVGA3D_DXT4, SVGA3D_DXT5})
-        table[dxt] = blocks(16, 4, 4);
+    table[SVGA3D_DXT1] = blocks(8, 4, 4, dxt1_texel);
+    for (const uint32_t dxt : {SVGA3D_DXT2, SVGA3D_DXT3})
+        table[dxt] = blocks(16, 4, 4, dxt3_texel);
+    for (const uint32_t dxt : {SVGA3D_DXT4, SVGA3D_DXT5})
+        table[dxt] = blocks(16, 4, 4, dxt5_texel);
     for (const uint32_t pair : {SVGA3D_UYVY, SVGA3D_YUY2})
         table[pair] = blocks(4, 2, 1);
     for (const uint32_t two : {SVGA3D_BUMPU8V8, SVGA3D_BUMPL6V5U5, SVGA3D_V8U8, SVGA3D_CXV8U8})

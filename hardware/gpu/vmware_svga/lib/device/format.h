@@ -28,10 +28,13 @@ struct format_info {
     uint8_t block_height = 1;
     bool target = false;    // can be a colour target
     bool normalized = true; // channels lie in 0..1 (colours are clamped when encoded)
-    // Reads the texel at this address / writes one; null where the kind has no colours, and decode also
-    // for compressed formats.
+    // Reads the texel at this address / writes one; null where the kind has no colours, and both also for
+    // compressed formats, of which a texel is read by its place in a block.
     color (*decode)(const std::byte* texel) = nullptr;
     void (*encode)(const color& value, std::byte* texel) = nullptr;
+    color (*decode_block)(const std::byte* block, uint32_t x, uint32_t y) = nullptr;
+
+    bool can_be_sampled() const { return decode || decode_block; }
 };
 
 // Never fails: an unknown number gives a format of kind none.

@@ -133,8 +133,9 @@ draw_result make_stage(const context& of, surface_store& surfaces, uint32_t inde
     if (stage.projected)
         stage.divisor = static_cast<uint32_t>(std::bit_width(flags & component_flags)) - 1;
     stage.texture = make_sampler(of, surfaces, index);
+    constexpr uint32_t generations = 3; // eye position, eye normal, reflection vector
     const bool supported = is_supported(stage.color_operation) && is_supported(stage.alpha_operation) &&
-                           states[SVGA3D_TS_TEXCOORDGEN] == 0;
+                           states[SVGA3D_TS_TEXCOORDGEN] <= generations;
     return supported ? draw_result::done : draw_result::not_supported;
 }
 

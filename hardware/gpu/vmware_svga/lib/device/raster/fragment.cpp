@@ -11,28 +11,25 @@ color color_from(const varyings& values, uint32_t at)
     return {channel(0), channel(1), channel(2), channel(3)};
 }
 
-struct coordinates {
-    double u, v;
-};
-
-coordinates coordinates_of(const combiner_stage& stage, const varyings& values)
+direction coordinates_of(const combiner_stage& stage, const varyings& values)
 {
     const uint32_t at = varying_coordinates + 4 * stage.coordinates;
     const double divisor = stage.projected ? values[at + stage.divisor] : 1;
-    return stage.projected ? coordinates{values[at] / divisor, values[at + 1] / divisor}
-                           : coordinates{values[at], values[at + 1]};
+    return stage.projected ? direction{values[at] / divisor, values[at + 1] / divisor, values[at + 2] / divisor}
+                           : direction{values[at], values[at + 1], values[at + 2]};
 }
 
 color sampled(const combiner_stage& stage, const fragment& what)
 {
-    const coordinates here = coordinates_of(stage, *what.values);
+    const texture_point here = locate(stage.texture, coordinates_of(stage, *what.values));
     double detail = 0;
     if (what.right && stage.texture.needs_detail()) {
-        const coordinates right = coordinates_of(stage, *what.right);
-        const coordinates below = coordinates_of(stage, *what.below);
-        detail = detail_of(stage.texture, right.u - here.u, right.v - here.v, below.u - here.u, below.v - here.v);
+        const auto beside = [&](const varyings& values) {
+            return locate_on(stage.texture, here.face, coordinates_of(stage, values));
+        };
+        detail = detail_of(stage.texture, here, beside(*what.right), beside(*what.below));
     }
-    return sample(stage.texture, here.u, here.v, detail);
+    return sample(stage.texture, here, detail);
 }
 
 color textured(const draw_setup& setup, const fragment& what)

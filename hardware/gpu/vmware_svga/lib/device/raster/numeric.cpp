@@ -36,4 +36,24 @@ double exp_of(double value)
     return std::ldexp(sum, static_cast<int>(whole));
 }
 
+double power_of(double base, double exponent)
+{
+    if (exponent == 0)
+        return 1;
+    return base > 0 ? exp_of(exponent * log2_of(base) * std::numbers::ln2) : 0;
+}
+
+double cos_of(double angle)
+{
+    constexpr double turn = 2 * std::numbers::pi;
+    if (!(std::fabs(angle) < 0x1p20))
+        return 1;
+    const double rest = angle - std::floor(angle / turn + 0.5) * turn; // within half a turn
+    const double square = rest * rest;
+    double sum = 1; // 1 - x^2 / 2 (1 - x^2 / 12 (1 - ...)): the terms left out are below 2^-60
+    for (int term = 30; term >= 2; term -= 2)
+        sum = 1 - sum * square / (term * (term - 1));
+    return sum;
+}
+
 } // namespace kalix::device::raster

@@ -55,5 +55,9 @@ constexpr float as_float(uint32_t word)
 double log2_of(double value);
 // e to the power of value: 0 below, and infinity above what a double holds; 0 for what is not a number.
 double exp_of(double value);
+// base to the power of exponent for a base of 0 and more: 1 for an exponent of 0, 0 for a base of 0 else.
+double power_of(double base, double exponent);
+// Cosine of an angle in radians; 1 for what is not a number or beyond 2^20.
+double cos_of(double angle);
 
 } // namespace kalix::device::raster

@@ -53,8 +53,7 @@ draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& o
     out.to = targets_of(of, surfaces);
     if (!out.to.color && !out.to.depth.view)
         return draw_result::no_target;
-    if (states[SVGA3D_RS_LIGHTINGENABLE] || states[SVGA3D_RS_VERTEXBLEND] ||
-        of.bound_shaders[SVGA3D_SHADERTYPE_VS] != SVGA3D_INVALID_ID ||
+    if (states[SVGA3D_RS_VERTEXBLEND] || of.bound_shaders[SVGA3D_SHADERTYPE_VS] != SVGA3D_INVALID_ID ||
         of.bound_shaders[SVGA3D_SHADERTYPE_PS] != SVGA3D_INVALID_ID)
         return draw_result::not_supported;
     if (const draw_result result = make_chain(of, surfaces, out.chain); result != draw_result::done)

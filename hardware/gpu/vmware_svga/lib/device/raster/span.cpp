@@ -70,7 +70,7 @@ struct texture {
     uint32_t opaque; // of a format without alpha, what its fourth byte reads as
 
     explicit texture(const sampler& from)
-        : image{from.levels[0]}, u{image.width, from.address_u}, v{image.height, from.address_v},
+        : image{from.image(0, 0)}, u{image.width, from.address_u}, v{image.height, from.address_v},
           opaque{image.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0}
     {
     }
@@ -320,7 +320,7 @@ bool blends_over(const output_state& output)
 bool is_simple_texture(const combiner_stage& stage)
 {
     const sampler& from = stage.texture;
-    return from.level_count != 0 && !from.needs_detail() && has_words(from.levels[0]) &&
+    return from.shape == texture_shape::flat && !from.needs_detail() && has_words(from.image(0, 0)) &&
            is_simple_address(from.address_u) && is_simple_address(from.address_v) && !stage.projected &&
            stage.coordinates == 0;
 }

@@ -28,9 +28,34 @@ attribute_value times(const attribute_value& v, const matrix64& m)
     return result;
 }
 
-double dot(const attribute_value& a, const attribute_value& b)
+double distance_from(const std::array<double, 4>& plane, const attribute_value& point)
 {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2] + a[3] * b[3];
+    return plane[0] * point[0] + plane[1] * point[1] + plane[2] * point[2] + plane[3] * point[3];
+}
+
+matrix64 product(const matrix64& a, const matrix64& b)
+{
+    matrix64 out{};
+    for (size_t row = 0; row < 16; row += 4)
+        for (size_t column = 0; column < 4; ++column)
+            for (size_t i = 0; i < 4; ++i)
+                out[row + column] += a[row + i] * b[4 * i + column];
+    return out;
+}
+
+// The inverse transpose of the upper left 3 x 3 part, row by row; zeros when it has no inverse.
+std::array<double, 9> normal_matrix(const matrix64& m)
+{
+    const auto at = [&m](size_t row, size_t column) { return m[4 * (row % 3) + column % 3]; };
+    std::array<double, 9> cofactors{};
+    for (size_t row = 0; row < 3; ++row)
+        for (size_t column = 0; column < 3; ++column)
+            cofactors[3 * row + column] =
+                at(row + 1, column + 1) * at(row + 2, column + 2) - at(row + 1, column + 2) * at(row + 2, column + 1);
+    const double determinant = m[0] * cofactors[0] + m[1] * cofactors[1] + m[2] * cofactors[2];
+    for (double& each : cofactors)
+        each = determinant != 0 ? each / determinant : 0;
+    return cofactors;
 }
 
 void put(varyings& values, uint32_t at, const attribute_value& value)
@@ -38,19 +63,29 @@ void put(varyings& values, uint32_t at, const attribute_value& value)
     std::ranges::copy(value, values.begin() + at);
 }
 
-// Fills position and plane distances; returns the view-space depth.
-double place(const transform_state& state, const attribute_value& position, vertex& out)
+// Fills position and plane distances; returns the position in view space (of a transformed one: itself).
+attribute_value place(const transform_state& state, const attribute_value& position, vertex& out)
 {
     if (state.transformed) {
         out.clip = position;
-        return position[2];
+        return position;
     }
     const attribute_value in_world = times(position, state.world);
     const attribute_value in_view = times(in_world, state.view);
     out.clip = times(in_view, state.projection);
     for (size_t i = 0; i < state.planes.size(); ++i)
-        out.distances[i] = state.planes_enabled >> i & 1 ? dot(in_world, state.planes[i]) : 0;
-    return in_view[2];
+        out.distances[i] = state.planes_enabled >> i & 1 ? distance_from(state.planes[i], in_world) : 0;
+    return in_view;
+}
+
+// A vertex's normal in view space.
+vector3 normal_in_view(const transform_state& state, const attribute_value& given)
+{
+    const auto& m = state.normals;
+    const vector3 out = {given[0] * m[0] + given[1] * m[3] + given[2] * m[6],
+                         given[0] * m[1] + given[1] * m[4] + given[2] * m[7],
+                         given[0] * m[2] + given[1] * m[5] + given[2] * m[8]};
+    return state.normalizes ? unit(out) : out;
 }
 
 // The fog value that is interpolated: a factor worked out here, or the depth for the pixels to do it.
@@ -61,12 +96,43 @@ double fog_value(const fog_state& fog, double depth, double declared)
     return fog.per_pixel ? depth : fog_factor(fog, depth);
 }
 
-attribute_value stage_coordinates(const transform_state& state, const vertex_fetch& fetch, uint32_t stage,
-                                  uint64_t index)
+// Where a vertex is and looks, in view space.
+struct placed {
+    vector3 position, normal;
+};
+
+// The direction from the eye, mirrored by the surface.
+vector3 reflection(const placed& at)
 {
+    const vector3 eye = unit(at.position);
+    const double twice = 2 * dot(eye, at.normal);
+    return {eye[0] - twice * at.normal[0], eye[1] - twice * at.normal[1], eye[2] - twice * at.normal[2]};
+}
+
+// What a stage's coordinates are before its matrix: declared, or worked out from where the vertex is.
+attribute_value given_coordinates(const transform_state& state, const vertex_fetch& fetch, uint32_t stage,
+                                  uint64_t index, const placed& at)
+{
+    const auto point = [](const vector3& v) { return attribute_value{v[0], v[1], v[2], 1}; };
+    switch (state.coordinate_generation[stage]) {
+    case 1:
+        return point(at.position);
+    case 2:
+        return point(at.normal);
+    case 3:
+        return point(reflection(at));
+    default:
+        break;
+    }
     const uint32_t which = state.coordinate_index[stage];
-    const attribute_value given = which < fetch.coordinates.size() ? read_attribute(fetch.coordinates[which], index)
-                                                                   : attribute_value{0, 0, 0, 1};
+    return which < fetch.coordinates.size() ? read_attribute(fetch.coordinates[which], index)
+                                            : attribute_value{0, 0, 0, 1};
+}
+
+attribute_value stage_coordinates(const transform_state& state, const vertex_fetch& fetch, uint32_t stage,
+                                  uint64_t index, const placed& at)
+{
+    const attribute_value given = given_coordinates(state, fetch, stage, index, at);
     return state.texture_flags[stage] & component_flags ? times(given, state.texture[stage]) : given;
 }
 
@@ -84,7 +150,14 @@ transform_state make_transform(const context& of, bool transformed)
         made.texture[stage] = widened(of.transforms[SVGA3D_TRANSFORM_TEXTURE0 + stage]);
         made.texture_flags[stage] = of.texture_states[stage][SVGA3D_TS_TEXTURETRANSFORMFLAGS];
         made.coordinate_index[stage] = of.texture_states[stage][SVGA3D_TS_TEXCOORDINDEX];
+        made.coordinate_generation[stage] = of.texture_states[stage][SVGA3D_TS_TEXCOORDGEN];
+        made.needs_normals = made.needs_normals || made.coordinate_generation[stage] > 1;
     }
+    made.lighting = make_lighting(of, made.view);
+    made.lighting.enabled = made.lighting.enabled && !transformed;
+    made.needs_normals = made.needs_normals || made.lighting.enabled;
+    made.normals = normal_matrix(product(made.world, made.view));
+    made.normalizes = states[SVGA3D_RS_NORMALIZENORMALS] != 0;
     for (size_t i = 0; i < made.planes.size(); ++i)
         std::ranges::copy(of.clip_planes[i], made.planes[i].begin());
     made.planes_enabled = transformed ? 0 : states[SVGA3D_RS_CLIPPLANEENABLE];
@@ -98,24 +171,55 @@ transform_state make_transform(const context& of, bool transformed)
     made.point_size = real(SVGA3D_RS_POINTSIZE);
     made.point_size_min = real(SVGA3D_RS_POINTSIZEMIN);
     made.point_size_max = std::min(real(SVGA3D_RS_POINTSIZEMAX), static_cast<double>(limits::point_size));
+    made.scales_points = states[SVGA3D_RS_POINTSCALEENABLE] && !transformed;
+    made.point_scale = {real(SVGA3D_RS_POINTSCALE_A), real(SVGA3D_RS_POINTSCALE_B), real(SVGA3D_RS_POINTSCALE_C)};
     made.depth_bias = real(SVGA3D_RS_DEPTHBIAS) + real(SVGA3D_RS_ZBIAS);
     return made;
 }
+
+namespace {
+
+// The vertex's colours, lit or as they are declared.
+void put_colors(const transform_state& state, const vertex_fetch& fetch, uint64_t index, const placed& at, vertex& out)
+{
+    lit_vertex colors{
+        at.position, at.normal, {read_attribute(fetch.diffuse, index)}, {read_attribute(fetch.specular, index)}};
+    if (state.lighting.enabled)
+        light(state.lighting, colors);
+    put(out.values, varying_diffuse, colors.diffuse.channel);
+    put(out.values, varying_specular, colors.specular.channel);
+}
+
+// A point's size in pixels: the vertex's or the context's, smaller with the distance when that is asked for.
+double point_size(const transform_state& state, const vertex_fetch& fetch, uint64_t index, const placed& at)
+{
+    double size = fetch.point_size.start ? read_attribute(fetch.point_size, index)[0] : state.point_size;
+    if (state.scales_points) {
+        const double distance = std::sqrt(dot(at.position, at.position));
+        const auto& scale = state.point_scale;
+        const double divisor = scale[0] + scale[1] * distance + scale[2] * distance * distance;
+        size *= 2 * state.half_height * std::sqrt(divisor > 0 ? 1 / divisor : 0);
+    }
+    return clamped(clamped(size, state.point_size_min, state.point_size_max), 0,
+                   static_cast<double>(limits::point_size));
+}
+
+} // namespace
 
 vertex transformed_vertex(const transform_state& state, const vertex_fetch& fetch, const draw_setup& setup,
                           uint64_t index)
 {
     vertex out;
-    const double depth = place(state, read_attribute(fetch.position, index), out);
-    put(out.values, varying_diffuse, read_attribute(fetch.diffuse, index));
-    put(out.values, varying_specular, read_attribute(fetch.specular, index));
+    const attribute_value in_view = place(state, read_attribute(fetch.position, index), out);
+    placed at{{in_view[0], in_view[1], in_view[2]}, {}};
+    if (state.needs_normals)
+        at.normal = normal_in_view(state, read_attribute(fetch.normal, index));
+    put_colors(state, fetch, index, at, out);
     if (setup.fog.enabled)
-        out.values[varying_fog] = fog_value(setup.fog, depth, read_attribute(fetch.fog, index)[0]);
+        out.values[varying_fog] = fog_value(setup.fog, in_view[2], read_attribute(fetch.fog, index)[0]);
     for (uint32_t stage = 0; stage < setup.chain.count; ++stage)
-        put(out.values, varying_coordinates + 4 * stage, stage_coordinates(state, fetch, stage, index));
-    const double size = fetch.point_size.start ? read_attribute(fetch.point_size, index)[0] : state.point_size;
-    out.point_size =
-        clamped(clamped(size, state.point_size_min, state.point_size_max), 0, static_cast<double>(limits::point_size));
+        put(out.values, varying_coordinates + 4 * stage, stage_coordinates(state, fetch, stage, index, at));
+    out.point_size = point_size(state, fetch, index, at);
     return out;
 }
 

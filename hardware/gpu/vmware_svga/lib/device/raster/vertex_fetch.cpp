@@ -106,6 +106,8 @@ attribute* attribute_of(vertex_fetch& fetch, const svga3d_vertex_declaration& de
     case SVGA3D_DECLUSAGE_POSITION:
     case SVGA3D_DECLUSAGE_POSITIONT:
         return index == 0 ? &fetch.position : nullptr;
+    case SVGA3D_DECLUSAGE_NORMAL:
+        return index == 0 ? &fetch.normal : nullptr;
     case SVGA3D_DECLUSAGE_COLOR:
         return index == 0 ? &fetch.diffuse : index == 1 ? &fetch.specular : nullptr;
     case SVGA3D_DECLUSAGE_TEXCOORD:
@@ -150,8 +152,8 @@ bool append(std::vector<uint32_t>& numbers, uint64_t number, int32_t bias)
 
 bool vertex_fetch::holds(uint64_t last) const
 {
-    return attribute_holds(position, last) && attribute_holds(diffuse, last) && attribute_holds(specular, last) &&
-           attribute_holds(fog, last) && attribute_holds(point_size, last) &&
+    return attribute_holds(position, last) && attribute_holds(normal, last) && attribute_holds(diffuse, last) &&
+           attribute_holds(specular, last) && attribute_holds(fog, last) && attribute_holds(point_size, last) &&
            std::ranges::all_of(coordinates, [last](const attribute& a) { return attribute_holds(a, last); });
 }
 

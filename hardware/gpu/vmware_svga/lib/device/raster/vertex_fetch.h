@@ -25,7 +25,7 @@ struct attribute {
 };
 
 struct vertex_fetch {
-    attribute position, diffuse, specular, fog, point_size;
+    attribute position, normal, diffuse, specular, fog, point_size;
     std::array<attribute, SVGA3D_TEXTURE_STAGES> coordinates; // by usage index
     bool transformed = false;                                 // positions are target pixels already
 
