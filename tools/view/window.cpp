@@ -65,6 +65,12 @@ public:
     }
 
 private:
+    // What the window shows is gone, or was drawn for another size.
+    static bool spoils_picture(uint8_t event)
+    {
+        return event == SDL_WINDOWEVENT_EXPOSED || event == SDL_WINDOWEVENT_SIZE_CHANGED;
+    }
+
     bool has_shown_enough() const { return options_.frames != 0 && shown_ >= options_.frames; }
 
     bool handle_events()
@@ -75,7 +81,7 @@ private:
                 return false;
             if (event.type == SDL_MOUSEMOTION) // in the screen's pixels: the renderer's size is the screen's
                 pointer_.move(event.motion.x, event.motion.y);
-            else if (event.type == SDL_WINDOWEVENT && event.window.event == SDL_WINDOWEVENT_EXPOSED && texture_)
+            else if (event.type == SDL_WINDOWEVENT && texture_ && spoils_picture(event.window.event))
                 draw();
         }
         return true;
