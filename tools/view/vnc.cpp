@@ -15,7 +15,7 @@
 namespace kalix::view {
 namespace {
 
-constexpr long busy_us = 8'000;  // between two looks while somebody watches
+constexpr long busy_us = 8'000; // between two looks while somebody watches
 constexpr int idle_ms = 50;     // while nobody does
 
 std::atomic<bool> stopped;

@@ -33,6 +33,7 @@ class scene : public testing::Test {
 protected:
     surface_store surfaces{uint64_t{256} << 20};
     context state = new_context(1);
+    raster::worker_pool* workers = nullptr;
 
     void define(uint32_t sid, uint32_t format, uint32_t width, uint32_t height)
     {
@@ -107,7 +108,7 @@ protected:
             {SVGA3D_DECLTYPE_FLOAT2, 0, SVGA3D_DECLUSAGE_TEXCOORD, 0, array(offsetof(corner, u)), 0, 0},
         };
         const svga3d_primitive_range range{type, primitives, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
-        return draw_primitives(state, surfaces, declarations, {&range, 1}, {});
+        return draw_primitives(state, surfaces, declarations, {&range, 1}, {}, workers);
     }
 
     draw_result quad(float left, float top, float right, float bottom, uint32_t color = 0xFFFFFFFF, float u = 1,

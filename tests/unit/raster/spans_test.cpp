@@ -1,6 +1,7 @@
 // Spans against the general way: random draws of the states that spans know, the same bytes from both.
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 #include "tests/unit/raster/scene.h"
 
 namespace kalix::device::test {
@@ -110,6 +111,43 @@ TEST_F(SpanTest, GiveTheBytesOfTheGeneralWay)
         const std::vector<corner> shape = corners();
         ASSERT_EQ(drawn(true, before, shape), drawn(false, before, shape)) << "seed " << test_seed() << ", draw " << i;
     }
+}
+
+// Triangles, lines and points over each other: the same bytes and counts, however many threads draw.
+TEST_F(SpanTest, ThreadsDoNotChangeThePicture)
+{
+    width_ = 230;
+    height_ = 170;
+    std::vector<std::unique_ptr<raster::worker_pool>> pools;
+    for (const uint32_t count : {1u, 2u, 3u, 4u})
+        pools.push_back(std::make_unique<raster::worker_pool>(
+            count, [](std::function<void()> body) { return std::thread{std::move(body)}; }));
+    for (int i = 0; i < 60; ++i) {
+        choose_state();
+        set(SVGA3D_RS_FILLMODE, i % 5 == 0 ? uint32_t{SVGA3D_FILLMODE_LINE} : uint32_t{SVGA3D_FILLMODE_FILL});
+        set(SVGA3D_RS_SHADEMODE, 1 + word() % 2);
+        const std::vector<uint32_t> before = words(size_t{width_} * height_);
+        std::vector<corner> shape;
+        for (int corners = 0; corners < 300; ++corners)
+            shape.push_back({within(-50, 280), within(-50, 220), within(0, 1), within(0.2f, 3), word(), 0,
+                             within(-1, 3), within(-1, 3)});
+        std::vector<std::byte> first;
+        for (const auto& pool : pools) {
+            workers = pool.get();
+            for (const uint32_t sid : {color_sid, depth_sid})
+                std::memcpy(view(sid).bytes, before.data(), view(sid).byte_size());
+            state.query = {true, 0};
+            EXPECT_EQ(draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 100, shape), draw_result::done);
+            std::vector<std::byte> bytes{view(color_sid).bytes, view(color_sid).bytes + view(color_sid).byte_size()};
+            bytes.insert(bytes.end(), view(depth_sid).bytes, view(depth_sid).bytes + view(depth_sid).byte_size());
+            for (int shift = 0; shift < 64; shift += 8)
+                bytes.push_back(static_cast<std::byte>(state.query.samples >> shift));
+            if (first.empty())
+                first = bytes;
+            ASSERT_TRUE(bytes == first) << pool->count() << " threads, seed " << test_seed() << ", draw " << i;
+        }
+    }
+    workers = nullptr;
 }
 
 } // namespace

@@ -259,8 +259,13 @@ TEST_F(VertexTest, CubesAreLookedUpByDirection)
             face = 2 + (y < 0), s = x, t = y < 0 ? -z : z, major = ay;
         else
             face = 4 + (z < 0), s = z < 0 ? -x : x, t = -y, major = az;
-        const auto column = std::min(static_cast<uint32_t>((s / major + 1) / 2 * side), side - 1);
-        const auto row = std::min(static_cast<uint32_t>((t / major + 1) / 2 * side), side - 1);
+        const double across = (s / major + 1) / 2 * side;
+        const double down = (t / major + 1) / 2 * side;
+        const auto is_close = [](double at) { return std::abs(at - std::round(at)) < 1e-4; };
+        if (is_close(across) || is_close(down))
+            continue; // single precision may take it over a texel's edge
+        const auto column = std::min(static_cast<uint32_t>(across), side - 1);
+        const auto row = std::min(static_cast<uint32_t>(down), side - 1);
         const auto f = [](double v) { return static_cast<float>(v); };
         ASSERT_EQ(shown({0, 0, 0, 0, 0, 1, ~0u, 0, f(x), f(y), f(z)}), texel(face, column, row))
             << x << " " << y << " " << z;

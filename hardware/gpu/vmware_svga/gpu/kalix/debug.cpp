@@ -85,7 +85,8 @@ bool dump_fits(const surface_record& surface, const dump_sid_req& req)
     const svga3d_block block = svga3d_block_of(surface.format);
     const auto room = static_cast<int64_t>(framebuffer_bytes().size());
     if (width == 0 || block.bytes == 0 ||
-        !rows_fit(framebuffer_bytes().size(), 0, svga3d_block_rows(block, height), dump_pitch, svga3d_row_bytes(block, width)))
+        !rows_fit(framebuffer_bytes().size(), 0, svga3d_block_rows(block, height), dump_pitch,
+                  svga3d_row_bytes(block, width)))
         return false;
     if (req.rows == 0 || req.row_bytes == 0)
         return true;

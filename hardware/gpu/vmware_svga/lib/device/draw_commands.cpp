@@ -53,7 +53,7 @@ outcome draw(device_state& device, command_reader body)
     if (in == device.contexts.end())
         return KALIX_REFUSED_NO_CONTEXT;
     ++device.counts.values.draws;
-    return outcome_of(draw_primitives(in->second, device.surfaces, declarations, ranges, divisors));
+    return outcome_of(draw_primitives(in->second, device.surfaces, declarations, ranges, divisors, device.workers));
 }
 
 } // namespace kalix::device

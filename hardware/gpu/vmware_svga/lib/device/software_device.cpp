@@ -4,6 +4,7 @@
 #include "hardware/gpu/vmware_svga/lib/device/fetch.h"
 #include "hardware/gpu/vmware_svga/lib/device/wake.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <new>
@@ -19,7 +20,7 @@ constexpr uint32_t fifo_capabilities =
 constexpr int error = 2;
 
 // Signals are the business of the process's other threads.
-std::thread start_without_signals(auto&& body)
+std::thread start_without_signals(auto&& body, const char* name)
 {
     sigset_t all;
     sigset_t before;
@@ -30,14 +31,23 @@ std::thread start_without_signals(auto&& body)
     pthread_sigmask(SIG_BLOCK, &all, &before);
     std::thread started{std::forward<decltype(body)>(body)};
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    pthread_setname_np(started.native_handle(), "svga-fetch");
+    pthread_setname_np(started.native_handle(), name);
     return started;
+}
+
+// As many as asked for, or as there are cores, at most two: the driver and its clients need cores as well.
+uint32_t drawing_threads(uint32_t asked)
+{
+    constexpr uint32_t most = 2;
+    return asked != 0 ? asked : std::clamp(std::thread::hardware_concurrency(), 1u, most);
 }
 
 } // namespace
 
 software_device::software_device(const device_options& options)
     : options_{options}, fifo_{static_cast<uint32_t*>(std::calloc(fifo_words, sizeof(uint32_t))), std::free},
+      workers_{drawing_threads(options.threads),
+               [](std::function<void()> body) { return start_without_signals(std::move(body), "svga-draw"); }},
       state_{options.framebuffer_bytes, options.surface_memory_bytes,
              options.page_address ? options.page_address : page_in_own_memory, options.log,
              std::span{fifo_.get(), fifo_words}}
@@ -46,7 +56,8 @@ software_device::software_device(const device_options& options)
         throw std::bad_alloc{};
     framebuffer_ = state_.display.framebuffer();
     initialise_fifo();
-    fetching_ = start_without_signals([this] { fetch(); });
+    state_.workers = &workers_;
+    fetching_ = start_without_signals([this] { fetch(); }, "svga-fetch");
 }
 
 software_device::~software_device()

@@ -8,6 +8,7 @@
 
 #include "base/lock.h"
 #include "hardware/gpu/vmware_svga/lib/bus/bus.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 #include "hardware/gpu/vmware_svga/lib/device/ring.h"
 #include "hardware/gpu/vmware_svga/lib/device/state.h"
 
@@ -59,6 +60,7 @@ private:
     const device_options options_;
     std::unique_ptr<uint32_t[], void (*)(void*)> fifo_;
     mutex execution_lock_;
+    raster::worker_pool workers_; // used by the fetching thread alone
     device_state state_ KALIX_GUARDED_BY(execution_lock_);
     std::span<std::byte> framebuffer_;
     mutex register_lock_;

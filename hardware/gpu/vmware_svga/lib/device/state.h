@@ -16,6 +16,10 @@
 
 namespace kalix::device {
 
+namespace raster {
+class worker_pool;
+}
+
 // The records themselves take the host's memory, so there are bounds on their number.
 inline constexpr size_t surfaces_max = 65536;
 inline constexpr size_t contexts_max = 1024;
@@ -33,7 +37,8 @@ struct device_state {
     surface_store surfaces;
     guest_memory guest;
     std::unordered_map<uint32_t, context> contexts;
-    std::span<uint32_t> fifo; // for the fence register
+    std::span<uint32_t> fifo;               // for the fence register
+    raster::worker_pool* workers = nullptr; // that share drawing; borrowed from the device
 };
 
 // Hands the counters, the present numbers of objects among them, to the viewers.

@@ -8,15 +8,10 @@
 namespace kalix::device::raster {
 namespace {
 
-constexpr size_t box_planes = 7;
 constexpr double smallest_w = 1.0 / (1 << 30);
 
-struct clip_plane {
-    double x, y, z, w, offset; // keeps x X + y Y + z Z + w W + offset >= 0
-};
-
 // The box of clip space, and w above 0; sideways as wide as the guard band allows.
-std::array<clip_plane, box_planes> box_of(const transform_state& state)
+std::array<clip_plane, 7> box_of(const transform_state& state)
 {
     const double reach = limits::extent / 2.0;
     const double across = std::max(1.0, reach / std::max(state.half_width + state.left, 1.0));
@@ -58,7 +53,7 @@ vertex crossing(const vertex& kept, const vertex& lost, double kept_distance, do
 
 // Cuts by one plane, given as a function of a vertex.
 template <typename function>
-void cut(polygon& shape, uint32_t varying_count, function distance_of)
+void cut_polygon(polygon& shape, uint32_t varying_count, function distance_of)
 {
     std::array<double, corners_max> distances{};
     bool crosses = false;
@@ -101,41 +96,47 @@ bool cut_line(vertex& from, vertex& to, uint32_t varying_count, function distanc
     return true;
 }
 
+} // namespace
+
+clipper::clipper(const transform_state& state, uint32_t varying_count)
+    : box_{box_of(state)}, any_{!state.transformed}, planes_enabled_{state.planes_enabled}, varying_count_{
+                                                                                                varying_count}
+{
+}
+
 // Calls a function with the distance function of every plane that holds; stops when it returns false.
 template <typename function>
-bool for_each_plane(const transform_state& state, function call)
+bool clipper::for_each_plane(function call) const
 {
-    if (state.transformed)
+    if (!any_)
         return true;
-    for (const clip_plane& plane : box_of(state))
+    for (const clip_plane& plane : box_)
         if (!call([&plane](const vertex& v) { return distance(plane, v); }))
             return false;
     for (size_t i = 0; i < SVGA3D_CLIP_PLANES; ++i)
-        if (state.planes_enabled >> i & 1 && !call([i](const vertex& v) { return v.distances[i]; }))
+        if (planes_enabled_ >> i & 1 && !call([i](const vertex& v) { return v.distances[i]; }))
             return false;
     return true;
 }
 
-} // namespace
-
-void clip_polygon(const transform_state& state, uint32_t varying_count, polygon& shape)
+void clipper::cut(polygon& shape) const
 {
-    for_each_plane(state, [&](auto distance_of) {
-        cut(shape, varying_count, distance_of);
+    for_each_plane([&](auto distance_of) {
+        cut_polygon(shape, varying_count_, distance_of);
         return shape.count >= 3;
     });
     if (shape.count < 3)
         shape.count = 0;
 }
 
-bool clip_line(const transform_state& state, uint32_t varying_count, vertex& from, vertex& to)
+bool clipper::cut(vertex& from, vertex& to) const
 {
-    return for_each_plane(state, [&](auto distance_of) { return cut_line(from, to, varying_count, distance_of); });
+    return for_each_plane([&](auto distance_of) { return cut_line(from, to, varying_count_, distance_of); });
 }
 
-bool is_inside(const transform_state& state, const vertex& point)
+bool clipper::holds(const vertex& point) const
 {
-    return for_each_plane(state, [&](auto distance_of) { return is_kept(distance_of(point)); });
+    return for_each_plane([&](auto distance_of) { return is_kept(distance_of(point)); });
 }
 
 } // namespace kalix::device::raster

@@ -19,13 +19,30 @@ struct polygon {
     size_t count = 0;
 };
 
-// Cuts a closed polygon in place; it may end with no corners.
-void clip_polygon(const transform_state& state, uint32_t varying_count, polygon& shape);
+struct clip_plane {
+    double x, y, z, w, offset; // keeps x X + y Y + z Z + w W + offset >= 0
+};
 
-// Cuts a line in place; false when nothing is left.
-bool clip_line(const transform_state& state, uint32_t varying_count, vertex& from, vertex& to);
+// The planes of one draw.
+class clipper {
+public:
+    clipper(const transform_state& state, uint32_t varying_count);
 
-// Whether a point is inside every plane.
-bool is_inside(const transform_state& state, const vertex& point);
+    // Cuts a closed polygon in place; it may end with no corners.
+    void cut(polygon& shape) const;
+    // Cuts a line in place; false when nothing is left.
+    bool cut(vertex& from, vertex& to) const;
+    // Whether a point is inside every plane; what is made of such points alone needs no cutting.
+    bool holds(const vertex& point) const;
+
+private:
+    template <typename function>
+    bool for_each_plane(function call) const;
+
+    std::array<clip_plane, 7> box_{};
+    bool any_;                // transformed positions are not clipped
+    uint32_t planes_enabled_; // of the user's
+    uint32_t varying_count_;
+};
 
 } // namespace kalix::device::raster

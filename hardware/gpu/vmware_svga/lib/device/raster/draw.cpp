@@ -1,12 +1,12 @@
 // DRAW_PRIMITIVES: every question first, for all ranges, and then the drawing, which asks none.
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/assembly.h"
-#include "hardware/gpu/vmware_svga/lib/device/raster/clip.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/geometry.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/limits.h"
-#include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
-#include "hardware/gpu/vmware_svga/lib/device/raster/primitives.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace kalix::device {
 namespace raster {
@@ -39,137 +39,63 @@ draw_result plan_range(surface_store& surfaces, const vertex_fetch& fetch, const
     return draw_result::done;
 }
 
-// Keeps the vertices transformed last, by number: neighbours in a mesh share them.
-class vertex_cache {
-public:
-    vertex_cache(const transform_state& state, const vertex_fetch& fetch, const draw_setup& setup)
-        : state_{state}, fetch_{fetch}, setup_{setup}
-    {
-    }
-
-    const vertex& get(uint32_t number)
-    {
-        entry& at = entries_[number % entries_.size()];
-        if (!at.filled || at.number != number)
-            at = {true, number, transformed_vertex(state_, fetch_, setup_, number)};
-        return at.value;
-    }
-
-private:
-    struct entry {
-        bool filled = false;
-        uint32_t number = 0;
-        vertex value;
-    };
-    const transform_state& state_;
-    const vertex_fetch& fetch_;
-    const draw_setup& setup_;
-    std::vector<entry> entries_ = std::vector<entry>(64);
-};
-
-// One draw's primitives, once nothing can refuse them any more.
+// Draws primitives from a context's state, alone or with workers; bounded memory, whatever the draw.
 class painter {
 public:
-    painter(const context& of, draw_setup& setup, const vertex_fetch& fetch)
-        : setup_{setup}, state_{make_transform(of, fetch.transformed)}, cache_{state_, fetch, setup}
+    painter(const context& of, const draw_setup& setup, const vertex_fetch& fetch, worker_pool* workers)
+        : setup_{setup}, shapes_{of, setup, fetch}, workers_{workers},
+          sprite_{of.render_states[SVGA3D_RS_POINTSPRITEENABLE] != 0}
     {
-        const auto& states = of.render_states;
-        fill_ = states[SVGA3D_RS_FILLMODE];
-        flat_ = states[SVGA3D_RS_SHADEMODE] == SVGA3D_SHADEMODE_FLAT;
-        cull_ = states[SVGA3D_RS_CULLMODE];
-        front_is_clockwise_ = states[SVGA3D_RS_FRONTWINDING] != SVGA3D_FRONTWINDING_CCW;
-        last_pixel_ = states[SVGA3D_RS_LASTPIXEL] != 0;
-        sprite_ = states[SVGA3D_RS_POINTSPRITEENABLE] != 0;
-        slope_bias_ = static_cast<double>(as_float(states[SVGA3D_RS_SLOPESCALEDEPTHBIAS]));
     }
 
     void draw(const planned_range& range)
     {
         for (uint32_t i = 0; i < range.primitives; ++i) {
             const assembled parts = assemble(range.type, i);
-            std::array<vertex, 3> corners;
+            std::array<uint32_t, 3> numbers{};
             for (uint32_t corner = 0; corner < parts.corners; ++corner)
-                corners[corner] = cache_.get(range.numbers[parts.at[corner]]);
-            flat_values_ = corners[parts.flat].values;
-            if (parts.corners == 3)
-                triangle(corners);
-            else if (parts.corners == 2)
-                line(corners[0], corners[1], false);
-            else
-                point(corners[0], false);
+                numbers[corner] = range.numbers[parts.at[corner]];
+            shapes_.add(numbers, parts.corners, parts.flat);
+            if (shapes_.is_full())
+                flush();
         }
     }
+
+    // Draws what has been collected.
+    void flush()
+    {
+        constexpr uint64_t worth_sharing = 16384; // pixels; below that a wake-up costs more than it saves
+        const uint32_t count = workers_ && shapes_.pixels() > worth_sharing ? workers_->count() : 1;
+        if (count == 1) {
+            samples_ += painted({0, 1, 0});
+        } else {
+            std::atomic<uint64_t> samples = 0;
+            workers_->run([&](uint32_t index) { samples += painted({index, count, 0}); });
+            samples_ += samples;
+        }
+        shapes_.clear();
+    }
+
+    uint64_t samples() const { return samples_; }
 
 private:
-    draw_setup& setup_;
-    transform_state state_;
-    vertex_cache cache_;
-    uint32_t fill_, cull_;
-    bool flat_, front_is_clockwise_, last_pixel_, sprite_;
-    double slope_bias_;
-    varyings flat_values_{};
-
-    triangle_state surface_state(bool back_face) const
+    uint64_t painted(share mine) const
     {
-        return {back_face, state_.depth_bias, slope_bias_, flat_ ? &flat_values_ : nullptr};
+        for (const window_shape& shape : shapes_.list())
+            if (shape.corners == 3)
+                draw_triangle(setup_, shape.state, shape.at, mine);
+            else if (shape.corners == 2)
+                draw_line(setup_, shape.state, shape.at[0], shape.at[1], shape.last_pixel, mine);
+            else
+                draw_point(setup_, shape.state, shape.at[0], shape.size, sprite_, mine);
+        return mine.samples;
     }
 
-    bool is_culled(bool back_face) const
-    {
-        return cull_ == SVGA3D_FACE_FRONT_BACK || cull_ == (back_face ? SVGA3D_FACE_BACK : SVGA3D_FACE_FRONT);
-    }
-
-    void triangle(const std::array<vertex, 3>& corners)
-    {
-        polygon shape;
-        std::ranges::copy(corners, shape.corners.begin());
-        shape.count = 3;
-        clip_polygon(state_, setup_.varying_count, shape);
-        std::array<window_vertex, corners_max> window;
-        int64_t area = 0;
-        for (size_t i = 0; i < shape.count; ++i) {
-            const std::optional<window_vertex> at = to_window(state_, shape.corners[i]);
-            if (!at)
-                return;
-            window[i] = *at;
-            if (i >= 2)
-                area += doubled_area(window[0], window[i - 1], window[i]);
-        }
-        const bool back_face = (area > 0) != front_is_clockwise_;
-        if (area == 0 || is_culled(back_face))
-            return;
-        if (fill_ == SVGA3D_FILLMODE_LINE)
-            outline(corners, back_face);
-        else if (fill_ == SVGA3D_FILLMODE_POINT)
-            std::ranges::for_each(corners, [&](const vertex& corner) { point(corner, back_face); });
-        else
-            for (size_t i = 2; i < shape.count; ++i)
-                draw_triangle(setup_, surface_state(back_face), {window[0], window[i - 1], window[i]});
-    }
-
-    void outline(const std::array<vertex, 3>& corners, bool back_face)
-    {
-        for (size_t i = 0; i < corners.size(); ++i)
-            line(corners[i], corners[(i + 1) % corners.size()], back_face);
-    }
-
-    void line(vertex from, vertex to, bool back_face)
-    {
-        if (!clip_line(state_, setup_.varying_count, from, to))
-            return;
-        const std::optional<window_vertex> a = to_window(state_, from);
-        const std::optional<window_vertex> b = to_window(state_, to);
-        if (a && b)
-            draw_line(setup_, surface_state(back_face), *a, *b, last_pixel_);
-    }
-
-    void point(const vertex& corner, bool back_face)
-    {
-        if (!is_inside(state_, corner))
-            return;
-        if (const std::optional<window_vertex> at = to_window(state_, corner))
-            draw_point(setup_, surface_state(back_face), *at, corner.point_size, sprite_);
-    }
+    const draw_setup& setup_;
+    geometry shapes_;
+    worker_pool* workers_;
+    bool sprite_;
+    uint64_t samples_ = 0;
 };
 
 draw_result plan(surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
@@ -194,7 +120,8 @@ draw_result plan(surface_store& surfaces, std::span<const svga3d_vertex_declarat
 
 draw_result draw_primitives(context& of, surface_store& surfaces,
                             std::span<const svga3d_vertex_declaration> declarations,
-                            std::span<const svga3d_primitive_range> ranges, std::span<const uint32_t> divisors)
+                            std::span<const svga3d_primitive_range> ranges, std::span<const uint32_t> divisors,
+                            raster::worker_pool* workers)
 {
     if (std::ranges::any_of(divisors, [](uint32_t divisor) { return divisor > 1; }))
         return draw_result::not_supported;
@@ -206,11 +133,12 @@ draw_result draw_primitives(context& of, surface_store& surfaces,
     if (const draw_result result = raster::plan(surfaces, declarations, ranges, fetch, planned);
         result != draw_result::done)
         return result;
-    raster::painter paint{of, setup, fetch};
+    raster::painter paint{of, setup, fetch, workers};
     for (const raster::planned_range& range : planned)
         paint.draw(range);
+    paint.flush();
     if (of.query.active)
-        of.query.samples += setup.samples;
+        of.query.samples += paint.samples();
     return draw_result::done;
 }
 

@@ -128,7 +128,7 @@ double fog_factor(const fog_state& fog, double depth)
     }
 }
 
-void draw_fragment(draw_setup& setup, const fragment& what)
+void draw_fragment(const draw_setup& setup, const fragment& what, share& of)
 {
     color result = textured(setup, what);
     if (setup.fog.enabled)
@@ -137,7 +137,7 @@ void draw_fragment(draw_setup& setup, const fragment& what)
         return;
     if (!tests{setup, what}.run())
         return;
-    ++setup.samples;
+    ++of.samples;
     if (setup.to.color)
         write_color(setup.output, setup.to.color, result, setup.to.color.texel(what.x, what.y));
 }

@@ -6,6 +6,7 @@
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/blend.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/combiner.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/share.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/targets.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/vertex.h"
 
@@ -23,6 +24,12 @@ struct fog_state {
     color value{};
 };
 
+struct span;
+struct draw_setup;
+
+// Draws a run of pixels of one row (span.h).
+using span_function = void (*)(const draw_setup& setup, const span& what, share& of);
+
 struct draw_setup {
     targets to;
     combiner_chain chain;
@@ -38,7 +45,7 @@ struct draw_setup {
     stencil_function front, back;
     uint32_t stencil_reference = 0, stencil_mask = ~0u, stencil_write_mask = ~0u;
     uint32_t varying_count = varying_coordinates; // of the values that are walked
-    uint64_t samples = 0;                         // fragments that passed all tests
+    span_function draws_span = nullptr;           // null: only pixel by pixel
 };
 
 // Resolves a context's state; the result that refuses the draw instead when something is not there.
@@ -57,6 +64,6 @@ struct fragment {
     const varyings* below;
 };
 
-void draw_fragment(draw_setup& setup, const fragment& what);
+void draw_fragment(const draw_setup& setup, const fragment& what, share& of);
 
 } // namespace kalix::device::raster

@@ -29,7 +29,7 @@ interpolator::interpolator(const draw_setup& setup, const triangle_state& state,
     for (uint32_t i = 0; i < count_; ++i) {
         const bool flat = state.flat && i < varying_fog;
         const auto value = [&](size_t corner) {
-            const double v = flat ? (*state.flat)[i] : (*corners[corner].values)[i];
+            const double v = flat ? state.flat[i] : corners[corner].values[i];
             return affine_ ? v : v * corners[corner].inverse_w;
         };
         values_[i] = through(value(0), value(1), value(2));

@@ -33,15 +33,15 @@ void values_between(const draw_setup& setup, const triangle_state& state, const 
     const double from = (1 - t) * a.inverse_w;
     const double to = t * b.inverse_w;
     for (uint32_t i = 0; i < setup.varying_count; ++i)
-        out[i] = ((*a.values)[i] * from + (*b.values)[i] * to) / (from + to);
+        out[i] = (a.values[i] * from + b.values[i] * to) / (from + to);
     if (state.flat)
-        std::copy_n(state.flat->begin(), uint32_t{varying_fog}, out.begin());
+        std::copy_n(state.flat, uint32_t{varying_fog}, out.begin());
 }
 
 } // namespace
 
-void draw_line(draw_setup& setup, const triangle_state& state, const window_vertex& from, const window_vertex& to,
-               bool last_pixel)
+void draw_line(const draw_setup& setup, const triangle_state& state, const window_vertex& from, const window_vertex& to,
+               bool last_pixel, share& of)
 {
     const double x0 = pixels(from.x);
     const double y0 = pixels(from.y);
@@ -59,31 +59,36 @@ void draw_line(draw_setup& setup, const triangle_state& state, const window_vert
         const int64_t other = nearest_pixel(across ? y0 + t * dy : x0 + t * dx);
         const int64_t x = across ? at : other;
         const int64_t y = across ? other : at;
-        if (!holds(setup.to.area, x, y))
+        if (!holds(setup.to.area, x, y) || !of.has(y))
             continue;
         values_between(setup, state, from, to, t, here);
         const double depth = clamp01(from.z + t * (to.z - from.z) + state.depth_bias);
-        draw_fragment(setup, {static_cast<uint32_t>(x), static_cast<uint32_t>(y), depth, state.back_face, &here,
-                              nullptr, nullptr});
+        draw_fragment(
+            setup,
+            {static_cast<uint32_t>(x), static_cast<uint32_t>(y), depth, state.back_face, &here, nullptr, nullptr}, of);
     }
 }
 
-void draw_point(draw_setup& setup, const triangle_state& state, const window_vertex& at, double size, bool sprite)
+void draw_point(const draw_setup& setup, const triangle_state& state, const window_vertex& at, double size, bool sprite,
+                share& of)
 {
     const double left = pixels(at.x) - size / 2;
     const double top = pixels(at.y) - size / 2;
     const auto first = [](double low) { return static_cast<int64_t>(std::ceil(low)); };
     const pixel_rect area =
         intersection(setup.to.area, {first(left), first(top), first(left + size), first(top + size)});
-    varyings here = *at.values;
+    varyings here;
+    std::copy_n(at.values, setup.varying_count, here.begin());
     for (int64_t y = area.top; y < area.bottom; ++y)
-        for (int64_t x = area.left; x < area.right; ++x) {
+        for (int64_t x = area.left; x < area.right && of.has(y); ++x) {
             for (uint32_t stage = 0; sprite && stage < setup.chain.count; ++stage) {
                 here[varying_coordinates + 4 * stage] = (static_cast<double>(x) - left) / size;
                 here[varying_coordinates + 4 * stage + 1] = (static_cast<double>(y) - top) / size;
             }
-            draw_fragment(setup, {static_cast<uint32_t>(x), static_cast<uint32_t>(y), clamp01(at.z + state.depth_bias),
-                                  false, &here, nullptr, nullptr});
+            draw_fragment(setup,
+                          {static_cast<uint32_t>(x), static_cast<uint32_t>(y), clamp01(at.z + state.depth_bias), false,
+                           &here, nullptr, nullptr},
+                          of);
         }
 }
 

@@ -16,16 +16,19 @@ int64_t doubled_area(const window_vertex& a, const window_vertex& b, const windo
 struct triangle_state {
     bool back_face = false;
     double depth_bias = 0, slope_bias = 0;
-    const varyings* flat = nullptr; // colours of a flat primitive; null: smooth
+    const double* flat = nullptr; // values that a flat primitive takes its colours from; null: smooth
 };
 
-void draw_triangle(draw_setup& setup, const triangle_state& state, std::array<window_vertex, 3> corners);
+// Each draws what lies in the share's rows.
+void draw_triangle(const draw_setup& setup, const triangle_state& state, std::array<window_vertex, 3> corners,
+                   share& of);
 
 // A line; its last pixel is left out unless asked for.
-void draw_line(draw_setup& setup, const triangle_state& state, const window_vertex& from, const window_vertex& to,
-               bool last_pixel);
+void draw_line(const draw_setup& setup, const triangle_state& state, const window_vertex& from, const window_vertex& to,
+               bool last_pixel, share& of);
 
 // A point of a size in pixels; as a sprite every stage's coordinates run over it.
-void draw_point(draw_setup& setup, const triangle_state& state, const window_vertex& at, double size, bool sprite);
+void draw_point(const draw_setup& setup, const triangle_state& state, const window_vertex& at, double size, bool sprite,
+                share& of);
 
 } // namespace kalix::device::raster

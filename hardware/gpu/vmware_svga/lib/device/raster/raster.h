@@ -12,6 +12,10 @@
 
 namespace kalix::device {
 
+namespace raster {
+class worker_pool;
+}
+
 enum class draw_result {
     done,            // drawn, or nothing to draw (no pixel inside)
     no_target,       // no colour and no depth target that exists and can be drawn to
@@ -26,9 +30,11 @@ enum class draw_result {
 draw_result clear_targets(context& of, surface_store& surfaces, const svga3d_clear& how,
                           std::span<const svga3d_rect> rects);
 
-// Draws every range, or nothing at all when one of them is refused.
+// Draws every range, or nothing at all when one of them is refused; with workers (may be null) where there is
+// enough to share. All is drawn when it returns.
 draw_result draw_primitives(context& of, surface_store& surfaces,
                             std::span<const svga3d_vertex_declaration> declarations,
-                            std::span<const svga3d_primitive_range> ranges, std::span<const uint32_t> divisors);
+                            std::span<const svga3d_primitive_range> ranges, std::span<const uint32_t> divisors,
+                            raster::worker_pool* workers = nullptr);
 
 } // namespace kalix::device

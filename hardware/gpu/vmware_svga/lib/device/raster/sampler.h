@@ -17,7 +17,7 @@ enum class texture_shape : uint8_t { none, flat, cube, volume };
 struct sampler {
     texture_shape shape = texture_shape::none;
     std::vector<image_view> levels{}; // face by face
-    uint32_t level_count = 0;       // of a face
+    uint32_t level_count = 0;         // of a face
     uint32_t address_u = SVGA3D_TEX_ADDRESS_WRAP, address_v = SVGA3D_TEX_ADDRESS_WRAP,
              address_w = SVGA3D_TEX_ADDRESS_WRAP;
     uint32_t magnify = SVGA3D_TEX_FILTER_NEAREST, minify = SVGA3D_TEX_FILTER_NEAREST;

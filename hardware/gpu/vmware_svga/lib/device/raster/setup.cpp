@@ -1,5 +1,6 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/fragment.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 
 #include <algorithm>
 
@@ -67,6 +68,7 @@ draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& o
     out.alpha_compare = states[SVGA3D_RS_ALPHAFUNC];
     out.alpha_reference = as_float(states[SVGA3D_RS_ALPHAREF]);
     out.varying_count = varying_coordinates + 4 * out.chain.count;
+    out.draws_span = choose_span(out);
     return draw_result::done;
 }
 

@@ -266,13 +266,13 @@ floats texel_of(const texture& from, double u, double v)
 }
 
 template <texturing sampling, bool blends>
-void draw_span(draw_setup& setup, const span& what)
+void draw_span(const draw_setup& setup, const span& what, share& of)
 {
     const stage_factors how = factors_of(setup.chain);
     const interpolator& at = what.at;
     const diffuse_walk diffuse{at};
     const joining join{how};
-    setup.samples += static_cast<uint64_t>(what.right - what.left);
+    of.samples += static_cast<uint64_t>(what.right - what.left);
     if constexpr (sampling == texturing::nearest && !blends)
         if (is_copy(setup, how, diffuse, at))
             return copy_texels(setup, what, how.alpha.texture);
@@ -292,7 +292,7 @@ void draw_span(draw_setup& setup, const span& what)
             const bool passed = depth_passes(setup, at.depth_at(right, below), depth);
             depth += depth_bytes;
             if (!passed) {
-                --setup.samples;
+                --of.samples;
                 continue;
             }
         }

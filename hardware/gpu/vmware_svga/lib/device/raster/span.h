@@ -15,8 +15,6 @@ struct span {
     const interpolator& at;
 };
 
-using span_function = void (*)(draw_setup& setup, const span& what);
-
 // The function for a draw's state; null when only the general way will do.
 span_function choose_span(const draw_setup& setup);
 

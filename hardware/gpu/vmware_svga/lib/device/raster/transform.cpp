@@ -242,7 +242,7 @@ std::optional<window_vertex> to_window(const transform_state& state, const verte
         return std::nullopt;
     constexpr int64_t limit = int64_t{limits::extent} * static_cast<int64_t>(subpixels);
     return window_vertex{to_integer(window_x * subpixels, limit), to_integer(window_y * subpixels, limit),
-                         clamp01(depth), inverse_w, &from.values};
+                         clamp01(depth), inverse_w, nullptr};
 }
 
 } // namespace kalix::device::raster

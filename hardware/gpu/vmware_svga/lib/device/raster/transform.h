@@ -36,8 +36,7 @@ transform_state make_transform(const context& of, bool transformed);
 vertex transformed_vertex(const transform_state& state, const vertex_fetch& fetch, const draw_setup& setup,
                           uint64_t index);
 
-// Window coordinates of a vertex that clipping has left; none for one beyond what can be drawn. The values
-// stay the vertex's.
+// Window coordinates of a vertex that clipping has left, without values; none for one beyond what can be drawn.
 std::optional<window_vertex> to_window(const transform_state& state, const vertex& from);
 
 } // namespace kalix::device::raster

@@ -46,7 +46,8 @@ int64_t doubled_area(const window_vertex& a, const window_vertex& b, const windo
     return (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
 }
 
-void draw_triangle(draw_setup& setup, const triangle_state& state, std::array<window_vertex, 3> corners)
+void draw_triangle(const draw_setup& setup, const triangle_state& state, std::array<window_vertex, 3> corners,
+                   share& of)
 {
     int64_t area = doubled_area(corners[0], corners[1], corners[2]);
     if (area == 0)
@@ -61,29 +62,31 @@ void draw_triangle(draw_setup& setup, const triangle_state& state, std::array<wi
     const pixel_rect& area_of_target = setup.to.area;
     const int64_t top = std::max(ceil_div(low, subpixels), area_of_target.top);
     const int64_t bottom = std::min(floor_div(high, subpixels) + 1, area_of_target.bottom);
-    if (top >= bottom)
+    if (of.first_from(top) >= bottom)
         return;
     const interpolator at{setup, state, corners, area};
-    const span_function draws_span = choose_span(setup);
+    const span_function draws_span = setup.draws_span;
     const bool steps = needs_steps(setup);
     varyings here;
     varyings right_of;
     varyings below;
-    for (int64_t y = top; y < bottom; ++y) {
+    for (int64_t y = of.first_from(top); y < bottom; y = of.first_from(y + 1)) {
         int64_t left = area_of_target.left;
         int64_t right = area_of_target.right;
         for (const edge& e : edges)
             narrow(e, y, left, right);
         if (draws_span && left < right)
-            draws_span(setup, {y, left, right, at});
+            draws_span(setup, {y, left, right, at}, of);
         for (int64_t x = left; x < right && !draws_span; ++x) {
             at.values(x, y, here);
             if (steps) {
                 at.values(x + 1, y, right_of);
                 at.values(x, y + 1, below);
             }
-            draw_fragment(setup, {static_cast<uint32_t>(x), static_cast<uint32_t>(y), at.depth(x, y), state.back_face,
-                                  &here, steps ? &right_of : nullptr, steps ? &below : nullptr});
+            draw_fragment(setup,
+                          {static_cast<uint32_t>(x), static_cast<uint32_t>(y), at.depth(x, y), state.back_face, &here,
+                           steps ? &right_of : nullptr, steps ? &below : nullptr},
+                          of);
         }
     }
 }

@@ -29,7 +29,7 @@ struct window_vertex {
     int64_t x = 0, y = 0; // 1/256 pixel
     double z = 0;         // depth, 0..1
     double inverse_w = 1;
-    const varyings* values = nullptr;
+    const double* values = nullptr; // of the draw's varying_count
 };
 
 } // namespace kalix::device::raster
