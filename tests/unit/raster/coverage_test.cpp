@@ -41,12 +41,13 @@ TEST_F(scene, SharedEdgesCoverEachPixelOnce)
     set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_ONE);
     for (int round = 0; round < 40; ++round) {
         clear();
-        // A grid whose inner corners are moved at random, each cell cut along a random diagonal.
+        // A grid whose inner corners are moved at random, little enough that cells stay convex, each cell cut along
+        // a random diagonal.
         corner at[9][9];
         for (int j = 0; j < 9; ++j)
             for (int i = 0; i < 9; ++i) {
                 const auto moved = [&random](int place) {
-                    const float shift = place > 0 && place < 8 ? static_cast<float>(random() % 1200) / 256.0f : 0;
+                    const float shift = place > 0 && place < 8 ? static_cast<float>(random() % 600) / 256.0f : 0;
                     return place == 0 ? -1.0f : static_cast<float>(place) * 8.0f + shift;
                 };
                 at[j][i] = {moved(i), moved(j)};
