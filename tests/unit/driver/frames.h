@@ -48,7 +48,7 @@ struct frame_words {
     {
         stream body = {246, 1, 0, 2, 0, 35, 1, 9, 0, 5, blend};
         if (blend)
-            for (const uint32_t word : {32, 5, 33, 6, 34, 1})
+            for (const uint32_t word : {32u, 5u, 33u, 6u, 34u, 1u})
                 body.push_back(word);
         return command(1049, body);
     }

@@ -105,7 +105,7 @@ protected:
 
 TEST_F(SpanTest, GiveTheBytesOfTheGeneralWay)
 {
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         choose_state();
         const std::vector<uint32_t> before = words(size_t{width_} * height_);
         const std::vector<corner> shape = corners();
@@ -122,7 +122,7 @@ TEST_F(SpanTest, ThreadsDoNotChangeThePicture)
     for (const uint32_t count : {1u, 2u, 3u, 4u})
         pools.push_back(std::make_unique<raster::worker_pool>(
             count, [](std::function<void()> body) { return std::thread{std::move(body)}; }));
-    for (int i = 0; i < 60; ++i) {
+    for (int i = 0; i < 25; ++i) {
         choose_state();
         set(SVGA3D_RS_FILLMODE, i % 5 == 0 ? uint32_t{SVGA3D_FILLMODE_LINE} : uint32_t{SVGA3D_FILLMODE_FILL});
         set(SVGA3D_RS_SHADEMODE, 1 + word() % 2);
