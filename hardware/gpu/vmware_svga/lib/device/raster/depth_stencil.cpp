@@ -1,19 +1,6 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/depth_stencil.h"
 
-#include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
-
-#include <cstring>
-
 namespace kalix::device::raster {
-namespace {
-
-constexpr uint32_t mask_of(uint32_t bits)
-{
-    return bits >= 32 ? ~0u : (1u << bits) - 1;
-}
-
-} // namespace
-
 depth_layout depth_layout_of(uint32_t format)
 {
     switch (format) {
@@ -32,47 +19,9 @@ depth_layout depth_layout_of(uint32_t format)
     }
 }
 
-uint32_t load_word(const depth_layout& layout, const std::byte* texel)
-{
-    uint32_t word = 0;
-    std::memcpy(&word, texel, layout.bytes);
-    return word;
-}
-
-void store_word(const depth_layout& layout, uint32_t word, std::byte* texel)
-{
-    std::memcpy(texel, &word, layout.bytes);
-}
-
-uint32_t quantized_depth(const depth_layout& layout, double depth)
-{
-    return static_cast<uint32_t>(clamp01(depth) * mask_of(layout.depth_bits) + 0.5);
-}
-
-uint32_t depth_of(const depth_layout& layout, uint32_t word)
-{
-    return word >> layout.depth_shift & mask_of(layout.depth_bits);
-}
-
-uint32_t stencil_of(const depth_layout& layout, uint32_t word)
-{
-    return word & mask_of(layout.stencil_bits);
-}
-
-uint32_t with_depth(const depth_layout& layout, uint32_t word, uint32_t depth)
-{
-    return (word & mask_of(layout.depth_shift)) | depth << layout.depth_shift;
-}
-
-uint32_t with_stencil(const depth_layout& layout, uint32_t word, uint32_t stencil)
-{
-    const uint32_t mask = mask_of(layout.stencil_bits);
-    return (word & ~mask) | (stencil & mask);
-}
-
 uint32_t stencil_result(uint32_t operation, uint32_t value, uint32_t reference, uint32_t bits)
 {
-    const uint32_t largest = mask_of(bits);
+    const uint32_t largest = bit_mask(bits);
     switch (operation) {
     case SVGA3D_STENCILOP_ZERO:
         return 0;

@@ -4,9 +4,11 @@
 // the format stores.
 #pragma once
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
 #include "hardware/gpu/vmware_svga/lib/device/surface.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace kalix::device::raster {
 
@@ -18,16 +20,51 @@ struct depth_layout {
 
 depth_layout depth_layout_of(uint32_t format);
 
+constexpr uint32_t bit_mask(uint32_t bits)
+{
+    return bits >= 32 ? ~0u : (1u << bits) - 1;
+}
+
 // The word of a texel.
-uint32_t load_word(const depth_layout& layout, const std::byte* texel);
-void store_word(const depth_layout& layout, uint32_t word, std::byte* texel);
+inline uint32_t load_word(const depth_layout& layout, const std::byte* texel)
+{
+    uint32_t word = 0;
+    if (layout.bytes == 4)
+        std::memcpy(&word, texel, 4);
+    else
+        std::memcpy(&word, texel, 2);
+    return word;
+}
+inline void store_word(const depth_layout& layout, uint32_t word, std::byte* texel)
+{
+    if (layout.bytes == 4)
+        std::memcpy(texel, &word, 4);
+    else
+        std::memcpy(texel, &word, 2);
+}
 
 // A depth of 0..1 as the nearest integer of the format, and the parts of a word.
-uint32_t quantized_depth(const depth_layout& layout, double depth);
-uint32_t depth_of(const depth_layout& layout, uint32_t word);
-uint32_t stencil_of(const depth_layout& layout, uint32_t word);
-uint32_t with_depth(const depth_layout& layout, uint32_t word, uint32_t depth);
-uint32_t with_stencil(const depth_layout& layout, uint32_t word, uint32_t stencil);
+inline uint32_t quantized_depth(const depth_layout& layout, double depth)
+{
+    return static_cast<uint32_t>(static_cast<int64_t>(clamp01(depth) * bit_mask(layout.depth_bits) + 0.5));
+}
+inline uint32_t depth_of(const depth_layout& layout, uint32_t word)
+{
+    return word >> layout.depth_shift & bit_mask(layout.depth_bits);
+}
+inline uint32_t stencil_of(const depth_layout& layout, uint32_t word)
+{
+    return word & bit_mask(layout.stencil_bits);
+}
+inline uint32_t with_depth(const depth_layout& layout, uint32_t word, uint32_t depth)
+{
+    return (word & bit_mask(layout.depth_shift)) | depth << layout.depth_shift;
+}
+inline uint32_t with_stencil(const depth_layout& layout, uint32_t word, uint32_t stencil)
+{
+    const uint32_t mask = bit_mask(layout.stencil_bits);
+    return (word & ~mask) | (stencil & mask);
+}
 
 // Whether left passes against right under an svga3d_compare; one that the interface does not have passes.
 template <typename value>

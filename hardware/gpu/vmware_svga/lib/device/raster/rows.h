@@ -7,6 +7,7 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
 #include "hardware/gpu/vmware_svga/lib/device/surface.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <span>
@@ -35,7 +36,7 @@ inline int64_t modulo(int64_t value, int64_t divisor)
 class axis {
 public:
     axis(uint32_t size, uint32_t mode)
-        : side_{size}, scale_{static_cast<double>(size)}, wraps_{mode == SVGA3D_TEX_ADDRESS_WRAP},
+        : side_{std::max(size, 1u)}, scale_{static_cast<double>(size)}, wraps_{mode == SVGA3D_TEX_ADDRESS_WRAP},
           mask_{std::has_single_bit(size) ? int64_t{size} - 1 : 0}
     {
     }
