@@ -44,8 +44,10 @@ struct draw_setup {
     bool tests_stencil = false;
     stencil_function front, back;
     uint32_t stencil_reference = 0, stencil_mask = ~0u, stencil_write_mask = ~0u;
-    uint32_t varying_count = varying_coordinates; // of the values that are walked
-    span_function draws_span = nullptr;           // null: only pixel by pixel
+    uint32_t varying_count = varying_coordinates;    // of the values that are walked
+    span_function draws_span = nullptr;              // null: only pixel by pixel
+    std::array<uint8_t, varying_count_max> walked{}; // the values that are interpolated
+    uint32_t walked_count = 0;
 };
 
 // Resolves a context's state; the result that refuses the draw instead when something is not there.

@@ -26,7 +26,8 @@ interpolator::interpolator(const draw_setup& setup, const triangle_state& state,
     depth_ = through(corners[0].z, corners[1].z, corners[2].z);
     inverse_w_ = through(corners[0].inverse_w, corners[1].inverse_w, corners[2].inverse_w);
     bias_ = state.depth_bias + state.slope_bias * std::max(std::abs(depth_.dx), std::abs(depth_.dy));
-    for (uint32_t i = 0; i < count_; ++i) {
+    for (uint32_t which = 0; which < setup.walked_count; ++which) {
+        const uint32_t i = setup.walked[which];
         const bool flat = state.flat && i < varying_fog;
         const auto value = [&](size_t corner) {
             const double v = flat ? state.flat[i] : corners[corner].values[i];

@@ -46,6 +46,20 @@ void make_fog(const context& of, fog_state& out)
     out.value = {channel(16), channel(8), channel(0), channel(24)};
 }
 
+// A span takes the diffuse colour and two coordinates; the general way may take everything.
+void choose_walked(draw_setup& out)
+{
+    const auto add = [&out](uint32_t first, uint32_t count) {
+        for (uint32_t i = first; i < first + count; ++i)
+            out.walked[out.walked_count++] = static_cast<uint8_t>(i);
+    };
+    if (!out.draws_span)
+        return add(0, out.varying_count);
+    add(varying_diffuse, 4);
+    if (out.chain.count != 0)
+        add(varying_coordinates, 2);
+}
+
 } // namespace
 
 draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& out)
@@ -69,6 +83,7 @@ draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& o
     out.alpha_reference = as_float(states[SVGA3D_RS_ALPHAREF]);
     out.varying_count = varying_coordinates + 4 * out.chain.count;
     out.draws_span = choose_span(out);
+    choose_walked(out);
     return draw_result::done;
 }
 

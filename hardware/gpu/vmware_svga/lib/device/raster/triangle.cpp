@@ -21,17 +21,53 @@ edge edge_between(const window_vertex& from, const window_vertex& to)
     return {a, b, -(a * from.x + b * from.y) - (top_left ? 0 : 1)};
 }
 
-// Narrows left..right (pixels, right not included) to what one edge keeps of row y.
-void narrow(const edge& e, int64_t y, int64_t& left, int64_t& right)
-{
-    const int64_t rest = e.b * (y * subpixels) + e.c; // keeps a x + rest >= 0
-    if (e.a > 0)
-        left = std::max(left, ceil_div(-rest, e.a * subpixels));
-    else if (e.a < 0)
-        right = std::min(right, floor_div(rest, -e.a * subpixels) + 1);
-    else if (rest < 0)
-        right = left;
-}
+// Where an edge crosses row after row. The crossing is a quotient whose dividend grows by the same each row, so
+// that one division serves for all rows.
+class edge_walk {
+public:
+    edge_walk(const edge& e, int64_t y) : side_{e.a > 0 ? 1 : e.a < 0 ? -1 : 0}
+    {
+        rest_ = e.b * (y * subpixels) + e.c; // keeps a x + rest >= 0
+        step_ = e.b * subpixels;
+        if (side_ == 0)
+            return;
+        divisor_ = (e.a > 0 ? e.a : -e.a) * subpixels;
+        // To the right of the quotient rounded up, or to the left of it rounded down.
+        const int64_t dividend = side_ > 0 ? -rest_ + divisor_ - 1 : rest_;
+        const int64_t growth = side_ > 0 ? -step_ : step_;
+        quotient_ = floor_div(dividend, divisor_);
+        remainder_ = dividend - quotient_ * divisor_;
+        quotient_step_ = floor_div(growth, divisor_);
+        remainder_step_ = growth - quotient_step_ * divisor_;
+    }
+
+    // Narrows left..right (pixels, right not included) to what the edge keeps of its row.
+    void narrow(int64_t& left, int64_t& right) const
+    {
+        if (side_ > 0)
+            left = std::max(left, quotient_);
+        else if (side_ < 0)
+            right = std::min(right, quotient_ + 1);
+        else if (rest_ < 0)
+            right = left;
+    }
+
+    void next_row()
+    {
+        rest_ += step_;
+        quotient_ += quotient_step_;
+        remainder_ += remainder_step_;
+        if (remainder_ >= divisor_) {
+            remainder_ -= divisor_;
+            ++quotient_;
+        }
+    }
+
+private:
+    int side_; // 1: keeps what is to the right, -1: to the left, 0: level, keeps rows or not
+    int64_t rest_, step_;
+    int64_t divisor_ = 1, quotient_ = 0, remainder_ = 0, quotient_step_ = 0, remainder_step_ = 0;
+};
 
 bool needs_steps(const draw_setup& setup)
 {
@@ -56,8 +92,6 @@ void draw_triangle(const draw_setup& setup, const triangle_state& state, std::ar
         std::swap(corners[1], corners[2]);
         area = -area;
     }
-    const edge edges[3] = {edge_between(corners[0], corners[1]), edge_between(corners[1], corners[2]),
-                           edge_between(corners[2], corners[0])};
     const auto [low, high] = std::minmax({corners[0].y, corners[1].y, corners[2].y});
     const pixel_rect& area_of_target = setup.to.area;
     const int64_t top = std::max(ceil_div(low, subpixels), area_of_target.top);
@@ -70,11 +104,17 @@ void draw_triangle(const draw_setup& setup, const triangle_state& state, std::ar
     varyings here;
     varyings right_of;
     varyings below;
-    for (int64_t y = of.first_from(top); y < bottom; y = of.first_from(y + 1)) {
+    int64_t y = of.first_from(top);
+    edge_walk edges[3] = {{edge_between(corners[0], corners[1]), y},
+                          {edge_between(corners[1], corners[2]), y},
+                          {edge_between(corners[2], corners[0]), y}};
+    for (; y < bottom; ++y) {
         int64_t left = area_of_target.left;
-        int64_t right = area_of_target.right;
-        for (const edge& e : edges)
-            narrow(e, y, left, right);
+        int64_t right = of.has(y) ? area_of_target.right : left;
+        for (edge_walk& e : edges) {
+            e.narrow(left, right);
+            e.next_row();
+        }
         if (draws_span && left < right)
             draws_span(setup, {y, left, right, at}, of);
         for (int64_t x = left; x < right && !draws_span; ++x) {
