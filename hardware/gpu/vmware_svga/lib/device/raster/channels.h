@@ -57,13 +57,22 @@ inline floats unpacked(uint32_t pixel)
     return __builtin_convertvector((words{byte(0), byte(8), byte(16), byte(24)}), floats) / 255.0f;
 }
 
+// The lowest byte of each word, in order.
+inline uint32_t low_bytes(words v)
+{
+    using bytes16 [[gnu::vector_size(16)]] = uint8_t;
+    const auto bytes = std::bit_cast<bytes16>(v);
+    const bytes16 first = __builtin_shufflevector(bytes, bytes, 0, 4, 8, 12, 0, 4, 8, 12, 0, 4, 8, 12, 0, 4, 8, 12);
+    return static_cast<uint32_t>(std::bit_cast<words>(first)[0]);
+}
+
 // Channels, clamped, as the nearest bytes.
 inline uint32_t packed(floats v)
 {
     const wide_channels wide = widened(v);
     const word_pair low = __builtin_convertvector(clamped01(wide.low) * 255.0 + 0.5, word_pair);
     const word_pair high = __builtin_convertvector(clamped01(wide.high) * 255.0 + 0.5, word_pair);
-    return static_cast<uint32_t>(low[0] | low[1] << 8 | high[0] << 16) | static_cast<uint32_t>(high[1]) << 24;
+    return low_bytes(__builtin_shufflevector(low, high, 0, 1, 2, 3));
 }
 
 // from (1 - t) + to t, rounded once.

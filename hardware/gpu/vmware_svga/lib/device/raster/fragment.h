@@ -24,6 +24,15 @@ struct fog_state {
     color value{};
 };
 
+// A channel as a product of the texture and the diffuse colour, or one of them; unknown when it is neither.
+struct factors {
+    bool texture = false, diffuse = false;
+    bool known = false;
+};
+struct stage_factors {
+    factors rgb, alpha;
+};
+
 struct span;
 struct draw_setup;
 
@@ -44,10 +53,11 @@ struct draw_setup {
     bool tests_stencil = false;
     stencil_function front, back;
     uint32_t stencil_reference = 0, stencil_mask = ~0u, stencil_write_mask = ~0u;
-    uint32_t varying_count = varying_coordinates;    // of the values that are walked
-    span_function draws_span = nullptr;              // null: only pixel by pixel
-    std::array<uint8_t, varying_count_max> walked{}; // the values that are interpolated
+    uint32_t varying_count = varying_coordinates; // of the values that are walked
+    span_function draws_span = nullptr;           // null: only pixel by pixel
+    std::array<uint8_t, varying_count_max> walked{};
     uint32_t walked_count = 0;
+    stage_factors factors; // of the one stage that a span knows
 };
 
 // Resolves a context's state; the result that refuses the draw instead when something is not there.

@@ -15,8 +15,10 @@ double pixels(int64_t fixed)
 
 interpolator::interpolator(const draw_setup& setup, const triangle_state& state,
                            const std::array<window_vertex, 3>& corners, int64_t area)
-    : count_{setup.varying_count}, x0_{pixels(corners[0].x)}, y0_{pixels(corners[0].y)}
+    : count_{setup.varying_count}
 {
+    x0_ = pixels(corners[0].x);
+    y0_ = pixels(corners[0].y);
     for (size_t i = 0; i < 2; ++i) {
         x_[i] = pixels(corners[i + 1].x) - x0_;
         y_[i] = pixels(corners[i + 1].y) - y0_;

@@ -15,12 +15,9 @@ struct plane {
     bool is_constant() const { return dx == 0 && dy == 0; }
 };
 
-class interpolator {
+// Depth and w over the window, and where the planes begin; small enough to be copied into a loop.
+class window_planes {
 public:
-    // Corners in an order in which their doubled area is positive.
-    interpolator(const draw_setup& setup, const triangle_state& state, const std::array<window_vertex, 3>& corners,
-                 int64_t area);
-
     // A pixel's distance from the first corner, which the planes take.
     double right_of_origin(int64_t x) const { return static_cast<double>(x) - x0_; }
     double below_origin(int64_t y) const { return static_cast<double>(y) - y0_; }
@@ -31,6 +28,20 @@ public:
     // What a value's plane gives is multiplied by; 1 when the planes hold the values themselves.
     double w_at(double right, double below) const { return affine_ ? 1 : 1 / inverse_w_(right, below); }
     bool is_affine() const { return affine_; }
+
+protected:
+    double x0_ = 0, y0_ = 0;
+    bool affine_ = true;
+    double bias_ = 0;
+    plane depth_{}, inverse_w_{};
+};
+
+class interpolator : public window_planes {
+public:
+    // Corners in an order in which their doubled area is positive.
+    interpolator(const draw_setup& setup, const triangle_state& state, const std::array<window_vertex, 3>& corners,
+                 int64_t area);
+
     const plane& value_plane(uint32_t which) const { return values_[which]; }
 
     // All values that the draw walks, at a pixel.
@@ -47,12 +58,8 @@ private:
     plane through(double v0, double v1, double v2) const;
 
     uint32_t count_;
-    double x0_, y0_;
     double x_[2], y_[2]; // the other corners, from the first
     double scale_;       // 1 / doubled area in pixels
-    bool affine_;
-    plane depth_, inverse_w_;
-    double bias_;
     std::array<plane, varying_count_max> values_;
 };
 

@@ -123,7 +123,7 @@ uint32_t filtered_row::pixel(int64_t column, int64_t fraction) const
     const float share = static_cast<float>(fraction) / static_cast<float>(one);
     const words whole =
         __builtin_convertvector(left * all_channels(1 - share) + right * all_channels(share) + 0.5f, words);
-    return static_cast<uint32_t>(whole[0] | whole[1] << 8 | whole[2] << 16) | static_cast<uint32_t>(whole[3]) << 24;
+    return low_bytes(whole);
 }
 
 } // namespace kalix::device::raster

@@ -62,12 +62,6 @@ uint32_t nearest_texel(const texture& from, double u, double v)
 
 // ---- The one stage ------------------------------------------------------------------------------------
 
-// A product of the texture and the diffuse colour, or one of them.
-struct factors {
-    bool texture = false, diffuse = false;
-    bool known = false;
-};
-
 factors factors_of(uint32_t operation, const std::array<uint32_t, 3>& arguments)
 {
     factors found;
@@ -88,10 +82,6 @@ factors factors_of(uint32_t operation, const std::array<uint32_t, 3>& arguments)
         found.known = add(arguments[1]) && add(arguments[2]);
     return found;
 }
-
-struct stage_factors {
-    factors rgb, alpha;
-};
 
 stage_factors factors_of(const combiner_chain& chain)
 {
@@ -137,18 +127,38 @@ private:
 
 enum class texturing { none, nearest, linear };
 
-// Whether a pixel's depth passes; writes it then.
-bool depth_passes(const draw_setup& setup, double depth, std::byte* texel)
-{
-    const depth_layout& layout = setup.to.depth.layout;
-    const uint32_t word = load_word(layout, texel);
-    const uint32_t here = quantized_depth(layout, depth);
-    if (!passes(setup.depth_compare, here, depth_of(layout, word)))
-        return false;
-    if (setup.writes_depth)
-        store_word(layout, with_depth(layout, word, here), texel);
-    return true;
-}
+// The depth test along a row, with everything that it needs at hand: what a pixel's store might change is not
+// read again for the next one.
+class depth_row {
+public:
+    depth_row(const draw_setup& setup, const span& what)
+        : layout_{setup.to.depth.layout}, compare_{setup.depth_compare}, writes_{setup.writes_depth},
+          texel_{setup.tests_depth
+                     ? setup.to.depth.view.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y))
+                     : nullptr}
+    {
+    }
+
+    // Whether the row's next pixel passes at that depth; it is written then. Without a test all do.
+    bool next_passes(const window_planes& at, double right, double below)
+    {
+        if (!texel_)
+            return true;
+        const uint32_t word = load_word(layout_, texel_);
+        const uint32_t here = quantized_depth(layout_, at.depth_at(right, below));
+        const bool passed = passes(compare_, here, depth_of(layout_, word));
+        if (passed && writes_)
+            store_word(layout_, with_depth(layout_, word, here), texel_);
+        texel_ += layout_.bytes;
+        return passed;
+    }
+
+private:
+    depth_layout layout_;
+    uint32_t compare_;
+    bool writes_;
+    std::byte* texel_;
+};
 
 // The diffuse colour along a span.
 class diffuse_walk {
@@ -217,7 +227,9 @@ void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
     const plane& v = what.at.value_plane(varying_coordinates + 1);
     const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
     std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
-    if (const std::optional<const std::byte*> run = texel_run(from, what)) {
+    constexpr int64_t worth_looking = 8; // pixels
+    const bool may_run = what.right - what.left >= worth_looking;
+    if (const std::optional<const std::byte*> run = may_run ? texel_run(from, what) : std::nullopt) {
         copy_run(*run, out, static_cast<size_t>(what.right - what.left), alpha);
         return;
     }
@@ -303,35 +315,30 @@ bool draw_texels(const draw_setup& setup, const span& what, const texture& from,
 template <texturing sampling, bool blends>
 void draw_span(const draw_setup& setup, const span& what, share& of)
 {
-    const stage_factors how = factors_of(setup.chain);
+    const stage_factors& how = setup.factors;
     const interpolator& at = what.at;
     const diffuse_walk diffuse{at};
     const joining join{how};
-    of.samples += static_cast<uint64_t>(what.right - what.left);
     const texture from{setup.chain.stages[0].texture};
     if constexpr (sampling != texturing::none)
-        if (is_copy(setup, how, diffuse, at) && draw_texels<sampling, blends>(setup, what, from, how.alpha.texture))
+        if (is_copy(setup, how, diffuse, at) && draw_texels<sampling, blends>(setup, what, from, how.alpha.texture)) {
+            of.samples += static_cast<uint64_t>(what.right - what.left);
             return;
-    const plane& u = at.value_plane(varying_coordinates);
-    const plane& v = at.value_plane(varying_coordinates + 1);
-    const auto x0 = static_cast<uint32_t>(what.left);
-    const auto y = static_cast<uint32_t>(what.y);
-    const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
-    std::byte* out = setup.to.color.texel(x0, y);
-    std::byte* depth = setup.tests_depth ? setup.to.depth.view.texel(x0, y) : nullptr;
-    const uint32_t depth_bytes = setup.to.depth.layout.bytes;
-    const double below = at.below_origin(what.y);
-    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const double right = at.right_of_origin(x);
-        if (depth) {
-            const bool passed = depth_passes(setup, at.depth_at(right, below), depth);
-            depth += depth_bytes;
-            if (!passed) {
-                --of.samples;
-                continue;
-            }
         }
-        const double w = at.w_at(right, below);
+    const plane u = at.value_plane(varying_coordinates);
+    const plane v = at.value_plane(varying_coordinates + 1);
+    const window_planes window = at;
+    const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
+    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
+    depth_row depth{setup, what};
+    const double below = window.below_origin(what.y);
+    uint64_t drawn = 0;
+    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
+        const double right = window.right_of_origin(x);
+        if (!depth.next_passes(window, right, below))
+            continue;
+        ++drawn;
+        const double w = window.w_at(right, below);
         floats result = diffuse(right, below, w);
         if constexpr (sampling != texturing::none)
             result = join(texel_of<sampling>(from, u(right, below) * w, v(right, below) * w), result);
@@ -340,6 +347,7 @@ void draw_span(const draw_setup& setup, const span& what, share& of)
         const uint32_t word = packed(result);
         std::memcpy(out, &word, sizeof word);
     }
+    of.samples += drawn;
 }
 
 bool blends_over(const output_state& output)
@@ -376,7 +384,7 @@ void set_spans(bool on)
     spans_on = on;
 }
 
-span_function choose_span(const draw_setup& setup)
+span_function choose_span(draw_setup& setup)
 {
     constexpr uint32_t whole_mask = 15;
     const bool plain = spans_on && setup.to.color && has_words(setup.to.color) && !setup.fog.enabled &&
@@ -384,7 +392,7 @@ span_function choose_span(const draw_setup& setup)
                        setup.output.mask == whole_mask && setup.chain.count <= 1;
     if (!plain || (setup.output.blends && !blends_over(setup.output)))
         return nullptr;
-    const stage_factors how = factors_of(setup.chain);
+    const stage_factors& how = setup.factors = factors_of(setup.chain);
     if (!how.rgb.known || !how.alpha.known || (setup.chain.count == 1 && !is_simple_texture(setup.chain.stages[0])))
         return nullptr;
     return setup.output.blends ? for_texturing<true>(setup.chain) : for_texturing<false>(setup.chain);

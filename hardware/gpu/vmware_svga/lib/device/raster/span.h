@@ -15,8 +15,8 @@ struct span {
     const interpolator& at;
 };
 
-// The function for a draw's state; null when only the general way will do.
-span_function choose_span(const draw_setup& setup);
+// The function for a draw's state, whose factors it notes; null when only the general way will do.
+span_function choose_span(draw_setup& setup);
 
 // Whether spans are chosen at all; on. For comparing both ways: not to be changed while a device draws.
 void set_spans(bool on);
