@@ -28,7 +28,7 @@ inline constexpr int64_t coordinate_limit = int64_t{1} << 52;
 
 inline int64_t modulo(int64_t value, int64_t divisor)
 {
-    const int64_t rest = value % divisor;
+    const int64_t rest = divisor > 0 ? value % divisor : 0;
     return rest < 0 ? rest + divisor : rest;
 }
 
