@@ -42,6 +42,7 @@ public:
     interpolator(const draw_setup& setup, const triangle_state& state, const std::array<window_vertex, 3>& corners,
                  int64_t area);
 
+    const window_planes& window() const { return *this; }
     const plane& value_plane(uint32_t which) const { return values_[which]; }
 
     // All values that the draw walks, at a pixel.

@@ -327,7 +327,7 @@ void draw_span(const draw_setup& setup, const span& what, share& of)
         }
     const plane u = at.value_plane(varying_coordinates);
     const plane v = at.value_plane(varying_coordinates + 1);
-    const window_planes window = at;
+    const window_planes window = at.window();
     const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
     std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
     depth_row depth{setup, what};
