@@ -43,6 +43,7 @@ public:
 
     int64_t position(double coordinate) const { return to_integer(coordinate * scale_ * one, coordinate_limit); }
     bool wraps() const { return wraps_; }
+    double scale() const { return scale_; } // texels across
     size_t texel(int64_t at) const
     {
         if (static_cast<uint64_t>(at) < static_cast<uint64_t>(side_))

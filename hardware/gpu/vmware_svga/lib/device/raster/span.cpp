@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <utility>
+#include <vector>
 
 namespace kalix::device::raster {
 namespace {
@@ -198,6 +200,55 @@ private:
     floats value_;
 };
 
+// Where the pixels of a row lie in a texture, worked out once for all rows of a picture along the axes.
+//
+// Kept by the thread from span to span; another picture, another place or another width works them out anew.
+class columns {
+public:
+    // Positions, 2^-16 texel, by column of the target; null when rows differ or a span is too short to be worth it.
+    static const int64_t* of(const draw_setup& setup, const span& what, const axis& across)
+    {
+        thread_local columns kept;
+        const plane& u = what.at.value_plane(varying_coordinates);
+        const pixel_rect& area = setup.to.area;
+        constexpr int64_t share = 8; // of the target's width
+        if (u.dy != 0 || (what.right - what.left) * share < area.right - area.left)
+            return nullptr;
+        const columns asked{u.at, u.dx, what.at.right_of_origin(0), across.scale(), area.left, area.right};
+        if (!kept.is_like(asked))
+            kept.fill(asked, across);
+        return kept.positions_.data() - area.left;
+    }
+
+private:
+    columns() = default;
+    columns(double at, double dx, double origin, double scale, int64_t left, int64_t right)
+        : at_{at}, dx_{dx}, origin_{origin}, scale_{scale}, left_{left}, right_{right}
+    {
+    }
+
+    bool is_like(const columns& other) const
+    {
+        return at_ == other.at_ && dx_ == other.dx_ && origin_ == other.origin_ && scale_ == other.scale_ &&
+               left_ == other.left_ && right_ == other.right_;
+    }
+
+    void fill(const columns& asked, const axis& across)
+    {
+        std::vector<int64_t> room = std::move(positions_);
+        *this = asked;
+        positions_ = std::move(room);
+        positions_.resize(static_cast<size_t>(right_ - left_));
+        for (int64_t x = left_; x < right_; ++x)
+            positions_[static_cast<size_t>(x - left_)] =
+                across.position(at_ + dx_ * (static_cast<double>(x) + origin_));
+    }
+
+    double at_ = 0, dx_ = 0, origin_ = 0, scale_ = 0;
+    int64_t left_ = 0, right_ = 0;
+    std::vector<int64_t> positions_;
+};
+
 // Where a span's texels begin when they follow each other one a pixel, all of one row; none otherwise.
 //
 // Coordinates are linear along the span, and so are the positions that they are rounded to: when the last lies
@@ -236,6 +287,13 @@ void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
     const double below = what.at.below_origin(what.y);
     const bool level = v.dx == 0; // one texel row for the whole span
     const std::byte* row = from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits));
+    if (const int64_t* const at = level ? columns::of(setup, what, from.u) : nullptr) {
+        for (int64_t x = what.left; x < what.right; ++x, out += 4) {
+            const uint32_t word = load_pixel(row + from.u.texel(at[x] >> fraction_bits) * 4) | alpha;
+            std::memcpy(out, &word, sizeof word);
+        }
+        return;
+    }
     for (int64_t x = what.left; x < what.right; ++x, out += 4) {
         const double right = what.at.right_of_origin(x);
         if (!level)
@@ -278,8 +336,9 @@ bool draw_filtered(const draw_setup& setup, const span& what, const texture& fro
         return false;
     const filtered_row row{from.image, from.v, v(0, below), first, last};
     std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
+    const int64_t* const kept = columns::of(setup, what, from.u);
     for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const int64_t at = position(x);
+        const int64_t at = kept ? kept[x] - one / 2 : position(x);
         const uint32_t word = row.pixel(at >> fraction_bits, at & (one - 1)) | alpha;
         std::memcpy(out, &word, sizeof word);
     }
