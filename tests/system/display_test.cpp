@@ -26,16 +26,6 @@ using tools::screen_frame;
 constexpr uint32_t mode_width = 1024;
 constexpr uint32_t mode_height = 768;
 
-bool soon(const std::function<bool()>& condition)
-{
-    for (int i = 0; i < 4000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
-    }
-    return false;
-}
-
 // A surface with pixels of its own, random in all channels.
 struct painting {
     client::surface surface;

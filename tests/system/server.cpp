@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -39,6 +40,16 @@ std::string server_program()
 }
 
 } // namespace
+
+bool soon(const std::function<bool()>& condition)
+{
+    for (int i = 0; i < 4000; ++i) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds{5});
+    }
+    return false;
+}
 
 run_directory::run_directory()
 {

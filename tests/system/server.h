@@ -1,11 +1,15 @@
 // Real servers, each in a private run directory, and what can be seen of one from outside.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
 
 namespace kalix::test {
+
+// Whether a condition comes true within twenty seconds.
+bool soon(const std::function<bool()>& condition);
 
 class run_directory {
 public:

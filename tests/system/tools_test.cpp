@@ -27,16 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-bool soon(const std::function<bool()>& condition)
-{
-    for (int i = 0; i < 4000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
-    }
-    return false;
-}
-
 std::string program(const std::string& name)
 {
     return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin" / name).string();
