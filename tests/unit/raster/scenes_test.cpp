@@ -211,7 +211,7 @@ const std::vector<SceneTest::row> SceneTest::rows = {
          in.checked(SVGA3D_TEX_FILTER_LINEAR);
          in.sphere();
      },
-     0x9236A517F9526C7E},
+     0xA71B128D85061143},
     {"volume",
      [](SceneTest& in) {
          in.volume();

@@ -44,8 +44,9 @@ floats linear_texel(const texture& from, double u, double v)
     const int64_t t = from.v.position(v) - one / 2;
     const int64_t x = s >> fraction_bits;
     const int64_t y = t >> fraction_bits;
-    const double across = static_cast<double>(s & (one - 1)) / one;
-    const double down = static_cast<double>(t & (one - 1)) / one;
+    constexpr float step = 1.0f / one;
+    const float across = static_cast<float>(s & (one - 1)) * step;
+    const float down = static_cast<float>(t & (one - 1)) * step;
     const size_t left = from.u.texel(x);
     const size_t right = from.u.texel(x + 1);
     const auto filtered = [&](const std::byte* row) {
@@ -162,42 +163,35 @@ private:
     std::byte* texel_;
 };
 
-// The diffuse colour along a span.
+// The diffuse colour along a span: exact at its first pixel, and from there in steps of single precision.
 class diffuse_walk {
 public:
-    explicit diffuse_walk(const interpolator& at)
+    explicit diffuse_walk(const span& what)
     {
         // The channels in the order of a pixel's bytes.
-        const plane& blue = at.value_plane(varying_diffuse + 2);
-        const plane& green = at.value_plane(varying_diffuse + 1);
-        const plane& red = at.value_plane(varying_diffuse);
-        const plane& alpha = at.value_plane(varying_diffuse + 3);
-        at_ = {doubles{blue.at, green.at}, doubles{red.at, alpha.at}};
-        dx_ = {doubles{blue.dx, green.dx}, doubles{red.dx, alpha.dx}};
-        dy_ = {doubles{blue.dy, green.dy}, doubles{red.dy, alpha.dy}};
-        constant_ =
-            at.is_affine() && blue.is_constant() && green.is_constant() && red.is_constant() && alpha.is_constant();
-        value_ = color_at(0, 0, 1);
+        const plane* const planes[] = {&channel(what, 2), &channel(what, 1), &channel(what, 0), &channel(what, 3)};
+        const double right = what.at.right_of_origin(what.left);
+        const double below = what.at.below_origin(what.y);
+        constant_ = what.at.is_affine();
+        for (int i = 0; i < 4; ++i) {
+            start_[i] = static_cast<float>((*planes[i])(right, below));
+            step_[i] = static_cast<float>(planes[i]->dx);
+            constant_ = constant_ && planes[i]->is_constant();
+        }
     }
-    floats operator()(double right, double below, double w) const
-    {
-        return constant_ ? value_ : color_at(right, below, w);
-    }
+    // At a pixel so many behind the first; what the planes give is multiplied by w.
+    floats operator()(float index, float w) const { return clamped01((start_ + step_ * index) * w); }
     // White and opaque all over: a product with it changes nothing.
-    bool is_white() const { return constant_ && value_[0] == 1 && value_[1] == 1 && value_[2] == 1 && value_[3] == 1; }
+    bool is_white() const { return constant_ && start_[0] == 1 && start_[1] == 1 && start_[2] == 1 && start_[3] == 1; }
 
 private:
-    floats color_at(double right, double below, double w) const
+    static const plane& channel(const span& what, uint32_t which)
     {
-        const auto channels = [&](doubles at, doubles dx, doubles dy) {
-            return clamped01((at + dx * both(right) + dy * both(below)) * both(w));
-        };
-        return narrowed({channels(at_.low, dx_.low, dy_.low), channels(at_.high, dx_.high, dy_.high)});
+        return what.at.value_plane(varying_diffuse + which);
     }
 
-    wide_channels at_, dx_, dy_; // the four planes
+    floats start_{}, step_{};
     bool constant_;
-    floats value_;
 };
 
 // Where the pixels of a row lie in a texture, worked out once for all rows of a picture along the axes.
@@ -376,7 +370,7 @@ void draw_span(const draw_setup& setup, const span& what, share& of)
 {
     const stage_factors& how = setup.factors;
     const interpolator& at = what.at;
-    const diffuse_walk diffuse{at};
+    const diffuse_walk diffuse{what};
     const joining join{how};
     const texture from{setup.chain.stages[0].texture};
     if constexpr (sampling != texturing::none)
@@ -398,7 +392,7 @@ void draw_span(const draw_setup& setup, const span& what, share& of)
             continue;
         ++drawn;
         const double w = window.w_at(right, below);
-        floats result = diffuse(right, below, w);
+        floats result = diffuse(static_cast<float>(x - what.left), static_cast<float>(w));
         if constexpr (sampling != texturing::none)
             result = join(texel_of<sampling>(from, u(right, below) * w, v(right, below) * w), result);
         if constexpr (blends)
