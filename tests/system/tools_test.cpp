@@ -16,6 +16,7 @@
 #include <kalix/client.hpp>
 #include <optional>
 #include <png.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -255,6 +256,22 @@ TEST_F(tools_test, TakesScreenshotsAndTellsTheFrame)
     EXPECT_EQ(screen().pixels[screen().pixels.size() - 1], 0xFFFF00FF);
     EXPECT_EQ(ctl("reset").status, 0);
     EXPECT_TRUE(soon([&] { return screen().pixels[150 * 200 - 1] != 0xFFFF00FF; }));
+}
+
+// Every scene of the example client, small; it says itself when a picture comes back in one colour.
+TEST_F(tools_test, TheGalleryIsDrawn)
+{
+    std::istringstream list{run(program("kalix-demo") + " --list").text};
+    int drawn = 0;
+    for (std::string line; std::getline(list, line);) {
+        const std::string name = line.substr(2, line.find(' ', 2) - 2);
+        const std::string options = name == "mesh" ? " --frames 3" : " --output " + file("scene.png");
+        const outcome got = run(program("kalix-demo") + " " + name + " --size 64x48" + options);
+        EXPECT_EQ(got.status, 0) << name << ": " << got.text;
+        ++drawn;
+    }
+    EXPECT_GE(drawn, 22);
+    EXPECT_EQ(ctl("stats").text.find("not supported"), std::string::npos);
 }
 
 // Two pictures in turn, as fast as they come: no frame that is read shows parts of both.
