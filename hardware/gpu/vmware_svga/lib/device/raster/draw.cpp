@@ -65,7 +65,8 @@ public:
     void flush()
     {
         constexpr uint64_t worth_sharing = 16384; // pixels; below that a wake-up costs more than it saves
-        const uint32_t count = workers_ && shapes_.pixels() > worth_sharing ? workers_->count() : 1;
+        const bool shares = workers_ && !setup_.feeds_back && shapes_.pixels() > worth_sharing;
+        const uint32_t count = shares ? workers_->count() : 1;
         if (count == 1) {
             samples_ += painted({0, 1, 0});
         } else {

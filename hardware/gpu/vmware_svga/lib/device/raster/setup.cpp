@@ -46,6 +46,15 @@ void make_fog(const context& of, fog_state& out)
     out.value = {channel(16), channel(8), channel(0), channel(24)};
 }
 
+bool feeds_back(const context& of, uint32_t stages)
+{
+    for (uint32_t stage = 0; stage < stages; ++stage)
+        for (const svga3d_render_target target : {SVGA3D_RT_COLOR0, SVGA3D_RT_DEPTH, SVGA3D_RT_STENCIL})
+            if (of.texture_states[stage][SVGA3D_TS_BIND_TEXTURE] == of.targets[target].sid)
+                return true;
+    return false;
+}
+
 // A span takes the diffuse colour and two coordinates; the general way may take everything.
 void choose_walked(draw_setup& out)
 {
@@ -82,6 +91,7 @@ draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& o
     out.alpha_compare = states[SVGA3D_RS_ALPHAFUNC];
     out.alpha_reference = as_float(states[SVGA3D_RS_ALPHAREF]);
     out.varying_count = varying_coordinates + 4 * out.chain.count;
+    out.feeds_back = feeds_back(of, out.chain.count);
     out.draws_span = choose_span(out);
     choose_walked(out);
     return draw_result::done;
