@@ -48,10 +48,12 @@ void make_fog(const context& of, fog_state& out)
 
 bool feeds_back(const context& of, uint32_t stages)
 {
-    for (uint32_t stage = 0; stage < stages; ++stage)
+    for (uint32_t stage = 0; stage < stages; ++stage) {
+        const uint32_t sid = of.texture_states[stage][SVGA3D_TS_BIND_TEXTURE];
         for (const svga3d_render_target target : {SVGA3D_RT_COLOR0, SVGA3D_RT_DEPTH, SVGA3D_RT_STENCIL})
-            if (of.texture_states[stage][SVGA3D_TS_BIND_TEXTURE] == of.targets[target].sid)
+            if (sid != SVGA3D_INVALID_ID && sid == of.targets[target].sid)
                 return true;
+    }
     return false;
 }
 
