@@ -8,6 +8,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <random>
+#include <span>
 #include <vector>
 
 namespace kalix::device::test {
@@ -25,6 +26,13 @@ struct corner { // a vertex of the scenes: target pixels, colours and coordinate
     float x, y, z = 0.5f, rhw = 1;
     uint32_t diffuse = 0xFFFFFFFF, specular = 0;
     float u = 0, v = 0;
+};
+
+struct lit_corner { // a vertex to be transformed and lit, with everything a vertex can have
+    float x, y, z;
+    float nx = 0, ny = 0, nz = 1;
+    uint32_t diffuse = 0xFFFFFFFF, specular = 0;
+    float s = 0, t = 0, r = 0;
 };
 
 constexpr uint32_t color_sid = 1, depth_sid = 2, texture_sid = 3, vertex_sid = 4, index_sid = 5;
@@ -108,6 +116,31 @@ protected:
             {SVGA3D_DECLTYPE_FLOAT2, 0, SVGA3D_DECLUSAGE_TEXCOORD, 0, array(offsetof(corner, u)), 0, 0},
         };
         const svga3d_primitive_range range{type, primitives, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
+        return draw_primitives(state, surfaces, declarations, {&range, 1}, {}, workers);
+    }
+
+    // Draws with indices of 16 bits; none: in the vertices' order.
+    draw_result draw_lit(uint32_t type, uint32_t primitives, std::span<const lit_corner> corners,
+                         std::span<const uint16_t> order = {})
+    {
+        define(vertex_sid, SVGA3D_BUFFER, static_cast<uint32_t>(corners.size_bytes()), 1);
+        std::memcpy(view(vertex_sid).bytes, corners.data(), corners.size_bytes());
+        svga3d_primitive_range range{type, primitives, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
+        if (!order.empty()) {
+            define(index_sid, SVGA3D_BUFFER, static_cast<uint32_t>(order.size_bytes()), 1);
+            std::memcpy(view(index_sid).bytes, order.data(), order.size_bytes());
+            range = {type, primitives, {index_sid, 0, 2}, 2, 0};
+        }
+        const auto element = [](uint32_t kind, uint32_t usage, uint32_t index, size_t offset) {
+            return svga3d_vertex_declaration{
+                kind, 0, usage, index, {vertex_sid, static_cast<uint32_t>(offset), sizeof(lit_corner)}, 0, 0};
+        };
+        const svga3d_vertex_declaration declarations[] = {
+            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_POSITION, 0, offsetof(lit_corner, x)),
+            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_NORMAL, 0, offsetof(lit_corner, nx)),
+            element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 0, offsetof(lit_corner, diffuse)),
+            element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 1, offsetof(lit_corner, specular)),
+            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_TEXCOORD, 0, offsetof(lit_corner, s))};
         return draw_primitives(state, surfaces, declarations, {&range, 1}, {}, workers);
     }
 

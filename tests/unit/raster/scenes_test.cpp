@@ -25,13 +25,6 @@ float sine(double angle)
     return cosine(angle - 1.5707963267948966);
 }
 
-struct mesh_vertex {
-    float x, y, z;
-    float nx, ny, nz;
-    uint32_t diffuse, specular;
-    float s, t, r;
-};
-
 class SceneTest : public scene {
 protected:
     // A scene begins black, far away, with a perspective that looks along z.
@@ -56,7 +49,7 @@ protected:
     // A sphere of bands, as indexed triangles.
     void sphere(float radius = 1, uint32_t bands = 12)
     {
-        std::vector<mesh_vertex> list;
+        std::vector<lit_corner> list;
         std::vector<uint16_t> order;
         for (uint32_t j = 0; j <= bands; ++j)
             for (uint32_t i = 0; i <= 2 * bands; ++i) {
@@ -77,25 +70,10 @@ protected:
         draw_mesh(SVGA3D_PRIMITIVE_TRIANGLELIST, static_cast<uint32_t>(order.size() / 3), list, order);
     }
 
-    void draw_mesh(uint32_t type, uint32_t primitives, const std::vector<mesh_vertex>& list,
+    void draw_mesh(uint32_t type, uint32_t primitives, const std::vector<lit_corner>& list,
                    const std::vector<uint16_t>& order)
     {
-        define(vertex_sid, SVGA3D_BUFFER, static_cast<uint32_t>(list.size() * sizeof(mesh_vertex)), 1);
-        define(index_sid, SVGA3D_BUFFER, static_cast<uint32_t>(order.size() * 2), 1);
-        std::memcpy(view(vertex_sid).bytes, list.data(), list.size() * sizeof(mesh_vertex));
-        std::memcpy(view(index_sid).bytes, order.data(), order.size() * 2);
-        const auto element = [](uint32_t kind, uint32_t usage, uint32_t index, size_t offset) {
-            return svga3d_vertex_declaration{
-                kind, 0, usage, index, {vertex_sid, static_cast<uint32_t>(offset), sizeof(mesh_vertex)}, 0, 0};
-        };
-        const svga3d_vertex_declaration declarations[] = {
-            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_POSITION, 0, offsetof(mesh_vertex, x)),
-            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_NORMAL, 0, offsetof(mesh_vertex, nx)),
-            element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 0, offsetof(mesh_vertex, diffuse)),
-            element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 1, offsetof(mesh_vertex, specular)),
-            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_TEXCOORD, 0, offsetof(mesh_vertex, s))};
-        const svga3d_primitive_range range{type, primitives, {index_sid, 0, 2}, 2, 0};
-        ASSERT_EQ(draw_primitives(state, surfaces, declarations, {&range, 1}, {}, workers), draw_result::done);
+        ASSERT_EQ(draw_lit(type, primitives, list, order), draw_result::done);
     }
 
     void light()

@@ -28,13 +28,6 @@ vector3 unit(const vector3& a)
     return a * (1 / std::sqrt(dot(a, a)));
 }
 
-struct point { // one vertex with everything
-    float x, y, z;
-    float nx = 0, ny = 0, nz = 1;
-    uint32_t diffuse = 0xFFFFFFFF, specular = 0;
-    float s = 0, t = 0, r = 0;
-};
-
 // Draws points that all land on the middle of a 9 x 9 target, and looks at what came of them.
 class VertexTest : public scene {
 protected:
@@ -45,23 +38,10 @@ protected:
         state.transforms[SVGA3D_TRANSFORM_PROJECTION] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0.5f, 1};
     }
 
-    uint32_t shown(const point& what)
+    uint32_t shown(const lit_corner& what)
     {
-        define(vertex_sid, SVGA3D_BUFFER, sizeof what, 1);
-        std::memcpy(view(vertex_sid).bytes, &what, sizeof what);
-        const auto element = [](uint32_t type, uint32_t usage, uint32_t index, size_t offset) {
-            return svga3d_vertex_declaration{
-                type, 0, usage, index, {vertex_sid, static_cast<uint32_t>(offset), sizeof(point)}, 0, 0};
-        };
-        const svga3d_vertex_declaration declarations[] = {
-            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_POSITION, 0, offsetof(point, x)),
-            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_NORMAL, 0, offsetof(point, nx)),
-            element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 0, offsetof(point, diffuse)),
-            element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 1, offsetof(point, specular)),
-            element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_TEXCOORD, 0, offsetof(point, s))};
-        const svga3d_primitive_range range{SVGA3D_PRIMITIVE_POINTLIST, 1, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
         clear(0);
-        EXPECT_EQ(draw_primitives(state, surfaces, declarations, {&range, 1}, {}), draw_result::done);
+        EXPECT_EQ(draw_lit(SVGA3D_PRIMITIVE_POINTLIST, 1, {&what, 1}), draw_result::done);
         return pixel(4, 4) != 0 ? pixel(4, 4) : pixel(5, 5);
     }
 
@@ -212,7 +192,7 @@ TEST_F(VertexTest, LightsFollowTheirRule)
                 lights.push_back(
                     {l, world ? viewed(position, 1) : position, unit(world ? viewed(direction, 0) : direction)});
         }
-        const point what{within(-2, 2), within(-2, 2), within(-2, 2), within(-1, 1), within(-1, 1), within(-1, 1)};
+        const lit_corner what{within(-2, 2), within(-2, 2), within(-2, 2), within(-1, 1), within(-1, 1), within(-1, 1)};
         const vector3 at = {what.x * double{stretch} + 0.5, what.x * double{shear} + what.y, what.z};
         // Normals go by the inverse transpose of the stretch and shear.
         const vector3 normal = unit({(what.nx - double{shear} * what.ny) / double{stretch}, what.ny, what.nz});
@@ -226,7 +206,7 @@ TEST_F(VertexTest, MaterialSourcesAreTheVertexsColours)
     set(SVGA3D_RS_LIGHTINGENABLE, 1);
     set(SVGA3D_RS_AMBIENT, 0xFFFFFFFF);
     state.materials[0] = {{0, 0, 0, 0.25f}, {0.5f, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0.25f, 0}, 1};
-    const point what{0, 0, 0, 0, 0, 1, 0x80402010, 0x00102040};
+    const lit_corner what{0, 0, 0, 0, 0, 1, 0x80402010, 0x00102040};
     expect_near(shown(what), {0.5, 0, 0.25, 0.25}, "the material");
     set(SVGA3D_RS_DIFFUSEMATERIALSOURCE, 1);
     set(SVGA3D_RS_AMBIENTMATERIALSOURCE, 2);
@@ -282,7 +262,7 @@ TEST_F(VertexTest, VolumesAreLookedUpInThreeDirections)
         for (uint32_t y = 0; y < 3; ++y)
             for (uint32_t x = 0; x < 5; ++x) {
                 const auto middle = [](uint32_t at, float side) { return (static_cast<float>(at) + 0.5f) / side; };
-                const point what{0, 0, 0, 0, 0, 1, ~0u, 0, middle(x, 5), middle(y, 3), middle(z, 4)};
+                const lit_corner what{0, 0, 0, 0, 0, 1, ~0u, 0, middle(x, 5), middle(y, 3), middle(z, 4)};
                 EXPECT_EQ(shown(what), texel(0, x, y, z < 4 ? z : 7 - z));
             }
     bind(SVGA3D_TEX_FILTER_LINEAR);
@@ -310,7 +290,7 @@ TEST_F(VertexTest, CoordinatesAreGenerated)
     set(SVGA3D_RS_NORMALIZENORMALS, 1);
     struct row {
         uint32_t generation;
-        point at;
+        lit_corner at;
         uint32_t face;
     };
     const row rows[] = {{1, {1, 20, 0}, 2},                  // the eye sees it high up
@@ -327,7 +307,7 @@ TEST_F(VertexTest, CoordinatesAreGenerated)
     stage(0, SVGA3D_TS_TEXTURETRANSFORMFLAGS, 7);
     EXPECT_EQ(shown(rows[3].at), texel(1, 0, 0));
     stage(0, SVGA3D_TS_TEXCOORDGEN, 4);
-    point any{0, 0, 0};
+    lit_corner any{0, 0, 0};
     define(vertex_sid, SVGA3D_BUFFER, sizeof any, 1);
     EXPECT_EQ(draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{0, 0}}, SVGA3D_DECLUSAGE_POSITION), draw_result::not_supported);
 }
