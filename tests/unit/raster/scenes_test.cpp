@@ -1,7 +1,9 @@
-// Whole scenes, and the hashes of their pictures: the same bytes for every number of threads, compiler and machine.
+// Whole scenes, and the hashes of their pictures: the same bytes for every number of threads, instruction set,
+// compiler and machine.
 //
 // A hash that changes says that pictures changed; the scene's picture is written to SCENE_DIR when that is set.
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/instructions.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 #include "tests/unit/raster/scene.h"
@@ -258,18 +260,22 @@ const std::vector<SceneTest::row> SceneTest::rows = {
 
 TEST_F(SceneTest, HashesStand)
 {
-    for (const uint32_t threads : {1u, 2u, 4u}) {
-        raster::worker_pool pool{threads, [](std::function<void()> body) { return std::thread{std::move(body)}; }};
-        workers = &pool;
-        for (const row& each : rows) {
-            begin();
-            turn(0.7);
-            each.draw(*this);
-            EXPECT_EQ(hash(), each.hash) << each.name << " with " << threads << " threads: 0x" << std::hex << hash();
-            keep(each.name);
+    for (const uint32_t threads : {1u, 2u, 4u})
+        for (const int64_t set : raster::instruction_sets()) {
+            raster::force_instruction_set(set);
+            raster::worker_pool pool{threads, [](std::function<void()> body) { return std::thread{std::move(body)}; }};
+            workers = &pool;
+            for (const row& each : rows) {
+                begin();
+                turn(0.7);
+                each.draw(*this);
+                EXPECT_EQ(hash(), each.hash) << each.name << " with " << threads << " threads and "
+                                             << raster::instruction_set_name(set) << ": 0x" << std::hex << hash();
+                keep(each.name);
+            }
+            workers = nullptr;
         }
-        workers = nullptr;
-    }
+    raster::force_instruction_set(0);
 }
 
 } // namespace

@@ -44,9 +44,13 @@ inline void store_word(const depth_layout& layout, uint32_t word, std::byte* tex
 }
 
 // A depth of 0..1 as the nearest integer of the format, and the parts of a word.
+inline double depth_scale(const depth_layout& layout)
+{
+    return bit_mask(layout.depth_bits);
+}
 inline uint32_t quantized_depth(const depth_layout& layout, double depth)
 {
-    return static_cast<uint32_t>(static_cast<int64_t>(clamp01(depth) * bit_mask(layout.depth_bits) + 0.5));
+    return nearest_word(clamp01(depth) * depth_scale(layout));
 }
 inline uint32_t depth_of(const depth_layout& layout, uint32_t word)
 {

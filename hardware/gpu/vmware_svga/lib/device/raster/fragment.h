@@ -10,6 +10,8 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/targets.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/vertex.h"
 
+#include <span>
+
 namespace kalix::device::raster {
 
 struct stencil_function {
@@ -36,8 +38,11 @@ struct stage_factors {
 struct span;
 struct draw_setup;
 
-// Draws a run of pixels of one row (span.h).
-using span_function = void (*)(const draw_setup& setup, const span& what, share& of);
+class interpolator;
+
+// Draws runs of pixels of a triangle (span.h).
+using spans_function = void (*)(const draw_setup& setup, const interpolator& at, std::span<const span> spans,
+                                share& of);
 
 struct draw_setup {
     targets to;
@@ -55,7 +60,8 @@ struct draw_setup {
     stencil_function front, back;
     uint32_t stencil_reference = 0, stencil_mask = ~0u, stencil_write_mask = ~0u;
     uint32_t varying_count = varying_coordinates; // of the values that are walked
-    span_function draws_span = nullptr;           // null: only pixel by pixel
+    spans_function draws_spans = nullptr;         // null: only pixel by pixel
+    spans_function draws_lanes = nullptr;         // what it calls where no whole rows can be moved
     std::array<uint8_t, varying_count_max> walked{};
     uint32_t walked_count = 0;
     stage_factors factors; // of the one stage that a span knows

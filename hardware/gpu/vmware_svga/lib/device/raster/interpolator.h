@@ -8,10 +8,11 @@ namespace kalix::device::raster {
 
 inline constexpr int64_t subpixels = 256; // of a pixel, each way
 
-// A value that is linear over the window: at + dx (x - x0) + dy (y - y0), from the first corner.
+// A value that is linear over the window: at + dy (y - y0) + dx (x - x0), from the first corner.
 struct plane {
     double at, dx, dy;
-    double operator()(double x, double y) const { return at + dx * x + dy * y; }
+    double at_row(double y) const { return at + dy * y; }
+    double operator()(double x, double y) const { return at_row(y) + dx * x; }
     bool is_constant() const { return dx == 0 && dy == 0; }
 };
 
@@ -28,6 +29,9 @@ public:
     // What a value's plane gives is multiplied by; 1 when the planes hold the values themselves.
     double w_at(double right, double below) const { return affine_ ? 1 : 1 / inverse_w_(right, below); }
     bool is_affine() const { return affine_; }
+    const plane& depth_plane() const { return depth_; } // without the bias
+    double depth_bias() const { return bias_; }
+    const plane& inverse_w_plane() const { return inverse_w_; }
 
 protected:
     double x0_ = 0, y0_ = 0;

@@ -34,6 +34,13 @@ inline int64_t to_integer(double value, int64_t limit)
     return whole - (static_cast<double>(whole) > up ? 1 : 0);
 }
 
+// Added to a value within 2^51 to both sides, leaves the nearest integer (ties to even) in the low bits of the sum.
+inline constexpr double rounding_magic = 0x1.8p52;
+inline uint32_t nearest_word(double value)
+{
+    return static_cast<uint32_t>(std::bit_cast<uint64_t>(value + rounding_magic));
+}
+
 // Quotients rounded down and up; the divisor is above 0.
 constexpr int64_t floor_div(int64_t dividend, int64_t divisor)
 {

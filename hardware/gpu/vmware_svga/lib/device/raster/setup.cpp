@@ -64,7 +64,7 @@ void choose_walked(draw_setup& out)
         for (uint32_t i = first; i < first + count; ++i)
             out.walked[out.walked_count++] = static_cast<uint8_t>(i);
     };
-    if (!out.draws_span)
+    if (!out.draws_spans)
         return add(0, out.varying_count);
     add(varying_diffuse, 4);
     if (out.chain.count != 0)
@@ -94,7 +94,7 @@ draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& o
     out.alpha_reference = as_float(states[SVGA3D_RS_ALPHAREF]);
     out.varying_count = varying_coordinates + 4 * out.chain.count;
     out.feeds_back = feeds_back(of, out.chain.count);
-    out.draws_span = choose_span(out);
+    out.draws_spans = choose_spans(out);
     choose_walked(out);
     return draw_result::done;
 }

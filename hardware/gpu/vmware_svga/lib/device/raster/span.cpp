@@ -1,6 +1,6 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 
-#include "hardware/gpu/vmware_svga/lib/device/raster/channels.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/lanes.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/rows.h"
 
 #include <algorithm>
@@ -38,31 +38,6 @@ struct texture {
     uint32_t word(const std::byte* at_row, size_t x) const { return load_pixel(at_row + x * 4) | opaque; }
 };
 
-floats linear_texel(const texture& from, double u, double v)
-{
-    const int64_t s = from.u.position(u) - one / 2;
-    const int64_t t = from.v.position(v) - one / 2;
-    const int64_t x = s >> fraction_bits;
-    const int64_t y = t >> fraction_bits;
-    constexpr float step = 1.0f / one;
-    const float across = static_cast<float>(s & (one - 1)) * step;
-    const float down = static_cast<float>(t & (one - 1)) * step;
-    const size_t left = from.u.texel(x);
-    const size_t right = from.u.texel(x + 1);
-    const auto filtered = [&](const std::byte* row) {
-        return mixed(unpacked(from.word(row, left)), unpacked(from.word(row, right)), across);
-    };
-    const floats upper = filtered(from.row(from.v.texel(y)));
-    const floats lower = filtered(from.row(from.v.texel(y + 1)));
-    return mixed(upper, lower, down);
-}
-
-uint32_t nearest_texel(const texture& from, double u, double v)
-{
-    return from.word(from.row(from.v.texel(from.v.position(v) >> fraction_bits)),
-                     from.u.texel(from.u.position(u) >> fraction_bits));
-}
-
 // ---- The one stage ------------------------------------------------------------------------------------
 
 factors factors_of(uint32_t operation, const std::array<uint32_t, 3>& arguments)
@@ -97,102 +72,7 @@ stage_factors factors_of(const combiner_chain& chain)
     return {factors_of(stage.color_operation, stage.color_arguments), alpha};
 }
 
-// How the two factors make the colour, resolved once a span: what each channel is multiplied by.
-class joining {
-public:
-    explicit joining(const stage_factors& how)
-        : texture_{selected(how.rgb.texture, how.alpha.texture)}, diffuse_{selected(how.rgb.diffuse, how.alpha.diffuse)}
-    {
-    }
-
-    // A factor that a channel does not have is 1, and a product with it exact.
-    floats operator()(floats texture, floats diffuse) const
-    {
-        return chosen(texture, texture_) * chosen(diffuse, diffuse_);
-    }
-
-private:
-    static words selected(bool rgb, bool alpha)
-    {
-        const int32_t color = rgb ? -1 : 0;
-        return words{color, color, color, alpha ? -1 : 0};
-    }
-    static floats chosen(floats value, words by)
-    {
-        return std::bit_cast<floats>((std::bit_cast<words>(value) & by) |
-                                     (std::bit_cast<words>(all_channels(1)) & ~by));
-    }
-
-    words texture_, diffuse_;
-};
-
 // ---- Spans --------------------------------------------------------------------------------------------
-
-enum class texturing { none, nearest, linear };
-
-// The depth test along a row, with everything that it needs at hand: what a pixel's store might change is not
-// read again for the next one.
-class depth_row {
-public:
-    depth_row(const draw_setup& setup, const span& what)
-        : layout_{setup.to.depth.layout}, compare_{setup.depth_compare}, writes_{setup.writes_depth},
-          texel_{setup.tests_depth
-                     ? setup.to.depth.view.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y))
-                     : nullptr}
-    {
-    }
-
-    // Whether the row's next pixel passes at that depth; it is written then. Without a test all do.
-    bool next_passes(const window_planes& at, double right, double below)
-    {
-        if (!texel_)
-            return true;
-        const uint32_t word = load_word(layout_, texel_);
-        const uint32_t here = quantized_depth(layout_, at.depth_at(right, below));
-        const bool passed = passes(compare_, here, depth_of(layout_, word));
-        if (passed && writes_)
-            store_word(layout_, with_depth(layout_, word, here), texel_);
-        texel_ += layout_.bytes;
-        return passed;
-    }
-
-private:
-    depth_layout layout_;
-    uint32_t compare_;
-    bool writes_;
-    std::byte* texel_;
-};
-
-// The diffuse colour along a span: exact at its first pixel, and from there in steps of single precision.
-class diffuse_walk {
-public:
-    explicit diffuse_walk(const span& what)
-    {
-        // The channels in the order of a pixel's bytes.
-        const plane* const planes[] = {&channel(what, 2), &channel(what, 1), &channel(what, 0), &channel(what, 3)};
-        const double right = what.at.right_of_origin(what.left);
-        const double below = what.at.below_origin(what.y);
-        constant_ = what.at.is_affine();
-        for (int i = 0; i < 4; ++i) {
-            start_[i] = static_cast<float>((*planes[i])(right, below));
-            step_[i] = static_cast<float>(planes[i]->dx);
-            constant_ = constant_ && planes[i]->is_constant();
-        }
-    }
-    // At a pixel so many behind the first; what the planes give is multiplied by w.
-    floats operator()(float index, float w) const { return clamped01((start_ + step_ * index) * w); }
-    // White and opaque all over: a product with it changes nothing.
-    bool is_white() const { return constant_ && start_[0] == 1 && start_[1] == 1 && start_[2] == 1 && start_[3] == 1; }
-
-private:
-    static const plane& channel(const span& what, uint32_t which)
-    {
-        return what.at.value_plane(varying_diffuse + which);
-    }
-
-    floats start_{}, step_{};
-    bool constant_;
-};
 
 // Where the pixels of a row lie in a texture, worked out once for all rows of a picture along the axes.
 //
@@ -200,15 +80,15 @@ private:
 class columns {
 public:
     // Positions, 2^-16 texel, by column of the target; null when rows differ or a span is too short to be worth it.
-    static const int64_t* of(const draw_setup& setup, const span& what, const axis& across)
+    static const int64_t* of(const draw_setup& setup, const interpolator& at, const span& what, const axis& across)
     {
         thread_local columns kept;
-        const plane& u = what.at.value_plane(varying_coordinates);
+        const plane& u = at.value_plane(varying_coordinates);
         const pixel_rect& area = setup.to.area;
         constexpr int64_t share = 8; // of the target's width
         if (u.dy != 0 || (what.right - what.left) * share < area.right - area.left)
             return nullptr;
-        const columns asked{u.at, u.dx, what.at.right_of_origin(0), across.scale(), area.left, area.right};
+        const columns asked{u.at, u.dx, at.right_of_origin(0), across.scale(), area.left, area.right};
         if (!kept.is_like(asked))
             kept.fill(asked, across);
         return kept.positions_.data() - area.left;
@@ -247,14 +127,14 @@ private:
 //
 // Coordinates are linear along the span, and so are the positions that they are rounded to: when the last lies
 // exactly as many texels behind the first as there are pixels between them, so does every one.
-std::optional<const std::byte*> texel_run(const texture& from, const span& what)
+std::optional<const std::byte*> texel_run(const texture& from, const interpolator& at, const span& what)
 {
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    if (!what.at.is_affine() || v.dx != 0)
+    const plane& u = at.value_plane(varying_coordinates);
+    const plane& v = at.value_plane(varying_coordinates + 1);
+    if (!at.is_affine() || v.dx != 0)
         return std::nullopt;
-    const double below = what.at.below_origin(what.y);
-    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)); };
+    const double below = at.below_origin(what.y);
+    const auto position = [&](int64_t x) { return from.u.position(u(at.right_of_origin(x), below)); };
     const int64_t first = position(what.left);
     const int64_t last = position(what.right - 1);
     const int64_t steps = what.right - 1 - what.left;
@@ -265,31 +145,29 @@ std::optional<const std::byte*> texel_run(const texture& from, const span& what)
 }
 
 // Texels as they are, with their own alpha or an opaque one, on coordinates that are linear over the window.
-void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
+void copy_texels(const draw_setup& setup, const interpolator& at, const span& what, const texture& from, uint32_t alpha)
 {
-    const texture from{setup.chain.stages[0].texture};
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
+    const plane& u = at.value_plane(varying_coordinates);
+    const plane& v = at.value_plane(varying_coordinates + 1);
     std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
     constexpr int64_t worth_looking = 8; // pixels
     const bool may_run = what.right - what.left >= worth_looking;
-    if (const std::optional<const std::byte*> run = may_run ? texel_run(from, what) : std::nullopt) {
+    if (const std::optional<const std::byte*> run = may_run ? texel_run(from, at, what) : std::nullopt) {
         copy_run(*run, out, static_cast<size_t>(what.right - what.left), alpha);
         return;
     }
-    const double below = what.at.below_origin(what.y);
+    const double below = at.below_origin(what.y);
     const bool level = v.dx == 0; // one texel row for the whole span
     const std::byte* row = from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits));
-    if (const int64_t* const at = level ? columns::of(setup, what, from.u) : nullptr) {
+    if (const int64_t* const places = level ? columns::of(setup, at, what, from.u) : nullptr) {
         for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-            const uint32_t word = load_pixel(row + from.u.texel(at[x] >> fraction_bits) * 4) | alpha;
+            const uint32_t word = load_pixel(row + from.u.texel(places[x] >> fraction_bits) * 4) | alpha;
             std::memcpy(out, &word, sizeof word);
         }
         return;
     }
     for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const double right = what.at.right_of_origin(x);
+        const double right = at.right_of_origin(x);
         if (!level)
             row = from.row(from.v.texel(from.v.position(v(right, below)) >> fraction_bits));
         const uint32_t word = from.word(row, from.u.texel(from.u.position(u(right, below)) >> fraction_bits)) | alpha;
@@ -297,29 +175,15 @@ void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
     }
 }
 
-// Whether a span's pixels are its texels.
-bool is_copy(const draw_setup& setup, const stage_factors& how, const diffuse_walk& diffuse, const interpolator& at)
-{
-    const auto is_texel = [&](const factors& f) { return f.texture && (!f.diffuse || diffuse.is_white()); };
-    return at.is_affine() && !setup.tests_depth && is_texel(how.rgb) && (is_texel(how.alpha) || diffuse.is_white());
-}
-
-template <texturing sampling>
-floats texel_of(const texture& from, double u, double v)
-{
-    if constexpr (sampling == texturing::linear)
-        return linear_texel(from, u, v);
-    return unpacked(nearest_texel(from, u, v));
-}
-
 // Draws a span of one texel row, filtered down once and then across. False when it has more rows, repeats the
 // texture, or skips so many texels that the row would be mixed for nothing.
-bool draw_filtered(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
+bool draw_filtered(const draw_setup& setup, const interpolator& at, const span& what, const texture& from,
+                   uint32_t alpha)
 {
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    const double below = what.at.below_origin(what.y);
-    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)) - one / 2; };
+    const plane& u = at.value_plane(varying_coordinates);
+    const plane& v = at.value_plane(varying_coordinates + 1);
+    const double below = at.below_origin(what.y);
+    const auto position = [&](int64_t x) { return from.u.position(u(at.right_of_origin(x), below)) - one / 2; };
     const auto [low, high] = std::minmax({position(what.left), position(what.right - 1)});
     const int64_t first = low >> fraction_bits;
     const int64_t last = (high >> fraction_bits) + 1;
@@ -330,19 +194,20 @@ bool draw_filtered(const draw_setup& setup, const span& what, const texture& fro
         return false;
     const filtered_row row{from.image, from.v, v(0, below), first, last};
     std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
-    const int64_t* const kept = columns::of(setup, what, from.u);
+    const int64_t* const kept = columns::of(setup, at, what, from.u);
     for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const int64_t at = kept ? kept[x] - one / 2 : position(x);
-        const uint32_t word = row.pixel(at >> fraction_bits, at & (one - 1)) | alpha;
+        const int64_t place = kept ? kept[x] - one / 2 : position(x);
+        const uint32_t word = row.pixel(place >> fraction_bits, place & (one - 1)) | alpha;
         std::memcpy(out, &word, sizeof word);
     }
     return true;
 }
 
 // Blends a span of texels that follow each other one a pixel. False when they do not.
-bool blend_texels(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
+bool blend_texels(const draw_setup& setup, const interpolator& at, const span& what, const texture& from,
+                  uint32_t alpha)
 {
-    const std::optional<const std::byte*> run = texel_run(from, what);
+    const std::optional<const std::byte*> run = texel_run(from, at, what);
     const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
     if (run)
         blend_run(*run, setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y)),
@@ -350,57 +215,52 @@ bool blend_texels(const draw_setup& setup, const span& what, const texture& from
     return run.has_value();
 }
 
-// Draws a span whose pixels are its texels in the ways that move whole rows. False when there is none.
-template <texturing sampling, bool blends>
-bool draw_texels(const draw_setup& setup, const span& what, const texture& from, bool own_alpha)
+// White and opaque all over: a product with it changes nothing.
+bool is_white(const interpolator& at)
 {
-    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
-    if constexpr (sampling == texturing::linear && blends)
-        return false;
-    if constexpr (sampling == texturing::linear)
-        return draw_filtered(setup, what, from, alpha);
-    if constexpr (blends)
-        return blend_texels(setup, what, from, alpha);
-    copy_texels(setup, what, own_alpha);
+    for (uint32_t channel = 0; channel < 4; ++channel) {
+        const plane& value = at.value_plane(varying_diffuse + channel);
+        if (!value.is_constant() || value.at != 1)
+            return false;
+    }
     return true;
 }
 
-template <texturing sampling, bool blends>
-void draw_span(const draw_setup& setup, const span& what, share& of)
+// Whether a triangle's pixels are its texels, rows of the texture along rows of the target.
+bool is_picture(const draw_setup& setup, const interpolator& at)
 {
-    const stage_factors& how = setup.factors;
-    const interpolator& at = what.at;
-    const diffuse_walk diffuse{what};
-    const joining join{how};
+    const auto [rgb, alpha] = setup.factors;
+    if (setup.chain.count == 0 || setup.tests_depth || !rgb.texture || !at.is_affine() ||
+        at.value_plane(varying_coordinates).dy != 0 || at.value_plane(varying_coordinates + 1).dx != 0)
+        return false;
+    return is_white(at) || (!rgb.diffuse && alpha.texture && !alpha.diffuse);
+}
+
+// Draws a span of a picture in the ways that move whole rows. False when there is none.
+bool draw_picture(const draw_setup& setup, const interpolator& at, const span& what)
+{
     const texture from{setup.chain.stages[0].texture};
-    if constexpr (sampling != texturing::none)
-        if (is_copy(setup, how, diffuse, at) && draw_texels<sampling, blends>(setup, what, from, how.alpha.texture)) {
-            of.samples += static_cast<uint64_t>(what.right - what.left);
-            return;
-        }
-    const plane u = at.value_plane(varying_coordinates);
-    const plane v = at.value_plane(varying_coordinates + 1);
-    const window_planes window = at.window();
-    const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
-    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
-    depth_row depth{setup, what};
-    const double below = window.below_origin(what.y);
-    uint64_t drawn = 0;
-    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const double right = window.right_of_origin(x);
-        if (!depth.next_passes(window, right, below))
-            continue;
-        ++drawn;
-        const double w = window.w_at(right, below);
-        floats result = diffuse(static_cast<float>(x - what.left), static_cast<float>(w));
-        if constexpr (sampling != texturing::none)
-            result = join(texel_of<sampling>(from, u(right, below) * w, v(right, below) * w), result);
-        if constexpr (blends)
-            result = over(result, unpacked(load_pixel(out) | hidden));
-        const uint32_t word = packed(result);
-        std::memcpy(out, &word, sizeof word);
-    }
-    of.samples += drawn;
+    const uint32_t alpha = setup.factors.alpha.texture ? from.opaque : 0xFF000000u;
+    const bool linear = setup.chain.stages[0].texture.magnify >= SVGA3D_TEX_FILTER_LINEAR;
+    if (linear)
+        return !setup.output.blends && draw_filtered(setup, at, what, from, alpha);
+    if (setup.output.blends)
+        return blend_texels(setup, at, what, from, alpha);
+    copy_texels(setup, at, what, from, alpha);
+    return true;
+}
+
+void draw_spans(const draw_setup& setup, const interpolator& at, std::span<const span> spans, share& of)
+{
+    constexpr int64_t worth_moving = 32; // pixels
+    const bool wide = std::ranges::any_of(spans, [](const span& s) { return s.right - s.left >= worth_moving; });
+    if (!wide || !is_picture(setup, at))
+        return setup.draws_lanes(setup, at, spans, of);
+    for (const span& each : spans)
+        if (each.right - each.left >= worth_moving && draw_picture(setup, at, each))
+            of.samples += static_cast<uint64_t>(each.right - each.left);
+        else
+            setup.draws_lanes(setup, at, {&each, 1}, of);
 }
 
 bool blends_over(const output_state& output)
@@ -412,22 +272,18 @@ bool blends_over(const output_state& output)
     return is_over(output.rgb) && is_over(output.alpha);
 }
 
-// One level, or none asked for; 32-bit texels; addresses that repeat or go on.
+// One level, or none asked for; 32-bit texels whose places fit 31 bits; addresses that repeat or go on.
 bool is_simple_texture(const combiner_stage& stage)
 {
+    constexpr uint32_t side_max = 1 << 14;
+    constexpr uint64_t bytes_max = uint64_t{1} << 31;
     const sampler& from = stage.texture;
-    return from.shape == texture_shape::flat && !from.needs_detail() && has_words(from.image(0, 0)) &&
+    const image_view& image = from.image(0, 0);
+    if (image.width > side_max || image.height > side_max || image.byte_size() >= bytes_max)
+        return false;
+    return from.shape == texture_shape::flat && !from.needs_detail() && has_words(image) &&
            is_simple_address(from.address_u) && is_simple_address(from.address_v) && !stage.projected &&
            stage.coordinates == 0;
-}
-
-template <bool blends>
-span_function for_texturing(const combiner_chain& chain)
-{
-    if (chain.count == 0)
-        return draw_span<texturing::none, blends>;
-    return chain.stages[0].texture.magnify >= SVGA3D_TEX_FILTER_LINEAR ? draw_span<texturing::linear, blends>
-                                                                       : draw_span<texturing::nearest, blends>;
 }
 
 } // namespace
@@ -437,7 +293,7 @@ void set_spans(bool on)
     spans_on = on;
 }
 
-span_function choose_span(draw_setup& setup)
+spans_function choose_spans(draw_setup& setup)
 {
     constexpr uint32_t whole_mask = 15;
     const bool plain = spans_on && setup.to.color && has_words(setup.to.color) && !setup.fog.enabled &&
@@ -448,7 +304,8 @@ span_function choose_span(draw_setup& setup)
     const stage_factors& how = setup.factors = factors_of(setup.chain);
     if (!how.rgb.known || !how.alpha.known || (setup.chain.count == 1 && !is_simple_texture(setup.chain.stages[0])))
         return nullptr;
-    return setup.output.blends ? for_texturing<true>(setup.chain) : for_texturing<false>(setup.chain);
+    setup.draws_lanes = lanes_for(setup);
+    return draw_spans;
 }
 
 } // namespace kalix::device::raster

@@ -10,13 +10,13 @@
 
 namespace kalix::device::raster {
 
+// Pixels left to right - 1 of a row, at least one, inside the draw's area.
 struct span {
-    int64_t y, left, right; // pixels left to right - 1, inside the draw's area
-    const interpolator& at;
+    int64_t y, left, right;
 };
 
 // The function for a draw's state, whose factors it notes; null when only the general way will do.
-span_function choose_span(draw_setup& setup);
+spans_function choose_spans(draw_setup& setup);
 
 // Whether spans are chosen at all; on. For comparing both ways: not to be changed while a device draws.
 void set_spans(bool on);

@@ -69,11 +69,84 @@ private:
     int64_t divisor_ = 1, quotient_ = 0, remainder_ = 0, quotient_step_ = 0, remainder_step_ = 0;
 };
 
+// The spans of a triangle's rows from y on, one after the other.
+class row_walk {
+public:
+    row_walk(const draw_setup& setup, const std::array<window_vertex, 3>& corners, int64_t y)
+        : area_{setup.to.area}, y_{y}, edges_{{edge_between(corners[0], corners[1]), y},
+                                              {edge_between(corners[1], corners[2]), y},
+                                              {edge_between(corners[2], corners[0]), y}}
+    {
+    }
+
+    // May be empty.
+    span next()
+    {
+        span row{y_++, area_.left, area_.right};
+        for (edge_walk& e : edges_) {
+            e.narrow(row.left, row.right);
+            e.next_row();
+        }
+        return row;
+    }
+
+private:
+    const pixel_rect& area_;
+    int64_t y_;
+    edge_walk edges_[3];
+};
+
 bool needs_steps(const draw_setup& setup)
 {
     return std::any_of(setup.chain.stages.begin(), setup.chain.stages.begin() + setup.chain.count,
                        [](const combiner_stage& stage) { return stage.texture.needs_detail(); });
 }
+
+// Pixel by pixel, in the general way.
+void draw_pixels(const draw_setup& setup, const interpolator& at, bool back_face, row_walk& rows, int64_t bottom,
+                 share& of)
+{
+    const bool steps = needs_steps(setup);
+    varyings here;
+    varyings right_of;
+    varyings below;
+    for (span row = rows.next(); row.y < bottom; row = rows.next()) {
+        if (!of.has(row.y))
+            continue;
+        for (int64_t x = row.left; x < row.right; ++x) {
+            at.values(x, row.y, here);
+            if (steps) {
+                at.values(x + 1, row.y, right_of);
+                at.values(x, row.y + 1, below);
+            }
+            draw_fragment(setup,
+                          {static_cast<uint32_t>(x), static_cast<uint32_t>(row.y), at.depth(x, row.y), back_face, &here,
+                           steps ? &right_of : nullptr, steps ? &below : nullptr},
+                          of);
+        }
+    }
+}
+
+// Spans on their way to the function that draws them: what they share is then worked out once for many.
+class spans_batch {
+public:
+    // True when it is full.
+    bool add(const span& row)
+    {
+        rows_[count_++] = row;
+        return count_ == rows_.size();
+    }
+    void draw(const draw_setup& setup, const interpolator& at, share& of)
+    {
+        if (count_ != 0)
+            setup.draws_spans(setup, at, {rows_.data(), count_}, of);
+        count_ = 0;
+    }
+
+private:
+    size_t count_ = 0;
+    std::array<span, 64> rows_;
+};
 
 } // namespace
 
@@ -99,36 +172,16 @@ void draw_triangle(const draw_setup& setup, const triangle_state& state, std::ar
     if (of.first_from(top) >= bottom)
         return;
     const interpolator at{setup, state, corners, area};
-    const span_function draws_span = setup.draws_span;
-    const bool steps = needs_steps(setup);
-    varyings here;
-    varyings right_of;
-    varyings below;
-    int64_t y = of.first_from(top);
-    edge_walk edges[3] = {{edge_between(corners[0], corners[1]), y},
-                          {edge_between(corners[1], corners[2]), y},
-                          {edge_between(corners[2], corners[0]), y}};
-    for (; y < bottom; ++y) {
-        int64_t left = area_of_target.left;
-        int64_t right = of.has(y) ? area_of_target.right : left;
-        for (edge_walk& e : edges) {
-            e.narrow(left, right);
-            e.next_row();
-        }
-        if (draws_span && left < right)
-            draws_span(setup, {y, left, right, at}, of);
-        for (int64_t x = left; x < right && !draws_span; ++x) {
-            at.values(x, y, here);
-            if (steps) {
-                at.values(x + 1, y, right_of);
-                at.values(x, y + 1, below);
-            }
-            draw_fragment(setup,
-                          {static_cast<uint32_t>(x), static_cast<uint32_t>(y), at.depth(x, y), state.back_face, &here,
-                           steps ? &right_of : nullptr, steps ? &below : nullptr},
-                          of);
-        }
+    row_walk rows{setup, corners, of.first_from(top)};
+    if (!setup.draws_spans)
+        return draw_pixels(setup, at, state.back_face, rows, bottom, of);
+    spans_batch batch;
+    for (int64_t y = of.first_from(top); y < bottom; ++y) {
+        const span row = rows.next();
+        if (of.has(y) && row.left < row.right && batch.add(row))
+            batch.draw(setup, at, of);
     }
+    batch.draw(setup, at, of);
 }
 
 } // namespace kalix::device::raster

@@ -1,0 +1,16 @@
+// Lanes: neighbouring pixels of a row drawn together, as many as the machine's instructions take at once.
+//
+// The pixel work of the states that span.h chooses, built for each of the machine's instruction sets. Coverage,
+// depths and texels are the general way's, worked out by the same operations in double precision; colours are in
+// single precision from a span's first pixel on and may lie a level away. The bytes are the same with every set.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
+
+namespace kalix::device::raster {
+
+// What draws spans with one texture of 32-bit texels or none, blended by its alpha or not, with a depth test or
+// without, for the setup's state and the instruction set in use.
+spans_function lanes_for(const draw_setup& setup);
+
+} // namespace kalix::device::raster
