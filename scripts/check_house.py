@@ -25,6 +25,7 @@ ROOMS = [
     ("base/", []),
 ]
 MACRO_HEADERS = {"base/lock.h", DRIVER + "assert.h"}
+VECTOR_MACRO = re.compile(r"\bdefine (HWY_TARGET_INCLUDE|KALIX_\w+_INL)\b")  # how the vector library builds for each set
 INCLUDE = re.compile(r'^\s*#\s*include\s+["<]([^">]+)[">]')
 OURS = ("hardware/", "platform/", "client/", "tools/", "base/", "kalix/")
 
@@ -32,7 +33,7 @@ OURS = ("hardware/", "platform/", "client/", "tools/", "base/", "kalix/")
 def problems_of(path, room, allowed):
     with open(path, encoding="utf-8") as lines:
         for number, line in enumerate(lines, 1):
-            if re.match(r"\s*#\s*define\b", line) and path not in MACRO_HEADERS:
+            if re.match(r"\s*#\s*define\b", line) and path not in MACRO_HEADERS and not VECTOR_MACRO.search(line):
                 yield f"{path}:{number}: a macro"
             found = INCLUDE.match(line)
             name = found.group(1) if found else ""

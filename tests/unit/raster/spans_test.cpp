@@ -1,5 +1,6 @@
 // Spans against the general way: random draws of the states that spans know, the same pixels from both.
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/limits.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 #include "tests/unit/raster/scene.h"
@@ -53,6 +54,53 @@ protected:
         set(SVGA3D_RS_ZENABLE, word() % 2);
         set(SVGA3D_RS_ZWRITEENABLE, word() % 2);
         set(SVGA3D_RS_ZFUNC, 1 + word() % 8);
+        choose_more(word() % 2 == 0);
+    }
+
+    // What only full shading does: any stages, fog, specular, alpha test, blending and mask; or none of it.
+    void choose_more(bool more)
+    {
+        for (const uint32_t name : {SVGA3D_RS_FOGENABLE, SVGA3D_RS_SPECULARENABLE, SVGA3D_RS_ALPHATESTENABLE,
+                                    SVGA3D_RS_SEPARATEALPHABLENDENABLE})
+            set(name, more ? word() % 2 : 0);
+        set(SVGA3D_RS_COLORWRITEENABLE, more && word() % 2 ? word() % 16 : 15);
+        stage(1, SVGA3D_TS_COLOROP, SVGA3D_TC_DISABLE);
+        if (!more)
+            return;
+        set(SVGA3D_RS_FOGMODE, one_of<uint32_t>({3 | 1 << 8, 3 | 2 << 8, 4}));
+        set(SVGA3D_RS_FOGCOLOR, word());
+        set_float(SVGA3D_RS_FOGSTART, within(0, 1));
+        set_float(SVGA3D_RS_FOGEND, within(0, 1));
+        set(SVGA3D_RS_ALPHAFUNC, 1 + word() % 8);
+        set_float(SVGA3D_RS_ALPHAREF, within(0, 1));
+        set(SVGA3D_RS_BLENDCOLOR, word());
+        for (const uint32_t name :
+             {SVGA3D_RS_SRCBLEND, SVGA3D_RS_DSTBLEND, SVGA3D_RS_SRCBLENDALPHA, SVGA3D_RS_DSTBLENDALPHA})
+            set(name, 1 + word() % 13);
+        set(SVGA3D_RS_BLENDEQUATION, 1 + word() % 5);
+        set(SVGA3D_RS_BLENDEQUATIONALPHA, 1 + word() % 5);
+        set(SVGA3D_RS_TEXTUREFACTOR, word());
+        for (uint32_t index = 0; index < 3; ++index)
+            choose_stage(index);
+    }
+
+    void choose_stage(uint32_t index)
+    {
+        stage(index, SVGA3D_TS_BIND_TEXTURE, word() % 4 == 0 ? SVGA3D_INVALID_ID : texture_sid);
+        stage(index, SVGA3D_TS_TEXCOORDINDEX, 0);
+        const uint32_t filter = one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR});
+        for (const uint32_t name : {SVGA3D_TS_MAGFILTER, SVGA3D_TS_MINFILTER})
+            stage(index, name, filter);
+        for (const uint32_t name : {SVGA3D_TS_COLOROP, SVGA3D_TS_ALPHAOP}) {
+            uint32_t operation = 2;
+            do
+                operation = 2 + word() % 25;
+            while (!(limits::texture_operations >> operation & 1));
+            stage(index, name, operation);
+        }
+        for (const uint32_t name : {SVGA3D_TS_COLORARG0, SVGA3D_TS_COLORARG1, SVGA3D_TS_COLORARG2, SVGA3D_TS_ALPHAARG0,
+                                    SVGA3D_TS_ALPHAARG1, SVGA3D_TS_ALPHAARG2})
+            stage(index, name, 1 + word() % 5);
     }
 
     std::vector<corner> corners()
@@ -67,7 +115,7 @@ protected:
                     within(0, 1),
                     affine ? 1 : within(0.2f, 3),
                     flat_color ? color : word(),
-                    0,
+                    word(),
                     within(-1, 3),
                     within(-1, 3)};
         if (word() % 2) { // a rectangle on whole pixels

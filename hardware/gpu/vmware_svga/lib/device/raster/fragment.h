@@ -33,6 +33,7 @@ struct factors {
 };
 struct stage_factors {
     factors rgb, alpha;
+    bool known() const { return rgb.known && alpha.known; }
 };
 
 struct span;
@@ -64,7 +65,8 @@ struct draw_setup {
     spans_function draws_lanes = nullptr;         // what it calls where no whole rows can be moved
     std::array<uint8_t, varying_count_max> walked{};
     uint32_t walked_count = 0;
-    stage_factors factors; // of the one stage that a span knows
+    stage_factors factors; // of the one stage that plain draws have
+    bool plain = false;    // one texture joined with the diffuse colour, blended by its alpha at most
 };
 
 // Resolves a context's state; the result that refuses the draw instead when something is not there.

@@ -9,8 +9,7 @@
 
 namespace kalix::device::raster {
 
-// What draws spans with one texture of 32-bit texels or none, blended by its alpha or not, with a depth test or
-// without, for the setup's state and the instruction set in use.
+// What draws spans for the setup's state with the instruction set in use.
 spans_function lanes_for(const draw_setup& setup);
 
 } // namespace kalix::device::raster

@@ -57,7 +57,7 @@ bool feeds_back(const context& of, uint32_t stages)
     return false;
 }
 
-// A span takes the diffuse colour and two coordinates; the general way may take everything.
+// Which values are worked out for every triangle: those that its pixels will ask for.
 void choose_walked(draw_setup& out)
 {
     const auto add = [&out](uint32_t first, uint32_t count) {
@@ -67,8 +67,12 @@ void choose_walked(draw_setup& out)
     if (!out.draws_spans)
         return add(0, out.varying_count);
     add(varying_diffuse, 4);
-    if (out.chain.count != 0)
-        add(varying_coordinates, 2);
+    if (!out.plain)
+        add(varying_specular, 4);
+    if (out.fog.enabled)
+        add(varying_fog, 1);
+    for (uint32_t stage = 0; stage < out.chain.count; ++stage)
+        add(varying_coordinates + 4 * stage, 2);
 }
 
 } // namespace

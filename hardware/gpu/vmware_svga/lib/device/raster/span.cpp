@@ -19,11 +19,6 @@ bool has_words(const image_view& image)
     return image.format_number == SVGA3D_X8R8G8B8 || image.format_number == SVGA3D_A8R8G8B8;
 }
 
-bool is_simple_address(uint32_t mode)
-{
-    return mode == SVGA3D_TEX_ADDRESS_WRAP || mode == SVGA3D_TEX_ADDRESS_CLAMP || mode == SVGA3D_TEX_ADDRESS_EDGE;
-}
-
 struct texture {
     const image_view& image;
     axis u, v;
@@ -230,8 +225,8 @@ bool is_white(const interpolator& at)
 bool is_picture(const draw_setup& setup, const interpolator& at)
 {
     const auto [rgb, alpha] = setup.factors;
-    if (setup.chain.count == 0 || setup.tests_depth || !rgb.texture || !at.is_affine() ||
-        at.value_plane(varying_coordinates).dy != 0 || at.value_plane(varying_coordinates + 1).dx != 0)
+    if (!rgb.texture || !at.is_affine() || at.value_plane(varying_coordinates).dy != 0 ||
+        at.value_plane(varying_coordinates + 1).dx != 0)
         return false;
     return is_white(at) || (!rgb.diffuse && alpha.texture && !alpha.diffuse);
 }
@@ -272,18 +267,55 @@ bool blends_over(const output_state& output)
     return is_over(output.rgb) && is_over(output.alpha);
 }
 
-// One level, or none asked for; 32-bit texels whose places fit 31 bits; addresses that repeat or go on.
-bool is_simple_texture(const combiner_stage& stage)
+bool is_plain(const draw_setup& setup)
 {
-    constexpr uint32_t side_max = 1 << 14;
-    constexpr uint64_t bytes_max = uint64_t{1} << 31;
+    constexpr uint32_t whole_mask = 15;
+    return setup.factors.known() && setup.chain.count <= 1 && !setup.fog.enabled && !setup.adds_specular &&
+           !setup.tests_alpha && setup.output.mask == whole_mask && (!setup.output.blends || blends_over(setup.output));
+}
+
+bool repeats_or_goes_on(uint32_t address)
+{
+    return address == SVGA3D_TEX_ADDRESS_WRAP || address == SVGA3D_TEX_ADDRESS_CLAMP ||
+           address == SVGA3D_TEX_ADDRESS_EDGE;
+}
+
+// A texture that is missing, or a flat one of 32-bit texels whose places fit 31 bits, without levels.
+bool fits_lanes(const combiner_stage& stage)
+{
+    constexpr uint32_t side_max = 1 << 13;
     const sampler& from = stage.texture;
     const image_view& image = from.image(0, 0);
-    if (image.width > side_max || image.height > side_max || image.byte_size() >= bytes_max)
+    const auto fits = [](uint32_t address) {
+        return repeats_or_goes_on(address) || address == SVGA3D_TEX_ADDRESS_MIRROR;
+    };
+    if (from.shape == texture_shape::none)
+        return true;
+    const bool one_level =
+        from.magnify == from.minify && (from.between_levels == SVGA3D_TEX_FILTER_NONE || from.level_count == 1);
+    return from.shape == texture_shape::flat && one_level && has_words(image) && image.width <= side_max &&
+           image.height <= side_max && fits(from.address_u) && fits(from.address_v) && !stage.projected;
+}
+
+bool fits_lanes(const draw_setup& setup)
+{
+    constexpr uint32_t linear = 3;
+    const bool fog_fits = !setup.fog.enabled || !setup.fog.per_pixel || setup.fog.function == linear;
+    const uint32_t depth_shift = setup.to.depth.layout.depth_shift;
+    const bool depth_fits = !setup.tests_depth || depth_shift == 0 || depth_shift == 8;
+    const std::span stages{setup.chain.stages.data(), setup.chain.count};
+    return setup.to.color && has_words(setup.to.color) && !setup.tests_stencil && fog_fits && depth_fits &&
+           std::ranges::all_of(stages, [](const combiner_stage& stage) { return fits_lanes(stage); });
+}
+
+// Whether a triangle of the draw may be a picture whose rows can be moved.
+bool may_move_rows(const draw_setup& setup)
+{
+    if (!setup.plain || setup.chain.count == 0 || setup.tests_depth)
         return false;
-    return from.shape == texture_shape::flat && !from.needs_detail() && has_words(image) &&
-           is_simple_address(from.address_u) && is_simple_address(from.address_v) && !stage.projected &&
-           stage.coordinates == 0;
+    const sampler& from = setup.chain.stages[0].texture;
+    return from.shape == texture_shape::flat && repeats_or_goes_on(from.address_u) &&
+           repeats_or_goes_on(from.address_v);
 }
 
 } // namespace
@@ -295,17 +327,13 @@ void set_spans(bool on)
 
 spans_function choose_spans(draw_setup& setup)
 {
-    constexpr uint32_t whole_mask = 15;
-    const bool plain = spans_on && setup.to.color && has_words(setup.to.color) && !setup.fog.enabled &&
-                       !setup.adds_specular && !setup.tests_alpha && !setup.tests_stencil &&
-                       setup.output.mask == whole_mask && setup.chain.count <= 1;
-    if (!plain || (setup.output.blends && !blends_over(setup.output)))
+    if (!spans_on || !fits_lanes(setup))
         return nullptr;
-    const stage_factors& how = setup.factors = factors_of(setup.chain);
-    if (!how.rgb.known || !how.alpha.known || (setup.chain.count == 1 && !is_simple_texture(setup.chain.stages[0])))
-        return nullptr;
+    setup.factors = factors_of(setup.chain);
+    setup.plain =
+        is_plain(setup) && (setup.chain.count == 0 || setup.chain.stages[0].texture.shape == texture_shape::flat);
     setup.draws_lanes = lanes_for(setup);
-    return draw_spans;
+    return may_move_rows(setup) ? draw_spans : setup.draws_lanes;
 }
 
 } // namespace kalix::device::raster

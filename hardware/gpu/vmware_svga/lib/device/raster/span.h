@@ -1,9 +1,8 @@
 // Spans: runs of neighbouring pixels of one row of a triangle, drawn by one function for the draw's state.
 //
-// The general way draws pixel by pixel (fragment.h) and can do everything. Most draws need little of it:
-// one texture of 32-bit texels or none, modulated or not, opaque or blended by its alpha, with a depth test or
-// without. For these a function is chosen once a draw, which gives the same bytes with the questions asked
-// once a span instead of once a pixel.
+// The general way draws pixel by pixel (fragment.h) and can do everything. Most draws need less: a target of 32-bit
+// pixels and flat textures of 32-bit texels, without a stencil test. For these a function is chosen once a draw: it
+// moves whole rows where a picture lies along the axes (rows.h), or draws neighbouring pixels together (lanes.h).
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/interpolator.h"
