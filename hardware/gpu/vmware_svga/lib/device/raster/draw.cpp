@@ -173,14 +173,20 @@ private:
     void add(batch& to, const planned_range& range, uint32_t from, uint32_t end) const
     {
         const uint32_t* const numbers = memory_.numbers.data() + range.vertices.at;
-        for (uint32_t i = from; i < end; ++i) {
-            const assembled parts = assemble(range.type, i);
-            std::array<uint32_t, 3> corners{};
-            for (uint32_t corner = 0; corner < parts.corners; ++corner)
-                corners[corner] = range.vertices.indexed
-                                      ? numbers[parts.at[corner]]
-                                      : range.vertices.first + static_cast<uint32_t>(parts.at[corner]);
-            geometry_.add(to, corners, parts.corners, parts.flat);
+        std::array<primitive, geometry::added_max> some;
+        while (from < end) {
+            size_t count = 0;
+            for (; from < end && count < some.size(); ++from) {
+                const assembled parts = assemble(range.type, from);
+                primitive& next = some[count++];
+                next.corners = parts.corners;
+                next.flat = parts.flat;
+                for (uint32_t corner = 0; corner < parts.corners; ++corner)
+                    next.numbers[corner] = range.vertices.indexed
+                                               ? numbers[parts.at[corner]]
+                                               : range.vertices.first + static_cast<uint32_t>(parts.at[corner]);
+            }
+            geometry_.add(to, {some.data(), count});
         }
     }
 

@@ -35,16 +35,18 @@ inline four operator*(const four& a, double by)
     return {a.low * by, a.high * by};
 }
 
-// From and to memory of any alignment.
+// From and to memory of any alignment; each half is moved by itself, and so stays in a register.
 inline four load_four(const double* from)
 {
     four out;
-    std::memcpy(&out, from, sizeof out);
+    std::memcpy(&out.low, from, sizeof out.low);
+    std::memcpy(&out.high, from + 2, sizeof out.high);
     return out;
 }
 inline void store_four(double* to, const four& value)
 {
-    std::memcpy(to, &value, sizeof value);
+    std::memcpy(to, &value.low, sizeof value.low);
+    std::memcpy(to + 2, &value.high, sizeof value.high);
 }
 
 // A row vector times a matrix; each sum is built up from the first row to the last.

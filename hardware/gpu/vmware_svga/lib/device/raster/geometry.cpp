@@ -58,33 +58,43 @@ void geometry::begin(batch& to) const
     to.known.clear();
 }
 
-vertex* geometry::vertex_of(batch& to, uint32_t number) const
+// First the vertices of all, as far as they are not known, and then the shapes.
+void geometry::add(batch& to, std::span<const primitive> some) const
 {
-    vertex_cache::place& kept = to.known.of(number);
-    if (to.known.knows(kept, number))
-        return kept.at;
-    vertex* const made = to.vertices.take();
-    transform(state_, number, *made);
-    made->outside = clip_.outside(*made);
-    made->drawable = false;
-    if (made->outside == 0)
-        place(state_, *made);
-    to.known.put(kept, number, made);
-    return made;
+    std::array<corners_of, added_max> corners;
+    std::array<fresh_vertex, together_max> fresh;
+    size_t count = 0;
+    for (size_t i = 0; i < some.size(); ++i)
+        for (uint32_t corner = 0; corner < some[i].corners; ++corner) {
+            const uint32_t number = some[i].numbers[corner];
+            vertex_cache::place& kept = to.known.of(number);
+            if (!to.known.knows(kept, number)) {
+                to.known.put(kept, number, to.vertices.take());
+                fresh[count++] = {number, kept.at};
+            }
+            corners[i][corner] = kept.at;
+        }
+    const std::span<const fresh_vertex> made{fresh.data(), count};
+    transform(state_, made);
+    for (const fresh_vertex& each : made) {
+        each.at->outside = clip_.outside(*each.at);
+        each.at->drawable = false;
+        if (each.at->outside == 0)
+            place(state_, *each.at);
+    }
+    for (size_t i = 0; i < some.size(); ++i)
+        add(to, some[i], corners[i]);
 }
 
-void geometry::add(batch& to, const std::array<uint32_t, 3>& numbers, uint32_t corners, uint32_t flat) const
+void geometry::add(batch& to, const primitive& what, const corners_of& corners) const
 {
-    corners_of at{};
-    for (uint32_t i = 0; i < corners; ++i)
-        at[i] = vertex_of(to, numbers[i]);
-    const double* const colors = flat_ ? at[flat]->values : nullptr;
-    if (corners == 3)
-        add_triangle(to, at, colors);
-    else if (corners == 2)
-        add_line(to, at[0], at[1], false, colors);
+    const double* const colors = flat_ ? corners[what.flat]->values : nullptr;
+    if (what.corners == 3)
+        add_triangle(to, corners, colors);
+    else if (what.corners == 2)
+        add_line(to, corners[0], corners[1], false, colors);
     else
-        add_point(to, at[0], false, colors);
+        add_point(to, corners[0], false, colors);
 }
 
 // Puts what clipping has left into the window; false when it is beyond what can be drawn.

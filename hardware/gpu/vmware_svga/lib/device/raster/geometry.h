@@ -21,6 +21,12 @@ struct window_shape {
     bool back_face;
 };
 
+struct primitive {
+    std::array<uint32_t, 3> numbers; // of its vertices
+    uint32_t corners;                // 1 a point, 2 a line, 3 a triangle
+    uint32_t flat;                   // the corner that gives the colours of flat shading
+};
+
 // Vertices by number, as far as none of a later number of the same place has come.
 class vertex_cache {
 public:
@@ -62,8 +68,9 @@ public:
 
     // Empties a batch for primitives of this draw.
     void begin(batch& to) const;
-    // Adds a primitive of one to three vertices, of which one gives the colours of flat shading.
-    void add(batch& to, const std::array<uint32_t, 3>& numbers, uint32_t corners, uint32_t flat) const;
+    // Adds primitives, at most so many at a time.
+    static constexpr size_t added_max = together_max / 3;
+    void add(batch& to, std::span<const primitive> some) const;
 
     // What is the same for all shapes of the draw.
     double depth_bias() const { return state_.depth_bias; }
@@ -72,7 +79,7 @@ public:
 private:
     using corners_of = std::array<vertex*, 3>;
 
-    vertex* vertex_of(batch& to, uint32_t number) const;
+    void add(batch& to, const primitive& what, const corners_of& corners) const;
     void add_triangle(batch& to, const corners_of& corners, const double* flat) const;
     void add_polygon(batch& to, std::span<vertex* const> corners, const corners_of& whole, const double* flat) const;
     void add_line(batch& to, vertex* from, vertex* end, bool back_face, const double* flat) const;

@@ -19,11 +19,6 @@ matrix64 widened(const matrix& from)
     return to;
 }
 
-four read_four(const attribute& from, uint64_t index)
-{
-    return load_four(read_attribute(from, index).data());
-}
-
 double distance_from(const std::array<double, 4>& plane, const four& point)
 {
     return plane[0] * point[0] + plane[1] * point[1] + plane[2] * point[2] + plane[3] * point[3];
@@ -113,25 +108,29 @@ four given_coordinates(const coordinate_source& source, uint64_t index, const pl
     case 3:
         return point(reflection(at));
     default:
-        return read_four(*source.from, index);
+        return read_attribute(*source.from, index);
     }
+}
+
+void store_coordinates(const coordinate_source& source, uint32_t stage, const four& given, vertex& out)
+{
+    store_four(out.values + varying_coordinates + size_t{4} * stage,
+               source.has_matrix ? times(given, source.by) : given);
 }
 
 void put_coordinates(const transform_state& state, uint64_t index, const placed& at, vertex& out)
 {
     for (uint32_t stage = 0; stage < state.stage_count; ++stage) {
         const coordinate_source& source = state.stages[stage];
-        const four given = given_coordinates(source, index, at);
-        store_four(out.values + varying_coordinates + size_t{4} * stage,
-                   source.has_matrix ? times(given, source.by) : given);
+        store_coordinates(source, stage, given_coordinates(source, index, at), out);
     }
 }
 
 // The vertex's colours, lit or as they are declared.
 void put_colors(const transform_state& state, uint64_t index, const placed& at, vertex& out)
 {
-    lit_vertex colors{at.position, at.normal, read_four(state.fetch->diffuse, index),
-                      read_four(state.fetch->specular, index)};
+    lit_vertex colors{at.position, at.normal, read_attribute(state.fetch->diffuse, index),
+                      read_attribute(state.fetch->specular, index)};
     if (state.lighting.enabled)
         light(state.lighting, colors);
     store_four(out.values + varying_diffuse, colors.diffuse);
@@ -153,6 +152,41 @@ double point_size(const transform_state& state, uint64_t index, const placed& at
                    static_cast<double>(limits::point_size));
 }
 
+// What depends on where the vertex is seen: lit colours, generated coordinates, the size of a point.
+void put_seen(const transform_state& state, const four& in_view, uint64_t index, vertex& out)
+{
+    placed at{{in_view[0], in_view[1], in_view[2]}, {}};
+    if (state.needs_normals)
+        at.normal = normal_in_view(state, read_attribute(state.fetch->normal, index));
+    put_colors(state, index, at, out);
+    put_coordinates(state, index, at, out);
+    if (state.draws_points)
+        out.point_size = point_size(state, index, at);
+}
+
+// Values that are as they are declared.
+void put_declared(const transform_state& state, uint64_t index, vertex& out)
+{
+    store_four(out.values + varying_diffuse, read_attribute(state.fetch->diffuse, index));
+    store_four(out.values + varying_specular, read_attribute(state.fetch->specular, index));
+    for (uint32_t stage = 0; stage < state.stage_count; ++stage)
+        store_coordinates(state.stages[stage], stage, read_attribute(*state.stages[stage].from, index), out);
+}
+
+void put_fog(const transform_state& state, const four& in_view, uint64_t index, vertex& out)
+{
+    out.values[varying_fog] =
+        state.fog->enabled ? fog_value(*state.fog, in_view[2], read_attribute(state.fetch->fog, index)[0]) : 0;
+}
+
+// The nearest integer, halves up, of a number that fits.
+int64_t nearest(double value)
+{
+    const double up = value + 0.5;
+    const auto whole = static_cast<int64_t>(up); // toward zero
+    return whole - (static_cast<double>(whole) > up ? 1 : 0);
+}
+
 // Whether anything of a draw looks at the specular colour.
 bool shows_specular(const draw_setup& setup)
 {
@@ -166,7 +200,7 @@ bool shows_specular(const draw_setup& setup)
                        });
 }
 
-constexpr attribute no_coordinates{.otherwise = {0, 0, 0, 1}};
+const attribute no_coordinates{.otherwise = four_of(0, 0, 0, 1)};
 
 void make_stages(const context& of, const draw_setup& setup, const vertex_fetch& fetch, transform_state& out)
 {
@@ -181,6 +215,7 @@ void make_stages(const context& of, const draw_setup& setup, const vertex_fetch&
         if (source.has_matrix)
             source.by = widened(of.transforms[SVGA3D_TRANSFORM_TEXTURE0 + stage]);
         out.needs_normals = out.needs_normals || source.generation > 1;
+        out.needs_position = out.needs_position || source.generation != 0;
     }
 }
 
@@ -211,6 +246,7 @@ transform_state made_transform(const context& of, const draw_setup& setup, const
     make_lighting(of, out.view, shows_specular(setup), out.lighting);
     out.lighting.enabled = out.lighting.enabled && !out.transformed;
     out.needs_normals = out.lighting.enabled;
+    out.needs_position = out.lighting.enabled;
     make_stages(of, setup, fetch, out);
     make_planes(of, setup, out);
     if (out.needs_normals)
@@ -221,7 +257,7 @@ transform_state made_transform(const context& of, const draw_setup& setup, const
     out.half_width = of.viewport.w / 2.0;
     out.half_height = of.viewport.h / 2.0;
     out.z_min = static_cast<double>(of.z_min);
-    out.z_max = static_cast<double>(of.z_max);
+    out.z_range = static_cast<double>(of.z_max) - out.z_min;
     out.point_size = real(SVGA3D_RS_POINTSIZE);
     out.point_size_min = real(SVGA3D_RS_POINTSIZEMIN);
     out.point_size_max = std::min(real(SVGA3D_RS_POINTSIZEMAX), static_cast<double>(limits::point_size));
@@ -231,19 +267,18 @@ transform_state made_transform(const context& of, const draw_setup& setup, const
     return out;
 }
 
-void transform(const transform_state& state, uint64_t index, vertex& out)
+void transform(const transform_state& state, std::span<const fresh_vertex> some)
 {
-    const vertex_fetch& fetch = *state.fetch;
-    const four in_view = locate_vertex(state, read_four(fetch.position, index), out);
-    placed at{{in_view[0], in_view[1], in_view[2]}, {}};
-    if (state.needs_normals)
-        at.normal = normal_in_view(state, read_attribute(fetch.normal, index));
-    put_colors(state, index, at, out);
-    out.values[varying_fog] =
-        state.fog->enabled ? fog_value(*state.fog, in_view[2], read_attribute(fetch.fog, index)[0]) : 0;
-    put_coordinates(state, index, at, out);
-    if (state.draws_points)
-        out.point_size = point_size(state, index, at);
+    std::array<four, together_max> in_view;
+    for (size_t i = 0; i < some.size(); ++i)
+        in_view[i] = locate_vertex(state, read_attribute(state.fetch->position, some[i].number), *some[i].at);
+    for (size_t i = 0; i < some.size(); ++i) {
+        put_fog(state, in_view[i], some[i].number, *some[i].at);
+        if (state.needs_position || state.draws_points)
+            put_seen(state, in_view[i], some[i].number, *some[i].at);
+        else
+            put_declared(state, some[i].number, *some[i].at);
+    }
 }
 
 void place(const transform_state& state, vertex& at)
@@ -257,15 +292,13 @@ void place(const transform_state& state, vertex& at)
         inverse_w = 1 / w;
         window_x = state.left + (x * inverse_w + 1) * state.half_width;
         window_y = state.top + (1 - y * inverse_w) * state.half_height;
-        depth = state.z_min + z * inverse_w * (state.z_max - state.z_min);
+        depth = state.z_min + z * inverse_w * state.z_range;
     }
     constexpr double reach = limits::extent;
     at.drawable = std::abs(window_x) < reach && std::abs(window_y) < reach && std::isfinite(inverse_w);
-    if (!at.drawable)
-        return;
-    constexpr int64_t limit = int64_t{limits::extent} * static_cast<int64_t>(subpixels);
-    at.window = {to_integer(window_x * subpixels, limit), to_integer(window_y * subpixels, limit), clamp01(depth),
-                 inverse_w, at.values};
+    if (at.drawable)
+        at.window = {nearest(window_x * subpixels), nearest(window_y * subpixels), clamp01(depth), inverse_w,
+                     at.values};
 }
 
 } // namespace kalix::device::raster

@@ -5,6 +5,8 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/lighting.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/vertex_fetch.h"
 
+#include <span>
+
 namespace kalix::device::raster {
 
 // Where the coordinates of one stage come from.
@@ -19,33 +21,42 @@ struct coordinate_source {
 struct transform_state {
     const vertex_fetch* fetch;
     const fog_state* fog;
+    matrix64 world, view, projection;
+    lighting_state lighting;
+    std::array<coordinate_source, SVGA3D_TEXTURE_STAGES> stages;
+    uint32_t stage_count;
+    uint32_t varying_count;
+    uint32_t value_count;    // of a vertex: with the distances from the user's planes, when one is on
+    uint32_t planes_enabled; // bits, one for each plane
+    std::array<std::array<double, 4>, SVGA3D_CLIP_PLANES> planes;
+    std::array<double, 9> normals; // what takes normals to view space: the inverse transpose of world x view
+    double left, top, half_width, half_height;
+    double z_min, z_range;
+    double point_size, point_size_min, point_size_max;
+    std::array<double, 3> point_scale;
+    double depth_bias;
     bool transformed; // positions are target pixels already
     bool draws_points;
-    matrix64 world, view, projection;
-    uint32_t stage_count;
-    std::array<coordinate_source, SVGA3D_TEXTURE_STAGES> stages;
-    uint32_t varying_count;
-    uint32_t value_count; // of a vertex: with the distances from the user's planes, when one is on
-    std::array<std::array<double, 4>, SVGA3D_CLIP_PLANES> planes;
-    uint32_t planes_enabled; // bits, one for each plane
-    double left, top, half_width, half_height;
-    double z_min, z_max;
-    double point_size, point_size_min, point_size_max;
-    bool scales_points; // by their distance
-    std::array<double, 3> point_scale;
-    lighting_state lighting;
-    std::array<double, 9> normals; // what takes normals to view space: the inverse transpose of world x view
-    bool normalizes;               // normals, once they are there
-    bool needs_normals;
-    double depth_bias;
+    bool scales_points;  // by their distance
+    bool normalizes;     // normals, once they are in view space
+    bool needs_normals;  // for light or for coordinates
+    bool needs_position; // in view space, for the same
 };
 
 // Resolves a context's state for a draw; keeps the setup's and the fetch's addresses.
 transform_state made_transform(const context& of, const draw_setup& setup, const vertex_fetch& fetch,
                                bool draws_points);
 
-// Reads one vertex and works out its values and its place in clip space.
-void transform(const transform_state& state, uint64_t index, vertex& out);
+// Vertices that are transformed together: each step is taken for all of them before the next, so that the
+// processor works at several at a time.
+inline constexpr size_t together_max = 96;
+struct fresh_vertex {
+    uint32_t number;
+    vertex* at;
+};
+
+// Reads vertices, at most together_max, and works out their values and their places in clip space.
+void transform(const transform_state& state, std::span<const fresh_vertex> some);
 
 // Puts a vertex that clipping has left into the window, if it is within reach.
 void place(const transform_state& state, vertex& at);

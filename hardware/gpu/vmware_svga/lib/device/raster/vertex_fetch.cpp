@@ -18,10 +18,10 @@ word load(const std::byte* from)
 template <typename number, int count>
 attribute_value read_numbers(const std::byte* from)
 {
-    attribute_value value{0, 0, 0, 1};
+    std::array<double, 4> value{0, 0, 0, 1};
     for (size_t i = 0; i < count; ++i)
         value[i] = static_cast<double>(load<number>(from + i * sizeof(number)));
-    return value;
+    return load_four(value.data());
 }
 
 // Integers taken as fractions of their largest value; the lowest signed one counts as -1.
@@ -29,17 +29,16 @@ template <typename number, int count>
 attribute_value read_normalized(const std::byte* from)
 {
     constexpr auto largest = static_cast<double>(std::numeric_limits<number>::max());
-    attribute_value value{0, 0, 0, 1};
+    std::array<double, 4> value{0, 0, 0, 1};
     for (size_t i = 0; i < count; ++i)
         value[i] = std::max(static_cast<double>(load<number>(from + i * sizeof(number))) / largest, -1.0);
-    return value;
+    return load_four(value.data());
 }
 
 attribute_value read_udec3(const std::byte* from)
 {
     const auto word = load<uint32_t>(from);
-    return {static_cast<double>(word & 1023), static_cast<double>(word >> 10 & 1023),
-            static_cast<double>(word >> 20 & 1023), 1};
+    return four_of(word & 1023, word >> 10 & 1023, word >> 20 & 1023, 1);
 }
 
 double signed_ten_bits(uint32_t word, int shift)
@@ -51,46 +50,46 @@ double signed_ten_bits(uint32_t word, int shift)
 attribute_value read_dec3n(const std::byte* from)
 {
     const auto word = load<uint32_t>(from);
-    return {signed_ten_bits(word, 0), signed_ten_bits(word, 10), signed_ten_bits(word, 20), 1};
+    return four_of(signed_ten_bits(word, 0), signed_ten_bits(word, 10), signed_ten_bits(word, 20), 1);
 }
 
 // Halves are read as the surface formats of one and two of them are.
 template <uint32_t pairs>
 attribute_value read_halves(const std::byte* from)
 {
-    attribute_value value{0, 0, 0, 1};
+    std::array<double, 4> value{0, 0, 0, 1};
     for (size_t i = 0; i < pairs; ++i) {
         const color pair = format_of(SVGA3D_RG_S10E5).decode(from + i * 4);
         value[2 * i] = static_cast<double>(pair.r);
         value[2 * i + 1] = static_cast<double>(pair.g);
     }
-    return value;
+    return load_four(value.data());
 }
 
 struct declaration_type {
-    uint32_t bytes;
     attribute_value (*read)(const std::byte* from);
+    uint32_t bytes;
     reading how = reading::by_function;
 };
 
 constexpr declaration_type declaration_types[SVGA3D_DECLTYPE_MAX] = {
-    {4, read_floats<1>},
-    {8, read_floats<2>, reading::float2},
-    {12, read_floats<3>, reading::float3},
-    {16, read_floats<4>, reading::float4},
-    {4, read_d3dcolor, reading::d3dcolor},
-    {4, read_numbers<uint8_t, 4>},
-    {4, read_numbers<int16_t, 2>},
-    {8, read_numbers<int16_t, 4>},
-    {4, read_normalized<uint8_t, 4>},
-    {4, read_normalized<int16_t, 2>},
-    {8, read_normalized<int16_t, 4>},
-    {4, read_normalized<uint16_t, 2>},
-    {8, read_normalized<uint16_t, 4>},
-    {4, read_udec3},
-    {4, read_dec3n},
-    {4, read_halves<1>},
-    {8, read_halves<2>},
+    {read_floats<1>, 4},
+    {read_floats<2>, 8, reading::float2},
+    {read_floats<3>, 12, reading::float3},
+    {read_floats<4>, 16, reading::float4},
+    {read_d3dcolor, 4, reading::d3dcolor},
+    {read_numbers<uint8_t, 4>, 4},
+    {read_numbers<int16_t, 2>, 4},
+    {read_numbers<int16_t, 4>, 8},
+    {read_normalized<uint8_t, 4>, 4},
+    {read_normalized<int16_t, 2>, 4},
+    {read_normalized<int16_t, 4>, 8},
+    {read_normalized<uint16_t, 2>, 4},
+    {read_normalized<uint16_t, 4>, 8},
+    {read_udec3, 4},
+    {read_dec3n, 4},
+    {read_halves<1>, 4},
+    {read_halves<2>, 8},
 };
 
 // Which attribute a declaration is; null for one that fixed-function drawing does not read.
@@ -172,10 +171,10 @@ bool vertex_fetch::holds(uint64_t last) const
 draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
                        vertex_fetch& out)
 {
-    out.diffuse.otherwise = {1, 1, 1, 1};
-    out.fog.otherwise = {1, 0, 0, 0};
+    out.diffuse.otherwise = four_of(1, 1, 1, 1);
+    out.fog.otherwise = four_of(1, 0, 0, 0);
     for (attribute& coordinates : out.coordinates)
-        coordinates.otherwise = {0, 0, 0, 1};
+        coordinates.otherwise = four_of(0, 0, 0, 1);
     for (const svga3d_vertex_declaration& declaration : declarations) {
         if (declaration.type >= SVGA3D_DECLTYPE_MAX)
             return draw_result::bad_declaration;

@@ -4,6 +4,7 @@
 // inside its array's surface before the first vertex is read.
 #pragma once
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/four.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/raster.h"
 
 #include <array>
@@ -13,7 +14,7 @@
 
 namespace kalix::device::raster {
 
-using attribute_value = std::array<double, 4>; // missing components 0, 0, 0, 1
+using attribute_value = four; // missing components 0, 0, 0, 1
 
 // How an attribute is read: the common types in place, the others by their function.
 enum class reading : uint8_t { none, float2, float3, float4, d3dcolor, by_function };
@@ -26,7 +27,7 @@ struct attribute {
     uint32_t bytes = 0; // of one element
     reading how = reading::none;
     attribute_value (*read)(const std::byte* from) = nullptr;
-    attribute_value otherwise{}; // when it is not declared
+    attribute_value otherwise = four_of(0, 0, 0, 0); // when it is not declared
 };
 
 struct vertex_fetch {
@@ -49,18 +50,18 @@ inline constexpr auto byte_fractions = [] {
 template <size_t count>
 attribute_value read_floats(const std::byte* from)
 {
-    std::array<float, count> numbers;
-    std::memcpy(&numbers, from, sizeof numbers);
-    attribute_value value{0, 0, 0, 1};
-    for (size_t i = 0; i < count; ++i)
-        value[i] = static_cast<double>(numbers[i]);
-    return value;
+    std::array<float, count> n;
+    std::memcpy(&n, from, sizeof n);
+    const auto part = [&n](size_t i) { return i < count ? static_cast<double>(n[i]) : i == 3 ? 1.0 : 0.0; };
+    return four_of(part(0), part(1), part(2), part(3));
 }
 
 inline attribute_value read_d3dcolor(const std::byte* from)
 {
-    const auto part = [from](size_t i) { return byte_fractions[std::to_integer<size_t>(from[i])]; };
-    return {part(2), part(1), part(0), part(3)};
+    uint32_t argb = 0; // read as a whole: one load for four
+    std::memcpy(&argb, from, sizeof argb);
+    const auto part = [argb](uint32_t shift) { return byte_fractions[argb >> shift & 255]; };
+    return four_of(part(16), part(8), part(0), part(24));
 }
 
 inline attribute_value read_attribute(const attribute& from, uint64_t index)
