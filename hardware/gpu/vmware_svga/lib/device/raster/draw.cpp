@@ -90,16 +90,17 @@ bool meets(const share& mine, const window_shape& shape)
 class painter {
 public:
     painter(const context& of, const draw_setup& setup, const planned_draw& what, draw_memory& memory)
-        : setup_{setup}, what_{what}, memory_{memory}, geometry_{of, setup, what.fetch, has_point_lists(what)},
-          last_pixel_{of.render_states[SVGA3D_RS_LASTPIXEL] != 0}, sprite_{
-                                                                       of.render_states[SVGA3D_RS_POINTSPRITEENABLE] !=
-                                                                       0}
+        : setup_{setup}, what_{what}, memory_{memory}, geometry_{of, setup, what.fetch, has_point_lists(what)}
     {
+        last_pixel_ = of.render_states[SVGA3D_RS_LASTPIXEL] != 0;
+        sprite_ = of.render_states[SVGA3D_RS_POINTSPRITEENABLE] != 0;
     }
 
     // Draws everything, and returns how many fragments passed.
     uint64_t draw(worker_pool* workers)
     {
+        if (what_.primitives == 0)
+            return 0;
         const uint32_t threads = workers && !setup_.feeds_back && !what_.reads_targets ? workers->count() : 1;
         if (threads == 1)
             return draw_alone();
@@ -114,7 +115,7 @@ public:
 private:
     static constexpr uint32_t batch_primitives = 1024; // few enough for the caches
     // Below these a wake-up costs more than it saves.
-    static constexpr uint32_t worth_working_out = 256; // primitives
+    static constexpr uint32_t worth_working_out = 512; // primitives
     static constexpr uint64_t worth_drawing = 16384;   // pixels
     static_assert(worth_working_out <= batch_primitives);
 

@@ -27,10 +27,10 @@ struct primitive {
     uint32_t flat;                   // the corner that gives the colours of flat shading
 };
 
-// Vertices by number, as far as none of a later number of the same place has come.
+// The vertices of a batch by number. Each number has its place, and the last vertex there is the one known.
 class vertex_cache {
 public:
-    // Forgets all, by no more than a new number for what is remembered from now on.
+    // Forgets all: what is put from now on is of another generation.
     void clear()
     {
         if (++generation_ == 0) {

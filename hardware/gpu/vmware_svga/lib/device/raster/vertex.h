@@ -1,7 +1,9 @@
 // Vertices on their way to the screen, and the values that vary over a primitive.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <kalix/svga3d_types.h>
 #include <memory>
@@ -38,13 +40,15 @@ struct vertex {
     bool drawable;              // inside all planes, and within reach of the window's coordinates
 };
 
-// Vertices with their values, handed out one by one and given up all at once; keeps its memory.
+// Vertices with their values, handed out one by one and given up all at once. Keeps its memory, but for what only
+// a draw of many cut shapes has needed.
 class vertex_store {
 public:
     // Gives up all vertices; those to come have so many values.
     void clear(uint32_t values)
     {
         stride_ = (sizeof(vertex) + values * sizeof(double) + 15) / 16 * 16;
+        blocks_.resize(std::min(blocks_.size(), blocks_kept));
         block_ = 0;
         next_ = blocks_.empty() ? nullptr : blocks_[0].get();
         left_ = blocks_.empty() ? 0 : block_bytes / stride_;
@@ -63,6 +67,7 @@ public:
 
 private:
     static constexpr size_t block_bytes = size_t{1} << 17;
+    static constexpr size_t blocks_kept = 16;
 
     void next_block()
     {
