@@ -170,41 +170,121 @@ TEST_F(SpanTest, GiveThePixelsOfTheGeneralWay)
     }
 }
 
-// Triangles, lines and points over each other: the same bytes and counts, however many threads draw.
-TEST_F(SpanTest, ThreadsDoNotChangeThePicture)
-{
-    width_ = 230;
-    height_ = 170;
-    std::vector<std::unique_ptr<raster::worker_pool>> pools;
-    for (const uint32_t count : {1u, 2u, 3u, 4u})
-        pools.push_back(std::make_unique<raster::worker_pool>(
-            count, [](std::function<void()> body) { return std::thread{std::move(body)}; }));
-    for (int i = 0; i < 25; ++i) {
-        choose_state();
-        set(SVGA3D_RS_FILLMODE, i % 5 == 0 ? uint32_t{SVGA3D_FILLMODE_LINE} : uint32_t{SVGA3D_FILLMODE_FILL});
-        set(SVGA3D_RS_SHADEMODE, 1 + word() % 2);
-        const std::vector<uint32_t> before = words(size_t{width_} * height_);
-        std::vector<corner> shape;
-        for (int corners = 0; corners < 300; ++corners)
-            shape.push_back({within(-50, 280), within(-50, 220), within(0, 1), within(0.2f, 3), word(), 0,
-                             within(-1, 3), within(-1, 3)});
+// The same bytes and counts, however many threads draw.
+class ThreadTest : public SpanTest {
+protected:
+    ThreadTest()
+    {
+        width_ = 230;
+        height_ = 170;
+        for (const uint32_t count : {1u, 2u, 3u, 4u})
+            pools_.push_back(std::make_unique<raster::worker_pool>(
+                count, [](std::function<void()> body) { return std::thread{std::move(body)}; }));
+    }
+
+    // Corners of triangles that lie anywhere, each within so many pixels.
+    std::vector<corner> triangles(size_t count, float size)
+    {
+        std::vector<corner> out;
+        for (size_t i = 0; i < count; ++i) {
+            const float x = within(-50, 280), y = within(-50, 220);
+            for (int k = 0; k < 3; ++k)
+                out.push_back({x + within(-size, size), y + within(-size, size), within(0, 1), within(0.2f, 3), word(),
+                               0, within(-1, 3), within(-1, 3)});
+        }
+        return out;
+    }
+
+    // What a draw leaves in both targets and in the query, with any number of threads.
+    template <typename function>
+    void expect_one_picture(const std::vector<uint32_t>& before, function draw_it, int round)
+    {
         std::vector<std::byte> first;
-        for (const auto& pool : pools) {
+        for (const auto& pool : pools_) {
             workers = pool.get();
             for (const uint32_t sid : {color_sid, depth_sid})
                 std::memcpy(view(sid).bytes, before.data(), view(sid).byte_size());
             state.query = {true, 0};
-            EXPECT_EQ(draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 100, shape), draw_result::done);
+            EXPECT_EQ(draw_it(), draw_result::done);
             std::vector<std::byte> bytes{view(color_sid).bytes, view(color_sid).bytes + view(color_sid).byte_size()};
             bytes.insert(bytes.end(), view(depth_sid).bytes, view(depth_sid).bytes + view(depth_sid).byte_size());
             for (int shift = 0; shift < 64; shift += 8)
                 bytes.push_back(static_cast<std::byte>(state.query.samples >> shift));
             if (first.empty())
                 first = bytes;
-            ASSERT_TRUE(bytes == first) << pool->count() << " threads, seed " << test_seed() << ", draw " << i;
+            ASSERT_TRUE(bytes == first) << pool->count() << " threads, seed " << test_seed() << ", draw " << round;
         }
+        workers = nullptr;
     }
-    workers = nullptr;
+
+    std::vector<std::unique_ptr<raster::worker_pool>> pools_;
+};
+
+// Triangles, lines and points over each other: few that cover much, and many whose vertices are shared out.
+TEST_F(ThreadTest, ThreadsDoNotChangeThePicture)
+{
+    for (int i = 0; i < 25; ++i) {
+        choose_state();
+        set(SVGA3D_RS_FILLMODE, i % 5 == 0 ? uint32_t{SVGA3D_FILLMODE_LINE} : uint32_t{SVGA3D_FILLMODE_FILL});
+        set(SVGA3D_RS_SHADEMODE, 1 + word() % 2);
+        const std::vector<uint32_t> before = words(size_t{width_} * height_);
+        const auto count = static_cast<uint32_t>(i % 2 == 0 ? 100 : 300 + word() % 2000);
+        const std::vector<corner> shape = triangles(count, i % 2 == 0 ? 140.0f : 10.0f);
+        expect_one_picture(
+            before, [&] { return draw(SVGA3D_PRIMITIVE_TRIANGLELIST, count, shape); }, i);
+    }
+}
+
+// A draw that takes its vertices from what it draws to sees its own pixels: one thread draws it.
+TEST_F(ThreadTest, ThreadsDoNotDrawWhatTheyRead)
+{
+    choose_state();
+    set(SVGA3D_RS_SHADEMODE, SVGA3D_SHADEMODE_SMOOTH);
+    constexpr uint32_t count = 1500;
+    const std::vector<corner> shape = triangles(count, 10);
+    std::vector<uint32_t> before(size_t{width_} * height_);
+    ASSERT_LE(shape.size() * sizeof(corner), before.size() * 4);
+    std::memcpy(before.data(), shape.data(), shape.size() * sizeof(corner));
+    const auto element = [](uint32_t type, uint32_t usage, size_t offset) {
+        return svga3d_vertex_declaration{type, 0, usage, 0, {color_sid, static_cast<uint32_t>(offset), sizeof(corner)},
+                                         0,    0};
+    };
+    const svga3d_vertex_declaration declarations[] = {
+        element(SVGA3D_DECLTYPE_FLOAT4, SVGA3D_DECLUSAGE_POSITIONT, offsetof(corner, x)),
+        element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, offsetof(corner, diffuse))};
+    const svga3d_primitive_range range{SVGA3D_PRIMITIVE_TRIANGLELIST, count, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
+    expect_one_picture(
+        before,
+        [&] {
+            return draw_primitives(state, surfaces, declarations, {&range, 1}, {}, workers);
+        },
+        0);
+}
+
+// Lines between vertices of any two numbers, as they look when no vertex is shared.
+TEST_F(ThreadTest, AnyTwoVerticesMakeALine)
+{
+    choose_state();
+    std::vector<lit_corner> corners(2049);
+    for (lit_corner& each : corners)
+        each = {within(-1, 1), within(-1, 1), within(0, 1), 0, 0, 1, word()};
+    for (const uint32_t apart : {1u, 64u, 256u, 512u, 1024u, 2048u}) {
+        std::vector<uint16_t> order;
+        std::vector<lit_corner> own;
+        for (uint32_t i = 0; i + apart < corners.size(); ++i)
+            for (const uint32_t number : {i, i + apart}) {
+                order.push_back(static_cast<uint16_t>(number));
+                own.push_back(corners[number]);
+            }
+        const auto lines = static_cast<uint32_t>(order.size() / 2);
+        clear();
+        ASSERT_EQ(draw_lit(SVGA3D_PRIMITIVE_LINELIST, lines, own), draw_result::done);
+        const image_view target = view(color_sid);
+        const std::vector<std::byte> wanted{target.bytes, target.bytes + target.byte_size()};
+        clear();
+        ASSERT_EQ(draw_lit(SVGA3D_PRIMITIVE_LINELIST, lines, corners, order), draw_result::done);
+        EXPECT_EQ(std::memcmp(target.bytes, wanted.data(), wanted.size()), 0) << apart << ", seed " << test_seed();
+    }
 }
 
 } // namespace

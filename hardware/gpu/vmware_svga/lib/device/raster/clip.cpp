@@ -3,32 +3,11 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/limits.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 namespace kalix::device::raster {
 namespace {
-
-constexpr double smallest_w = 1.0 / (1 << 30);
-
-// The box of clip space, and w above 0; sideways as wide as the guard band allows.
-std::array<clip_plane, 7> box_of(const transform_state& state)
-{
-    const double reach = limits::extent / 2.0;
-    const double across = std::max(1.0, reach / std::max(state.half_width + state.left, 1.0));
-    const double down = std::max(1.0, reach / std::max(state.half_height + state.top, 1.0));
-    return {{{0, 0, 0, 1, -smallest_w},
-             {0, 0, 1, 0, 0},
-             {0, 0, -1, 1, 0},
-             {1, 0, 0, across, 0},
-             {-1, 0, 0, across, 0},
-             {0, 1, 0, down, 0},
-             {0, -1, 0, down, 0}}};
-}
-
-double distance(const clip_plane& plane, const vertex& v)
-{
-    return plane.x * v.clip[0] + plane.y * v.clip[1] + plane.z * v.clip[2] + plane.w * v.clip[3] + plane.offset;
-}
 
 // What is not a number is outside.
 bool is_kept(double d)
@@ -36,107 +15,129 @@ bool is_kept(double d)
     return d >= 0;
 }
 
+// A triangle's or line's planes that cut something off lie from this one on.
+template <typename... vertices>
+uint32_t first_cutting(const vertices&... of)
+{
+    return static_cast<uint32_t>(std::countr_zero((of.outside | ...)));
+}
+
+} // namespace
+
+// Sideways as wide as the guard band allows.
+clipper::clipper(const transform_state& state)
+    : across_{std::max(1.0, limits::extent / 2.0 / std::max(state.half_width + state.left, 1.0))},
+      down_{std::max(1.0, limits::extent / 2.0 / std::max(state.half_height + state.top, 1.0))},
+      box_{{{0, 0, 0, 1, -smallest_w},
+            {0, 0, 1, 0, 0},
+            {0, 0, -1, 1, 0},
+            {1, 0, 0, across_, 0},
+            {-1, 0, 0, across_, 0},
+            {0, 1, 0, down_, 0},
+            {0, -1, 0, down_, 0}}},
+      any_{!state.transformed}, planes_enabled_{state.planes_enabled}, varying_count_{state.varying_count},
+      value_count_{state.value_count}
+{
+}
+
+double clipper::distance(uint32_t plane, const vertex& v) const
+{
+    if (plane >= box_planes)
+        return v.values[varying_count_ + plane - box_planes];
+    const clip_plane& p = box_[plane];
+    return p.x * v.clip[0] + p.y * v.clip[1] + p.z * v.clip[2] + p.w * v.clip[3] + p.offset;
+}
+
+uint32_t clipper::tested(const vertex& v) const
+{
+    uint32_t lost = 0;
+    for (uint32_t plane = 0; plane < box_planes; ++plane)
+        lost |= (is_kept(distance(plane, v)) ? 0u : 1u) << plane;
+    for (uint32_t left = planes_enabled_; left != 0; left &= left - 1) {
+        const uint32_t plane = box_planes + static_cast<uint32_t>(std::countr_zero(left));
+        lost |= (is_kept(distance(plane, v)) ? 0u : 1u) << plane;
+    }
+    return lost;
+}
+
 // The point where an edge meets a plane, always worked out from the kept end, so that two shapes that share
 // the edge get the same point.
-vertex crossing(const vertex& kept, const vertex& lost, double kept_distance, double lost_distance,
-                uint32_t varying_count)
+vertex* clipper::crossing(const vertex& kept, const vertex& lost, double kept_distance, double lost_distance,
+                          vertex_store& store) const
 {
     const double t = kept_distance / (kept_distance - lost_distance);
     const auto between = [t](double a, double b) { return a + (b - a) * t; };
-    vertex at = kept;
-    std::ranges::transform(kept.clip, lost.clip, at.clip.begin(), between);
-    std::ranges::transform(kept.distances, lost.distances, at.distances.begin(), between);
-    for (uint32_t i = 0; i < varying_count; ++i)
-        at.values[i] = between(kept.values[i], lost.values[i]);
+    vertex* const at = store.take();
+    std::ranges::transform(kept.clip, lost.clip, at->clip.begin(), between);
+    std::transform(kept.values, kept.values + value_count_, lost.values, at->values, between);
+    at->outside = 0;
+    at->drawable = false;
     return at;
 }
 
-// Cuts by one plane, given as a function of a vertex.
-template <typename function>
-void cut_polygon(polygon& shape, uint32_t varying_count, function distance_of)
+void clipper::cut_by(uint32_t plane, polygon& shape, vertex_store& store) const
 {
-    std::array<double, corners_max> distances{};
+    std::array<double, corners_max> distances;
     bool crosses = false;
     for (size_t i = 0; i < shape.count; ++i) {
-        distances[i] = distance_of(shape.corners[i]);
+        distances[i] = distance(plane, *shape.corners[i]);
         crosses |= !is_kept(distances[i]);
     }
     if (!crosses)
         return;
     polygon rest;
-    const auto add = [&rest](const vertex& v) {
+    const auto add = [&rest](vertex* v) {
         if (rest.count < corners_max)
             rest.corners[rest.count++] = v;
     };
     for (size_t i = 0; i < shape.count; ++i) {
         const size_t next = (i + 1) % shape.count;
-        const vertex& a = shape.corners[i];
-        const vertex& b = shape.corners[next];
+        vertex* const a = shape.corners[i];
+        vertex* const b = shape.corners[next];
         if (is_kept(distances[i]))
             add(a);
         if (is_kept(distances[i]) && !is_kept(distances[next]))
-            add(crossing(a, b, distances[i], distances[next], varying_count));
+            add(crossing(*a, *b, distances[i], distances[next], store));
         else if (!is_kept(distances[i]) && is_kept(distances[next]))
-            add(crossing(b, a, distances[next], distances[i], varying_count));
+            add(crossing(*b, *a, distances[next], distances[i], store));
     }
     shape = rest;
 }
 
-template <typename function>
-bool cut_line(vertex& from, vertex& to, uint32_t varying_count, function distance_of)
+bool clipper::cut_by(uint32_t plane, vertex*& from, vertex*& to, vertex_store& store) const
 {
-    const double a = distance_of(from);
-    const double b = distance_of(to);
+    const double a = distance(plane, *from);
+    const double b = distance(plane, *to);
     if (!is_kept(a) && !is_kept(b))
         return false;
     if (!is_kept(a))
-        from = crossing(to, from, b, a, varying_count);
+        from = crossing(*to, *from, b, a, store);
     else if (!is_kept(b))
-        to = crossing(from, to, a, b, varying_count);
+        to = crossing(*from, *to, a, b, store);
     return true;
 }
 
-} // namespace
-
-clipper::clipper(const transform_state& state, uint32_t varying_count)
-    : box_{box_of(state)}, any_{!state.transformed}, planes_enabled_{state.planes_enabled}, varying_count_{
-                                                                                                varying_count}
+void clipper::cut(polygon& shape, vertex_store& store) const
 {
+    const auto& corners = shape.corners;
+    const uint32_t planes = all_planes();
+    for (uint32_t plane = first_cutting(*corners[0], *corners[1], *corners[2]); planes >> plane != 0; ++plane) {
+        if (planes >> plane & 1)
+            cut_by(plane, shape, store);
+        if (shape.count < 3) {
+            shape.count = 0;
+            return;
+        }
+    }
 }
 
-// Calls a function with the distance function of every plane that holds; stops when it returns false.
-template <typename function>
-bool clipper::for_each_plane(function call) const
+bool clipper::cut(vertex*& from, vertex*& to, vertex_store& store) const
 {
-    if (!any_)
-        return true;
-    for (const clip_plane& plane : box_)
-        if (!call([&plane](const vertex& v) { return distance(plane, v); }))
-            return false;
-    for (size_t i = 0; i < SVGA3D_CLIP_PLANES; ++i)
-        if (planes_enabled_ >> i & 1 && !call([i](const vertex& v) { return v.distances[i]; }))
+    const uint32_t planes = all_planes();
+    for (uint32_t plane = first_cutting(*from, *to); planes >> plane != 0; ++plane)
+        if (planes >> plane & 1 && !cut_by(plane, from, to, store))
             return false;
     return true;
-}
-
-void clipper::cut(polygon& shape) const
-{
-    for_each_plane([&](auto distance_of) {
-        cut_polygon(shape, varying_count_, distance_of);
-        return shape.count >= 3;
-    });
-    if (shape.count < 3)
-        shape.count = 0;
-}
-
-bool clipper::cut(vertex& from, vertex& to) const
-{
-    return for_each_plane([&](auto distance_of) { return cut_line(from, to, varying_count_, distance_of); });
-}
-
-bool clipper::holds(const vertex& point) const
-{
-    return for_each_plane([&](auto distance_of) { return is_kept(distance_of(point)); });
 }
 
 } // namespace kalix::device::raster

@@ -1,7 +1,7 @@
 // DRAW_PRIMITIVES: every question first, for all ranges, and then the drawing, which asks none.
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/assembly.h"
-#include "hardware/gpu/vmware_svga/lib/device/raster/geometry.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/batches.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/limits.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 
@@ -14,8 +14,16 @@ namespace {
 
 struct planned_range {
     uint32_t type;
-    uint32_t primitives;
-    std::vector<uint32_t> numbers; // of the vertices, in order
+    uint32_t first, primitives; // of the draw's
+    vertex_numbers vertices;
+};
+
+// What one draw is made of, once nothing of it can be refused.
+struct planned_draw {
+    vertex_fetch fetch;
+    std::vector<planned_range> ranges;
+    uint32_t primitives = 0;    // of all
+    bool reads_targets = false; // its vertices lie in a surface that it draws to
 };
 
 bool is_index_width(const svga3d_primitive_range& range)
@@ -25,96 +33,188 @@ bool is_index_width(const svga3d_primitive_range& range)
 }
 
 // Everything of one range that could be refused.
-draw_result plan_range(surface_store& surfaces, const vertex_fetch& fetch, const svga3d_primitive_range& range,
-                       planned_range& out)
+draw_result plan_range(surface_store& surfaces, const svga3d_primitive_range& range, std::vector<uint32_t>& numbers,
+                       planned_draw& out)
 {
     const uint64_t vertices = vertices_of(range.primitive_type, range.primitive_count);
     const bool known = vertices_of(range.primitive_type, 1) != 0;
-    if (!known || range.primitive_count > limits::primitives || !is_index_width(range))
+    if (!known || range.primitive_count > limits::primitives - out.primitives || !is_index_width(range))
         return draw_result::bad_range;
-    std::optional<std::vector<uint32_t>> numbers = read_indices(surfaces, range, vertices);
-    if (!numbers || (!numbers->empty() && !fetch.holds(std::ranges::max(*numbers))))
+    const std::optional<vertex_numbers> found = read_indices(surfaces, range, vertices, numbers);
+    if (!found || (vertices != 0 && !out.fetch.holds(found->largest)))
         return draw_result::outside;
-    out = {range.primitive_type, range.primitive_count, std::move(*numbers)};
+    out.ranges.push_back({range.primitive_type, out.primitives, range.primitive_count, *found});
+    out.primitives += range.primitive_count;
     return draw_result::done;
 }
 
-// Draws primitives from a context's state, alone or with workers; bounded memory, whatever the draw.
+bool is_target(const context& of, uint32_t sid)
+{
+    return std::ranges::any_of(
+        std::array{SVGA3D_RT_COLOR0, SVGA3D_RT_DEPTH, SVGA3D_RT_STENCIL},
+        [&](svga3d_render_target target) { return sid != SVGA3D_INVALID_ID && of.targets[target].sid == sid; });
+}
+
+draw_result plan(const context& of, surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
+                 std::span<const svga3d_primitive_range> ranges, std::vector<uint32_t>& numbers, planned_draw& out)
+{
+    if (const draw_result result = make_fetch(surfaces, declarations, out.fetch); result != draw_result::done)
+        return result;
+    out.reads_targets = std::ranges::any_of(
+        declarations, [&](const svga3d_vertex_declaration& each) { return is_target(of, each.array.sid); });
+    numbers.clear();
+    out.ranges.reserve(ranges.size());
+    for (const svga3d_primitive_range& range : ranges)
+        if (const draw_result result = plan_range(surfaces, range, numbers, out); result != draw_result::done)
+            return result;
+    return draw_result::done;
+}
+
+bool has_point_lists(const planned_draw& what)
+{
+    return std::ranges::any_of(what.ranges,
+                               [](const planned_range& range) { return range.type == SVGA3D_PRIMITIVE_POINTLIST; });
+}
+
+// Whether any of the rows from top to bottom is in a band of the share's.
+bool meets(const share& mine, const window_shape& shape)
+{
+    const auto first = static_cast<uint32_t>(shape.top) >> share::band_shift;
+    const auto last = static_cast<uint32_t>(shape.bottom - 1) >> share::band_shift;
+    if (last - first + 1 >= mine.count)
+        return true;
+    return (mine.index + mine.count - first % mine.count) % mine.count <= last - first;
+}
+
+// Draws a planned draw from a context's state, alone or with workers; bounded memory, whatever the draw.
 class painter {
 public:
-    painter(const context& of, const draw_setup& setup, const vertex_fetch& fetch, worker_pool* workers)
-        : setup_{setup}, shapes_{of, setup, fetch}, workers_{workers},
-          sprite_{of.render_states[SVGA3D_RS_POINTSPRITEENABLE] != 0}
+    painter(const context& of, const draw_setup& setup, const planned_draw& what, draw_memory& memory)
+        : setup_{setup}, what_{what}, memory_{memory}, geometry_{of, setup, what.fetch, has_point_lists(what)}
     {
+        last_pixel_ = of.render_states[SVGA3D_RS_LASTPIXEL] != 0;
+        sprite_ = of.render_states[SVGA3D_RS_POINTSPRITEENABLE] != 0;
     }
 
-    void draw(const planned_range& range)
+    // Draws everything, and returns how many fragments passed.
+    uint64_t draw(worker_pool* workers)
     {
-        for (uint32_t i = 0; i < range.primitives; ++i) {
-            const assembled parts = assemble(range.type, i);
-            std::array<uint32_t, 3> numbers{};
-            for (uint32_t corner = 0; corner < parts.corners; ++corner)
-                numbers[corner] = range.numbers[parts.at[corner]];
-            shapes_.add(numbers, parts.corners, parts.flat);
-            if (shapes_.is_full())
-                flush();
-        }
+        if (what_.primitives == 0)
+            return 0;
+        const uint32_t threads = workers && !setup_.feeds_back && !what_.reads_targets ? workers->count() : 1;
+        if (threads == 1)
+            return draw_alone();
+        if (what_.primitives > worth_working_out)
+            return draw_shared(*workers, std::clamp(what_.primitives / (4 * threads), 128u, batch_primitives), 0);
+        memory_.make_batches(1);
+        work_out(0, batch_primitives);
+        const batch& only = *memory_.batches[0];
+        return only.pixels > worth_drawing ? draw_shared(*workers, batch_primitives, 1) : painted(only, {0, 1, 0});
     }
-
-    // Draws what has been collected.
-    void flush()
-    {
-        constexpr uint64_t worth_sharing = 16384; // pixels; below that a wake-up costs more than it saves
-        const bool shares = workers_ && !setup_.feeds_back && shapes_.pixels() > worth_sharing;
-        const uint32_t count = shares ? workers_->count() : 1;
-        if (count == 1) {
-            samples_ += painted({0, 1, 0});
-        } else {
-            std::atomic<uint64_t> samples = 0;
-            workers_->run([&](uint32_t index) { samples += painted({index, count, 0}); });
-            samples_ += samples;
-        }
-        shapes_.clear();
-    }
-
-    uint64_t samples() const { return samples_; }
 
 private:
-    uint64_t painted(share mine) const
+    static constexpr uint32_t batch_primitives = 1024; // few enough for the caches
+    // Below these a wake-up costs more than it saves.
+    static constexpr uint32_t worth_working_out = 512; // primitives
+    static constexpr uint64_t worth_drawing = 16384;   // pixels
+    static_assert(worth_working_out <= batch_primitives);
+
+    uint64_t draw_alone()
     {
-        for (const window_shape& shape : shapes_.list())
+        memory_.make_batches(1);
+        uint64_t samples = 0;
+        for (uint32_t which = 0; which * batch_primitives < what_.primitives; ++which) {
+            work_out(which, batch_primitives);
+            samples += painted(*memory_.batches[0], {0, 1, 0});
+        }
+        return samples;
+    }
+
+    // In batches of so many primitives, of which the first are ready.
+    uint64_t draw_shared(worker_pool& workers, uint32_t size, uint32_t ready)
+    {
+        const uint32_t threads = workers.count();
+        const uint32_t count = (what_.primitives + size - 1) / size;
+        const uint32_t places = std::min(count, 2 * threads + 4); // some threads may be that far ahead of others
+        memory_.make_batches(places);
+        places_ = places;
+        batch_order order{count, places, threads, ready};
+        std::atomic<uint64_t> samples = 0;
+        workers.run([&](uint32_t index) {
+            for (batch_task task = order.next(index); task.step != batch_step::end; task = order.next(index)) {
+                if (task.step == batch_step::work_out)
+                    work_out(task.which, size);
+                else
+                    samples += painted(batch_of(task.which), {index, threads, 0});
+                order.finish(index, task);
+            }
+        });
+        return samples;
+    }
+
+    batch& batch_of(uint32_t which) const { return *memory_.batches[which % places_]; }
+
+    // Works out a batch of so many primitives.
+    void work_out(uint32_t which, uint32_t size) const
+    {
+        batch& to = batch_of(which);
+        geometry_.begin(to);
+        uint32_t at = which * size;
+        const uint32_t end = std::min(at + size, what_.primitives);
+        auto range = std::ranges::upper_bound(what_.ranges, at, {}, &planned_range::first) - 1;
+        for (; at < end; ++range) {
+            const uint32_t last = std::min(end, range->first + range->primitives);
+            if (at < last)
+                add(to, *range, at - range->first, last - range->first);
+            at = std::max(at, last);
+        }
+    }
+
+    // Adds primitives of one range.
+    void add(batch& to, const planned_range& range, uint32_t from, uint32_t end) const
+    {
+        const uint32_t* const numbers = memory_.numbers.data() + range.vertices.at;
+        std::array<primitive, geometry::added_max> some;
+        while (from < end) {
+            size_t count = 0;
+            for (; from < end && count < some.size(); ++from) {
+                const assembled parts = assemble(range.type, from);
+                primitive& next = some[count++];
+                next.corners = parts.corners;
+                next.flat = parts.flat;
+                for (uint32_t corner = 0; corner < parts.corners; ++corner)
+                    next.numbers[corner] = range.vertices.indexed
+                                               ? numbers[parts.at[corner]]
+                                               : range.vertices.first + static_cast<uint32_t>(parts.at[corner]);
+            }
+            geometry_.add(to, {some.data(), count});
+        }
+    }
+
+    uint64_t painted(const batch& from, share mine) const
+    {
+        for (const window_shape& shape : from.shapes) {
+            if (!meets(mine, shape))
+                continue;
+            const triangle_state state{shape.back_face, geometry_.depth_bias(), geometry_.slope_bias(), shape.flat};
+            const auto& [a, b, c] = shape.at;
             if (shape.corners == 3)
-                draw_triangle(setup_, shape.state, shape.at, mine);
+                draw_triangle(setup_, state, {a->window, b->window, c->window}, mine);
             else if (shape.corners == 2)
-                draw_line(setup_, shape.state, shape.at[0], shape.at[1], shape.last_pixel, mine);
+                draw_line(setup_, state, a->window, b->window, last_pixel_, mine);
             else
-                draw_point(setup_, shape.state, shape.at[0], shape.size, sprite_, mine);
+                draw_point(setup_, state, a->window, a->point_size, sprite_, mine);
+        }
         return mine.samples;
     }
 
     const draw_setup& setup_;
-    geometry shapes_;
-    worker_pool* workers_;
-    bool sprite_;
-    uint64_t samples_ = 0;
+    const planned_draw& what_;
+    draw_memory& memory_;
+    geometry geometry_;
+    bool last_pixel_, sprite_;
+    uint32_t places_ = 1; // of the batches that are in the memory at a time
 };
-
-draw_result plan(surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
-                 std::span<const svga3d_primitive_range> ranges, vertex_fetch& fetch, std::vector<planned_range>& out)
-{
-    if (const draw_result result = make_fetch(surfaces, declarations, fetch); result != draw_result::done)
-        return result;
-    uint64_t primitives = 0;
-    for (const svga3d_primitive_range& range : ranges) {
-        primitives += range.primitive_count;
-        if (primitives > limits::primitives)
-            return draw_result::bad_range;
-        if (const draw_result result = plan_range(surfaces, fetch, range, out.emplace_back());
-            result != draw_result::done)
-            return result;
-    }
-    return draw_result::done;
-}
 
 } // namespace
 } // namespace raster
@@ -126,20 +226,18 @@ draw_result draw_primitives(context& of, surface_store& surfaces,
 {
     if (std::ranges::any_of(divisors, [](uint32_t divisor) { return divisor > 1; }))
         return draw_result::not_supported;
-    raster::vertex_fetch fetch;
-    std::vector<raster::planned_range> planned;
     raster::draw_setup setup;
     if (const draw_result result = raster::make_setup(of, surfaces, setup); result != draw_result::done)
         return result;
-    if (const draw_result result = raster::plan(surfaces, declarations, ranges, fetch, planned);
+    raster::draw_memory own;
+    raster::draw_memory& memory = workers ? workers->memory() : own;
+    raster::planned_draw planned;
+    if (const draw_result result = raster::plan(of, surfaces, declarations, ranges, memory.numbers, planned);
         result != draw_result::done)
         return result;
-    raster::painter paint{of, setup, fetch, workers};
-    for (const raster::planned_range& range : planned)
-        paint.draw(range);
-    paint.flush();
+    const uint64_t samples = raster::painter{of, setup, planned, memory}.draw(workers);
     if (of.query.active)
-        of.query.samples += paint.samples();
+        of.query.samples += samples;
     return draw_result::done;
 }
 

@@ -7,184 +7,176 @@
 namespace kalix::device::raster {
 namespace {
 
-constexpr int64_t subpixel_steps = 256;
+constexpr int subpixel_shift = 8; // of 1/256 pixel
 
-// Pixels that a shape may cover, its corners' box cut to the target.
-uint64_t box_pixels(const pixel_rect& target, std::span<const window_vertex> corners, double around)
+int64_t pixel_down(int64_t fixed)
 {
-    pixel_rect box{INT64_MAX, INT64_MAX, INT64_MIN, INT64_MIN};
+    return fixed >> subpixel_shift;
+}
+int64_t pixel_up(int64_t fixed)
+{
+    return -(-fixed >> subpixel_shift);
+}
+
+// The pixels whose centres lie within a triangle's box.
+pixel_rect box_of(const window_vertex& a, const window_vertex& b, const window_vertex& c)
+{
+    const auto [left, right] = std::minmax({a.x, b.x, c.x});
+    const auto [top, bottom] = std::minmax({a.y, b.y, c.y});
+    return {pixel_up(left), pixel_up(top), pixel_down(right) + 1, pixel_down(bottom) + 1};
+}
+
+// A box around a line or a point, by which it counts as inside the target.
+pixel_rect box_around(const window_vertex& a, const window_vertex& b, double around)
+{
     const auto reach = static_cast<int64_t>(around) + 1;
-    for (const window_vertex& each : corners) {
-        const int64_t x = floor_div(each.x, subpixel_steps);
-        const int64_t y = floor_div(each.y, subpixel_steps);
-        box = {std::min(box.left, x - reach), std::min(box.top, y - reach), std::max(box.right, x + reach),
-               std::max(box.bottom, y + reach)};
-    }
-    box = intersection(box, target);
-    return box.is_empty() ? 0 : static_cast<uint64_t>((box.right - box.left) * (box.bottom - box.top));
+    return {pixel_down(std::min(a.x, b.x)) - reach, pixel_down(std::min(a.y, b.y)) - reach,
+            pixel_down(std::max(a.x, b.x)) + reach, pixel_down(std::max(a.y, b.y)) + reach};
 }
 
 } // namespace
 
-double* value_store::take(size_t count)
-{
-    if (blocks_.empty() || used_ + count > block_values) {
-        block_ += blocks_.empty() ? 0 : 1;
-        used_ = 0;
-        if (block_ == blocks_.size())
-            blocks_.push_back(std::make_unique<double[]>(block_values));
-    }
-    double* const at = blocks_[block_].get() + used_;
-    used_ += count;
-    return at;
-}
-
-geometry::geometry(const context& of, const draw_setup& setup, const vertex_fetch& fetch)
-    : setup_{setup}, fetch_{fetch}, state_{make_transform(of, fetch.transformed)}, clip_{state_, setup.varying_count},
-      kept_(kept_vertices)
+geometry::geometry(const context& of, const draw_setup& setup, const vertex_fetch& fetch, bool has_point_lists)
+    : area_{setup.to.area}, state_{made_transform(of, setup, fetch,
+                                                  has_point_lists ||
+                                                      of.render_states[SVGA3D_RS_FILLMODE] == SVGA3D_FILLMODE_POINT)},
+      clip_{state_}
 {
     const auto& states = of.render_states;
     fill_ = states[SVGA3D_RS_FILLMODE];
     flat_ = states[SVGA3D_RS_SHADEMODE] == SVGA3D_SHADEMODE_FLAT;
     cull_ = states[SVGA3D_RS_CULLMODE];
     front_is_clockwise_ = states[SVGA3D_RS_FRONTWINDING] != SVGA3D_FRONTWINDING_CCW;
-    last_pixel_ = states[SVGA3D_RS_LASTPIXEL] != 0;
     slope_bias_ = static_cast<double>(as_float(states[SVGA3D_RS_SLOPESCALEDEPTHBIAS]));
 }
 
-void geometry::clear()
+void geometry::begin(batch& to) const
 {
-    shapes_.clear();
-    values_.clear();
-    pixels_ = 0;
-    for (kept_vertex& each : kept_)
-        each.placed = false; // its values are gone
+    to.shapes.clear();
+    to.pixels = 0;
+    to.vertices.clear(state_.value_count);
+    to.known.clear();
 }
 
-geometry::kept_vertex& geometry::vertex_of(uint32_t number)
+// First the vertices of all, as far as they are not known, and then the shapes.
+void geometry::add(batch& to, std::span<const primitive> some) const
 {
-    kept_vertex& at = kept_[number % kept_vertices];
-    if (!at.filled || at.number != number) {
-        at.filled = true;
-        at.placed = false;
-        at.number = number;
-        at.value = transformed_vertex(state_, fetch_, setup_, number);
-        at.inside = clip_.holds(at.value);
-    }
-    if (!at.placed) {
-        at.placed = true;
-        at.window = at.inside ? placed(at.value) : std::nullopt;
-    }
-    return at;
-}
-
-std::optional<window_vertex> geometry::placed(const vertex& from)
-{
-    std::optional<window_vertex> at = to_window(state_, from);
-    if (at) {
-        double* const values = values_.take(setup_.varying_count);
-        std::copy_n(from.values.begin(), setup_.varying_count, values);
-        at->values = values;
-    }
-    return at;
-}
-
-const double* geometry::flat_values(uint32_t number)
-{
-    double* const values = values_.take(varying_fog);
-    std::copy_n(vertex_of(number).value.values.begin(), uint32_t{varying_fog}, values);
-    return values;
-}
-
-void geometry::add(const std::array<uint32_t, 3>& numbers, uint32_t corners, uint32_t flat)
-{
-    const double* const colors = flat_ ? flat_values(numbers[flat]) : nullptr;
-    if (corners == 3)
-        add_triangle(numbers, colors);
-    else if (corners == 2)
-        add_line(vertex_of(numbers[0]).value, vertex_of(numbers[1]).value, false, colors);
-    else
-        add_point(vertex_of(numbers[0]).value, false, colors);
-}
-
-void geometry::add_triangle(const std::array<uint32_t, 3>& numbers, const double* flat)
-{
-    std::array<window_vertex, corners_max> window;
+    std::array<corners_of, added_max> corners;
+    std::array<fresh_vertex, together_max> fresh;
     size_t count = 0;
-    bool inside = true;
-    for (const uint32_t number : numbers) {
-        const kept_vertex& corner = vertex_of(number);
-        inside = inside && corner.inside;
-        if (inside && !corner.window)
-            return; // beyond what can be drawn
-        if (inside)
-            window[count++] = *corner.window;
-    }
-    if (!inside) {
-        polygon shape;
-        for (const uint32_t number : numbers)
-            shape.corners[shape.count++] = vertex_of(number).value;
-        clip_.cut(shape);
-        for (count = 0; count < shape.count; ++count) {
-            const std::optional<window_vertex> at = placed(shape.corners[count]);
-            if (!at)
-                return;
-            window[count] = *at;
+    for (size_t i = 0; i < some.size(); ++i)
+        for (uint32_t corner = 0; corner < some[i].corners; ++corner) {
+            const uint32_t number = some[i].numbers[corner];
+            vertex_cache::place& kept = to.known.of(number);
+            if (!to.known.knows(kept, number)) {
+                to.known.put(kept, number, to.vertices.take());
+                fresh[count++] = {number, kept.at};
+            }
+            corners[i][corner] = kept.at;
         }
+    const std::span<const fresh_vertex> made{fresh.data(), count};
+    transform(state_, made);
+    for (const fresh_vertex& each : made) {
+        each.at->outside = clip_.outside(*each.at);
+        each.at->drawable = false;
+        if (each.at->outside == 0)
+            place(state_, *each.at);
     }
-    add_polygon({window.data(), count}, numbers, flat);
+    for (size_t i = 0; i < some.size(); ++i)
+        add(to, some[i], corners[i]);
 }
 
-// A polygon that clipping has left, as a fan of triangles, or as its outline or corners.
-void geometry::add_polygon(std::span<const window_vertex> corners, const std::array<uint32_t, 3>& numbers,
-                           const double* flat)
+void geometry::add(batch& to, const primitive& what, const corners_of& corners) const
+{
+    const double* const colors = flat_ ? corners[what.flat]->values : nullptr;
+    if (what.corners == 3)
+        add_triangle(to, corners, colors);
+    else if (what.corners == 2)
+        add_line(to, corners[0], corners[1], false, colors);
+    else
+        add_point(to, corners[0], false, colors);
+}
+
+// Puts what clipping has left into the window; false when it is beyond what can be drawn.
+bool geometry::put_into_window(std::span<vertex* const> corners) const
+{
+    for (vertex* const each : corners) {
+        if (!each->drawable)
+            place(state_, *each); // it is new, or too far away once more
+        if (!each->drawable)
+            return false;
+    }
+    return true;
+}
+
+void geometry::add_triangle(batch& to, const corners_of& corners, const double* flat) const
+{
+    const uint32_t lost_by_all = corners[0]->outside & corners[1]->outside & corners[2]->outside;
+    const uint32_t lost_by_any = corners[0]->outside | corners[1]->outside | corners[2]->outside;
+    if (lost_by_any == 0) {
+        if (corners[0]->drawable && corners[1]->drawable && corners[2]->drawable)
+            add_polygon(to, corners, corners, flat);
+        return;
+    }
+    if (lost_by_all & lost_by_any & (~lost_by_any + 1))
+        return; // the first plane that cuts leaves nothing
+    polygon shape;
+    std::ranges::copy(corners, shape.corners.begin());
+    shape.count = corners.size();
+    clip_.cut(shape, to.vertices);
+    const std::span<vertex* const> left{shape.corners.data(), shape.count};
+    if (put_into_window(left))
+        add_polygon(to, left, corners, flat);
+}
+
+// A polygon that clipping has left, as a fan of triangles, or as the outline or corners of the whole.
+void geometry::add_polygon(batch& to, std::span<vertex* const> corners, const corners_of& whole,
+                           const double* flat) const
 {
     int64_t area = 0;
     for (size_t i = 2; i < corners.size(); ++i)
-        area += doubled_area(corners[0], corners[i - 1], corners[i]);
+        area += doubled_area(corners[0]->window, corners[i - 1]->window, corners[i]->window);
     const bool back_face = (area > 0) != front_is_clockwise_;
     if (area == 0 || is_culled(back_face))
         return;
     if (fill_ == SVGA3D_FILLMODE_POINT) {
-        for (const uint32_t number : numbers)
-            add_point(vertex_of(number).value, back_face, flat);
+        for (vertex* const each : whole)
+            add_point(to, each, back_face, flat);
     } else if (fill_ == SVGA3D_FILLMODE_LINE) {
-        for (size_t i = 0; i < 3; ++i) {
-            const vertex from = vertex_of(numbers[i]).value;
-            add_line(from, vertex_of(numbers[(i + 1) % 3]).value, back_face, flat);
-        }
+        for (size_t i = 0; i < 3; ++i)
+            add_line(to, whole[i], whole[(i + 1) % 3], back_face, flat);
     } else {
         for (size_t i = 2; i < corners.size(); ++i)
-            push(3, back_face, flat, {corners[0], corners[i - 1], corners[i]}, 0);
+            push(to, {{corners[0], corners[i - 1], corners[i]}, flat, 0, 0, 3, back_face},
+                 box_of(corners[0]->window, corners[i - 1]->window, corners[i]->window));
     }
 }
 
-void geometry::add_line(vertex from, vertex to, bool back_face, const double* flat)
+void geometry::add_line(batch& to, vertex* from, vertex* end, bool back_face, const double* flat) const
 {
-    if (!clip_.cut(from, to))
+    if ((from->outside | end->outside) != 0 && !clip_.cut(from, end, to.vertices))
         return;
-    const std::optional<window_vertex> a = placed(from);
-    const std::optional<window_vertex> b = placed(to);
-    if (a && b)
-        push(2, back_face, flat, {*a, *b, *b}, 0);
+    if (put_into_window({{from, end}}))
+        push(to, {{from, end, end}, flat, 0, 0, 2, back_face}, box_around(from->window, end->window, 0));
 }
 
-void geometry::add_point(const vertex& at, bool back_face, const double* flat)
+void geometry::add_point(batch& to, vertex* at, bool back_face, const double* flat) const
 {
-    if (!clip_.holds(at))
-        return;
-    if (const std::optional<window_vertex> placed_at = placed(at))
-        push(1, back_face, flat, {*placed_at, *placed_at, *placed_at}, at.point_size);
+    if (at->outside == 0 && at->drawable)
+        push(to, {{at, at, at}, flat, 0, 0, 1, back_face}, box_around(at->window, at->window, at->point_size / 2));
 }
 
-void geometry::push(uint32_t corners, bool back_face, const double* flat, const std::array<window_vertex, 3>& at,
-                    double size)
+// Adds a shape that touches pixels of the target.
+void geometry::push(batch& to, window_shape shape, const pixel_rect& reach) const
 {
-    const uint64_t pixels = box_pixels(setup_.to.area, {at.data(), corners}, size / 2);
-    if (pixels == 0)
+    const pixel_rect box = intersection(reach, area_);
+    if (box.is_empty())
         return;
-    pixels_ += pixels;
-    shapes_.push_back({corners, {back_face, state_.depth_bias, slope_bias_, flat}, at, last_pixel_, size});
+    shape.top = static_cast<int32_t>(box.top);
+    const int64_t rounded = shape.corners == 3 ? 0 : 1; // lines and points round to the nearest pixel
+    shape.bottom = static_cast<int32_t>(std::min(box.bottom + rounded, area_.bottom));
+    to.pixels += static_cast<uint64_t>((box.right - box.left) * (box.bottom - box.top));
+    to.shapes.push_back(shape);
 }
 
 bool geometry::is_culled(bool back_face) const

@@ -1,88 +1,99 @@
 // Geometry: from vertices by number to shapes in the window, ready for any thread to draw.
 //
-// Shapes are collected a few thousand at a time, in their order; their values lie in memory of the collection
-// and stay until it is cleared. Vertices transformed last are kept by number, since neighbours in a mesh
-// share them.
+// Primitives are worked out a batch at a time. A batch keeps its shapes in their order, and the vertices that
+// they point at, until it is cleared; its memory stays for the batches to come. Vertices transformed last are
+// found again by number, since neighbours in a mesh share them.
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/clip.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/primitives.h"
 
-#include <memory>
 #include <span>
 #include <vector>
 
 namespace kalix::device::raster {
 
 struct window_shape {
-    uint32_t corners; // 1 a point, 2 a line, 3 a triangle
-    triangle_state state;
-    std::array<window_vertex, 3> at;
-    bool last_pixel; // of a line
-    double size;     // of a point, pixels
+    std::array<vertex*, 3> at;
+    const double* flat;  // the values that a flat primitive takes its colours from; null: smooth
+    int32_t top, bottom; // rows of the target that it may touch, bottom not included
+    uint8_t corners;     // 1 a point, 2 a line, 3 a triangle
+    bool back_face;
 };
 
-// Values of many vertices, handed out in order and given up all at once.
-class value_store {
+struct primitive {
+    std::array<uint32_t, 3> numbers; // of its vertices
+    uint32_t corners;                // 1 a point, 2 a line, 3 a triangle
+    uint32_t flat;                   // the corner that gives the colours of flat shading
+};
+
+// The vertices of a batch by number. Each number has its place, and the last vertex there is the one known.
+class vertex_cache {
 public:
-    // Room for so many values, at most a block's.
-    double* take(size_t count);
-    void clear() { block_ = used_ = 0; }
+    // Forgets all: what is put from now on is of another generation.
+    void clear()
+    {
+        if (++generation_ == 0) {
+            places_ = {};
+            generation_ = 1;
+        }
+    }
+
+    struct place {
+        uint32_t number, generation;
+        vertex* at;
+    };
+    place& of(uint32_t number) { return places_[number % places_.size()]; }
+    bool knows(const place& in, uint32_t number) const { return in.number == number && in.generation == generation_; }
+    void put(place& in, uint32_t number, vertex* at) { in = {number, generation_, at}; }
 
 private:
-    static constexpr size_t block_values = 16384;
-    std::vector<std::unique_ptr<double[]>> blocks_;
-    size_t block_ = 0; // the one in use
-    size_t used_ = 0;  // of it
+    std::array<place, 512> places_{};
+    uint32_t generation_ = 0;
 };
 
+// What some primitives of a draw became.
+struct batch {
+    std::vector<window_shape> shapes;
+    uint64_t pixels = 0; // that the shapes may cover, counted generously
+    vertex_store vertices;
+    vertex_cache known;
+};
+
+// A draw's way from vertices to shapes; changes nothing of itself, so that threads share it.
 class geometry {
 public:
-    geometry(const context& of, const draw_setup& setup, const vertex_fetch& fetch);
+    // Keeps the addresses of setup and fetch.
+    geometry(const context& of, const draw_setup& setup, const vertex_fetch& fetch, bool has_point_lists);
 
-    // Adds a primitive of one to three vertices, of which one gives the colours of flat shading.
-    void add(const std::array<uint32_t, 3>& numbers, uint32_t corners, uint32_t flat);
+    // Empties a batch for primitives of this draw.
+    void begin(batch& to) const;
+    // Adds primitives, at most so many at a time.
+    static constexpr size_t added_max = together_max / 3;
+    void add(batch& to, std::span<const primitive> some) const;
 
-    std::span<const window_shape> list() const { return shapes_; }
-    bool is_full() const { return shapes_.size() >= shapes_max; }
-    uint64_t pixels() const { return pixels_; } // that the shapes may cover, counted generously
-    void clear();
+    // What is the same for all shapes of the draw.
+    double depth_bias() const { return state_.depth_bias; }
+    double slope_bias() const { return slope_bias_; }
 
 private:
-    static constexpr size_t shapes_max = 4096;
-    static constexpr size_t kept_vertices = 256;
+    using corners_of = std::array<vertex*, 3>;
 
-    struct kept_vertex {
-        bool filled = false, placed = false;
-        uint32_t number = 0;
-        vertex value;
-        bool inside = false; // of every clip plane
-        std::optional<window_vertex> window;
-    };
-
-    kept_vertex& vertex_of(uint32_t number);
-    std::optional<window_vertex> placed(const vertex& from);
-    const double* flat_values(uint32_t number);
-    void add_triangle(const std::array<uint32_t, 3>& numbers, const double* flat);
-    void add_polygon(std::span<const window_vertex> corners, const std::array<uint32_t, 3>& numbers,
-                     const double* flat);
-    void add_line(vertex from, vertex to, bool back_face, const double* flat);
-    void add_point(const vertex& at, bool back_face, const double* flat);
-    void push(uint32_t corners, bool back_face, const double* flat, const std::array<window_vertex, 3>& at,
-              double size);
+    void add(batch& to, const primitive& what, const corners_of& corners) const;
+    void add_triangle(batch& to, const corners_of& corners, const double* flat) const;
+    void add_polygon(batch& to, std::span<vertex* const> corners, const corners_of& whole, const double* flat) const;
+    void add_line(batch& to, vertex* from, vertex* end, bool back_face, const double* flat) const;
+    void add_point(batch& to, vertex* at, bool back_face, const double* flat) const;
+    void push(batch& to, window_shape shape, const pixel_rect& reach) const;
+    bool put_into_window(std::span<vertex* const> corners) const;
     bool is_culled(bool back_face) const;
 
-    const draw_setup& setup_;
-    const vertex_fetch& fetch_;
+    pixel_rect area_; // of the target
+    uint32_t fill_, cull_;
+    bool flat_, front_is_clockwise_;
+    double slope_bias_;
     transform_state state_;
     clipper clip_;
-    uint32_t fill_, cull_;
-    bool flat_, front_is_clockwise_, last_pixel_;
-    double slope_bias_;
-    std::vector<kept_vertex> kept_;
-    std::vector<window_shape> shapes_;
-    value_store values_;
-    uint64_t pixels_ = 0;
 };
 
 } // namespace kalix::device::raster

@@ -8,16 +8,10 @@
 namespace kalix::device::raster {
 namespace {
 
-using rgb = std::array<double, 3>;
-
-rgb color_of(const svga3d_color4& c)
+four color_of(const svga3d_color4& c)
 {
-    return {static_cast<double>(c.r), static_cast<double>(c.g), static_cast<double>(c.b)};
-}
-
-rgba with_alpha(const svga3d_color4& c)
-{
-    return {{static_cast<double>(c.r), static_cast<double>(c.g), static_cast<double>(c.b), static_cast<double>(c.a)}};
+    return four_of(static_cast<double>(c.r), static_cast<double>(c.g), static_cast<double>(c.b),
+                   static_cast<double>(c.a));
 }
 
 vector3 first_three(const float (&v)[4])
@@ -44,17 +38,24 @@ vector3 times(const vector3& v, double w, const matrix64& m)
     return out;
 }
 
-light_source make_source(const svga3d_light& from, const matrix64& view)
+constexpr vector3 far_viewer = {0, 0, -1}; // where it is
+
+vector3 halfway_between(const vector3& a, const vector3& b)
+{
+    return unit({a[0] + b[0], a[1] + b[1], a[2] + b[2]});
+}
+
+void make_source(const svga3d_light& from, const matrix64& view, light_source& made)
 {
     const bool in_world = from.in_world_space != 0;
     const vector3 position = first_three(from.position);
     const vector3 direction = first_three(from.direction);
-    light_source made;
     made.positional = from.type != SVGA3D_LIGHTTYPE_DIRECTIONAL;
     made.spot = from.type == SVGA3D_LIGHTTYPE_SPOT1 || from.type == SVGA3D_LIGHTTYPE_SPOT2;
     made.position = in_world ? times(position, 1, view) : position;
     made.travel = unit(in_world ? times(direction, 0, view) : direction);
     made.toward = scaled(made.travel, -1);
+    made.halfway = halfway_between(made.toward, far_viewer);
     made.diffuse = color_of(from.diffuse);
     made.specular = color_of(from.specular);
     made.ambient = color_of(from.ambient);
@@ -64,7 +65,6 @@ light_source make_source(const svga3d_light& from, const matrix64& view)
                         static_cast<double>(from.attenuation2)};
     made.cos_theta = cos_of(static_cast<double>(from.theta) / 2);
     made.cos_phi = cos_of(static_cast<double>(from.phi) / 2);
-    return made;
 }
 
 // How much of a light comes through its cone in a direction of travel.
@@ -76,6 +76,11 @@ double cone(const light_source& from, const vector3& travel)
     if (!(c > from.cos_phi))
         return 0;
     return power_of((c - from.cos_phi) / (from.cos_theta - from.cos_phi), from.falloff);
+}
+
+vector3 unit_of_length(const vector3& v, double length)
+{
+    return length > 0 && std::isfinite(length) ? scaled(v, 1 / length) : vector3{};
 }
 
 // What arrives of a light at a point, and from where.
@@ -90,7 +95,7 @@ arrival arriving(const light_source& from, const vector3& at)
         return {1, from.toward};
     const vector3 path = difference(from.position, at);
     const double distance = std::sqrt(dot(path, path));
-    const vector3 toward = unit(path);
+    const vector3 toward = unit_of_length(path, distance);
     if (!(distance <= from.range))
         return {0, toward};
     const auto& a = from.attenuation;
@@ -99,24 +104,33 @@ arrival arriving(const light_source& from, const vector3& at)
     return {from.spot ? attenuated * cone(from, scaled(toward, -1)) : attenuated, toward};
 }
 
-void add(rgb& to, const rgb& color, double factor)
+// How much a light that arrives shines on the surface, before it is multiplied with its colour.
+double shine(const lighting_state& by, const light_source& source, const arrival& here, const lit_vertex& vertex)
 {
-    for (size_t i = 0; i < 3; ++i)
-        to[i] += color[i] * factor;
+    vector3 halfway = source.halfway;
+    if (by.local_viewer)
+        halfway = halfway_between(here.toward, unit(scaled(vertex.position, -1)));
+    else if (source.positional)
+        halfway = halfway_between(here.toward, far_viewer);
+    return here.strength * power_of(std::max(dot(vertex.normal, halfway), 0.0), by.shininess);
 }
 
 // The colour that a material source names.
-const rgba& chosen(uint32_t source, const rgba& material, const lit_vertex& vertex)
+const four& chosen(uint32_t source, const four& material, const lit_vertex& vertex)
 {
     return source == 1 ? vertex.diffuse : source == 2 ? vertex.specular : material;
+}
+
+four clamped01(const four& v)
+{
+    return four_of(clamp01(v[0]), clamp01(v[1]), clamp01(v[2]), clamp01(v[3]));
 }
 
 } // namespace
 
 vector3 unit(const vector3& v)
 {
-    const double length = std::sqrt(dot(v, v));
-    return length > 0 && std::isfinite(length) ? scaled(v, 1 / length) : vector3{};
+    return unit_of_length(v, std::sqrt(dot(v, v)));
 }
 
 double dot(const vector3& a, const vector3& b)
@@ -124,59 +138,58 @@ double dot(const vector3& a, const vector3& b)
     return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
 }
 
-lighting_state make_lighting(const context& of, const matrix64& view)
+void make_lighting(const context& of, const matrix64& view, bool shows_specular, lighting_state& out)
 {
     const auto& states = of.render_states;
-    lighting_state made;
-    made.enabled = states[SVGA3D_RS_LIGHTINGENABLE] != 0;
-    for (uint32_t i = 0; i < SVGA3D_LIGHTS && made.enabled; ++i)
+    out.enabled = states[SVGA3D_RS_LIGHTINGENABLE] != 0;
+    if (!out.enabled)
+        return;
+    out.local_viewer = states[SVGA3D_RS_LOCALVIEWER] != 0;
+    out.shows_specular = shows_specular;
+    out.count = 0;
+    for (uint32_t i = 0; i < SVGA3D_LIGHTS; ++i)
         if (of.light_enabled[i])
-            made.sources[made.count++] = make_source(of.lights[i], view);
+            make_source(of.lights[i], view, out.sources[out.count++]);
     const svga3d_material& material = of.materials[0];
-    made.diffuse = with_alpha(material.diffuse);
-    made.specular = with_alpha(material.specular);
-    made.ambient = with_alpha(material.ambient);
-    made.emissive = with_alpha(material.emissive);
-    made.shininess = static_cast<double>(material.shininess);
+    out.diffuse = color_of(material.diffuse);
+    out.specular = color_of(material.specular);
+    out.ambient = color_of(material.ambient);
+    out.emissive = color_of(material.emissive);
+    out.shininess = static_cast<double>(material.shininess);
+    out.source = {};
     if (states[SVGA3D_RS_VERTEXMATERIALENABLE])
-        made.source = {states[SVGA3D_RS_DIFFUSEMATERIALSOURCE], states[SVGA3D_RS_SPECULARMATERIALSOURCE],
-                       states[SVGA3D_RS_AMBIENTMATERIALSOURCE], states[SVGA3D_RS_EMISSIVEMATERIALSOURCE]};
+        out.source = {states[SVGA3D_RS_DIFFUSEMATERIALSOURCE], states[SVGA3D_RS_SPECULARMATERIALSOURCE],
+                      states[SVGA3D_RS_AMBIENTMATERIALSOURCE], states[SVGA3D_RS_EMISSIVEMATERIALSOURCE]};
     const uint32_t ambient = states[SVGA3D_RS_AMBIENT];
-    for (size_t i = 0; i < 3; ++i)
-        made.global_ambient[i] = (ambient >> (16 - 8 * i) & 255) / 255.0;
-    made.local_viewer = states[SVGA3D_RS_LOCALVIEWER] != 0;
-    return made;
+    const auto part = [ambient](uint32_t shift) { return (ambient >> shift & 255) / 255.0; };
+    out.global_ambient = four_of(part(16), part(8), part(0), 0);
 }
 
+// The fourth lanes are worked out like the others and then replaced: only colours are lit.
 void light(const lighting_state& by, lit_vertex& vertex)
 {
-    rgb ambient = by.global_ambient;
-    rgb diffuse{};
-    rgb specular{};
-    const vector3 viewer = by.local_viewer ? unit(scaled(vertex.position, -1)) : vector3{0, 0, -1};
+    four ambient = by.global_ambient;
+    four diffuse{};
+    four specular{};
     for (uint32_t i = 0; i < by.count; ++i) {
         const light_source& source = by.sources[i];
         const arrival here = arriving(source, vertex.position);
-        add(ambient, source.ambient, here.strength);
+        ambient = ambient + source.ambient * here.strength;
         const double facing = dot(vertex.normal, here.toward);
         if (!(facing > 0))
             continue;
-        add(diffuse, source.diffuse, here.strength * facing);
-        const vector3 sum = {here.toward[0] + viewer[0], here.toward[1] + viewer[1], here.toward[2] + viewer[2]};
-        const double shine = dot(vertex.normal, unit(sum));
-        add(specular, source.specular, here.strength * power_of(std::max(shine, 0.0), by.shininess));
+        diffuse = diffuse + source.diffuse * (here.strength * facing);
+        if (by.shows_specular)
+            specular = specular + source.specular * shine(by, source, here, vertex);
     }
-    const rgba& material = chosen(by.source[0], by.diffuse, vertex);
-    const rgba& shiny = chosen(by.source[1], by.specular, vertex);
-    const rgba& dim = chosen(by.source[2], by.ambient, vertex);
-    const rgba& glowing = chosen(by.source[3], by.emissive, vertex);
-    rgba lit;
-    rgba shown;
-    for (size_t i = 0; i < 3; ++i) {
-        lit.channel[i] = clamp01(glowing.channel[i] + dim.channel[i] * ambient[i] + material.channel[i] * diffuse[i]);
-        shown.channel[i] = clamp01(shiny.channel[i] * specular[i]);
-    }
-    lit.channel[3] = clamp01(material.channel[3]);
+    const four& material = chosen(by.source[0], by.diffuse, vertex);
+    const four& shiny = chosen(by.source[1], by.specular, vertex);
+    const four& dim = chosen(by.source[2], by.ambient, vertex);
+    const four& glowing = chosen(by.source[3], by.emissive, vertex);
+    four lit = clamped01(glowing + dim * ambient + material * diffuse);
+    lit.high[1] = clamp01(material.high[1]);
+    four shown = clamped01(shiny * specular);
+    shown.high[1] = 0;
     vertex.diffuse = lit;
     vertex.specular = shown;
 }

@@ -4,47 +4,43 @@
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/device/context.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/four.h"
 
 #include <array>
 #include <cstdint>
 
 namespace kalix::device::raster {
 
-using vector3 = std::array<double, 3>;
-using matrix64 = std::array<double, 16>; // row vectors: p' = p m
-
-struct rgba {
-    std::array<double, 4> channel{};
-};
-
 struct light_source {
-    bool positional = false, spot = false;
-    vector3 position{}, toward{}; // toward: where it comes from, of unit length, for directional lights
-    vector3 travel{};             // of unit length, for spots
-    std::array<double, 3> diffuse{}, specular{}, ambient{};
-    double range = 0, falloff = 1;
-    std::array<double, 3> attenuation{};
-    double cos_theta = 1, cos_phi = -1; // of the halves
+    bool positional, spot;
+    vector3 position, toward; // toward: where it comes from, of unit length, for directional lights
+    vector3 halfway;          // between that and the viewer, when the viewer is far away as well
+    vector3 travel;           // of unit length, for spots
+    four diffuse, specular, ambient;
+    double range, falloff;
+    std::array<double, 3> attenuation;
+    double cos_theta, cos_phi; // of the halves
 };
 
+// Set as far as light() reads it: nothing behind enabled when that is false, no source beyond count.
 struct lighting_state {
-    bool enabled = false;
+    bool enabled;
+    bool local_viewer;
+    bool shows_specular; // otherwise nothing draws that colour
+    uint32_t count;
+    std::array<uint32_t, 4> source; // of diffuse, specular, ambient, emissive: 0 material, 1 diffuse, 2 specular colour
+    four diffuse, specular, ambient, emissive; // of the material
+    four global_ambient;
+    double shininess;
     std::array<light_source, SVGA3D_LIGHTS> sources;
-    uint32_t count = 0;
-    rgba diffuse, specular, ambient, emissive; // of the material
-    std::array<uint32_t, 4>
-        source{}; // of diffuse, specular, ambient, emissive: 0 material, 1 diffuse, 2 specular colour
-    std::array<double, 3> global_ambient{};
-    double shininess = 0;
-    bool local_viewer = false;
 };
 
 // The lights that are on, in view space.
-lighting_state make_lighting(const context& of, const matrix64& view);
+void make_lighting(const context& of, const matrix64& view, bool shows_specular, lighting_state& out);
 
 struct lit_vertex {
     vector3 position, normal; // in view space
-    rgba diffuse, specular;   // the vertex's colours before, and what the light makes of them after
+    four diffuse, specular;   // the vertex's colours before, and what the light makes of them after
 };
 void light(const lighting_state& by, lit_vertex& vertex);
 

@@ -1,7 +1,7 @@
 // Drawing: what CLEAR and DRAW_PRIMITIVES do to the targets of a context.
 //
 // Reads a context's state and the surfaces that it names, writes its targets and its query's count.
-// Nothing is kept between calls. Called by the device's fetching thread.
+// Nothing but memory is kept between calls. Called by the device's fetching thread.
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/device/context.h"

@@ -19,16 +19,7 @@ matrix64 widened(const matrix& from)
     return to;
 }
 
-// A row vector times a matrix.
-attribute_value times(const attribute_value& v, const matrix64& m)
-{
-    attribute_value result{};
-    for (size_t column = 0; column < 4; ++column)
-        result[column] = v[0] * m[column] + v[1] * m[4 + column] + v[2] * m[8 + column] + v[3] * m[12 + column];
-    return result;
-}
-
-double distance_from(const std::array<double, 4>& plane, const attribute_value& point)
+double distance_from(const std::array<double, 4>& plane, const four& point)
 {
     return plane[0] * point[0] + plane[1] * point[1] + plane[2] * point[2] + plane[3] * point[3];
 }
@@ -58,23 +49,19 @@ std::array<double, 9> normal_matrix(const matrix64& m)
     return cofactors;
 }
 
-void put(varyings& values, uint32_t at, const attribute_value& value)
-{
-    std::ranges::copy(value, values.begin() + at);
-}
-
 // Fills position and plane distances; returns the position in view space (of a transformed one: itself).
-attribute_value place(const transform_state& state, const attribute_value& position, vertex& out)
+four locate_vertex(const transform_state& state, const four& position, vertex& out)
 {
     if (state.transformed) {
-        out.clip = position;
+        store_four(out.clip.data(), position);
         return position;
     }
-    const attribute_value in_world = times(position, state.world);
-    const attribute_value in_view = times(in_world, state.view);
-    out.clip = times(in_view, state.projection);
-    for (size_t i = 0; i < state.planes.size(); ++i)
-        out.distances[i] = state.planes_enabled >> i & 1 ? distance_from(state.planes[i], in_world) : 0;
+    const four in_world = times(position, state.world);
+    const four in_view = times(in_world, state.view);
+    store_four(out.clip.data(), times(in_view, state.projection));
+    for (uint32_t i = 0; state.varying_count + i < state.value_count; ++i)
+        out.values[state.varying_count + i] =
+            state.planes_enabled >> i & 1 ? distance_from(state.planes[i], in_world) : 0;
     return in_view;
 }
 
@@ -109,12 +96,11 @@ vector3 reflection(const placed& at)
     return {eye[0] - twice * at.normal[0], eye[1] - twice * at.normal[1], eye[2] - twice * at.normal[2]};
 }
 
-// What a stage's coordinates are before its matrix: declared, or worked out from where the vertex is.
-attribute_value given_coordinates(const transform_state& state, const vertex_fetch& fetch, uint32_t stage,
-                                  uint64_t index, const placed& at)
+// What a stage's coordinates are before its matrix.
+four given_coordinates(const coordinate_source& source, uint64_t index, const placed& at)
 {
-    const auto point = [](const vector3& v) { return attribute_value{v[0], v[1], v[2], 1}; };
-    switch (state.coordinate_generation[stage]) {
+    const auto point = [](const vector3& v) { return four_of(v[0], v[1], v[2], 1); };
+    switch (source.generation) {
     case 1:
         return point(at.position);
     case 2:
@@ -122,78 +108,40 @@ attribute_value given_coordinates(const transform_state& state, const vertex_fet
     case 3:
         return point(reflection(at));
     default:
-        break;
+        return read_attribute(*source.from, index);
     }
-    const uint32_t which = state.coordinate_index[stage];
-    return which < fetch.coordinates.size() ? read_attribute(fetch.coordinates[which], index)
-                                            : attribute_value{0, 0, 0, 1};
 }
 
-attribute_value stage_coordinates(const transform_state& state, const vertex_fetch& fetch, uint32_t stage,
-                                  uint64_t index, const placed& at)
+void store_coordinates(const coordinate_source& source, uint32_t stage, const four& given, vertex& out)
 {
-    const attribute_value given = given_coordinates(state, fetch, stage, index, at);
-    return state.texture_flags[stage] & component_flags ? times(given, state.texture[stage]) : given;
+    store_four(out.values + varying_coordinates + size_t{4} * stage,
+               source.has_matrix ? times(given, source.by) : given);
 }
 
-} // namespace
-
-transform_state make_transform(const context& of, bool transformed)
+void put_coordinates(const transform_state& state, uint64_t index, const placed& at, vertex& out)
 {
-    const auto& states = of.render_states;
-    const auto real = [&states](uint32_t which) { return static_cast<double>(as_float(states[which])); };
-    transform_state made;
-    made.world = widened(of.transforms[SVGA3D_TRANSFORM_WORLD]);
-    made.view = widened(of.transforms[SVGA3D_TRANSFORM_VIEW]);
-    made.projection = widened(of.transforms[SVGA3D_TRANSFORM_PROJECTION]);
-    for (uint32_t stage = 0; stage < SVGA3D_TEXTURE_STAGES; ++stage) {
-        made.texture[stage] = widened(of.transforms[SVGA3D_TRANSFORM_TEXTURE0 + stage]);
-        made.texture_flags[stage] = of.texture_states[stage][SVGA3D_TS_TEXTURETRANSFORMFLAGS];
-        made.coordinate_index[stage] = of.texture_states[stage][SVGA3D_TS_TEXCOORDINDEX];
-        made.coordinate_generation[stage] = of.texture_states[stage][SVGA3D_TS_TEXCOORDGEN];
-        made.needs_normals = made.needs_normals || made.coordinate_generation[stage] > 1;
+    for (uint32_t stage = 0; stage < state.stage_count; ++stage) {
+        const coordinate_source& source = state.stages[stage];
+        store_coordinates(source, stage, given_coordinates(source, index, at), out);
     }
-    made.lighting = make_lighting(of, made.view);
-    made.lighting.enabled = made.lighting.enabled && !transformed;
-    made.needs_normals = made.needs_normals || made.lighting.enabled;
-    made.normals = normal_matrix(product(made.world, made.view));
-    made.normalizes = states[SVGA3D_RS_NORMALIZENORMALS] != 0;
-    for (size_t i = 0; i < made.planes.size(); ++i)
-        std::ranges::copy(of.clip_planes[i], made.planes[i].begin());
-    made.planes_enabled = transformed ? 0 : states[SVGA3D_RS_CLIPPLANEENABLE];
-    made.transformed = transformed;
-    made.left = of.viewport.x;
-    made.top = of.viewport.y;
-    made.half_width = of.viewport.w / 2.0;
-    made.half_height = of.viewport.h / 2.0;
-    made.z_min = static_cast<double>(of.z_min);
-    made.z_max = static_cast<double>(of.z_max);
-    made.point_size = real(SVGA3D_RS_POINTSIZE);
-    made.point_size_min = real(SVGA3D_RS_POINTSIZEMIN);
-    made.point_size_max = std::min(real(SVGA3D_RS_POINTSIZEMAX), static_cast<double>(limits::point_size));
-    made.scales_points = states[SVGA3D_RS_POINTSCALEENABLE] && !transformed;
-    made.point_scale = {real(SVGA3D_RS_POINTSCALE_A), real(SVGA3D_RS_POINTSCALE_B), real(SVGA3D_RS_POINTSCALE_C)};
-    made.depth_bias = real(SVGA3D_RS_DEPTHBIAS) + real(SVGA3D_RS_ZBIAS);
-    return made;
 }
-
-namespace {
 
 // The vertex's colours, lit or as they are declared.
-void put_colors(const transform_state& state, const vertex_fetch& fetch, uint64_t index, const placed& at, vertex& out)
+void put_colors(const transform_state& state, uint64_t index, const placed& at, vertex& out)
 {
-    lit_vertex colors{
-        at.position, at.normal, {read_attribute(fetch.diffuse, index)}, {read_attribute(fetch.specular, index)}};
+    lit_vertex colors{at.position, at.normal, read_attribute(state.fetch->diffuse, index),
+                      read_attribute(state.fetch->specular, index)};
     if (state.lighting.enabled)
         light(state.lighting, colors);
-    put(out.values, varying_diffuse, colors.diffuse.channel);
-    put(out.values, varying_specular, colors.specular.channel);
+    store_four(out.values + varying_diffuse, colors.diffuse);
+    store_four(out.values + varying_specular, colors.specular);
 }
 
 // A point's size in pixels: the vertex's or the context's, smaller with the distance when that is asked for.
-double point_size(const transform_state& state, const vertex_fetch& fetch, uint64_t index, const placed& at)
+double point_size(const transform_state& state, uint64_t index, const placed& at)
 {
-    double size = fetch.point_size.start ? read_attribute(fetch.point_size, index)[0] : state.point_size;
+    const attribute& declared = state.fetch->point_size;
+    double size = declared.start ? read_attribute(declared, index)[0] : state.point_size;
     if (state.scales_points) {
         const double distance = std::sqrt(dot(at.position, at.position));
         const auto& scale = state.point_scale;
@@ -204,28 +152,138 @@ double point_size(const transform_state& state, const vertex_fetch& fetch, uint6
                    static_cast<double>(limits::point_size));
 }
 
-} // namespace
-
-vertex transformed_vertex(const transform_state& state, const vertex_fetch& fetch, const draw_setup& setup,
-                          uint64_t index)
+// What depends on where the vertex is seen: lit colours, generated coordinates, the size of a point.
+void put_seen(const transform_state& state, const four& in_view, uint64_t index, vertex& out)
 {
-    vertex out;
-    const attribute_value in_view = place(state, read_attribute(fetch.position, index), out);
     placed at{{in_view[0], in_view[1], in_view[2]}, {}};
     if (state.needs_normals)
-        at.normal = normal_in_view(state, read_attribute(fetch.normal, index));
-    put_colors(state, fetch, index, at, out);
-    if (setup.fog.enabled)
-        out.values[varying_fog] = fog_value(setup.fog, in_view[2], read_attribute(fetch.fog, index)[0]);
-    for (uint32_t stage = 0; stage < setup.chain.count; ++stage)
-        put(out.values, varying_coordinates + 4 * stage, stage_coordinates(state, fetch, stage, index, at));
-    out.point_size = point_size(state, fetch, index, at);
+        at.normal = normal_in_view(state, read_attribute(state.fetch->normal, index));
+    put_colors(state, index, at, out);
+    put_coordinates(state, index, at, out);
+    if (state.draws_points)
+        out.point_size = point_size(state, index, at);
+}
+
+// Values that are as they are declared.
+void put_declared(const transform_state& state, uint64_t index, vertex& out)
+{
+    store_four(out.values + varying_diffuse, read_attribute(state.fetch->diffuse, index));
+    store_four(out.values + varying_specular, read_attribute(state.fetch->specular, index));
+    for (uint32_t stage = 0; stage < state.stage_count; ++stage)
+        store_coordinates(state.stages[stage], stage, read_attribute(*state.stages[stage].from, index), out);
+}
+
+void put_fog(const transform_state& state, const four& in_view, uint64_t index, vertex& out)
+{
+    out.values[varying_fog] =
+        state.fog->enabled ? fog_value(*state.fog, in_view[2], read_attribute(state.fetch->fog, index)[0]) : 0;
+}
+
+// The nearest integer, halves up, of a number that fits.
+int64_t nearest(double value)
+{
+    const double up = value + 0.5;
+    const auto whole = static_cast<int64_t>(up); // toward zero
+    return whole - (static_cast<double>(whole) > up ? 1 : 0);
+}
+
+// Whether anything of a draw looks at the specular colour.
+bool shows_specular(const draw_setup& setup)
+{
+    const auto names_it = [](const std::array<uint32_t, 3>& arguments) {
+        return std::ranges::find(arguments, uint32_t{SVGA3D_TA_SPECULAR}) != arguments.end();
+    };
+    return setup.adds_specular ||
+           std::any_of(setup.chain.stages.begin(), setup.chain.stages.begin() + setup.chain.count,
+                       [&](const combiner_stage& stage) {
+                           return names_it(stage.color_arguments) || names_it(stage.alpha_arguments);
+                       });
+}
+
+const attribute no_coordinates{.otherwise = four_of(0, 0, 0, 1)};
+
+void make_stages(const context& of, const draw_setup& setup, const vertex_fetch& fetch, transform_state& out)
+{
+    out.stage_count = setup.chain.count;
+    for (uint32_t stage = 0; stage < out.stage_count; ++stage) {
+        const auto& states = of.texture_states[stage];
+        const uint32_t which = states[SVGA3D_TS_TEXCOORDINDEX];
+        coordinate_source& source = out.stages[stage];
+        source.generation = states[SVGA3D_TS_TEXCOORDGEN];
+        source.from = which < fetch.coordinates.size() ? &fetch.coordinates[which] : &no_coordinates;
+        source.has_matrix = (states[SVGA3D_TS_TEXTURETRANSFORMFLAGS] & component_flags) != 0;
+        if (source.has_matrix)
+            source.by = widened(of.transforms[SVGA3D_TRANSFORM_TEXTURE0 + stage]);
+        out.needs_normals = out.needs_normals || source.generation > 1;
+        out.needs_position = out.needs_position || source.generation != 0;
+    }
+}
+
+void make_planes(const context& of, const draw_setup& setup, transform_state& out)
+{
+    constexpr uint32_t all = (1u << SVGA3D_CLIP_PLANES) - 1;
+    out.planes_enabled = out.transformed ? 0 : of.render_states[SVGA3D_RS_CLIPPLANEENABLE] & all;
+    out.varying_count = setup.varying_count;
+    out.value_count = setup.varying_count + (out.planes_enabled != 0 ? SVGA3D_CLIP_PLANES : 0);
+    for (size_t i = 0; i < out.planes.size(); ++i)
+        std::ranges::copy(of.clip_planes[i], out.planes[i].begin());
+}
+
+} // namespace
+
+transform_state made_transform(const context& of, const draw_setup& setup, const vertex_fetch& fetch, bool draws_points)
+{
+    transform_state out;
+    const auto& states = of.render_states;
+    const auto real = [&states](uint32_t which) { return static_cast<double>(as_float(states[which])); };
+    out.fetch = &fetch;
+    out.fog = &setup.fog;
+    out.transformed = fetch.transformed;
+    out.draws_points = draws_points;
+    out.world = widened(of.transforms[SVGA3D_TRANSFORM_WORLD]);
+    out.view = widened(of.transforms[SVGA3D_TRANSFORM_VIEW]);
+    out.projection = widened(of.transforms[SVGA3D_TRANSFORM_PROJECTION]);
+    make_lighting(of, out.view, shows_specular(setup), out.lighting);
+    out.lighting.enabled = out.lighting.enabled && !out.transformed;
+    out.needs_normals = out.lighting.enabled;
+    out.needs_position = out.lighting.enabled;
+    make_stages(of, setup, fetch, out);
+    make_planes(of, setup, out);
+    if (out.needs_normals)
+        out.normals = normal_matrix(product(out.world, out.view));
+    out.normalizes = states[SVGA3D_RS_NORMALIZENORMALS] != 0;
+    out.left = of.viewport.x;
+    out.top = of.viewport.y;
+    out.half_width = of.viewport.w / 2.0;
+    out.half_height = of.viewport.h / 2.0;
+    out.z_min = static_cast<double>(of.z_min);
+    out.z_range = static_cast<double>(of.z_max) - out.z_min;
+    out.point_size = real(SVGA3D_RS_POINTSIZE);
+    out.point_size_min = real(SVGA3D_RS_POINTSIZEMIN);
+    out.point_size_max = std::min(real(SVGA3D_RS_POINTSIZEMAX), static_cast<double>(limits::point_size));
+    out.scales_points = states[SVGA3D_RS_POINTSCALEENABLE] && !out.transformed;
+    out.point_scale = {real(SVGA3D_RS_POINTSCALE_A), real(SVGA3D_RS_POINTSCALE_B), real(SVGA3D_RS_POINTSCALE_C)};
+    out.depth_bias = real(SVGA3D_RS_DEPTHBIAS) + real(SVGA3D_RS_ZBIAS);
     return out;
 }
 
-std::optional<window_vertex> to_window(const transform_state& state, const vertex& from)
+void transform(const transform_state& state, std::span<const fresh_vertex> some)
 {
-    const auto& [x, y, z, w] = from.clip;
+    std::array<four, together_max> in_view;
+    for (size_t i = 0; i < some.size(); ++i)
+        in_view[i] = locate_vertex(state, read_attribute(state.fetch->position, some[i].number), *some[i].at);
+    for (size_t i = 0; i < some.size(); ++i) {
+        put_fog(state, in_view[i], some[i].number, *some[i].at);
+        if (state.needs_position || state.draws_points)
+            put_seen(state, in_view[i], some[i].number, *some[i].at);
+        else
+            put_declared(state, some[i].number, *some[i].at);
+    }
+}
+
+void place(const transform_state& state, vertex& at)
+{
+    const auto& [x, y, z, w] = at.clip;
     double window_x = x;
     double window_y = y;
     double depth = z;
@@ -234,15 +292,13 @@ std::optional<window_vertex> to_window(const transform_state& state, const verte
         inverse_w = 1 / w;
         window_x = state.left + (x * inverse_w + 1) * state.half_width;
         window_y = state.top + (1 - y * inverse_w) * state.half_height;
-        depth = state.z_min + z * inverse_w * (state.z_max - state.z_min);
+        depth = state.z_min + z * inverse_w * state.z_range;
     }
     constexpr double reach = limits::extent;
-    const bool drawable = std::abs(window_x) < reach && std::abs(window_y) < reach && std::isfinite(inverse_w);
-    if (!drawable)
-        return std::nullopt;
-    constexpr int64_t limit = int64_t{limits::extent} * static_cast<int64_t>(subpixels);
-    return window_vertex{to_integer(window_x * subpixels, limit), to_integer(window_y * subpixels, limit),
-                         clamp01(depth), inverse_w, nullptr};
+    at.drawable = std::abs(window_x) < reach && std::abs(window_y) < reach && std::isfinite(inverse_w);
+    if (at.drawable)
+        at.window = {nearest(window_x * subpixels), nearest(window_y * subpixels), clamp01(depth), inverse_w,
+                     at.values};
 }
 
 } // namespace kalix::device::raster

@@ -5,38 +5,60 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/lighting.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/vertex_fetch.h"
 
-#include <optional>
+#include <span>
 
 namespace kalix::device::raster {
 
-// All that turns vertices of one draw into window coordinates.
-struct transform_state {
-    matrix64 world{}, view{}, projection{};
-    std::array<matrix64, SVGA3D_TEXTURE_STAGES> texture{};
-    std::array<uint32_t, SVGA3D_TEXTURE_STAGES> texture_flags{};
-    std::array<uint32_t, SVGA3D_TEXTURE_STAGES> coordinate_index{}, coordinate_generation{};
-    std::array<std::array<double, 4>, SVGA3D_CLIP_PLANES> planes{};
-    uint32_t planes_enabled = 0; // bits
-    bool transformed = false;    // positions are target pixels already
-    double left = 0, top = 0, half_width = 0, half_height = 0;
-    double z_min = 0, z_max = 1;
-    double point_size = 1, point_size_min = 0, point_size_max = 1;
-    bool scales_points = false; // by their distance
-    std::array<double, 3> point_scale{};
-    lighting_state lighting;
-    std::array<double, 9> normals{}; // what takes normals to view space: the inverse transpose of world x view
-    bool normalizes = false;         // normals, once they are there
-    bool needs_normals = false;
-    double depth_bias = 0;
+// Where the coordinates of one stage come from.
+struct coordinate_source {
+    uint32_t generation;   // 1 to 3: worked out from where the vertex is; otherwise declared
+    const attribute* from; // when they are declared
+    bool has_matrix;
+    matrix64 by;
 };
 
-transform_state make_transform(const context& of, bool transformed);
+// All that turns vertices of one draw into window coordinates. Only what the draw needs is set.
+struct transform_state {
+    const vertex_fetch* fetch;
+    const fog_state* fog;
+    matrix64 world, view, projection;
+    lighting_state lighting;
+    std::array<coordinate_source, SVGA3D_TEXTURE_STAGES> stages;
+    uint32_t stage_count;
+    uint32_t varying_count;
+    uint32_t value_count;    // of a vertex: with the distances from the user's planes, when one is on
+    uint32_t planes_enabled; // bits, one for each plane
+    std::array<std::array<double, 4>, SVGA3D_CLIP_PLANES> planes;
+    std::array<double, 9> normals; // what takes normals to view space: the inverse transpose of world x view
+    double left, top, half_width, half_height;
+    double z_min, z_range;
+    double point_size, point_size_min, point_size_max;
+    std::array<double, 3> point_scale;
+    double depth_bias;
+    bool transformed; // positions are target pixels already
+    bool draws_points;
+    bool scales_points;  // by their distance
+    bool normalizes;     // normals, once they are in view space
+    bool needs_normals;  // for light or for coordinates
+    bool needs_position; // in view space, for the same
+};
 
-// Reads and transforms one vertex.
-vertex transformed_vertex(const transform_state& state, const vertex_fetch& fetch, const draw_setup& setup,
-                          uint64_t index);
+// Resolves a context's state for a draw; keeps the setup's and the fetch's addresses.
+transform_state made_transform(const context& of, const draw_setup& setup, const vertex_fetch& fetch,
+                               bool draws_points);
 
-// Window coordinates of a vertex that clipping has left, without values; none for one beyond what can be drawn.
-std::optional<window_vertex> to_window(const transform_state& state, const vertex& from);
+// Vertices that are transformed together: each step is taken for all of them before the next, so that the
+// processor works at several at a time.
+inline constexpr size_t together_max = 96;
+struct fresh_vertex {
+    uint32_t number;
+    vertex* at;
+};
+
+// Reads vertices, at most together_max, and works out their values and their places in clip space.
+void transform(const transform_state& state, std::span<const fresh_vertex> some);
+
+// Puts a vertex that clipping has left into the window, if it is within reach.
+void place(const transform_state& state, vertex& at);
 
 } // namespace kalix::device::raster

@@ -1,9 +1,14 @@
 // Vertices on their way to the screen, and the values that vary over a primitive.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <kalix/svga3d_types.h>
+#include <memory>
+#include <new>
+#include <vector>
 
 namespace kalix::device::raster {
 
@@ -17,19 +22,68 @@ enum varying : uint32_t {
 };
 using varyings = std::array<double, varying_count_max>;
 
-struct vertex {
-    std::array<double, 4> clip{};                       // x, y, z, w before the division
-    std::array<double, SVGA3D_CLIP_PLANES> distances{}; // from the user's clip planes
-    varyings values{};
-    double point_size = 1; // pixels
-};
-
 // A vertex in window coordinates.
 struct window_vertex {
-    int64_t x = 0, y = 0; // 1/256 pixel
-    double z = 0;         // depth, 0..1
-    double inverse_w = 1;
-    const double* values = nullptr; // of the draw's varying_count
+    int64_t x, y; // 1/256 pixel
+    double z;     // depth, 0..1
+    double inverse_w;
+    const double* values; // of the draw's varying_count
 };
+
+// A transformed vertex; nothing of it is set before it is worked out.
+struct vertex {
+    window_vertex window;       // of a drawable one
+    std::array<double, 4> clip; // x, y, z, w before the division
+    double point_size;          // pixels, where points are drawn
+    double* values;             // the draw's varyings; behind them distances from the user's planes, if one is on
+    uint32_t outside;           // bits of the clip planes that lose it
+    bool drawable;              // inside all planes, and within reach of the window's coordinates
+};
+
+// Vertices with their values, handed out one by one and given up all at once. Keeps its memory, but for what only
+// a draw of many cut shapes has needed.
+class vertex_store {
+public:
+    // Gives up all vertices; those to come have so many values.
+    void clear(uint32_t values)
+    {
+        stride_ = (sizeof(vertex) + values * sizeof(double) + 15) / 16 * 16;
+        blocks_.resize(std::min(blocks_.size(), blocks_kept));
+        block_ = 0;
+        next_ = blocks_.empty() ? nullptr : blocks_[0].get();
+        left_ = blocks_.empty() ? 0 : block_bytes / stride_;
+    }
+
+    vertex* take()
+    {
+        if (left_ == 0)
+            next_block();
+        auto* const at = new (next_) vertex;
+        at->values = reinterpret_cast<double*>(next_ + sizeof(vertex));
+        next_ += stride_;
+        --left_;
+        return at;
+    }
+
+private:
+    static constexpr size_t block_bytes = size_t{1} << 17;
+    static constexpr size_t blocks_kept = 16;
+
+    void next_block()
+    {
+        block_ += blocks_.empty() ? 0 : 1;
+        if (block_ == blocks_.size())
+            blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(block_bytes));
+        next_ = blocks_[block_].get();
+        left_ = block_bytes / stride_;
+    }
+
+    std::vector<std::unique_ptr<std::byte[]>> blocks_;
+    size_t block_ = 0;          // the one in use
+    std::byte* next_ = nullptr; // in it
+    size_t left_ = 0;           // vertices that it still holds
+    size_t stride_ = 0;         // bytes from one vertex to the next
+};
+static_assert(sizeof(vertex) % alignof(double) == 0);
 
 } // namespace kalix::device::raster

@@ -18,10 +18,10 @@ word load(const std::byte* from)
 template <typename number, int count>
 attribute_value read_numbers(const std::byte* from)
 {
-    attribute_value value{0, 0, 0, 1};
+    std::array<double, 4> value{0, 0, 0, 1};
     for (size_t i = 0; i < count; ++i)
         value[i] = static_cast<double>(load<number>(from + i * sizeof(number)));
-    return value;
+    return load_four(value.data());
 }
 
 // Integers taken as fractions of their largest value; the lowest signed one counts as -1.
@@ -29,23 +29,16 @@ template <typename number, int count>
 attribute_value read_normalized(const std::byte* from)
 {
     constexpr auto largest = static_cast<double>(std::numeric_limits<number>::max());
-    attribute_value value{0, 0, 0, 1};
+    std::array<double, 4> value{0, 0, 0, 1};
     for (size_t i = 0; i < count; ++i)
         value[i] = std::max(static_cast<double>(load<number>(from + i * sizeof(number))) / largest, -1.0);
-    return value;
-}
-
-attribute_value read_d3dcolor(const std::byte* from)
-{
-    const attribute_value bgra = read_normalized<uint8_t, 4>(from);
-    return {bgra[2], bgra[1], bgra[0], bgra[3]};
+    return load_four(value.data());
 }
 
 attribute_value read_udec3(const std::byte* from)
 {
     const auto word = load<uint32_t>(from);
-    return {static_cast<double>(word & 1023), static_cast<double>(word >> 10 & 1023),
-            static_cast<double>(word >> 20 & 1023), 1};
+    return four_of(word & 1023, word >> 10 & 1023, word >> 20 & 1023, 1);
 }
 
 double signed_ten_bits(uint32_t word, int shift)
@@ -57,45 +50,46 @@ double signed_ten_bits(uint32_t word, int shift)
 attribute_value read_dec3n(const std::byte* from)
 {
     const auto word = load<uint32_t>(from);
-    return {signed_ten_bits(word, 0), signed_ten_bits(word, 10), signed_ten_bits(word, 20), 1};
+    return four_of(signed_ten_bits(word, 0), signed_ten_bits(word, 10), signed_ten_bits(word, 20), 1);
 }
 
 // Halves are read as the surface formats of one and two of them are.
 template <uint32_t pairs>
 attribute_value read_halves(const std::byte* from)
 {
-    attribute_value value{0, 0, 0, 1};
+    std::array<double, 4> value{0, 0, 0, 1};
     for (size_t i = 0; i < pairs; ++i) {
         const color pair = format_of(SVGA3D_RG_S10E5).decode(from + i * 4);
         value[2 * i] = static_cast<double>(pair.r);
         value[2 * i + 1] = static_cast<double>(pair.g);
     }
-    return value;
+    return load_four(value.data());
 }
 
 struct declaration_type {
-    uint32_t bytes;
     attribute_value (*read)(const std::byte* from);
+    uint32_t bytes;
+    reading how = reading::by_function;
 };
 
 constexpr declaration_type declaration_types[SVGA3D_DECLTYPE_MAX] = {
-    {4, read_numbers<float, 1>},
-    {8, read_numbers<float, 2>},
-    {12, read_numbers<float, 3>},
-    {16, read_numbers<float, 4>},
-    {4, read_d3dcolor},
-    {4, read_numbers<uint8_t, 4>},
-    {4, read_numbers<int16_t, 2>},
-    {8, read_numbers<int16_t, 4>},
-    {4, read_normalized<uint8_t, 4>},
-    {4, read_normalized<int16_t, 2>},
-    {8, read_normalized<int16_t, 4>},
-    {4, read_normalized<uint16_t, 2>},
-    {8, read_normalized<uint16_t, 4>},
-    {4, read_udec3},
-    {4, read_dec3n},
-    {4, read_halves<1>},
-    {8, read_halves<2>},
+    {read_floats<1>, 4},
+    {read_floats<2>, 8, reading::float2},
+    {read_floats<3>, 12, reading::float3},
+    {read_floats<4>, 16, reading::float4},
+    {read_d3dcolor, 4, reading::d3dcolor},
+    {read_numbers<uint8_t, 4>, 4},
+    {read_numbers<int16_t, 2>, 4},
+    {read_numbers<int16_t, 4>, 8},
+    {read_normalized<uint8_t, 4>, 4},
+    {read_normalized<int16_t, 2>, 4},
+    {read_normalized<int16_t, 4>, 8},
+    {read_normalized<uint16_t, 2>, 4},
+    {read_normalized<uint16_t, 4>, 8},
+    {read_udec3, 4},
+    {read_dec3n, 4},
+    {read_halves<1>, 4},
+    {read_halves<2>, 8},
 };
 
 // Which attribute a declaration is; null for one that fixed-function drawing does not read.
@@ -126,26 +120,43 @@ bool attribute_holds(const attribute& a, uint64_t last)
     return !a.start || (a.bytes <= a.room && last * a.stride <= a.room - a.bytes);
 }
 
-uint64_t load_index(const std::byte* from, uint32_t width)
+// Where indices lie, all of them inside their array.
+struct index_array {
+    const std::byte* start;
+    uint64_t stride, count;
+};
+
+// Widens indices of one width, and tells their bounds; an index's bias is added modulo 2^32.
+template <typename word>
+std::pair<word, word> widen(const index_array& from, uint32_t bias, uint32_t* out)
+{
+    word low = std::numeric_limits<word>::max();
+    word high = 0;
+    for (uint64_t i = 0; i < from.count; ++i) {
+        const auto index = load<word>(from.start + i * from.stride);
+        low = std::min(low, index);
+        high = std::max(high, index);
+        out[i] = uint32_t{index} + bias;
+    }
+    return {low, high};
+}
+
+std::pair<uint32_t, uint32_t> widen(const index_array& from, uint32_t width, uint32_t bias, uint32_t* out)
 {
     switch (width) {
     case 1:
-        return load<uint8_t>(from);
+        return widen<uint8_t>(from, bias, out);
     case 2:
-        return load<uint16_t>(from);
+        return widen<uint16_t>(from, bias, out);
     default:
-        return load<uint32_t>(from);
+        return widen<uint32_t>(from, bias, out);
     }
 }
 
-// Turns a biased vertex number into a usable one, if it is.
-bool append(std::vector<uint32_t>& numbers, uint64_t number, int32_t bias)
+// Whether numbers from low to high stay within 32 bits with the bias added.
+bool are_numbers(uint64_t low, uint64_t high, int32_t bias)
 {
-    const int64_t biased = static_cast<int64_t>(number) + bias;
-    if (biased < 0 || biased > UINT32_MAX)
-        return false;
-    numbers.push_back(static_cast<uint32_t>(biased));
-    return true;
+    return static_cast<int64_t>(low) + bias >= 0 && static_cast<int64_t>(high) + bias <= UINT32_MAX;
 }
 
 } // namespace
@@ -157,18 +168,13 @@ bool vertex_fetch::holds(uint64_t last) const
            std::ranges::all_of(coordinates, [last](const attribute& a) { return attribute_holds(a, last); });
 }
 
-attribute_value read_attribute(const attribute& from, uint64_t index)
-{
-    return from.start ? from.read(from.start + index * from.stride) : from.otherwise;
-}
-
 draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
                        vertex_fetch& out)
 {
-    out.diffuse.otherwise = {1, 1, 1, 1};
-    out.fog.otherwise = {1, 0, 0, 0};
+    out.diffuse.otherwise = four_of(1, 1, 1, 1);
+    out.fog.otherwise = four_of(1, 0, 0, 0);
     for (attribute& coordinates : out.coordinates)
-        coordinates.otherwise = {0, 0, 0, 1};
+        coordinates.otherwise = four_of(0, 0, 0, 1);
     for (const svga3d_vertex_declaration& declaration : declarations) {
         if (declaration.type >= SVGA3D_DECLTYPE_MAX)
             return draw_result::bad_declaration;
@@ -184,35 +190,40 @@ draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_de
         named->stride = declaration.array.stride;
         named->bytes = type.bytes;
         named->read = type.read;
+        named->how = type.how;
         if (declaration.usage == SVGA3D_DECLUSAGE_POSITIONT)
             out.transformed = true;
     }
     return out.position.start ? draw_result::done : draw_result::bad_declaration;
 }
 
-std::optional<std::vector<uint32_t>> read_indices(surface_store& surfaces, const svga3d_primitive_range& range,
-                                                  uint64_t count)
+std::optional<vertex_numbers> read_indices(surface_store& surfaces, const svga3d_primitive_range& range, uint64_t count,
+                                           std::vector<uint32_t>& numbers)
 {
-    std::vector<uint32_t> numbers;
-    numbers.reserve(count);
+    const int32_t bias = range.index_bias;
     if (range.index_array.sid == SVGA3D_INVALID_ID) {
-        for (uint64_t i = 0; i < count; ++i)
-            if (!append(numbers, i, range.index_bias))
-                return std::nullopt;
-        return numbers;
+        if (count == 0)
+            return vertex_numbers{};
+        if (!are_numbers(0, count - 1, bias))
+            return std::nullopt;
+        const auto first = static_cast<uint32_t>(bias);
+        return vertex_numbers{false, first, 0, first + static_cast<uint32_t>(count - 1)};
     }
     const image_view array = surfaces.view({range.index_array.sid, 0, 0});
     const uint64_t stride = range.index_array.stride != 0 ? range.index_array.stride : range.index_width;
     const uint64_t offset = range.index_array.offset;
     if (!array || count == 0)
-        return array ? std::optional{numbers} : std::nullopt;
+        return array ? std::optional{vertex_numbers{}} : std::nullopt;
     const uint64_t end = array.byte_size();
     if (offset > end || range.index_width > end - offset || (count - 1) * stride > end - offset - range.index_width)
         return std::nullopt;
-    for (uint64_t i = 0; i < count; ++i)
-        if (!append(numbers, load_index(array.bytes + offset + i * stride, range.index_width), range.index_bias))
-            return std::nullopt;
-    return numbers;
+    const size_t at = numbers.size();
+    numbers.resize(at + count);
+    const auto [low, high] = widen({array.bytes + offset, stride, count}, range.index_width,
+                                   static_cast<uint32_t>(bias), numbers.data() + at);
+    if (!are_numbers(low, high, bias))
+        return std::nullopt;
+    return vertex_numbers{true, 0, at, high + static_cast<uint32_t>(bias)};
 }
 
 } // namespace kalix::device::raster

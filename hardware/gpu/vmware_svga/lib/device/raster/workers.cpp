@@ -1,12 +1,15 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/batches.h"
+
 namespace kalix::device::raster {
 namespace {
 
 // A draw follows the last within microseconds or not for long: look a while, then sleep.
 constexpr int looks = 2000;
 
-// Waits until the value is another than the one known.
+} // namespace
+
 void wait_for_other(const std::atomic<uint32_t>& value, uint32_t known)
 {
     for (int i = 0; i < looks; ++i) {
@@ -18,9 +21,8 @@ void wait_for_other(const std::atomic<uint32_t>& value, uint32_t known)
     value.wait(known, std::memory_order_acquire);
 }
 
-} // namespace
-
 worker_pool::worker_pool(uint32_t count, const std::function<std::thread(std::function<void()>)>& start)
+    : memory_{std::make_unique<draw_memory>()}
 {
     for (uint32_t index = 1; index < count; ++index)
         threads_.push_back(start([this, index] { serve(index); }));
