@@ -118,6 +118,25 @@ protected:
             stage(0, name, SVGA3D_TEX_ADDRESS_WRAP);
     }
 
+    // Levels of one colour each, so that it shows which are taken.
+    void levels()
+    {
+        checked(SVGA3D_TEX_FILTER_LINEAR);
+        std::vector<svga3d_size> sizes;
+        for (uint32_t side = 64; side != 0; side /= 2)
+            sizes.push_back({side, side, 1});
+        const svga3d_surface_define definition{
+            texture_sid, 0, SVGA3D_A8R8G8B8, {static_cast<uint32_t>(sizes.size()), 0, 0, 0, 0, 0}};
+        ASSERT_TRUE(surfaces.define(definition, sizes));
+        for (uint32_t level = 0; level < sizes.size(); ++level) {
+            const image_view image = surfaces.view({texture_sid, 0, level});
+            const uint32_t texel = 0xFF000000 | (level + 1) * 0x35A71D;
+            for (uint64_t at = 0; at < image.byte_size(); at += 4)
+                std::memcpy(image.bytes + at, &texel, 4);
+        }
+        stage(0, SVGA3D_TS_MIPFILTER, SVGA3D_TEX_FILTER_LINEAR);
+    }
+
     void volume()
     {
         const svga3d_surface_define definition{texture_sid, 0, SVGA3D_A8R8G8B8, {1, 0, 0, 0, 0, 0}};
@@ -192,6 +211,26 @@ const std::vector<SceneTest::row> SceneTest::rows = {
          in.sphere();
      },
      0xA71B128D85061143},
+    {"levels",
+     [](SceneTest& in) {
+         in.levels();
+         in.sphere();
+     },
+     0x4007FD50C57B2602},
+    {"stages",
+     [](SceneTest& in) {
+         in.checked(SVGA3D_TEX_FILTER_LINEAR);
+         in.set(SVGA3D_RS_ALPHATESTENABLE, 1);
+         in.set(SVGA3D_RS_ALPHAFUNC, SVGA3D_CMP_GREATER);
+         in.set_float(SVGA3D_RS_ALPHAREF, 0.6f);
+         in.set(SVGA3D_RS_COLORWRITEENABLE, 1 | 4 | 8);
+         in.set(SVGA3D_RS_TEXTUREFACTOR, 0xFF806040);
+         in.stage(1, SVGA3D_TS_COLOROP, SVGA3D_TC_ADDSIGNED);
+         in.stage(1, SVGA3D_TS_COLORARG1, SVGA3D_TA_PREVIOUS);
+         in.stage(1, SVGA3D_TS_COLORARG2, SVGA3D_TA_CONSTANT);
+         in.sphere();
+     },
+     0x49D850245B157AD8},
     {"volume",
      [](SceneTest& in) {
          in.volume();
@@ -260,8 +299,9 @@ const std::vector<SceneTest::row> SceneTest::rows = {
 
 TEST_F(SceneTest, HashesStand)
 {
+    const std::vector<int64_t> sets = raster::instruction_sets();
     for (const uint32_t threads : {1u, 2u, 4u})
-        for (const int64_t set : raster::instruction_sets()) {
+        for (const int64_t set : sets) {
             raster::force_instruction_set(set);
             raster::worker_pool pool{threads, [](std::function<void()> body) { return std::thread{std::move(body)}; }};
             workers = &pool;

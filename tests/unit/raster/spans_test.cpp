@@ -28,13 +28,39 @@ protected:
         return out;
     }
 
+    // A texture of one level, or of all that its sides have.
+    void choose_texture()
+    {
+        uint32_t wide = 1 + word() % 40, high = 1 + word() % 40;
+        std::vector<svga3d_size> sizes{{wide, high, 1}};
+        for (; word() % 4 != 0 && (wide > 1 || high > 1); sizes.push_back({wide, high, 1})) {
+            wide = std::max(wide / 2, 1u);
+            high = std::max(high / 2, 1u);
+        }
+        texture(1, 1, words(1), one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}));
+        const svga3d_surface_define levels{
+            texture_sid, 0, SVGA3D_A8R8G8B8, {static_cast<uint32_t>(sizes.size()), 0, 0, 0, 0, 0}};
+        ASSERT_TRUE(surfaces.define(levels, sizes));
+        for (uint32_t level = 0; level < sizes.size(); ++level) {
+            const image_view image = surfaces.view({texture_sid, 0, level});
+            std::memcpy(image.bytes, words(image.byte_size() / 4).data(), image.byte_size());
+        }
+        choose_filters(0);
+    }
+
+    void choose_filters(uint32_t index)
+    {
+        if (word() % 2)
+            stage(index, SVGA3D_TS_MINFILTER, one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}));
+        stage(index, SVGA3D_TS_MIPFILTER, word() % 3);
+        stage(index, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(within(-2, 2)));
+    }
+
     void choose_state()
     {
         make_targets(width_, height_, one_of<uint32_t>({SVGA3D_A8R8G8B8, SVGA3D_X8R8G8B8}),
                      one_of<uint32_t>({SVGA3D_Z_D16, SVGA3D_Z_D24S8, SVGA3D_Z_D32}));
-        const uint32_t side = 1 + word() % 40;
-        texture(side, side, words(size_t{side} * side),
-                one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}));
+        choose_texture();
         for (const uint32_t name : {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV})
             stage(0, name,
                   one_of<uint32_t>({SVGA3D_TEX_ADDRESS_WRAP, SVGA3D_TEX_ADDRESS_CLAMP, SVGA3D_TEX_ADDRESS_EDGE,
@@ -91,6 +117,7 @@ protected:
         const uint32_t filter = one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR});
         for (const uint32_t name : {SVGA3D_TS_MAGFILTER, SVGA3D_TS_MINFILTER})
             stage(index, name, filter);
+        choose_filters(index);
         for (const uint32_t name : {SVGA3D_TS_COLOROP, SVGA3D_TS_ALPHAOP}) {
             uint32_t operation = 2;
             do
@@ -110,14 +137,9 @@ protected:
         const bool affine = word() % 2;
         const uint32_t color = one_of<uint32_t>({0xFFFFFFFF, word()});
         for (corner& each : out)
-            each = {within(-9, 40),
-                    within(-9, 40),
-                    within(0, 1),
-                    affine ? 1 : within(0.2f, 3),
-                    flat_color ? color : word(),
-                    word(),
-                    within(-1, 3),
-                    within(-1, 3)};
+            each = {
+                within(-9, 40), within(-9, 40), within(0, 1), affine ? 1 : within(0.2f, 3), flat_color ? color : word(),
+                word(),         within(-1, 3),  within(-1, 3)};
         if (word() % 2) { // a rectangle on whole pixels
             const float left = within(0, 10), top = within(0, 10), right = within(11, 30), bottom = within(11, 30);
             const float at[4][4] = {{left, top, 0, 0}, {right, top, 1, 0}, {right, bottom, 1, 1}, {left, bottom, 0, 1}};

@@ -9,7 +9,8 @@
 
 namespace kalix::device::raster {
 
-// Sets that this machine can run and the device was built for, best first; each a number of the library's.
+// Sets that this machine can run and the device was built for, best first; each a number of the library's. While
+// one is forced, that one alone.
 std::vector<int64_t> instruction_sets();
 std::string instruction_set_name(int64_t set);
 

@@ -5,8 +5,8 @@
 // again for each instruction set.
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/interpolator.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/lanes_levels-inl.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/lanes_stages-inl.h"
-#include "hardware/gpu/vmware_svga/lib/device/raster/lanes_texture-inl.h"
 
 #include <hwy/highway.h>
 
@@ -215,19 +215,23 @@ struct full_shading {
 
     struct row {
         const full_shading& in;
-        w_line w;
+        w_line w, next_w; // of this row, and of the one below
         color_line diffuse, specular;
         line fog;
-        std::array<coordinate_lines, SVGA3D_TEXTURE_STAGES> coordinates;
+        std::array<coordinate_lines, SVGA3D_TEXTURE_STAGES> coordinates, next_coordinates;
 
         HWY_INLINE row(const full_shading& of, double left, double below)
-            : in{of}, w{of.at, below}, diffuse{of.at, varying_diffuse, left, below}, specular{of.at, varying_specular,
-                                                                                              left, below}
+            : in{of}, w{of.at, below}, next_w{of.at, below + 1}, diffuse{of.at, varying_diffuse, left, below},
+              specular{of.at, varying_specular, left, below}
         {
+            const combiner_chain& chain = of.setup.chain;
             if (of.setup.fog.enabled)
                 fog = {of.at.value_plane(varying_fog), below};
-            for (uint32_t stage = 0; stage < of.setup.chain.count; ++stage)
+            for (uint32_t stage = 0; stage < chain.count; ++stage) {
                 coordinates[stage] = {of.at, stage, below};
+                if (chain.stages[stage].texture.needs_detail())
+                    next_coordinates[stage] = {of.at, stage, below + 1};
+            }
         }
 
         // Draws the chosen ones of the first lanes that pass the alpha test; which those were.
@@ -235,7 +239,7 @@ struct full_shading {
                                  size_t count) const
         {
             const draw_setup& setup = in.setup;
-            colors result = shaded(right, index);
+            colors result = shaded(right, index, which);
             if (setup.tests_alpha)
                 which = hn::And(which, passing(result.a));
             if (setup.output.blends)
@@ -251,7 +255,7 @@ struct full_shading {
 
     private:
         // The fragments' colours, before what lies in the target has a say.
-        HWY_INLINE colors shaded(real_lanes right, float_lanes index) const
+        HWY_INLINE colors shaded(real_lanes right, float_lanes index, word_mask which) const
         {
             const draw_setup& setup = in.setup;
             const real_lanes by = w(right);
@@ -261,7 +265,7 @@ struct full_shading {
             inputs.previous = inputs.diffuse = diffuse(index, single);
             inputs.specular = specular(index, single);
             for (uint32_t stage = 0; stage < setup.chain.count; ++stage) {
-                inputs.texture = sampled(stage, right, by);
+                inputs.texture = sampled(stage, right, by, which);
                 inputs.previous = combined(setup.chain.stages[stage], inputs);
             }
             colors result = inputs.previous;
@@ -273,19 +277,36 @@ struct full_shading {
             return result;
         }
 
-        HWY_INLINE colors sampled(uint32_t stage, real_lanes right, real_lanes by) const
+        HWY_INLINE colors sampled(uint32_t stage, real_lanes right, real_lanes by, word_mask which) const
         {
             const sampler& from = in.setup.chain.stages[stage].texture;
             if (from.shape == texture_shape::none)
                 return everywhere({0, 0, 0, 1});
             const texture_lanes& texture = in.textures[stage];
-            const real_lanes s = hn::Mul(coordinates[stage].s(right), by);
-            const real_lanes t = hn::Mul(coordinates[stage].t(right), by);
-            const colors bytes =
-                from.magnify >= SVGA3D_TEX_FILTER_LINEAR ? texture.linear(s, t) : texture.nearest(s, t);
+            const coordinate_lines& here = coordinates[stage];
+            const real_lanes s = hn::Mul(here.s(right), by);
+            const real_lanes t = hn::Mul(here.t(right), by);
+            const colors bytes = from.needs_detail()
+                                     ? sampled_with_detail(from, texture, steps_at(stage, right, s, t), which)
+                                     : texture.filtered(from.magnify, s, t);
             colors texel = scaled(bytes, 1 / 255.0f);
             texel.a = hn::Div(bytes.a, hn::Set(floats, 255)); // exact: alpha tests are for equality, too
             return texel;
+        }
+
+        HWY_INLINE coordinate_steps steps_at(uint32_t stage, real_lanes right, real_lanes s, real_lanes t) const
+        {
+            const real_lanes beside = hn::Add(right, hn::Set(reals, 1));
+            const real_lanes right_w = w(beside);
+            const real_lanes below_w = next_w(right);
+            const coordinate_lines& here = coordinates[stage];
+            const coordinate_lines& below = next_coordinates[stage];
+            return {s,
+                    t,
+                    hn::Mul(here.s(beside), right_w),
+                    hn::Mul(here.t(beside), right_w),
+                    hn::Mul(below.s(right), below_w),
+                    hn::Mul(below.t(right), below_w)};
         }
 
         // Of a factor from the vertices, or of a depth under a linear function.

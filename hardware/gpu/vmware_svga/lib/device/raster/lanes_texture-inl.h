@@ -90,8 +90,8 @@ struct texture_lanes {
     texture_axis u, v;
 
     HWY_INLINE texture_lanes() = default;
-    explicit HWY_INLINE texture_lanes(const sampler& from)
-        : image{&from.image(0, 0)}, texels{reinterpret_cast<const uint32_t*>(image->bytes)},
+    explicit HWY_INLINE texture_lanes(const sampler& from, uint32_t level = 0)
+        : image{&from.image(0, level)}, texels{reinterpret_cast<const uint32_t*>(image->bytes)},
           row_bytes{hn::Set(ints, static_cast<int32_t>(image->row_bytes))},
           opaque{hn::Set(words, image->format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0)},
           u{image->width, from.address_u}, v{image->height, from.address_v}
@@ -134,6 +134,11 @@ struct texture_lanes {
         const colors above = mix(unpacked_bytes(at(left, upper)), unpacked_bytes(at(right, upper)), right_share);
         const colors below = mix(unpacked_bytes(at(left, lower)), unpacked_bytes(at(right, lower)), right_share);
         return mix(above, below, share_of(down));
+    }
+
+    HWY_INLINE colors filtered(uint32_t filter, real_lanes s, real_lanes t) const
+    {
+        return filter >= SVGA3D_TEX_FILTER_LINEAR ? linear(s, t) : nearest(s, t);
     }
 
 private:

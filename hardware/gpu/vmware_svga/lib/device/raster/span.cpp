@@ -267,11 +267,18 @@ bool blends_over(const output_state& output)
     return is_over(output.rgb) && is_over(output.alpha);
 }
 
+// At most one texture, of one level, joined with the diffuse colour and blended by its alpha.
 bool is_plain(const draw_setup& setup)
 {
+    const auto is_plain_texture = [](const sampler& from) {
+        const bool one_level = from.between_levels == SVGA3D_TEX_FILTER_NONE || from.level_count == 1;
+        return from.shape == texture_shape::flat && from.magnify == from.minify && one_level;
+    };
     constexpr uint32_t whole_mask = 15;
     return setup.factors.known() && setup.chain.count <= 1 && !setup.fog.enabled && !setup.adds_specular &&
-           !setup.tests_alpha && setup.output.mask == whole_mask && (!setup.output.blends || blends_over(setup.output));
+           !setup.tests_alpha && setup.output.mask == whole_mask &&
+           (!setup.output.blends || blends_over(setup.output)) &&
+           (setup.chain.count == 0 || is_plain_texture(setup.chain.stages[0].texture));
 }
 
 bool repeats_or_goes_on(uint32_t address)
@@ -280,7 +287,7 @@ bool repeats_or_goes_on(uint32_t address)
            address == SVGA3D_TEX_ADDRESS_EDGE;
 }
 
-// A texture that is missing, or a flat one of 32-bit texels whose places fit 31 bits, without levels.
+// A texture that is missing, or a flat one of 32-bit texels whose places fit 31 bits.
 bool fits_lanes(const combiner_stage& stage)
 {
     constexpr uint32_t side_max = 1 << 13;
@@ -289,12 +296,9 @@ bool fits_lanes(const combiner_stage& stage)
     const auto fits = [](uint32_t address) {
         return repeats_or_goes_on(address) || address == SVGA3D_TEX_ADDRESS_MIRROR;
     };
-    if (from.shape == texture_shape::none)
-        return true;
-    const bool one_level =
-        from.magnify == from.minify && (from.between_levels == SVGA3D_TEX_FILTER_NONE || from.level_count == 1);
-    return from.shape == texture_shape::flat && one_level && has_words(image) && image.width <= side_max &&
-           image.height <= side_max && fits(from.address_u) && fits(from.address_v) && !stage.projected;
+    return from.shape == texture_shape::none ||
+           (from.shape == texture_shape::flat && has_words(image) && image.width <= side_max &&
+            image.height <= side_max && fits(from.address_u) && fits(from.address_v) && !stage.projected);
 }
 
 bool fits_lanes(const draw_setup& setup)
@@ -314,8 +318,7 @@ bool may_move_rows(const draw_setup& setup)
     if (!setup.plain || setup.chain.count == 0 || setup.tests_depth)
         return false;
     const sampler& from = setup.chain.stages[0].texture;
-    return from.shape == texture_shape::flat && repeats_or_goes_on(from.address_u) &&
-           repeats_or_goes_on(from.address_v);
+    return repeats_or_goes_on(from.address_u) && repeats_or_goes_on(from.address_v);
 }
 
 } // namespace
