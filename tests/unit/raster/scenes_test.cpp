@@ -294,7 +294,7 @@ const std::vector<SceneTest::row> SceneTest::rows = {
          in.set(SVGA3D_RS_STENCILREF, 0);
          in.sphere(1);
      },
-     0xC0D7896E414CAB3B},
+     0xCD3D974380C6A382},
 };
 
 TEST_F(SceneTest, HashesStand)

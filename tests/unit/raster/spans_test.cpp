@@ -87,7 +87,7 @@ protected:
     void choose_more(bool more)
     {
         for (const uint32_t name : {SVGA3D_RS_FOGENABLE, SVGA3D_RS_SPECULARENABLE, SVGA3D_RS_ALPHATESTENABLE,
-                                    SVGA3D_RS_SEPARATEALPHABLENDENABLE})
+                                    SVGA3D_RS_SEPARATEALPHABLENDENABLE, SVGA3D_RS_STENCILENABLE})
             set(name, more ? word() % 2 : 0);
         set(SVGA3D_RS_COLORWRITEENABLE, more && word() % 2 ? word() % 16 : 15);
         stage(1, SVGA3D_TS_COLOROP, SVGA3D_TC_DISABLE);
@@ -99,6 +99,7 @@ protected:
         set_float(SVGA3D_RS_FOGEND, within(0, 1));
         set(SVGA3D_RS_ALPHAFUNC, 1 + word() % 8);
         set_float(SVGA3D_RS_ALPHAREF, within(0, 1));
+        choose_stencil();
         set(SVGA3D_RS_BLENDCOLOR, word());
         for (const uint32_t name :
              {SVGA3D_RS_SRCBLEND, SVGA3D_RS_DSTBLEND, SVGA3D_RS_SRCBLENDALPHA, SVGA3D_RS_DSTBLENDALPHA})
@@ -108,6 +109,19 @@ protected:
         set(SVGA3D_RS_TEXTUREFACTOR, word());
         for (uint32_t index = 0; index < 3; ++index)
             choose_stage(index);
+    }
+
+    void choose_stencil()
+    {
+        set(SVGA3D_RS_STENCILENABLE, word() % 2);
+        set(SVGA3D_RS_STENCILENABLE2SIDED, word() % 2);
+        set(SVGA3D_RS_STENCILREF, word() % 300);
+        set(SVGA3D_RS_STENCILMASK, one_of<uint32_t>({~0u, 0x70, word()}));
+        set(SVGA3D_RS_STENCILWRITEMASK, one_of<uint32_t>({~0u, word()}));
+        for (const uint32_t name :
+             {SVGA3D_RS_STENCILFUNC, SVGA3D_RS_STENCILFAIL, SVGA3D_RS_STENCILZFAIL, SVGA3D_RS_STENCILPASS,
+              SVGA3D_RS_CCWSTENCILFUNC, SVGA3D_RS_CCWSTENCILFAIL, SVGA3D_RS_CCWSTENCILZFAIL, SVGA3D_RS_CCWSTENCILPASS})
+            set(name, 1 + word() % 8);
     }
 
     void choose_stage(uint32_t index)

@@ -15,7 +15,7 @@ double pixels(int64_t fixed)
 
 interpolator::interpolator(const draw_setup& setup, const triangle_state& state,
                            const std::array<window_vertex, 3>& corners, int64_t area)
-    : count_{setup.varying_count}
+    : count_{setup.varying_count}, back_face_{state.back_face}
 {
     x0_ = pixels(corners[0].x);
     y0_ = pixels(corners[0].y);

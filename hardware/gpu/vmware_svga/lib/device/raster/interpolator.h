@@ -48,6 +48,7 @@ public:
 
     const window_planes& window() const { return *this; }
     const plane& value_plane(uint32_t which) const { return values_[which]; }
+    bool is_back_face() const { return back_face_; }
 
     // All values that the draw walks, at a pixel.
     void values(int64_t x, int64_t y, varyings& out) const
@@ -63,6 +64,7 @@ private:
     plane through(double v0, double v1, double v2) const;
 
     uint32_t count_;
+    bool back_face_;
     double x_[2], y_[2]; // the other corners, from the first
     double scale_;       // 1 / doubled area in pixels
     std::array<plane, varying_count_max> values_;

@@ -138,6 +138,7 @@ HWY_INLINE colors over(const colors& source, const colors& under)
 
 template <sampling how>
 struct plain_shading {
+    static constexpr bool has_stencil = false;
     const draw_setup& setup;
     const interpolator& at;
     texture_lanes texture;
@@ -193,6 +194,7 @@ struct plain_shading {
 // ---- Full shading -------------------------------------------------------------------------------------
 
 struct full_shading {
+    static constexpr bool has_stencil = true;
     const draw_setup& setup;
     const interpolator& at;
     std::array<texture_lanes, SVGA3D_TEXTURE_STAGES> textures; // of the stages in use

@@ -276,7 +276,7 @@ bool is_plain(const draw_setup& setup)
     };
     constexpr uint32_t whole_mask = 15;
     return setup.factors.known() && setup.chain.count <= 1 && !setup.fog.enabled && !setup.adds_specular &&
-           !setup.tests_alpha && setup.output.mask == whole_mask &&
+           !setup.tests_alpha && !setup.tests_stencil && setup.output.mask == whole_mask &&
            (!setup.output.blends || blends_over(setup.output)) &&
            (setup.chain.count == 0 || is_plain_texture(setup.chain.stages[0].texture));
 }
@@ -301,14 +301,25 @@ bool fits_lanes(const combiner_stage& stage)
             image.height <= side_max && fits(from.address_u) && fits(from.address_v) && !stage.projected);
 }
 
+// Depth in whole bytes; stencil below the same depth. A stencil changes with the alpha test, too, where it fails.
+bool tests_fit(const draw_setup& setup)
+{
+    const depth_layout& depth = setup.to.depth.layout;
+    const depth_layout& stencil = setup.to.stencil.layout;
+    if (setup.tests_depth && depth.depth_shift != 0 && depth.depth_shift != 8)
+        return false;
+    if (!setup.tests_stencil)
+        return true;
+    const bool same = !setup.tests_depth || setup.to.depth.view.bytes == setup.to.stencil.view.bytes;
+    return stencil.bytes == 4 && stencil.stencil_bits == 8 && same && !setup.tests_alpha;
+}
+
 bool fits_lanes(const draw_setup& setup)
 {
     constexpr uint32_t linear = 3;
     const bool fog_fits = !setup.fog.enabled || !setup.fog.per_pixel || setup.fog.function == linear;
-    const uint32_t depth_shift = setup.to.depth.layout.depth_shift;
-    const bool depth_fits = !setup.tests_depth || depth_shift == 0 || depth_shift == 8;
     const std::span stages{setup.chain.stages.data(), setup.chain.count};
-    return setup.to.color && has_words(setup.to.color) && !setup.tests_stencil && fog_fits && depth_fits &&
+    return setup.to.color && has_words(setup.to.color) && fog_fits && tests_fit(setup) &&
            std::ranges::all_of(stages, [](const combiner_stage& stage) { return fits_lanes(stage); });
 }
 
