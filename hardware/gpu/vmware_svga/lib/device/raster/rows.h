@@ -5,6 +5,7 @@
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/sampler.h"
 #include "hardware/gpu/vmware_svga/lib/device/surface.h"
 
 #include <algorithm>
@@ -58,6 +59,21 @@ private:
     double scale_;
     bool wraps_;   // else the edge texel goes on
     int64_t mask_; // of a side that is a power of two: a remainder without a division
+};
+
+// A flat texture of one level and 32-bit texels.
+struct texture {
+    const image_view& image;
+    axis u, v;
+    uint32_t opaque; // of a format without alpha, what its fourth byte reads as
+
+    explicit texture(const sampler& from)
+        : image{from.image(0, 0)}, u{image.width, from.address_u}, v{image.height, from.address_v},
+          opaque{image.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0}
+    {
+    }
+    const std::byte* row(size_t y) const { return image.bytes + y * image.row_bytes; }
+    uint32_t word(const std::byte* at_row, size_t x) const { return load_pixel(at_row + x * 4) | opaque; }
 };
 
 // Copies pixels, setting the bits of alpha in each.

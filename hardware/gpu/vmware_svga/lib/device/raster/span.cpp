@@ -1,13 +1,11 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/channels.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/pictures.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/rows.h"
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
-#include <utility>
-#include <vector>
 
 namespace kalix::device::raster {
 namespace {
@@ -23,20 +21,6 @@ bool is_simple_address(uint32_t mode)
 {
     return mode == SVGA3D_TEX_ADDRESS_WRAP || mode == SVGA3D_TEX_ADDRESS_CLAMP || mode == SVGA3D_TEX_ADDRESS_EDGE;
 }
-
-struct texture {
-    const image_view& image;
-    axis u, v;
-    uint32_t opaque; // of a format without alpha, what its fourth byte reads as
-
-    explicit texture(const sampler& from)
-        : image{from.image(0, 0)}, u{image.width, from.address_u}, v{image.height, from.address_v},
-          opaque{image.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0}
-    {
-    }
-    const std::byte* row(size_t y) const { return image.bytes + y * image.row_bytes; }
-    uint32_t word(const std::byte* at_row, size_t x) const { return load_pixel(at_row + x * 4) | opaque; }
-};
 
 floats linear_texel(const texture& from, double u, double v)
 {
@@ -172,17 +156,13 @@ public:
         const plane* const planes[] = {&channel(what, 2), &channel(what, 1), &channel(what, 0), &channel(what, 3)};
         const double right = what.at.right_of_origin(what.left);
         const double below = what.at.below_origin(what.y);
-        constant_ = what.at.is_affine();
         for (int i = 0; i < 4; ++i) {
             start_[i] = static_cast<float>((*planes[i])(right, below));
             step_[i] = static_cast<float>(planes[i]->dx);
-            constant_ = constant_ && planes[i]->is_constant();
         }
     }
     // At a pixel so many behind the first; what the planes give is multiplied by w.
     floats operator()(float index, float w) const { return clamped01((start_ + step_ * index) * w); }
-    // White and opaque all over: a product with it changes nothing.
-    bool is_white() const { return constant_ && start_[0] == 1 && start_[1] == 1 && start_[2] == 1 && start_[3] == 1; }
 
 private:
     static const plane& channel(const span& what, uint32_t which)
@@ -191,118 +171,7 @@ private:
     }
 
     floats start_{}, step_{};
-    bool constant_;
 };
-
-// Where the pixels of a row lie in a texture, worked out once for all rows of a picture along the axes.
-//
-// Kept by the thread from span to span; another picture, another place or another width works them out anew.
-class columns {
-public:
-    // Positions, 2^-16 texel, by column of the target; null when rows differ or a span is too short to be worth it.
-    static const int64_t* of(const draw_setup& setup, const span& what, const axis& across)
-    {
-        thread_local columns kept;
-        const plane& u = what.at.value_plane(varying_coordinates);
-        const pixel_rect& area = setup.to.area;
-        constexpr int64_t share = 8; // of the target's width
-        if (u.dy != 0 || (what.right - what.left) * share < area.right - area.left)
-            return nullptr;
-        const columns asked{u.at, u.dx, what.at.right_of_origin(0), across.scale(), area.left, area.right};
-        if (!kept.is_like(asked))
-            kept.fill(asked, across);
-        return kept.positions_.data() - area.left;
-    }
-
-private:
-    columns() = default;
-    columns(double at, double dx, double origin, double scale, int64_t left, int64_t right)
-        : at_{at}, dx_{dx}, origin_{origin}, scale_{scale}, left_{left}, right_{right}
-    {
-    }
-
-    bool is_like(const columns& other) const
-    {
-        return at_ == other.at_ && dx_ == other.dx_ && origin_ == other.origin_ && scale_ == other.scale_ &&
-               left_ == other.left_ && right_ == other.right_;
-    }
-
-    void fill(const columns& asked, const axis& across)
-    {
-        std::vector<int64_t> room = std::move(positions_);
-        *this = asked;
-        positions_ = std::move(room);
-        positions_.resize(static_cast<size_t>(right_ - left_));
-        for (int64_t x = left_; x < right_; ++x)
-            positions_[static_cast<size_t>(x - left_)] =
-                across.position(at_ + dx_ * (static_cast<double>(x) + origin_));
-    }
-
-    double at_ = 0, dx_ = 0, origin_ = 0, scale_ = 0;
-    int64_t left_ = 0, right_ = 0;
-    std::vector<int64_t> positions_;
-};
-
-// Where a span's texels begin when they follow each other one a pixel, all of one row; none otherwise.
-//
-// Coordinates are linear along the span, and so are the positions that they are rounded to: when the last lies
-// exactly as many texels behind the first as there are pixels between them, so does every one.
-std::optional<const std::byte*> texel_run(const texture& from, const span& what)
-{
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    if (!what.at.is_affine() || v.dx != 0)
-        return std::nullopt;
-    const double below = what.at.below_origin(what.y);
-    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)); };
-    const int64_t first = position(what.left);
-    const int64_t last = position(what.right - 1);
-    const int64_t steps = what.right - 1 - what.left;
-    const int64_t column = first >> fraction_bits;
-    if (last - first != steps << fraction_bits || column < 0 || column + steps >= from.image.width)
-        return std::nullopt;
-    return from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits)) + column * 4;
-}
-
-// Texels as they are, with their own alpha or an opaque one, on coordinates that are linear over the window.
-void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
-{
-    const texture from{setup.chain.stages[0].texture};
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
-    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
-    constexpr int64_t worth_looking = 8; // pixels
-    const bool may_run = what.right - what.left >= worth_looking;
-    if (const std::optional<const std::byte*> run = may_run ? texel_run(from, what) : std::nullopt) {
-        copy_run(*run, out, static_cast<size_t>(what.right - what.left), alpha);
-        return;
-    }
-    const double below = what.at.below_origin(what.y);
-    const bool level = v.dx == 0; // one texel row for the whole span
-    const std::byte* row = from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits));
-    if (const int64_t* const at = level ? columns::of(setup, what, from.u) : nullptr) {
-        for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-            const uint32_t word = load_pixel(row + from.u.texel(at[x] >> fraction_bits) * 4) | alpha;
-            std::memcpy(out, &word, sizeof word);
-        }
-        return;
-    }
-    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const double right = what.at.right_of_origin(x);
-        if (!level)
-            row = from.row(from.v.texel(from.v.position(v(right, below)) >> fraction_bits));
-        const uint32_t word = from.word(row, from.u.texel(from.u.position(u(right, below)) >> fraction_bits)) | alpha;
-        std::memcpy(out, &word, sizeof word);
-    }
-}
-
-// Whether a span's pixels are its texels.
-bool is_copy(const draw_setup& setup, const stage_factors& how, const diffuse_walk& diffuse, const interpolator& at)
-{
-    const auto is_texel = [&](const factors& f) { return f.texture && (!f.diffuse || diffuse.is_white()); };
-    return at.is_affine() && !setup.tests_depth && is_texel(how.rgb) && (is_texel(how.alpha) || diffuse.is_white());
-}
 
 template <texturing sampling>
 floats texel_of(const texture& from, double u, double v)
@@ -312,72 +181,18 @@ floats texel_of(const texture& from, double u, double v)
     return unpacked(nearest_texel(from, u, v));
 }
 
-// Draws a span of one texel row, filtered down once and then across. False when it has more rows, repeats the
-// texture, or skips so many texels that the row would be mixed for nothing.
-bool draw_filtered(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
-{
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    const double below = what.at.below_origin(what.y);
-    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)) - one / 2; };
-    const auto [low, high] = std::minmax({position(what.left), position(what.right - 1)});
-    const int64_t first = low >> fraction_bits;
-    const int64_t last = (high >> fraction_bits) + 1;
-    const int64_t width = from.image.width;
-    const int64_t useful = 4 * (what.right - what.left);
-    if (v.dx != 0 || last - first > useful || first < (from.u.wraps() ? 0 : -2) ||
-        last > width - (from.u.wraps() ? 1 : -2))
-        return false;
-    const filtered_row row{from.image, from.v, v(0, below), first, last};
-    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
-    const int64_t* const kept = columns::of(setup, what, from.u);
-    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const int64_t at = kept ? kept[x] - one / 2 : position(x);
-        const uint32_t word = row.pixel(at >> fraction_bits, at & (one - 1)) | alpha;
-        std::memcpy(out, &word, sizeof word);
-    }
-    return true;
-}
-
-// Blends a span of texels that follow each other one a pixel. False when they do not.
-bool blend_texels(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
-{
-    const std::optional<const std::byte*> run = texel_run(from, what);
-    const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
-    if (run)
-        blend_run(*run, setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y)),
-                  static_cast<size_t>(what.right - what.left), alpha, hidden);
-    return run.has_value();
-}
-
-// Draws a span whose pixels are its texels in the ways that move whole rows. False when there is none.
-template <texturing sampling, bool blends>
-bool draw_texels(const draw_setup& setup, const span& what, const texture& from, bool own_alpha)
-{
-    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
-    if constexpr (sampling == texturing::linear && blends)
-        return false;
-    if constexpr (sampling == texturing::linear)
-        return draw_filtered(setup, what, from, alpha);
-    if constexpr (blends)
-        return blend_texels(setup, what, from, alpha);
-    copy_texels(setup, what, own_alpha);
-    return true;
-}
-
 template <texturing sampling, bool blends>
 void draw_span(const draw_setup& setup, const span& what, share& of)
 {
-    const stage_factors& how = setup.factors;
-    const interpolator& at = what.at;
-    const diffuse_walk diffuse{what};
-    const joining join{how};
-    const texture from{setup.chain.stages[0].texture};
     if constexpr (sampling != texturing::none)
-        if (is_copy(setup, how, diffuse, at) && draw_texels<sampling, blends>(setup, what, from, how.alpha.texture)) {
+        if (draw_picture_row(setup, what, sampling == texturing::linear, blends)) {
             of.samples += static_cast<uint64_t>(what.right - what.left);
             return;
         }
+    const interpolator& at = what.at;
+    const diffuse_walk diffuse{what};
+    const joining join{setup.factors};
+    const texture from{setup.chain.stages[0].texture};
     const plane u = at.value_plane(varying_coordinates);
     const plane v = at.value_plane(varying_coordinates + 1);
     const window_planes window = at.window();

@@ -1,0 +1,15 @@
+// Pictures: spans whose pixels are texels of one row, moved in the ways of rows.h.
+//
+// A textured rectangle along the axes, without a depth test and of a colour that changes nothing, is what a
+// driver shows windows, sprites and frames with.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
+
+namespace kalix::device::raster {
+
+// Draws a span of a draw whose state spans know, with one texture that is filtered or not; false, and nothing
+// drawn, when it is none of a picture.
+bool draw_picture_row(const draw_setup& setup, const span& what, bool filters, bool blends);
+
+} // namespace kalix::device::raster
