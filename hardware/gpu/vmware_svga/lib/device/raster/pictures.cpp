@@ -3,154 +3,158 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/rows.h"
 
 #include <algorithm>
-#include <cstring>
-#include <optional>
+#include <array>
+#include <atomic>
 #include <utility>
 #include <vector>
 
 namespace kalix::device::raster {
 namespace {
 
-// Where the pixels of a row lie in a texture, worked out once for all rows of a picture along the axes.
-//
-// Kept by the thread from span to span; another picture, another place or another width works them out anew.
+std::atomic<uint64_t> draws = 0; // begun in this process
+
+constexpr auto block = static_cast<int64_t>(block_pixels);
+
+constexpr int64_t rounded_down(int64_t x)
+{
+    return x - x % block;
+}
+constexpr int64_t rounded_up(int64_t x)
+{
+    return rounded_down(x + block - 1);
+}
+
+// Where the pixels of a row lie in a texture: the same for all rows of a picture, worked out as far as spans
+// reach, in whole blocks of pixels.
 class columns {
 public:
-    // Positions, 2^-16 texel, by column of the target; null when rows differ or a span is too short to be worth it.
-    static const int64_t* of(const draw_setup& setup, const span& what, const axis& across)
+    // Begins anew when it is another picture's; true when it is.
+    bool begin(const interpolator& at, const axis& across, bool filters)
     {
-        thread_local columns kept;
-        const plane& u = what.at.value_plane(varying_coordinates);
-        const pixel_rect& area = setup.to.area;
-        constexpr int64_t share = 8; // of the target's width
-        if (u.dy != 0 || (what.right - what.left) * share < area.right - area.left)
-            return nullptr;
-        const columns asked{u.at, u.dx, what.at.right_of_origin(0), across.scale(), area.left, area.right};
-        if (!kept.is_like(asked))
-            kept.fill(asked, across);
-        return kept.positions_.data() - area.left;
+        const plane& u = at.value_plane(varying_coordinates);
+        const key asked{u.at, u.dx, at.right_of_origin(0), across.scale(), across.wraps(), filters};
+        if (asked == key_)
+            return false;
+        key_ = asked;
+        begin_ = end_ = 0;
+        return true;
+    }
+
+    // Works out what is missing of pixels left to right - 1.
+    void reach(const axis& across, int64_t left, int64_t right)
+    {
+        left = rounded_down(left);
+        right = rounded_up(right);
+        if (begin_ == end_)
+            start(across, left);
+        if (static_cast<size_t>(right) > first_.size())
+            for (auto* const each : {&first_, &second_})
+                each->resize(static_cast<size_t>(right));
+        shares_.resize(first_.size());
+        for (; begin_ > left; --begin_)
+            note(across, begin_ - 1);
+        for (; end_ < right; ++end_)
+            note(across, end_);
+    }
+
+    // The texel of a pixel, or the left one of two, when all pixels so far have whole texels that follow each
+    // other; negative when they do not.
+    int64_t run_from(int64_t x) const { return follows_ ? (anchor_ >> fraction_bits) + x - anchor_x_ : -1; }
+
+    std::span<const int32_t> texels(int64_t left, int64_t right) const
+    {
+        return std::span{first_}.subspan(static_cast<size_t>(left), static_cast<size_t>(right - left));
+    }
+    const int32_t* first(int64_t x) const { return first_.data() + x; }
+    const int32_t* second(int64_t x) const { return second_.data() + x; }
+    const uint32_t* shares(int64_t x) const { return shares_.data() + x; }
+
+private:
+    struct key {
+        double at = 0, dx = 0, origin = 0, scale = 0;
+        bool wraps = false, filters = false;
+        bool operator==(const key&) const = default;
+    };
+
+    int64_t position(const axis& across, int64_t x) const
+    {
+        const int64_t at = across.position(key_.at + key_.dx * (static_cast<double>(x) + key_.origin));
+        return key_.filters ? at - one / 2 : at;
+    }
+
+    void start(const axis& across, int64_t x)
+    {
+        begin_ = end_ = anchor_x_ = x;
+        anchor_ = position(across, x);
+        follows_ = !key_.filters || anchor_ % one == 0;
+    }
+
+    void note(const axis& across, int64_t x)
+    {
+        const int64_t at = position(across, x);
+        const int64_t texel = at >> fraction_bits;
+        const auto index = static_cast<size_t>(x);
+        const auto share = static_cast<uint32_t>(at & (one - 1)) >> (fraction_bits - share_bits);
+        follows_ = follows_ && at == anchor_ + (x - anchor_x_) * one;
+        first_[index] = static_cast<int32_t>(across.texel(texel));
+        second_[index] = static_cast<int32_t>(across.texel(texel + 1));
+        shares_[index] = share | share << 16;
+    }
+
+    key key_;
+    int64_t begin_ = 0, end_ = 0; // the pixels that are worked out; none when equal
+    int64_t anchor_ = 0, anchor_x_ = 0;
+    bool follows_ = false;
+    std::vector<int32_t> first_, second_; // texels by pixel
+    std::vector<uint32_t> shares_;        // of the second, as rows.h has them
+};
+
+// Rows of a texture filtered across, as wide as the picture: each serves all target rows that lie near it.
+class filtered_rows {
+public:
+    void forget() { rows_ = {}; }
+
+    // The two rows, from pixel left to right - 1, in whole blocks; the second may be the first.
+    std::pair<const std::byte*, const std::byte*> both(const texel_row& upper, const texel_row& lower,
+                                                       const columns& at, int64_t left, int64_t right)
+    {
+        const bool second = rows_[1].from == upper.texels || rows_[0].from == lower.texels;
+        const std::byte* const first = filtered(second, upper, at, left, right);
+        const bool same = upper.texels == lower.texels;
+        return {first, same ? first : filtered(!second, lower, at, left, right)};
     }
 
 private:
-    columns() = default;
-    columns(double at, double dx, double origin, double scale, int64_t left, int64_t right)
-        : at_{at}, dx_{dx}, origin_{origin}, scale_{scale}, left_{left}, right_{right}
+    struct kept {
+        const std::byte* from = nullptr; // null: nothing
+        int64_t begin = 0, end = 0;      // pixels
+    };
+
+    const std::byte* filtered(size_t which, const texel_row& row, const columns& at, int64_t left, int64_t right)
     {
+        left = rounded_down(left);
+        right = rounded_up(right);
+        kept& in = rows_[which];
+        std::vector<std::byte>& out = pixels_[which];
+        if (out.size() < static_cast<size_t>(right) * 4)
+            out.resize(static_cast<size_t>(right) * 4);
+        if (in.from != row.texels || right < in.begin || left > in.end)
+            in = {row.texels, left, left};
+        const auto filter = [&](int64_t from, int64_t to) {
+            if (from < to)
+                filter_across(row, at.first(from), at.second(from), at.shares(from), out.data() + from * 4,
+                              static_cast<size_t>((to - from) / block));
+        };
+        filter(left, in.begin);
+        filter(in.end, right);
+        in.begin = std::min(in.begin, left);
+        in.end = std::max(in.end, right);
+        return out.data() + left * 4;
     }
 
-    bool is_like(const columns& other) const
-    {
-        return at_ == other.at_ && dx_ == other.dx_ && origin_ == other.origin_ && scale_ == other.scale_ &&
-               left_ == other.left_ && right_ == other.right_;
-    }
-
-    void fill(const columns& asked, const axis& across)
-    {
-        std::vector<int64_t> room = std::move(positions_);
-        *this = asked;
-        positions_ = std::move(room);
-        positions_.resize(static_cast<size_t>(right_ - left_));
-        for (int64_t x = left_; x < right_; ++x)
-            positions_[static_cast<size_t>(x - left_)] =
-                across.position(at_ + dx_ * (static_cast<double>(x) + origin_));
-    }
-
-    double at_ = 0, dx_ = 0, origin_ = 0, scale_ = 0;
-    int64_t left_ = 0, right_ = 0;
-    std::vector<int64_t> positions_;
+    std::array<kept, 2> rows_;
+    std::array<std::vector<std::byte>, 2> pixels_;
 };
-
-// Where a span's texels begin when they follow each other one a pixel, all of one row; none otherwise.
-//
-// Coordinates are linear along the span, and so are the positions that they are rounded to: when the last lies
-// exactly as many texels behind the first as there are pixels between them, so does every one.
-std::optional<const std::byte*> texel_run(const texture& from, const span& what)
-{
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    if (!what.at.is_affine() || v.dx != 0)
-        return std::nullopt;
-    const double below = what.at.below_origin(what.y);
-    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)); };
-    const int64_t first = position(what.left);
-    const int64_t last = position(what.right - 1);
-    const int64_t steps = what.right - 1 - what.left;
-    const int64_t column = first >> fraction_bits;
-    if (last - first != steps << fraction_bits || column < 0 || column + steps >= from.image.width)
-        return std::nullopt;
-    return from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits)) + column * 4;
-}
-
-// Texels as they are, with their own alpha or an opaque one, on coordinates that are linear over the window.
-void copy_texels(const draw_setup& setup, const span& what, bool own_alpha)
-{
-    const texture from{setup.chain.stages[0].texture};
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
-    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
-    constexpr int64_t worth_looking = 8; // pixels
-    const bool may_run = what.right - what.left >= worth_looking;
-    if (const std::optional<const std::byte*> run = may_run ? texel_run(from, what) : std::nullopt) {
-        copy_run(*run, out, static_cast<size_t>(what.right - what.left), alpha);
-        return;
-    }
-    const double below = what.at.below_origin(what.y);
-    const bool level = v.dx == 0; // one texel row for the whole span
-    const std::byte* row = from.row(from.v.texel(from.v.position(v(0, below)) >> fraction_bits));
-    if (const int64_t* const at = level ? columns::of(setup, what, from.u) : nullptr) {
-        for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-            const uint32_t word = load_pixel(row + from.u.texel(at[x] >> fraction_bits) * 4) | alpha;
-            std::memcpy(out, &word, sizeof word);
-        }
-        return;
-    }
-    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const double right = what.at.right_of_origin(x);
-        if (!level)
-            row = from.row(from.v.texel(from.v.position(v(right, below)) >> fraction_bits));
-        const uint32_t word = from.word(row, from.u.texel(from.u.position(u(right, below)) >> fraction_bits)) | alpha;
-        std::memcpy(out, &word, sizeof word);
-    }
-}
-
-// Draws a span of one texel row, filtered down once and then across. False when it has more rows, repeats the
-// texture, or skips so many texels that the row would be mixed for nothing.
-bool draw_filtered(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
-{
-    const plane& u = what.at.value_plane(varying_coordinates);
-    const plane& v = what.at.value_plane(varying_coordinates + 1);
-    const double below = what.at.below_origin(what.y);
-    const auto position = [&](int64_t x) { return from.u.position(u(what.at.right_of_origin(x), below)) - one / 2; };
-    const auto [low, high] = std::minmax({position(what.left), position(what.right - 1)});
-    const int64_t first = low >> fraction_bits;
-    const int64_t last = (high >> fraction_bits) + 1;
-    const int64_t width = from.image.width;
-    const int64_t useful = 4 * (what.right - what.left);
-    if (v.dx != 0 || last - first > useful || first < (from.u.wraps() ? 0 : -2) ||
-        last > width - (from.u.wraps() ? 1 : -2))
-        return false;
-    const filtered_row row{from.image, from.v, v(0, below), first, last};
-    std::byte* out = setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y));
-    const int64_t* const kept = columns::of(setup, what, from.u);
-    for (int64_t x = what.left; x < what.right; ++x, out += 4) {
-        const int64_t at = kept ? kept[x] - one / 2 : position(x);
-        const uint32_t word = row.pixel(at >> fraction_bits, at & (one - 1)) | alpha;
-        std::memcpy(out, &word, sizeof word);
-    }
-    return true;
-}
-
-// Blends a span of texels that follow each other one a pixel. False when they do not.
-bool blend_texels(const draw_setup& setup, const span& what, const texture& from, uint32_t alpha)
-{
-    const std::optional<const std::byte*> run = texel_run(from, what);
-    const uint32_t hidden = setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0;
-    if (run)
-        blend_run(*run, setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y)),
-                  static_cast<size_t>(what.right - what.left), alpha, hidden);
-    return run.has_value();
-}
 
 // Whether the diffuse colour is white and opaque all over: a product with it changes nothing.
 bool is_white(const interpolator& at)
@@ -163,30 +167,119 @@ bool is_white(const interpolator& at)
     return true;
 }
 
-// Whether a span's pixels are its texels.
-bool is_copy(const draw_setup& setup, const interpolator& at)
+bool needs_white(const stage_factors& how)
 {
-    const bool white = is_white(at);
-    const auto is_texel = [white](const factors& f) { return f.texture && (!f.diffuse || white); };
-    return at.is_affine() && !setup.tests_depth && is_texel(setup.factors.rgb) &&
-           (is_texel(setup.factors.alpha) || white);
+    return how.rgb.diffuse || how.alpha.diffuse;
 }
+
+// Whether a span's pixels are texels of one row, at columns that all rows share.
+bool is_picture(const draw_setup& setup, const interpolator& at)
+{
+    return at.is_affine() && !setup.tests_depth && setup.factors.rgb.texture && !setup.feeds_back &&
+           at.value_plane(varying_coordinates).dy == 0 && at.value_plane(varying_coordinates + 1).dx == 0 &&
+           (!needs_white(setup.factors) || is_white(at));
+}
+
+// What a thread keeps from row to row.
+struct keeping {
+    columns at[2]; // unfiltered and filtered
+    filtered_rows filtered;
+    std::vector<std::byte> picked; // a row of texels to be blended
+    uint64_t draw = 0;
+};
+
+class picture_row {
+public:
+    picture_row(const draw_setup& setup, const span& what, bool blends)
+        : from_{setup.chain.stages[0].texture}, left_{what.left}, right_{what.right}, blends_{blends},
+          alpha_{setup.factors.alpha.texture ? from_.opaque : 0xFF000000u}, hidden_{setup.to.color.format_number ==
+                                                                                            SVGA3D_X8R8G8B8
+                                                                                        ? 0xFF000000u
+                                                                                        : 0},
+          to_{setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y))},
+          down_{from_.v.position(what.at.value_plane(varying_coordinates + 1)(0, what.at.below_origin(what.y)))}
+    {
+    }
+
+    void draw(keeping& kept, const interpolator& at, bool filters)
+    {
+        columns& across = kept.at[filters];
+        if (across.begin(at, from_.u, filters) && filters)
+            kept.filtered.forget();
+        across.reach(from_.u, left_, right_);
+        if (filters)
+            down_ -= one / 2;
+        const int64_t run = across.run_from(left_);
+        const bool between = filters && (down_ & (one - 1)) != 0;
+        const bool runs = run >= 0 && run + count() <= int64_t{from_.image.width} && !between;
+        if (runs)
+            move(row(0).texels + run * 4);
+        else if (filters)
+            filter(kept, across);
+        else
+            pick(kept, across);
+    }
+
+private:
+    int64_t count() const { return right_ - left_; }
+
+    texel_row row(int64_t below) const
+    {
+        return {from_.row(from_.v.texel((down_ >> fraction_bits) + below)), from_.image.width};
+    }
+
+    void move(const std::byte* texels) const
+    {
+        if (blends_)
+            blend_run(texels, to_, static_cast<size_t>(count()), alpha_, hidden_);
+        else
+            copy_run(texels, to_, static_cast<size_t>(count()), alpha_);
+    }
+
+    void pick(keeping& kept, const columns& across) const
+    {
+        if (!blends_)
+            return pick_run(row(0), across.texels(left_, right_), to_, alpha_);
+        kept.picked.resize(std::max(kept.picked.size(), static_cast<size_t>(count()) * 4));
+        pick_run(row(0), across.texels(left_, right_), kept.picked.data(), alpha_);
+        move(kept.picked.data());
+    }
+
+    void filter(keeping& kept, const columns& across) const
+    {
+        const auto [upper, lower] = kept.filtered.both(row(0), row(1), across, left_, right_);
+        const int64_t skipped = (left_ - rounded_down(left_)) * 4;
+        const auto share = static_cast<uint32_t>(down_ & (one - 1)) >> (fraction_bits - share_bits);
+        filter_down(upper + skipped, lower + skipped, share, to_, static_cast<size_t>(count()), alpha_);
+    }
+
+    texture from_;
+    int64_t left_, right_;
+    bool blends_;
+    uint32_t alpha_, hidden_;
+    std::byte* to_;
+    int64_t down_; // where the row lies in the texture, 2^-16 texel
+};
 
 } // namespace
 
 bool draw_picture_row(const draw_setup& setup, const span& what, bool filters, bool blends)
 {
-    if ((filters && blends) || !is_copy(setup, what.at))
+    // Rounded between filter and blend, a pixel could lie two levels away.
+    if ((filters && blends) || !is_picture(setup, what.at))
         return false;
-    const texture from{setup.chain.stages[0].texture};
-    const bool own_alpha = setup.factors.alpha.texture;
-    const uint32_t alpha = own_alpha ? from.opaque : 0xFF000000u;
-    if (filters)
-        return draw_filtered(setup, what, from, alpha);
-    if (blends)
-        return blend_texels(setup, what, from, alpha);
-    copy_texels(setup, what, own_alpha);
+    thread_local keeping kept;
+    const uint64_t draw = draws.load(std::memory_order_relaxed);
+    if (kept.draw != draw)
+        kept.filtered.forget();
+    kept.draw = draw;
+    picture_row{setup, what, blends}.draw(kept, what.at, filters);
     return true;
+}
+
+void forget_pictures()
+{
+    draws.fetch_add(1, std::memory_order_relaxed);
 }
 
 } // namespace kalix::device::raster

@@ -1,7 +1,8 @@
 // Pictures: spans whose pixels are texels of one row, moved in the ways of rows.h.
 //
 // A textured rectangle along the axes, without a depth test and of a colour that changes nothing, is what a
-// driver shows windows, sprites and frames with.
+// driver shows windows, sprites and frames with. Each thread keeps where the pixels of a picture lie in its
+// texture, for all rows and both triangles, and the rows filtered last.
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
@@ -11,5 +12,8 @@ namespace kalix::device::raster {
 // Draws a span of a draw whose state spans know, with one texture that is filtered or not; false, and nothing
 // drawn, when it is none of a picture.
 bool draw_picture_row(const draw_setup& setup, const span& what, bool filters, bool blends);
+
+// Makes all threads forget what they keep of textures' contents: called before a draw, which may find others.
+void forget_pictures();
 
 } // namespace kalix::device::raster

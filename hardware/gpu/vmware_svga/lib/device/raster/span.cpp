@@ -261,6 +261,7 @@ span_function choose_span(draw_setup& setup)
     if (!plain || (setup.output.blends && !blends_over(setup.output)))
         return nullptr;
     const stage_factors& how = setup.factors = factors_of(setup.chain);
+    forget_pictures();
     if (!how.rgb.known || !how.alpha.known || (setup.chain.count == 1 && !is_simple_texture(setup.chain.stages[0])))
         return nullptr;
     return setup.output.blends ? for_texturing<true>(setup.chain) : for_texturing<false>(setup.chain);
