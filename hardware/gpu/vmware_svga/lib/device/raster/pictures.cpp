@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -180,85 +181,93 @@ bool is_picture(const draw_setup& setup, const interpolator& at)
            (!needs_white(setup.factors) || is_white(at));
 }
 
-// What a thread keeps from row to row.
-struct keeping {
-    columns at[2]; // unfiltered and filtered
-    filtered_rows filtered;
-    std::vector<std::byte> picked; // a row of texels to be blended
-    uint64_t draw = 0;
-};
+// What a thread keeps from row to row of a draw: its one texture, and what it does with it.
+struct picture {
+    texture from;
+    uint32_t alpha;  // bits to be set in texels
+    uint32_t hidden; // in what lies under them
+    image_view to;
+    bool filters, blends;
 
-class picture_row {
-public:
-    picture_row(const draw_setup& setup, const span& what, bool blends)
-        : from_{setup.chain.stages[0].texture}, left_{what.left}, right_{what.right}, blends_{blends},
-          alpha_{setup.factors.alpha.texture ? from_.opaque : 0xFF000000u}, hidden_{setup.to.color.format_number ==
-                                                                                            SVGA3D_X8R8G8B8
-                                                                                        ? 0xFF000000u
-                                                                                        : 0},
-          to_{setup.to.color.texel(static_cast<uint32_t>(what.left), static_cast<uint32_t>(what.y))},
-          down_{from_.v.position(what.at.value_plane(varying_coordinates + 1)(0, what.at.below_origin(what.y)))}
+    picture(const draw_setup& setup, bool is_filtered, bool is_blended)
+        : from{setup.chain.stages[0].texture}, alpha{setup.factors.alpha.texture ? from.opaque : 0xFF000000u},
+          hidden{setup.to.color.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0}, to{setup.to.color},
+          filters{is_filtered}, blends{is_blended}
     {
     }
 
-    void draw(keeping& kept, const interpolator& at, bool filters)
+    texel_row row(int64_t y) const { return {from.row(from.v.texel(y)), from.image.width}; }
+
+    // Draws texels that follow each other.
+    void move(const std::byte* texels, std::byte* pixels, size_t count) const
     {
-        columns& across = kept.at[filters];
-        if (across.begin(at, from_.u, filters) && filters)
-            kept.filtered.forget();
-        across.reach(from_.u, left_, right_);
-        if (filters)
-            down_ -= one / 2;
-        const int64_t run = across.run_from(left_);
-        const bool between = filters && (down_ & (one - 1)) != 0;
-        const bool runs = run >= 0 && run + count() <= int64_t{from_.image.width} && !between;
-        if (runs)
-            move(row(0).texels + run * 4);
-        else if (filters)
-            filter(kept, across);
+        if (blends)
+            blend_run(texels, pixels, count, alpha, hidden);
         else
-            pick(kept, across);
+            copy_run(texels, pixels, count, alpha);
+    }
+};
+
+class picture_drawer {
+public:
+    void begin(const draw_setup& setup, bool filters, bool blends)
+    {
+        const uint64_t draw = draws.load(std::memory_order_relaxed);
+        if (what_ && draw == draw_)
+            return;
+        what_.emplace(setup, filters, blends);
+        draw_ = draw;
+        filtered_.forget();
+    }
+
+    void draw(const span& where)
+    {
+        columns& across = columns_[what_->filters];
+        const axis& u = what_->from.u;
+        if (across.begin(where.at, u, what_->filters))
+            filtered_.forget();
+        across.reach(u, where.left, where.right);
+        const double below = where.at.below_origin(where.y);
+        const int64_t centre = what_->from.v.position(where.at.value_plane(varying_coordinates + 1)(0, below));
+        const int64_t down = what_->filters ? centre - one / 2 : centre;
+        const bool between = what_->filters && (down & (one - 1)) != 0;
+        const int64_t count = where.right - where.left;
+        const int64_t run = across.run_from(where.left);
+        std::byte* const to = what_->to.texel(static_cast<uint32_t>(where.left), static_cast<uint32_t>(where.y));
+        if (run >= 0 && run + count <= int64_t{what_->from.image.width} && !between)
+            what_->move(what_->row(down >> fraction_bits).texels + run * 4, to, static_cast<size_t>(count));
+        else if (what_->filters)
+            filter(where, down, to);
+        else
+            pick(what_->row(down >> fraction_bits), across.texels(where.left, where.right), to);
     }
 
 private:
-    int64_t count() const { return right_ - left_; }
-
-    texel_row row(int64_t below) const
+    void pick(const texel_row& row, std::span<const int32_t> texels, std::byte* to)
     {
-        return {from_.row(from_.v.texel((down_ >> fraction_bits) + below)), from_.image.width};
+        if (!what_->blends)
+            return pick_run(row, texels, to, what_->alpha);
+        picked_.resize(std::max(picked_.size(), texels.size() * 4));
+        pick_run(row, texels, picked_.data(), what_->alpha);
+        what_->move(picked_.data(), to, texels.size());
     }
 
-    void move(const std::byte* texels) const
+    void filter(const span& where, int64_t down, std::byte* to)
     {
-        if (blends_)
-            blend_run(texels, to_, static_cast<size_t>(count()), alpha_, hidden_);
-        else
-            copy_run(texels, to_, static_cast<size_t>(count()), alpha_);
+        const int64_t y = down >> fraction_bits;
+        const auto [upper, lower] =
+            filtered_.both(what_->row(y), what_->row(y + 1), columns_[1], where.left, where.right);
+        const int64_t skipped = (where.left - rounded_down(where.left)) * 4;
+        const auto share = static_cast<uint32_t>(down & (one - 1)) >> (fraction_bits - share_bits);
+        filter_down(upper + skipped, lower + skipped, share, to, static_cast<size_t>(where.right - where.left),
+                    what_->alpha);
     }
 
-    void pick(keeping& kept, const columns& across) const
-    {
-        if (!blends_)
-            return pick_run(row(0), across.texels(left_, right_), to_, alpha_);
-        kept.picked.resize(std::max(kept.picked.size(), static_cast<size_t>(count()) * 4));
-        pick_run(row(0), across.texels(left_, right_), kept.picked.data(), alpha_);
-        move(kept.picked.data());
-    }
-
-    void filter(keeping& kept, const columns& across) const
-    {
-        const auto [upper, lower] = kept.filtered.both(row(0), row(1), across, left_, right_);
-        const int64_t skipped = (left_ - rounded_down(left_)) * 4;
-        const auto share = static_cast<uint32_t>(down_ & (one - 1)) >> (fraction_bits - share_bits);
-        filter_down(upper + skipped, lower + skipped, share, to_, static_cast<size_t>(count()), alpha_);
-    }
-
-    texture from_;
-    int64_t left_, right_;
-    bool blends_;
-    uint32_t alpha_, hidden_;
-    std::byte* to_;
-    int64_t down_; // where the row lies in the texture, 2^-16 texel
+    uint64_t draw_ = 0;
+    std::optional<picture> what_;
+    columns columns_[2]; // unfiltered and filtered
+    filtered_rows filtered_;
+    std::vector<std::byte> picked_; // a row of texels to be blended
 };
 
 } // namespace
@@ -268,12 +277,9 @@ bool draw_picture_row(const draw_setup& setup, const span& what, bool filters, b
     // Rounded between filter and blend, a pixel could lie two levels away.
     if ((filters && blends) || !is_picture(setup, what.at))
         return false;
-    thread_local keeping kept;
-    const uint64_t draw = draws.load(std::memory_order_relaxed);
-    if (kept.draw != draw)
-        kept.filtered.forget();
-    kept.draw = draw;
-    picture_row{setup, what, blends}.draw(kept, what.at, filters);
+    thread_local picture_drawer drawer;
+    drawer.begin(setup, filters, blends);
+    drawer.draw(what);
     return true;
 }
 

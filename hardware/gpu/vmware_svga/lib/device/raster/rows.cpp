@@ -61,6 +61,11 @@ vector mixed(vector from, vector to, vector shares)
     });
 }
 
+vector filtered(const texel_row& row, const int32_t* left, const int32_t* right, const uint32_t* shares)
+{
+    return mixed(picked(row, left), picked(row, right), hn::Set(d, *shares));
+}
+
 #else
 
 using halves = hn::Repartition<uint16_t, pixels>; // two of a pixel's channels in the two halves of its word
@@ -115,23 +120,39 @@ vector over(vector source, vector under)
                   blended(odd_channels(source), odd_channels(under)));
 }
 
-// Texels by their columns, out of one vector where they lie close together.
-vector picked(const texel_row& row, const int32_t* columns)
+using column_numbers = hn::RebindToSigned<pixels>;
+using column_vector = hn::Vec<column_numbers>;
+
+constexpr column_numbers di;
+
+// Where a vector's worth of texels begins that holds these columns, or most, and ends so many before the row does.
+size_t window_of(const texel_row& row, const int32_t* columns, size_t margin)
 {
     const size_t lanes = hn::Lanes(d);
     const auto first = static_cast<size_t>(std::min(columns[0], columns[lanes - 1]));
-    if (row.width >= lanes) {
-        const size_t base = std::min(first, row.width - lanes);
-        const hn::RebindToSigned<pixels> di;
-        const auto from_base = hn::Sub(hn::LoadU(di, columns), hn::Set(di, static_cast<int32_t>(base)));
-        const auto beyond = hn::And(from_base, hn::Set(di, ~static_cast<int32_t>(lanes - 1)));
-        if (hn::AllTrue(di, hn::Eq(beyond, hn::Zero(di))))
-            return hn::TableLookupLanes(load(row.texels + base * 4), hn::IndicesFromVec(d, from_base));
-    }
-    uint32_t words[block_pixels];
-    for (size_t i = 0; i < lanes; ++i)
-        words[i] = load_pixel(row.texels + static_cast<size_t>(columns[i]) * 4);
-    return hn::LoadU(d, words);
+    return row.width >= lanes + margin ? std::min(first, row.width - lanes - margin) : 0;
+}
+
+// Bits that are set where a place does not lie in a vector.
+column_vector beyond(column_vector place)
+{
+    return hn::And(place, hn::Set(di, ~static_cast<int32_t>(hn::Lanes(d) - 1)));
+}
+
+vector gathered(const texel_row& row, column_vector columns)
+{
+    return hn::GatherIndex(d, reinterpret_cast<const uint32_t*>(row.texels), columns);
+}
+
+// Texels by their columns, out of one vector where they lie close together.
+vector picked(const texel_row& row, const int32_t* columns)
+{
+    const size_t window = window_of(row, columns, 0);
+    const auto column = hn::LoadU(di, columns);
+    const auto place = hn::Sub(column, hn::Set(di, static_cast<int32_t>(window)));
+    if (row.width >= hn::Lanes(d) && hn::AllTrue(di, hn::Eq(beyond(place), hn::Zero(di))))
+        return hn::TableLookupLanes(load(row.texels + window * 4), hn::IndicesFromVec(d, place));
+    return gathered(row, column);
 }
 
 // From one to the other by shares, rounded to nearest.
@@ -143,6 +164,22 @@ vector mixed(vector from, vector to, vector shares)
         return hn::Add(a, hn::BitCast(d16, way));
     };
     return joined(half(even_channels(from), even_channels(to)), half(odd_channels(from), odd_channels(to)));
+}
+
+// Mixes neighbours: out of two vectors, one texel apart, where they lie close together.
+vector filtered(const texel_row& row, const int32_t* left, const int32_t* right, const uint32_t* shares)
+{
+    const size_t window = window_of(row, left, 1);
+    const auto first = hn::LoadU(di, left);
+    const auto second = hn::LoadU(di, right);
+    const auto share = hn::LoadU(d, shares);
+    const auto place = hn::Sub(first, hn::Set(di, static_cast<int32_t>(window)));
+    const auto apart = hn::Xor(hn::Sub(second, first), hn::Set(di, 1));
+    if (row.width <= hn::Lanes(d) || !hn::AllTrue(di, hn::Eq(hn::Or(beyond(place), apart), hn::Zero(di))))
+        return mixed(gathered(row, first), gathered(row, second), share);
+    const std::byte* const texels = row.texels + window * 4;
+    const auto at = hn::IndicesFromVec(d, place);
+    return mixed(hn::TableLookupLanes(load(texels), at), hn::TableLookupLanes(load(texels + 4), at), share);
 }
 
 #endif
@@ -162,25 +199,33 @@ void store_some(vector value, std::byte* to, size_t count)
     std::memcpy(to, whole, count * 4);
 }
 
-// Calls work(first pixel) for whole vectors, the last of which ends where the run does and may lie over the one
-// before it; false for a run shorter than a vector.
+// How many pixels of a run lie before the first whole vector of the target's memory: a store that crosses two
+// cache lines costs two.
+size_t pixels_before_vector(const std::byte* to)
+{
+    const size_t vector_bytes = hn::Lanes(d) * 4;
+    return (vector_bytes - reinterpret_cast<uintptr_t>(to) % vector_bytes) / 4;
+}
+
+// Calls work(first pixel) for vectors that cover a run, aligned but for the first and the last; these may lie over
+// others. False for a run shorter than a vector.
 template <typename function>
-bool for_each_vector(size_t count, const function& work)
+bool for_each_vector(const std::byte* to, size_t count, const function& work)
 {
     const size_t lanes = hn::Lanes(d);
     if (count < lanes)
         return false;
-    for (size_t i = 0; i <= count - lanes; i += lanes)
+    work(0);
+    for (size_t i = pixels_before_vector(to); i < count - lanes; i += lanes)
         work(i);
-    if (count % lanes != 0)
-        work(count - lanes);
+    work(count - lanes);
     return true;
 }
 
 void fill(std::byte* to, size_t count, uint32_t word)
 {
     const vector value = hn::Set(d, word);
-    if (!for_each_vector(count, [&](size_t i) { store(value, to + i * 4); }))
+    if (!for_each_vector(to, count, [&](size_t i) { store(value, to + i * 4); }))
         store_some(value, to, count);
 }
 
@@ -189,14 +234,14 @@ void replace(std::byte* to, size_t count, uint32_t word, uint32_t kept)
     const vector set = hn::Set(d, word & ~kept);
     const vector mask = hn::Set(d, kept);
     const auto replaced = [&](vector old) { return hn::Or(hn::And(old, mask), set); };
-    if (!for_each_vector(count, [&](size_t i) { store(replaced(load(to + i * 4)), to + i * 4); }))
+    if (!for_each_vector(to, count, [&](size_t i) { store(replaced(load(to + i * 4)), to + i * 4); }))
         store_some(replaced(load_some(to, count)), to, count);
 }
 
 void copy(const std::byte* from, std::byte* to, size_t count, uint32_t alpha)
 {
     const vector set = hn::Set(d, alpha);
-    if (!for_each_vector(count, [&](size_t i) { store(hn::Or(load(from + i * 4), set), to + i * 4); }))
+    if (!for_each_vector(to, count, [&](size_t i) { store(hn::Or(load(from + i * 4), set), to + i * 4); }))
         store_some(hn::Or(load_some(from, count), set), to, count);
 }
 
@@ -210,19 +255,21 @@ void blend(const std::byte* from, std::byte* to, size_t count, uint32_t alpha, u
     };
     if (count < lanes)
         return store_some(blended(load_some(from, count), load_some(to, count)), to, count);
-    // The last vector lies over the one before it: it takes what is under both before either is drawn.
-    const size_t end = (count - lanes) * 4;
-    const vector last = blended(load(from + end), load(to + end));
-    for (size_t i = 0; i < end; i += lanes * 4)
-        store(blended(load(from + i), load(to + i)), to + i);
-    store(last, to + end);
+    // The first and the last vector lie over others: they take what is under them before anything is drawn.
+    const size_t end = count - lanes;
+    const vector first = blended(load(from), load(to));
+    const vector last = blended(load(from + end * 4), load(to + end * 4));
+    for (size_t i = pixels_before_vector(to); i < end; i += lanes)
+        store(blended(load(from + i * 4), load(to + i * 4)), to + i * 4);
+    store(first, to);
+    store(last, to + end * 4);
 }
 
 void pick(const texel_row& row, std::span<const int32_t> columns, std::byte* to, uint32_t alpha)
 {
     const vector set = hn::Set(d, alpha);
     const auto work = [&](size_t i) { store(hn::Or(picked(row, columns.data() + i), set), to + i * 4); };
-    if (for_each_vector(columns.size(), work))
+    if (for_each_vector(to, columns.size(), work))
         return;
     for (const int32_t column : columns) {
         const uint32_t word = load_pixel(row.texels + static_cast<size_t>(column) * 4) | alpha;
@@ -234,9 +281,8 @@ void pick(const texel_row& row, std::span<const int32_t> columns, std::byte* to,
 void across(const texel_row& row, const int32_t* left, const int32_t* right, const uint32_t* shares, std::byte* to,
             size_t blocks)
 {
-    for (size_t i = 0; i < blocks * block_pixels; i += hn::Lanes(d)) {
-        store(mixed(picked(row, left + i), picked(row, right + i), hn::LoadU(d, shares + i)), to + i * 4);
-    }
+    for (size_t i = 0; i < blocks * block_pixels; i += hn::Lanes(d))
+        store(filtered(row, left + i, right + i, shares + i), to + i * 4);
 }
 
 void down(const std::byte* upper, const std::byte* lower, uint32_t share, std::byte* to, size_t count, uint32_t alpha)
@@ -244,7 +290,7 @@ void down(const std::byte* upper, const std::byte* lower, uint32_t share, std::b
     const vector by = hn::Set(d, share | share << 16);
     const vector set = hn::Set(d, alpha);
     const auto row = [&](size_t i) { return hn::Or(mixed(load(upper + i * 4), load(lower + i * 4), by), set); };
-    if (!for_each_vector(count, [&](size_t i) { store(row(i), to + i * 4); }))
+    if (!for_each_vector(to, count, [&](size_t i) { store(row(i), to + i * 4); }))
         store_some(row(0), to, count);
 }
 
@@ -279,10 +325,7 @@ void replace_bits(std::byte* to, size_t count, uint32_t word, uint32_t kept)
 
 void copy_run(const std::byte* from, std::byte* to, size_t count, uint32_t alpha)
 {
-    if (alpha == 0)
-        std::memcpy(to, from, count * 4);
-    else
-        HWY_DYNAMIC_DISPATCH(copy)(from, to, count, alpha);
+    HWY_DYNAMIC_DISPATCH(copy)(from, to, count, alpha);
 }
 
 void blend_run(const std::byte* from, std::byte* to, size_t count, uint32_t alpha, uint32_t hidden)

@@ -63,7 +63,7 @@ private:
 
 // A flat texture of one level and 32-bit texels.
 struct texture {
-    const image_view& image;
+    image_view image;
     axis u, v;
     uint32_t opaque; // of a format without alpha, what its fourth byte reads as
 
