@@ -35,7 +35,7 @@ outcome clear(device_state& device, command_reader body)
     const auto in = device.contexts.find(command.cid);
     if (in == device.contexts.end())
         return KALIX_REFUSED_NO_CONTEXT;
-    return outcome_of(clear_targets(in->second, device.surfaces, command, rects));
+    return outcome_of(clear_targets(in->second, device.surfaces, command, rects, device.workers));
 }
 
 outcome draw(device_state& device, command_reader body)

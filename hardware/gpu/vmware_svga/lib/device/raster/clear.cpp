@@ -1,9 +1,13 @@
 // CLEAR: fills what lies inside its rectangles, the viewport and the scissor rectangle.
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/rows.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/share.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/targets.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 
 #include <array>
 #include <cstring>
+#include <vector>
 
 namespace kalix::device {
 namespace raster {
@@ -15,71 +19,127 @@ color color_of(uint32_t argb)
     return {channel(16), channel(8), channel(0), channel(24)};
 }
 
-// Repeats one texel over a rectangle: writes the first row, then copies it.
-void fill(const image_view& view, const pixel_rect& area, const std::byte* texel)
-{
-    const auto x = static_cast<uint32_t>(area.left);
-    const auto top = static_cast<uint32_t>(area.top);
-    const size_t bytes = view.format->block_bytes;
-    const size_t row_bytes = static_cast<size_t>(area.right - area.left) * bytes;
-    std::byte* const first = view.texel(x, top);
-    for (size_t at = 0; at < row_bytes; at += bytes)
-        std::memcpy(first + at, texel, bytes);
-    for (auto y = top + 1; y < static_cast<uint32_t>(area.bottom); ++y)
-        std::memcpy(view.texel(x, y), first, row_bytes);
-}
-
-void clear_color(const image_view& view, const pixel_rect& area, uint32_t argb)
-{
+// What becomes of an image's texels: all of them this one, but for the bits of a word that are kept.
+struct filling {
+    image_view view;
     std::array<std::byte, 16> texel{};
-    view.format->encode(color_of(argb), texel.data());
-    fill(view, area, texel.data());
-}
+    uint32_t kept = 0; // none in a texel of more than four bytes
+};
 
-// Replaces depth, stencil or both, keeping the other part of each word.
-void clear_words(const depth_target& target, const pixel_rect& area, bool depth, bool stencil, const svga3d_clear& how)
+void replace_short_bits(const filling& how, std::byte* row, size_t count)
 {
-    const uint32_t value = quantized_depth(target.layout, static_cast<double>(how.depth));
-    if (depth && target.layout.stencil_bits == 0) { // nothing to keep
-        std::array<std::byte, 16> texel{};
-        store_word(target.layout, with_depth(target.layout, 0, value), texel.data());
-        return fill(target.view, area, texel.data());
+    uint16_t word = 0;
+    std::memcpy(&word, how.texel.data(), sizeof word);
+    for (std::byte* at = row; at < row + count * sizeof word; at += sizeof word) {
+        uint16_t old = 0;
+        std::memcpy(&old, at, sizeof old);
+        const auto result = static_cast<uint16_t>((old & how.kept) | (word & ~how.kept));
+        std::memcpy(at, &result, sizeof result);
     }
-    for (auto y = static_cast<uint32_t>(area.top); y < static_cast<uint32_t>(area.bottom); ++y)
-        for (auto x = static_cast<uint32_t>(area.left); x < static_cast<uint32_t>(area.right); ++x) {
-            std::byte* const texel = target.view.texel(x, y);
-            uint32_t word = load_word(target.layout, texel);
-            if (depth)
-                word = with_depth(target.layout, word, value);
-            if (stencil)
-                word = with_stencil(target.layout, word, how.stencil);
-            store_word(target.layout, word, texel);
-        }
 }
 
-void clear_rect(const targets& to, const pixel_rect& area, const svga3d_clear& how)
+void fill_row(const filling& how, std::byte* row, size_t count)
 {
-    if (area.is_empty())
-        return;
+    const size_t bytes = how.view.format->block_bytes;
+    if (bytes == 4 && how.kept != 0)
+        replace_bits(row, count, load_pixel(how.texel.data()), how.kept);
+    else if (bytes == 4)
+        fill_run(row, count, load_pixel(how.texel.data()));
+    else if (how.kept != 0)
+        replace_short_bits(how, row, count);
+    else
+        for (size_t i = 0; i < count; ++i)
+            std::memcpy(row + i * bytes, how.texel.data(), bytes);
+}
+
+// Fills the share's rows of an area. Where nothing is kept, rows of odd texels repeat the one above.
+void fill(const filling& how, const pixel_rect& area, const share& of)
+{
+    const auto count = static_cast<size_t>(area.right - area.left);
+    const size_t bytes = how.view.format->block_bytes;
+    const std::byte* above = nullptr;
+    for (int64_t y = of.first_from(area.top); y < area.bottom; y = of.first_from(y + 1)) {
+        std::byte* const row = how.view.texel(static_cast<uint32_t>(area.left), static_cast<uint32_t>(y));
+        if (above && bytes != 4 && how.kept == 0)
+            std::memcpy(row, above, count * bytes);
+        else
+            fill_row(how, row, count);
+        above = row;
+    }
+}
+
+filling color_filling(const image_view& view, uint32_t argb)
+{
+    filling made{view};
+    view.format->encode(color_of(argb), made.texel.data());
+    return made;
+}
+
+// Depth, stencil or both, keeping the other part of each word.
+filling word_filling(const depth_target& target, bool depth, bool stencil, const svga3d_clear& how)
+{
+    const depth_layout& layout = target.layout;
+    uint32_t word = 0;
+    uint32_t replaced = 0;
+    if (depth) {
+        word = with_depth(layout, word, quantized_depth(layout, static_cast<double>(how.depth)));
+        replaced = layout.stencil_bits == 0 ? ~0u : with_depth(layout, 0, bit_mask(layout.depth_bits));
+    }
+    if (stencil) {
+        word = with_stencil(layout, word, how.stencil);
+        replaced |= bit_mask(layout.stencil_bits);
+    }
+    filling made{target.view};
+    made.kept = ~replaced & bit_mask(layout.bytes * 8);
+    store_word(layout, word, made.texel.data());
+    return made;
+}
+
+// One for each image: depth and stencil of one image are written together.
+std::vector<filling> fillings_of(const targets& to, const svga3d_clear& how)
+{
+    std::vector<filling> found;
     if (how.flags & SVGA3D_CLEAR_COLOR && to.color)
-        clear_color(to.color, area, how.color);
-    if (how.flags & SVGA3D_CLEAR_DEPTH && to.depth.view)
-        clear_words(to.depth, area, true, false, how);
-    if (how.flags & SVGA3D_CLEAR_STENCIL && to.stencil.view)
-        clear_words(to.stencil, area, false, true, how);
+        found.push_back(color_filling(to.color, how.color));
+    const bool depth = how.flags & SVGA3D_CLEAR_DEPTH && to.depth.view;
+    const bool stencil = how.flags & SVGA3D_CLEAR_STENCIL && to.stencil.view;
+    const bool together = depth && stencil && to.depth.view.bytes == to.stencil.view.bytes;
+    if (depth)
+        found.push_back(word_filling(to.depth, true, together, how));
+    if (stencil && !together)
+        found.push_back(word_filling(to.stencil, false, true, how));
+    return found;
 }
 
 } // namespace
 } // namespace raster
 
 draw_result clear_targets(context& of, surface_store& surfaces, const svga3d_clear& how,
-                          std::span<const svga3d_rect> rects)
+                          std::span<const svga3d_rect> rects, raster::worker_pool* workers)
 {
+    constexpr int64_t worth_sharing = 65536; // pixels; below that a wake-up costs more than it saves
     const raster::targets to = raster::targets_of(of, surfaces);
     if (!to.any())
         return draw_result::no_target;
-    for (const svga3d_rect& rect : rects)
-        raster::clear_rect(to, raster::intersection(to.area, raster::pixels_of(rect)), how);
+    const std::vector<raster::filling> fillings = raster::fillings_of(to, how);
+    std::vector<raster::pixel_rect> areas;
+    int64_t pixels = 0;
+    for (const svga3d_rect& rect : rects) {
+        const raster::pixel_rect area = raster::intersection(to.area, raster::pixels_of(rect));
+        if (area.is_empty())
+            continue;
+        areas.push_back(area);
+        pixels += (area.right - area.left) * (area.bottom - area.top);
+    }
+    const auto fill = [&](const raster::share& mine) {
+        for (const raster::pixel_rect& area : areas)
+            for (const raster::filling& each : fillings)
+                raster::fill(each, area, mine);
+    };
+    if (workers && pixels >= worth_sharing)
+        workers->run([&](uint32_t index) { fill({index, workers->count(), 0}); });
+    else
+        fill({});
     return draw_result::done;
 }
 

@@ -26,9 +26,9 @@ enum class draw_result {
 };
 
 // Clears colour, depth or stencil inside the rectangles, the viewport and, with the scissor test on,
-// the scissor rectangle.
+// the scissor rectangle; with workers (may be null) where there is enough to share. All is cleared when it returns.
 draw_result clear_targets(context& of, surface_store& surfaces, const svga3d_clear& how,
-                          std::span<const svga3d_rect> rects);
+                          std::span<const svga3d_rect> rects, raster::worker_pool* workers = nullptr);
 
 // Draws every range, or nothing at all when one of them is refused; with workers (may be null) where there is
 // enough to share. All is drawn when it returns.

@@ -1,10 +1,11 @@
-// Rows of 32-bit texels, moved whole: copied, blended, or filtered, as an axis-aligned picture is drawn.
+// Rows of 32-bit texels, moved whole: filled, copied, blended, picked or filtered.
 //
-// Copies and blends give the bytes of the general way. A filtered row is worked out in single precision, down
-// and then across, and may differ from the general way by one level where a value lies between two.
+// All work is in integers, so that the bytes are the same with every instruction set. Copies and blends give the
+// bytes of the general way; what is filtered is rounded twice, and stays within one level of the exact value.
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/sampler.h"
 #include "hardware/gpu/vmware_svga/lib/device/surface.h"
 
 #include <algorithm>
@@ -60,24 +61,53 @@ private:
     int64_t mask_; // of a side that is a power of two: a remainder without a division
 };
 
+// A flat texture of one level and 32-bit texels.
+struct texture {
+    image_view image;
+    axis u, v;
+    uint32_t opaque; // of a format without alpha, what its fourth byte reads as
+
+    explicit texture(const sampler& from)
+        : image{from.image(0, 0)}, u{image.width, from.address_u}, v{image.height, from.address_v},
+          opaque{image.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0}
+    {
+    }
+    const std::byte* row(size_t y) const { return image.bytes + y * image.row_bytes; }
+    uint32_t word(const std::byte* at_row, size_t x) const { return load_pixel(at_row + x * 4) | opaque; }
+};
+
+// What follows takes runs of 32-bit pixels by their address and number; sources and targets do not overlap.
+
+void fill_run(std::byte* to, size_t count, uint32_t word);
+
+// Replaces every word by its kept bits and those of another one.
+void replace_bits(std::byte* to, size_t count, uint32_t word, uint32_t kept);
+
 // Copies pixels, setting the bits of alpha in each.
 void copy_run(const std::byte* from, std::byte* to, size_t count, uint32_t alpha);
 
 // Blends pixels over others by their own alpha: alpha is set in what is drawn, hidden in what lies under it.
 void blend_run(const std::byte* from, std::byte* to, size_t count, uint32_t alpha, uint32_t hidden);
 
-// Two texel rows mixed into one, in floats of 0 to 255, from which pixels are mixed across.
-class filtered_row {
-public:
-    // Mixes the texels from column first to last; beyond the image its edge goes on.
-    filtered_row(const image_view& image, const axis& down, double v, int64_t first, int64_t last);
-
-    // The pixel between a column and the next, so many 2^-16 along.
-    uint32_t pixel(int64_t column, int64_t fraction) const;
-
-private:
-    int64_t first_;
-    const float* mixed_; // four channels a texel; memory of the thread's
+// A row of texels, from which pixels are taken by their columns, each below width.
+struct texel_row {
+    const std::byte* texels;
+    size_t width;
 };
+
+// Takes one texel a pixel, setting the bits of alpha in each.
+void pick_run(const texel_row& row, std::span<const int32_t> columns, std::byte* to, uint32_t alpha);
+
+// Shares of 0..1 are in 2^-15; a pixel's lies in both halves of its word.
+inline constexpr int share_bits = 15;
+inline constexpr size_t block_pixels = 16; // rows that are filtered consist of whole blocks
+
+// Mixes two texels a pixel, by the right one's share.
+void filter_across(const texel_row& row, const int32_t* left, const int32_t* right, const uint32_t* shares,
+                   std::byte* to, size_t blocks);
+
+// Mixes two rows of whole blocks by the lower one's share, setting the bits of alpha.
+void filter_down(const std::byte* upper, const std::byte* lower, uint32_t share, std::byte* to, size_t count,
+                 uint32_t alpha);
 
 } // namespace kalix::device::raster

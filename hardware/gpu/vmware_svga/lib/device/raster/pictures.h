@@ -1,0 +1,19 @@
+// Pictures: spans whose pixels are texels of one row, moved in the ways of rows.h.
+//
+// A textured rectangle along the axes, without a depth test and of a colour that changes nothing, is what a
+// driver shows windows, sprites and frames with. Each thread keeps where the pixels of a picture lie in its
+// texture, for all rows and both triangles, and the rows filtered last.
+#pragma once
+
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
+
+namespace kalix::device::raster {
+
+// Draws a span of a plain draw, with one texture that is filtered or not; false, and nothing drawn, when its triangle
+// is none of a picture: for all of its spans, then.
+bool draw_picture_row(const draw_setup& setup, const interpolator& at, const span& what, bool filters, bool blends);
+
+// Makes all threads forget what they keep of textures' contents: called before a draw, which may find others.
+void forget_pictures();
+
+} // namespace kalix::device::raster
