@@ -27,7 +27,7 @@ namespace HWY_NAMESPACE {
 struct line {
     real_lanes at, dx;
 
-    HWY_INLINE line() = default;
+    HWY_INLINE line() : at{hn::Zero(reals)}, dx{hn::Zero(reals)} {}
     HWY_INLINE line(const plane& p, double below) : at{hn::Set(reals, p.at_row(below))}, dx{hn::Set(reals, p.dx)} {}
     HWY_INLINE real_lanes operator()(real_lanes right) const { return hn::Add(at, hn::Mul(dx, right)); }
 };
@@ -197,7 +197,7 @@ struct full_shading {
     static constexpr bool has_stencil = true;
     const draw_setup& setup;
     const interpolator& at;
-    std::array<texture_lanes, SVGA3D_TEXTURE_STAGES> textures; // of the stages in use
+    texture_lanes textures[SVGA3D_TEXTURE_STAGES]; // of the stages in use
     uint32_t hidden, mask;
 
     HWY_INLINE full_shading(const draw_setup& of, const interpolator& over)
@@ -220,7 +220,7 @@ struct full_shading {
         w_line w, next_w; // of this row, and of the one below
         color_line diffuse, specular;
         line fog;
-        std::array<coordinate_lines, SVGA3D_TEXTURE_STAGES> coordinates, next_coordinates;
+        coordinate_lines coordinates[SVGA3D_TEXTURE_STAGES], next_coordinates[SVGA3D_TEXTURE_STAGES];
 
         HWY_INLINE row(const full_shading& of, double left, double below)
             : in{of}, w{of.at, below}, next_w{of.at, below + 1}, diffuse{of.at, varying_diffuse, left, below},
@@ -240,12 +240,12 @@ struct full_shading {
         HWY_INLINE word_mask put(real_lanes right, float_lanes index, word_mask which, std::byte* color,
                                  size_t count) const
         {
-            const draw_setup& setup = in.setup;
+            const draw_setup& draw = in.setup;
             colors result = shaded(right, index, which);
-            if (setup.tests_alpha)
+            if (draw.tests_alpha)
                 which = hn::And(which, passing(result.a));
-            if (setup.output.blends)
-                result = blended(setup.output, result, read_pixels(color, count, in.hidden));
+            if (draw.output.blends)
+                result = blended(draw.output, result, read_pixels(color, count, in.hidden));
             word_lanes pixels = packed_pixels(result);
             if (in.mask != ~0u) {
                 const word_lanes written = hn::Set(words, in.mask);
@@ -259,23 +259,23 @@ struct full_shading {
         // The fragments' colours, before what lies in the target has a say.
         HWY_INLINE colors shaded(real_lanes right, float_lanes index, word_mask which) const
         {
-            const draw_setup& setup = in.setup;
+            const draw_setup& draw = in.setup;
             const real_lanes by = w(right);
             const float_lanes single = hn::DemoteTo(floats, by);
             stage_inputs inputs;
-            inputs.constant = everywhere(setup.chain.constant);
+            inputs.constant = everywhere(draw.chain.constant);
             inputs.previous = inputs.diffuse = diffuse(index, single);
             inputs.specular = specular(index, single);
-            for (uint32_t stage = 0; stage < setup.chain.count; ++stage) {
+            for (uint32_t stage = 0; stage < draw.chain.count; ++stage) {
                 inputs.texture = sampled(stage, right, by, which);
-                inputs.previous = combined(setup.chain.stages[stage], inputs);
+                inputs.previous = combined(draw.chain.stages[stage], inputs);
             }
             colors result = inputs.previous;
-            if (setup.adds_specular)
+            if (draw.adds_specular)
                 result = {into01(hn::Add(result.r, inputs.specular.r)), into01(hn::Add(result.g, inputs.specular.g)),
                           into01(hn::Add(result.b, inputs.specular.b)), result.a};
-            if (setup.fog.enabled)
-                result = fogged(result, everywhere(setup.fog.value), fog_share(hn::Mul(fog(right), by)));
+            if (draw.fog.enabled)
+                result = fogged(result, everywhere(draw.fog.value), fog_share(hn::Mul(fog(right), by)));
             return result;
         }
 

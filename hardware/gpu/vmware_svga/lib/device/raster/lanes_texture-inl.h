@@ -83,8 +83,8 @@ private:
 };
 
 struct texture_lanes {
-    const image_view* image;
-    const uint32_t* texels;
+    const image_view* image = nullptr;
+    const uint32_t* texels = nullptr;
     int_lanes row_bytes;
     word_lanes opaque; // of a format without alpha, what its fourth byte reads as
     texture_axis u, v;
