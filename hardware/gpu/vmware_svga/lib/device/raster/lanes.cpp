@@ -1,8 +1,6 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/lanes.h"
 
 // What follows is built once for each instruction set.
-#undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "hardware/gpu/vmware_svga/lib/device/raster/lanes.cpp"
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 

@@ -89,8 +89,8 @@ HWY_INLINE colors sampled_levels(const sampler& from, word_lanes level, word_mas
 }
 
 // Channels of 0 to 255, of the lanes that are drawn.
-HWY_INLINE colors sampled_with_detail(const sampler& from, const texture_lanes& first, const coordinate_steps& at,
-                                      word_mask drawn)
+HWY_NOINLINE colors sampled_with_detail(const sampler& from, const texture_lanes& first, const coordinate_steps& at,
+                                        word_mask drawn)
 {
     const real_lanes detail = detail_of(from, at);
     const real_lanes last = hn::Set(reals, from.level_count - 1);

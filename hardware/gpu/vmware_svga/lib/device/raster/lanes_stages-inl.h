@@ -144,7 +144,7 @@ HWY_INLINE float_lanes stage_alpha(const combiner_stage& stage, const stage_inpu
 }
 
 // One stage's result, clamped to 0..1.
-HWY_INLINE colors combined(const combiner_stage& stage, const stage_inputs& in)
+HWY_NOINLINE colors combined(const combiner_stage& stage, const stage_inputs& in)
 {
     const auto& which = stage.color_arguments;
     const colors& a0 = in.argument(which[0]);
@@ -232,7 +232,7 @@ HWY_INLINE float_lanes equated(uint32_t equation, float_lanes source, float_lane
 }
 
 // Blended, and clamped to 0..1.
-HWY_INLINE colors blended(const output_state& how, const colors& source, const colors& under)
+HWY_NOINLINE colors blended(const output_state& how, const colors& source, const colors& under)
 {
     const colors constant = everywhere(how.factor);
     const colors s = factor_of(how.rgb.source, source, under, constant);

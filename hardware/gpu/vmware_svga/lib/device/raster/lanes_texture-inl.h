@@ -136,7 +136,7 @@ struct texture_lanes {
         return mix(above, below, share_of(down));
     }
 
-    HWY_INLINE colors filtered(uint32_t filter, real_lanes s, real_lanes t) const
+    HWY_NOINLINE colors filtered(uint32_t filter, real_lanes s, real_lanes t) const
     {
         return filter >= SVGA3D_TEX_FILTER_LINEAR ? linear(s, t) : nearest(s, t);
     }
