@@ -2,6 +2,7 @@
 //
 // A hash that changes says that pictures changed; the scene's picture is written to SCENE_DIR when that is set.
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/instructions.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 #include "tests/unit/raster/scene.h"
@@ -114,6 +115,16 @@ protected:
         stage(0, SVGA3D_TS_COLORARG2, SVGA3D_TA_DIFFUSE);
         for (const uint32_t name : {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV})
             stage(0, name, SVGA3D_TEX_ADDRESS_WRAP);
+    }
+
+    // A repeated texture over a rectangle that is cut on three sides, and the same one turned over.
+    void pictures(uint32_t filter)
+    {
+        checked(filter);
+        set(SVGA3D_RS_ZENABLE, 0);
+        stage(0, SVGA3D_TS_COLOROP, SVGA3D_TC_SELECTARG1);
+        ASSERT_EQ(quad(-10.5f, -5.25f, 230, 100, ~0u, 1.6f, 1.3f), draw_result::done);
+        ASSERT_EQ(quad(20, 60, 33, 140, ~0u, -2.5f, -1), draw_result::done);
     }
 
     void volume()
@@ -254,6 +265,16 @@ const std::vector<SceneTest::row> SceneTest::rows = {
          in.sphere(1);
      },
      0xC0D7896E414CAB3B},
+    {"pictures", [](SceneTest& in) { in.pictures(SVGA3D_TEX_FILTER_NEAREST); }, 0x34B71AD0A3EB692D},
+    {"filtered-pictures", [](SceneTest& in) { in.pictures(SVGA3D_TEX_FILTER_LINEAR); }, 0x2397C8C606426FB3},
+    {"blended-pictures",
+     [](SceneTest& in) {
+         in.set(SVGA3D_RS_BLENDENABLE, 1);
+         in.set(SVGA3D_RS_SRCBLEND, SVGA3D_BLENDOP_SRCALPHA);
+         in.set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_INVSRCALPHA);
+         in.pictures(SVGA3D_TEX_FILTER_NEAREST);
+     },
+     0x0DC57623FF4B7A94},
 };
 
 TEST_F(SceneTest, HashesStand)
@@ -270,6 +291,20 @@ TEST_F(SceneTest, HashesStand)
         }
         workers = nullptr;
     }
+}
+
+TEST_F(SceneTest, HashesStandWithEveryInstructionSet)
+{
+    for (const int64_t instructions : raster::instruction_sets()) {
+        raster::force_instruction_set(instructions);
+        for (const row& each : rows) {
+            begin();
+            turn(0.7);
+            each.draw(*this);
+            EXPECT_EQ(hash(), each.hash) << each.name << " with " << raster::instruction_set_name(instructions);
+        }
+    }
+    raster::force_instruction_set(0);
 }
 
 } // namespace
