@@ -3,6 +3,7 @@
 #include "tests/unit/device/support.h"
 
 #include <algorithm>
+#include <span>
 
 namespace kalix::test {
 namespace {
@@ -162,6 +163,44 @@ TEST_F(DmaTest, MovesTheBytesThatTheModelMoves)
         }
     }
     EXPECT_GT(refusals, 0);
+}
+
+// As much as several threads take on: in, across, onto the screen and out again.
+TEST_F(DmaTest, LargeImagesArriveWhole)
+{
+    constexpr uint32_t side = 256;
+    std::mt19937 random{test_seed()};
+    std::vector<uint32_t> texels(side * side);
+    std::ranges::generate(texels, random);
+    for (const uint32_t sid : {1u, 2u})
+        run(stream{}.define_surface(sid, SVGA3D_X8R8G8B8, {{side, side, 1}}));
+    write_words(1, side, side, texels);
+    run(stream{}.command(SVGA_3D_CMD_SURFACE_COPY, svga3d_surface_copy{{1, 0, 0}, {2, 0, 0}},
+                         svga3d_copy_box{0, 0, 0, side, side, 1, 0, 0, 0}));
+    EXPECT_EQ(read_words<uint32_t>(2, side, side), texels);
+    run(stream{}.command(SVGA_3D_CMD_PRESENT, svga3d_present{2}, svga3d_copy_rect{30, 20, side, side, 0, 0}));
+    for (uint32_t i = 0; i < texels.size(); ++i)
+        ASSERT_EQ(pixel(30 + i % side, 20 + i / side), texels[i]) << i;
+}
+
+// Where a page is named twice, what is written to it last stays, however much is written.
+TEST_F(DmaTest, LaterRowsStayInPagesNamedTwice)
+{
+    constexpr uint32_t side = 256, twice = 9, count = 64; // pages
+    std::mt19937 random{test_seed()};
+    std::vector<uint64_t> numbers(2 * count);
+    for (uint32_t i = 0; i < numbers.size(); ++i)
+        numbers[i] = 1 + i % count;
+    run(stream{}.define_region(twice, numbers).define_surface(1, SVGA3D_A8R8G8B8, {{side, 2 * side, 1}}));
+    for (const uint32_t y : {0u, side}) {
+        for (uint32_t i = 0; i < count * 4096; ++i)
+            scratch.page(1)[i] = static_cast<std::byte>(random());
+        run(stream{}.dma({{{twice, 0}, 0}, {1, 0, 0}, SVGA3D_WRITE_HOST_VRAM}, {{0, y, 0, side, side, 1, 0, 0, 0}}));
+    }
+    const std::vector<std::byte> last{scratch.page(1), scratch.page(1) + count * 4096};
+    std::memset(scratch.page(1), 0, count * 4096);
+    run(stream{}.dma({{{twice, 0}, 0}, {1, 0, 0}, SVGA3D_READ_HOST_VRAM}, {{0, 0, 0, side, 2 * side, 1, 0, 0, 0}}));
+    EXPECT_TRUE(std::ranges::equal(last, std::span{scratch.page(1), last.size()}));
 }
 
 TEST_F(DmaTest, ReachesTheFramebufferAndTakesASuffix)

@@ -103,7 +103,7 @@ private:
 // A private run directory, and a device in it whose ring may be read.
 class device_test : public testing::Test {
 protected:
-    static constexpr uint32_t pages = 64;
+    static constexpr uint32_t pages = 256;
     static constexpr uint64_t framebuffer_bytes = 4 << 20;
     static constexpr uint64_t surface_bytes = 8 << 20;
 

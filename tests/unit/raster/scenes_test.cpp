@@ -137,6 +137,16 @@ protected:
         stage(0, SVGA3D_TS_MIPFILTER, SVGA3D_TEX_FILTER_LINEAR);
     }
 
+    // A repeated texture over a rectangle that is cut on three sides, and the same one turned over.
+    void pictures(uint32_t filter)
+    {
+        checked(filter);
+        set(SVGA3D_RS_ZENABLE, 0);
+        stage(0, SVGA3D_TS_COLOROP, SVGA3D_TC_SELECTARG1);
+        ASSERT_EQ(quad(-10.5f, -5.25f, 230, 100, ~0u, 1.6f, 1.3f), draw_result::done);
+        ASSERT_EQ(quad(20, 60, 33, 140, ~0u, -2.5f, -1), draw_result::done);
+    }
+
     void volume()
     {
         const svga3d_surface_define definition{texture_sid, 0, SVGA3D_A8R8G8B8, {1, 0, 0, 0, 0, 0}};
@@ -295,6 +305,16 @@ const std::vector<SceneTest::row> SceneTest::rows = {
          in.sphere(1);
      },
      0xCD3D974380C6A382},
+    {"pictures", [](SceneTest& in) { in.pictures(SVGA3D_TEX_FILTER_NEAREST); }, 0x34B71AD0A3EB692D},
+    {"filtered-pictures", [](SceneTest& in) { in.pictures(SVGA3D_TEX_FILTER_LINEAR); }, 0xE70DCB5CDCB4214B},
+    {"blended-pictures",
+     [](SceneTest& in) {
+         in.set(SVGA3D_RS_BLENDENABLE, 1);
+         in.set(SVGA3D_RS_SRCBLEND, SVGA3D_BLENDOP_SRCALPHA);
+         in.set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_INVSRCALPHA);
+         in.pictures(SVGA3D_TEX_FILTER_NEAREST);
+     },
+     0x0DC57623FF4B7A94},
 };
 
 TEST_F(SceneTest, HashesStand)

@@ -1,5 +1,6 @@
 // Spans against the general way: random draws of the states that spans know, the same pixels from both.
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/instructions.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/limits.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
@@ -203,6 +204,93 @@ TEST_F(SpanTest, GiveThePixelsOfTheGeneralWay)
             wrong += apart > (at < color_bytes ? 1 : 0);
         }
         ASSERT_EQ(wrong, 0u) << "seed " << test_seed() << ", draw " << i;
+    }
+}
+
+// Rectangles along the axes: scaled either way, turned over, repeated, cut, blended, over textures of odd sizes; at
+// times the target is its own texture.
+class PictureTest : public SpanTest {
+protected:
+    // Whether colours may differ by a level from the general way's.
+    bool choose_picture()
+    {
+        width_ = 50 + word() % 100;
+        height_ = 20 + word() % 30;
+        make_targets(width_, height_, one_of<uint32_t>({SVGA3D_A8R8G8B8, SVGA3D_X8R8G8B8}));
+        const uint32_t width = 1 + word() % one_of<uint32_t>({3, 40, 300});
+        const uint32_t height = 1 + word() % one_of<uint32_t>({3, 40, 100});
+        const uint32_t filter = one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR});
+        const bool feeds_back = filter == SVGA3D_TEX_FILTER_NEAREST && word() % 4 == 0;
+        texture(width, height, words(size_t{width} * height), filter);
+        if (feeds_back)
+            stage(0, SVGA3D_TS_BIND_TEXTURE, color_sid);
+        for (const uint32_t name : {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV})
+            stage(0, name, one_of<uint32_t>({SVGA3D_TEX_ADDRESS_WRAP, SVGA3D_TEX_ADDRESS_CLAMP}));
+        stage(0, SVGA3D_TS_ALPHAARG1, one_of<uint32_t>({SVGA3D_TA_TEXTURE, SVGA3D_TA_DIFFUSE}));
+        set(SVGA3D_RS_BLENDENABLE, word() % 3 == 0);
+        set(SVGA3D_RS_SRCBLEND, SVGA3D_BLENDOP_SRCALPHA);
+        set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_INVSRCALPHA);
+        return filter == SVGA3D_TEX_FILTER_LINEAR;
+    }
+
+    // A rectangle of any place, or on whole pixels with a texel to each.
+    std::vector<corner> rectangle()
+    {
+        const image_view from = view(state.texture_states[0][SVGA3D_TS_BIND_TEXTURE]);
+        const bool whole = word() % 3 == 0;
+        const auto place = [&](float low, float high) {
+            return whole ? std::floor(within(low, high)) : within(low, high);
+        };
+        const float left = place(-20, 20), right = place(21, 170), top = place(-9, 9), bottom = place(10, 60);
+        float u0 = within(-1, 2), u1 = within(-1, 2), v0 = within(-1, 2), v1 = within(-1, 2);
+        if (whole) {
+            u0 = v0 = 0;
+            u1 = (right - left) / static_cast<float>(from.width);
+            v1 = (bottom - top) / static_cast<float>(from.height);
+        }
+        return {{left, top, 0, 1, ~0u, 0, u0, v0},
+                {right, top, 0, 1, ~0u, 0, u1, v0},
+                {right, bottom, 0, 1, ~0u, 0, u1, v1},
+                {left, bottom, 0, 1, ~0u, 0, u0, v1}};
+    }
+};
+
+TEST_F(PictureTest, GiveThePixelsOfTheGeneralWayWithEveryInstructionSet)
+{
+    for (int i = 0; i < 400; ++i) {
+        const int allowed = choose_picture() ? 1 : 0;
+        const std::vector<uint32_t> before = words(size_t{width_} * height_);
+        const std::vector<corner> shape = rectangle();
+        const std::vector<std::byte> slow = drawn(false, before, shape);
+        std::vector<std::byte> first;
+        for (const int64_t instructions : raster::instruction_sets()) {
+            raster::force_instruction_set(instructions);
+            const std::vector<std::byte> fast = drawn(true, before, shape);
+            int apart = 0;
+            for (size_t at = 0; at < fast.size(); ++at)
+                apart = std::max(apart, std::abs(std::to_integer<int>(fast[at]) - std::to_integer<int>(slow[at])));
+            if (first.empty())
+                first = fast;
+            ASSERT_TRUE(apart <= allowed && fast == first)
+                << raster::instruction_set_name(instructions) << ", " << apart << " levels, seed " << test_seed()
+                << ", draw " << i;
+        }
+        raster::force_instruction_set(0);
+    }
+}
+
+// What a texture held at the draw before is not drawn again.
+TEST_F(PictureTest, SeesItsTextureChange)
+{
+    make_targets(64, 64);
+    for (const uint32_t filter : {SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}) {
+        texture(20, 20, std::vector<uint32_t>(400, 0xFF102030), filter);
+        ASSERT_EQ(quad(0, 0, 64, 64), draw_result::done);
+        EXPECT_EQ(pixel(40, 40), 0xFF102030);
+        const std::vector<uint32_t> other(400, 0xFF405060);
+        std::memcpy(view(texture_sid).bytes, other.data(), other.size() * 4);
+        ASSERT_EQ(quad(0, 0, 64, 64), draw_result::done);
+        EXPECT_EQ(pixel(40, 40), 0xFF405060);
     }
 }
 

@@ -44,6 +44,12 @@ public:
     void copy_in(uint32_t id, uint64_t offset, std::span<std::byte> to) const;
     void copy_out(uint32_t id, uint64_t offset, std::span<const std::byte> from) const;
 
+    // Whether so many bytes from this offset on have consecutive addresses: none of them lies twice in memory.
+    bool is_one_piece(uint32_t id, uint64_t offset, uint64_t bytes) const
+    {
+        return piece(id, offset, bytes).size() == bytes;
+    }
+
     size_t count() const { return regions_.size(); }
 
 private:

@@ -6,6 +6,7 @@
 #include "hardware/gpu/vmware_svga/lib/device/boxes.h"
 #include "hardware/gpu/vmware_svga/lib/device/commands.h"
 #include "hardware/gpu/vmware_svga/lib/device/named_image.h"
+#include "hardware/gpu/vmware_svga/lib/device/row_parts.h"
 #include "hardware/gpu/vmware_svga/lib/device/sampling.h"
 
 #include <algorithm>
@@ -81,31 +82,49 @@ private:
     uint32_t bytes_;
 };
 
-void show_rows(screen& on, const image_view& from, const area& where, int64_t to_source_x, int64_t to_source_y)
+void convert_rows(const pixel_writer& writer, const image_view& from, const screen& on, const area& where,
+                  int64_t to_source_x, int64_t to_source_y)
 {
-    const pixel_writer writer{from, on.shown()};
     const uint32_t bytes = on.shown().bytes_per_pixel();
     for (int64_t y = where.top; y < where.bottom; ++y) {
         const std::byte* texel =
             from.texel(static_cast<uint32_t>(where.left + to_source_x), static_cast<uint32_t>(y + to_source_y));
         std::byte* pixel = on.pixel(static_cast<uint32_t>(where.left), static_cast<uint32_t>(y));
-        if (writer.copies()) {
-            std::memcpy(pixel, texel, uint64_t{where.width()} * bytes);
-            continue;
-        }
         for (uint32_t x = 0; x < where.width(); ++x, texel += from.format->block_bytes, pixel += bytes)
             writer.write(texel, pixel);
     }
 }
 
-void show_rect(screen& on, const image_view& from, const svga3d_copy_rect& rect)
+void show_rows(device_state& device, const image_view& from, const area& where, int64_t to_source_x,
+               int64_t to_source_y)
+{
+    const screen& on = device.display;
+    const pixel_writer writer{from, on.shown()};
+    const uint64_t row_bytes = uint64_t{where.width()} * on.shown().bytes_per_pixel();
+    if (writer.copies())
+        return copy_rows(
+            device.workers,
+            {from.texel(static_cast<uint32_t>(where.left + to_source_x),
+                        static_cast<uint32_t>(where.top + to_source_y)),
+             from.row_bytes},
+            {on.pixel(static_cast<uint32_t>(where.left), static_cast<uint32_t>(where.top)), on.shown().pitch()},
+            where.height(), row_bytes);
+    for_row_parts(device.workers, where.height(), row_bytes, [&](uint64_t first, uint64_t last) {
+        const area part{where.left, where.top + static_cast<int64_t>(first), where.right,
+                        where.top + static_cast<int64_t>(last)};
+        convert_rows(writer, from, on, part, to_source_x, to_source_y);
+    });
+}
+
+void show_rect(device_state& device, const image_view& from, const svga3d_copy_rect& rect)
 {
     const area wanted{rect.x, rect.y, int64_t{rect.x} + rect.w, int64_t{rect.y} + rect.h};
     const int64_t to_source_x = int64_t{rect.srcx} - rect.x;
     const int64_t to_source_y = int64_t{rect.srcy} - rect.y;
-    const area where = common(common(wanted, area_of(on.shown())), moved(area_of(from), -to_source_x, -to_source_y));
+    const area on_screen = common(wanted, area_of(device.display.shown()));
+    const area where = common(on_screen, moved(area_of(from), -to_source_x, -to_source_y));
     if (!where.is_empty())
-        show_rows(on, from, where, to_source_x, to_source_y);
+        show_rows(device, from, where, to_source_x, to_source_y);
 }
 
 struct blit {
@@ -181,7 +200,7 @@ outcome present(device_state& device, command_reader body)
     screen_change change{device.display};
     change.damaged();
     for (const svga3d_copy_rect& rect : rects)
-        show_rect(device.display, from, rect);
+        show_rect(device, from, rect);
     ++device.counts.values.frames;
     return executed;
 }

@@ -3,6 +3,7 @@
 #include "hardware/gpu/vmware_svga/lib/device/boxes.h"
 #include "hardware/gpu/vmware_svga/lib/device/commands.h"
 #include "hardware/gpu/vmware_svga/lib/device/named_image.h"
+#include "hardware/gpu/vmware_svga/lib/device/row_parts.h"
 
 #include <algorithm>
 #include <cstring>
@@ -27,22 +28,31 @@ svga3d_box destination_of(const svga3d_copy_box& box)
 
 // Inside one image, rows go in the order in which none is overwritten before it has been read: both boxes
 // have the same strides, so the later one in memory is written from its end.
-void copy_box(const image_view& from, const image_view& to, const svga3d_copy_box& box)
+void copy_inside(const image_view& image, const std::byte* source, std::byte* destination, const block_rows& shape)
+{
+    const bool backward = destination > source;
+    for (uint32_t i = 0; i < shape.slices; ++i) {
+        const uint32_t z = backward ? shape.slices - 1 - i : i;
+        for (uint32_t j = 0; j < shape.rows; ++j) {
+            const uint32_t row = backward ? shape.rows - 1 - j : j;
+            const uint64_t at = z * image.slice_bytes + uint64_t{row} * image.row_bytes;
+            std::memmove(destination + at, source + at, shape.row_bytes);
+        }
+    }
+}
+
+void copy_box(const image_view& from, const image_view& to, const svga3d_copy_box& box, raster::worker_pool* workers)
 {
     if (is_empty(destination_of(box)))
         return;
     const block_rows shape = rows_of(to, destination_of(box));
     const std::byte* const source = block_at(from, box.srcx, box.srcy, box.srcz);
     std::byte* const destination = block_at(to, box.x, box.y, box.z);
-    const bool backward = from.bytes == to.bytes && destination > source;
-    for (uint32_t i = 0; i < shape.slices; ++i) {
-        const uint32_t z = backward ? shape.slices - 1 - i : i;
-        for (uint32_t j = 0; j < shape.rows; ++j) {
-            const uint32_t row = backward ? shape.rows - 1 - j : j;
-            std::memmove(destination + z * to.slice_bytes + uint64_t{row} * to.row_bytes,
-                         source + z * from.slice_bytes + uint64_t{row} * from.row_bytes, shape.row_bytes);
-        }
-    }
+    if (from.bytes == to.bytes)
+        return copy_inside(to, source, destination, shape);
+    for (uint32_t z = 0; z < shape.slices; ++z)
+        copy_rows(workers, {source + z * from.slice_bytes, from.row_bytes},
+                  {destination + z * to.slice_bytes, to.row_bytes}, shape.rows, shape.row_bytes);
 }
 
 } // namespace
@@ -67,7 +77,7 @@ outcome surface_copy(device_state& device, command_reader body)
     if (!std::ranges::all_of(boxes, fits))
         return KALIX_REFUSED_OUTSIDE;
     for (const svga3d_copy_box& box : boxes)
-        copy_box(from, to, box);
+        copy_box(from, to, box, device.workers);
     return executed;
 }
 

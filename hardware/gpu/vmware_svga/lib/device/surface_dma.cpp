@@ -7,6 +7,7 @@
 #include "hardware/gpu/vmware_svga/lib/device/boxes.h"
 #include "hardware/gpu/vmware_svga/lib/device/commands.h"
 #include "hardware/gpu/vmware_svga/lib/device/named_image.h"
+#include "hardware/gpu/vmware_svga/lib/device/row_parts.h"
 
 namespace kalix::device {
 namespace {
@@ -57,29 +58,41 @@ outcome plan_box(const device_state& device, const transfer& in, const svga3d_co
     return device.guest.check(in.command.guest.pointer.gmr_id, out.guest, bytes);
 }
 
-// Rows that follow each other without a gap on both sides are one row.
-void merge_rows(const transfer& in, block_rows& shape)
+// Copies a slice's rows first to last - 1; rows that follow each other without a gap on both sides as one.
+void run_rows(const device_state& device, const transfer& in, const planned_box& slice, uint64_t first, uint64_t last)
 {
-    if (in.pitch == shape.row_bytes && in.host.row_bytes == shape.row_bytes) {
-        shape.row_bytes *= shape.rows;
-        shape.rows = 1;
+    const uint32_t region = in.command.guest.pointer.gmr_id;
+    const bool to_host = in.command.transfer == SVGA3D_WRITE_HOST_VRAM;
+    const bool one_piece = in.pitch == slice.shape.row_bytes && in.host.row_bytes == slice.shape.row_bytes;
+    const uint64_t step = one_piece ? last - first : 1;
+    for (uint64_t row = first; row < last; row += step) {
+        const std::span<std::byte> host{slice.host + row * in.host.row_bytes, step * slice.shape.row_bytes};
+        const uint64_t guest = slice.guest + row * in.pitch;
+        if (to_host)
+            device.guest.copy_in(region, guest, host);
+        else
+            device.guest.copy_out(region, guest, host);
     }
+}
+
+// Whether rows may be copied in any order: those of an image always lie apart, those of guest memory only when
+// the pitch keeps them so and no page is named twice.
+bool rows_lie_apart(const device_state& device, const transfer& in, const planned_box& slice)
+{
+    const uint64_t bytes = in.pitch * (slice.shape.rows - 1) + slice.shape.row_bytes;
+    return in.command.transfer == SVGA3D_WRITE_HOST_VRAM ||
+           (in.pitch >= slice.shape.row_bytes &&
+            device.guest.is_one_piece(in.command.guest.pointer.gmr_id, slice.guest, bytes));
 }
 
 void run_box(const device_state& device, const transfer& in, planned_box box)
 {
-    merge_rows(in, box.shape);
-    const uint32_t region = in.command.guest.pointer.gmr_id;
-    const bool to_host = in.command.transfer == SVGA3D_WRITE_HOST_VRAM;
-    for (uint32_t z = 0; z < box.shape.slices; ++z)
-        for (uint32_t row = 0; row < box.shape.rows; ++row) {
-            std::byte* const host = box.host + z * in.host.slice_bytes + uint64_t{row} * in.host.row_bytes;
-            const uint64_t guest = box.guest + z * in.slice_pitch + row * in.pitch;
-            if (to_host)
-                device.guest.copy_in(region, guest, {host, box.shape.row_bytes});
-            else
-                device.guest.copy_out(region, guest, {host, box.shape.row_bytes});
-        }
+    for (uint32_t z = 0; z < box.shape.slices; ++z) {
+        for_row_parts(rows_lie_apart(device, in, box) ? device.workers : nullptr, box.shape.rows, box.shape.row_bytes,
+                      [&](uint64_t first, uint64_t last) { run_rows(device, in, box, first, last); });
+        box.host += in.host.slice_bytes;
+        box.guest += in.slice_pitch;
+    }
 }
 
 // What follows the boxes may be the suffix. The largest offset that it names needs no heed: the region is

@@ -289,9 +289,10 @@ void down(const std::byte* upper, const std::byte* lower, uint32_t share, std::b
 {
     const vector by = hn::Set(d, share | share << 16);
     const vector set = hn::Set(d, alpha);
-    const auto row = [&](size_t i) { return hn::Or(mixed(load(upper + i * 4), load(lower + i * 4), by), set); };
-    if (!for_each_vector(to, count, [&](size_t i) { store(row(i), to + i * 4); }))
-        store_some(row(0), to, count);
+    const auto result = [&](vector a, vector b) { return hn::Or(mixed(a, b, by), set); };
+    const auto work = [&](size_t i) { store(result(load(upper + i * 4), load(lower + i * 4)), to + i * 4); };
+    if (!for_each_vector(to, count, work))
+        store_some(result(load_some(upper, count), load_some(lower, count)), to, count);
 }
 
 } // namespace

@@ -106,7 +106,7 @@ inline constexpr size_t block_pixels = 16; // rows that are filtered consist of 
 void filter_across(const texel_row& row, const int32_t* left, const int32_t* right, const uint32_t* shares,
                    std::byte* to, size_t blocks);
 
-// Mixes two rows of whole blocks by the lower one's share, setting the bits of alpha.
+// Mixes two rows by the lower one's share, setting the bits of alpha.
 void filter_down(const std::byte* upper, const std::byte* lower, uint32_t share, std::byte* to, size_t count,
                  uint32_t alpha);
 

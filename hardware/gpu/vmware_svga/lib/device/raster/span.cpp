@@ -51,16 +51,23 @@ stage_factors factors_of(const combiner_chain& chain)
 
 // ---- Spans --------------------------------------------------------------------------------------------
 
-// Moves the rows of a picture, where they are wide enough; a triangle that is none goes to the lanes.
+// Moves the rows of a picture. Narrow ones go to the lanes, each by its own width: which rows come together depends on
+// the number of threads, and must not show.
 void draw_picture(const draw_setup& setup, const interpolator& at, std::span<const span> spans, share& of)
 {
     constexpr int64_t worth_moving = 32; // pixels
+    const auto is_wide = [](const span& s) { return s.right - s.left >= worth_moving; };
     const bool filters = setup.chain.stages[0].texture.magnify >= SVGA3D_TEX_FILTER_LINEAR;
-    const bool wide = std::ranges::any_of(spans, [](const span& s) { return s.right - s.left >= worth_moving; });
-    for (const span& each : spans) {
-        if (!wide || !draw_picture_row(setup, at, each, filters, setup.output.blends))
-            return setup.draws_lanes(setup, at, spans, of);
-        of.samples += static_cast<uint64_t>(each.right - each.left);
+    while (!spans.empty()) {
+        const auto narrow = static_cast<size_t>(std::ranges::find_if(spans, is_wide) - spans.begin());
+        if (narrow != 0)
+            setup.draws_lanes(setup, at, spans.first(narrow), of);
+        spans = spans.subspan(narrow);
+        for (; !spans.empty() && is_wide(spans.front()); spans = spans.subspan(1)) {
+            if (!draw_picture_row(setup, at, spans.front(), filters, setup.output.blends))
+                return setup.draws_lanes(setup, at, spans, of);
+            of.samples += static_cast<uint64_t>(spans.front().right - spans.front().left);
+        }
     }
 }
 
@@ -147,7 +154,7 @@ void set_spans(bool on)
 
 spans_function choose_spans(draw_setup& setup)
 {
-    if (!spans_on || !fits_lanes(setup))
+    if (!spans_on || setup.feeds_back || !fits_lanes(setup))
         return nullptr;
     setup.factors = factors_of(setup.chain);
     setup.plain = is_plain(setup);
