@@ -40,6 +40,7 @@ protected:
     void try_cube(const format_row& row);
     void try_volume(const format_row& row, bool filters);
     void try_color_target(const format_row& row, bool blends);
+    void try_wide_target(const format_row& row);
     void try_no_color_target(const format_row& row);
     void try_depth_target(const format_row& row);
     void try_no_depth_target(const format_row& row);
@@ -130,6 +131,20 @@ void CapabilityTest::try_color_target(const format_row& row, bool blends)
     }
 }
 
+// What has no word of operations is drawn to, all but a luminance.
+void CapabilityTest::try_wide_target(const format_row& row)
+{
+    if (row.format == SVGA3D_LUMINANCE4_ALPHA4)
+        return try_no_color_target(row);
+    begin(row.format);
+    for (const bool drawn : {false, true}) {
+        clear(drawn ? row.second_color : row.first_color);
+        if (drawn)
+            quad(0, 0, 16, 8, row.first_color);
+        EXPECT_EQ(std::memcmp(view(color_sid).texel(8, 4), row.first.data(), row.bytes), 0) << drawn;
+    }
+}
+
 void CapabilityTest::try_no_color_target(const format_row& row)
 {
     begin(row.format);
@@ -176,7 +191,7 @@ TEST_F(CapabilityTest, FormatsDoWhatTheirBitsSay)
     uint32_t words = 0;
     for (const format_row& row : format_rows) {
         SCOPED_TRACE(row.name);
-        // Formats without a word of operations are sampled in every way; what they are drawn to with is below.
+        // Formats without a word of operations are sampled in every way.
         const uint32_t operations = row.index ? value(row.index) : sampled | filtered | cube | volume;
         words += row.index != 0;
         EXPECT_EQ(operations & ~0x7Fu, 0u);
@@ -186,8 +201,10 @@ TEST_F(CapabilityTest, FormatsDoWhatTheirBitsSay)
             try_cube(row);
         if (operations & volume)
             try_volume(row, operations & filtered);
-        if (row.index == 0)
+        if (row.index == 0) {
+            try_wide_target(row);
             continue;
+        }
         if (operations & colored)
             try_color_target(row, operations & blended);
         else

@@ -219,6 +219,36 @@ TEST_F(MipmapTest, LevelsFollowTheSizeAndTheBias)
                 }
 }
 
+// A cube's and a volume's levels too: sixteen pixels run over a face, or through a volume of twice as many slices.
+TEST_F(MipmapTest, CubesAndVolumesHaveLevels)
+{
+    const auto filled = [this](uint32_t faces, const std::vector<svga3d_size>& sizes) {
+        svga3d_surface_define definition{texture_sid, 0, SVGA3D_LUMINANCE8, {}};
+        std::fill_n(definition.mip_levels, faces, 2u);
+        std::vector<svga3d_size> all;
+        for (uint32_t face = 0; face < faces; ++face)
+            all.insert(all.end(), sizes.begin(), sizes.end());
+        ASSERT_TRUE(surfaces.define(definition, all));
+        for (uint32_t face = 0; face < faces; ++face)
+            for (const uint32_t level : {0u, 1u}) {
+                const image_view image = surfaces.view({texture_sid, face, level});
+                std::memset(image.bytes, static_cast<int>(0x10 + 0x20 * level), image.byte_size());
+            }
+    };
+    stage(0, SVGA3D_TS_MIPFILTER, SVGA3D_TEX_FILTER_NEAREST);
+    const auto with_bias = [this](float bias, const ends& left, const ends& right) {
+        stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(bias));
+        EXPECT_EQ(across(left, right), draw_result::done);
+        return pixel(8, 0) & 255;
+    };
+    filled(SVGA3D_FACES, {{16, 16, 1}, {8, 8, 1}});
+    EXPECT_EQ(with_bias(0.25f, {0, 1, 0, 1}, {0, 1, 0, -1}), 0x10u);
+    EXPECT_EQ(with_bias(0.75f, {0, 1, 0, 1}, {0, 1, 0, -1}), 0x30u);
+    filled(1, {{1, 1, 32}, {1, 1, 16}});
+    EXPECT_EQ(with_bias(-0.75f, {}, {0, 0, 0, 1}), 0x10u);
+    EXPECT_EQ(with_bias(-0.25f, {}, {0, 0, 0, 1}), 0x30u);
+}
+
 // The same texture again, one filter for what is nearer and another for what is farther.
 TEST_F(StateTest, MagnifyingAndMinifyingHaveTheirOwnFilters)
 {
@@ -236,18 +266,73 @@ TEST_F(StateTest, MagnifyingAndMinifyingHaveTheirOwnFilters)
         }
 }
 
-TEST_F(StateTest, BordersAreMixedIn)
+// The texel of four that an address mode takes; -1 is the border.
+int addressed(uint32_t mode, int at)
 {
+    constexpr int side = 4;
+    const int mirrored = at < 0 ? -1 - at : at;
+    switch (mode) {
+    case SVGA3D_TEX_ADDRESS_WRAP:
+        return ((at % side) + side) % side;
+    case SVGA3D_TEX_ADDRESS_MIRROR:
+        return mirrored / side % 2 ? side - 1 - mirrored % side : mirrored % side;
+    case SVGA3D_TEX_ADDRESS_BORDER:
+        return at < 0 || at >= side ? -1 : at;
+    case SVGA3D_TEX_ADDRESS_MIRRORONCE:
+        return std::min(mirrored, side - 1);
+    default:
+        return std::clamp(at, 0, side - 1);
+    }
+}
+
+// A row of four texels along each axis, looked at from 6 texels before it to 10 behind its beginning.
+TEST_F(StateTest, AddressModesHoldOnEveryAxisForBothFilters)
+{
+    constexpr uint32_t texels[] = {0xFF000010, 0xFF600020, 0x40000030, 0xFF009040}, border = 0x80AABBCC;
+    constexpr uint32_t names[] = {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV, SVGA3D_TS_ADDRESSW};
     make_targets(16, 1);
-    texture(2, 1, {0xFF0000F0, 0xFF0000F0}, SVGA3D_TEX_FILTER_LINEAR);
-    stage(0, SVGA3D_TS_ADDRESSU, SVGA3D_TEX_ADDRESS_BORDER);
-    stage(0, SVGA3D_TS_BORDERCOLOR, 0x00800010);
-    across({}, {0, 1, 0, 0});
-    EXPECT_EQ(pixel(0, 0), 0x80400080u); // the texel and the border by halves
-    EXPECT_EQ(pixel(4, 0), 0xFF0000F0u); // a texel's middle
-    stage(0, SVGA3D_TS_ADDRESSV, SVGA3D_TEX_ADDRESS_BORDER);
-    across({0, 0, -1, 0}, {0, 1, -1, 0});
-    EXPECT_EQ(pixel(8, 0), 0x00800010u);
+    const svga3d_size sizes[] = {{4, 1, 1}, {1, 4, 1}, {1, 1, 4}};
+    const ends from[] = {{0, -1.5f, 0, 0}, {0, 0, -1.5f, 0}, {0, 0, 0, -1.5f}};
+    const ends to[] = {{0, 2.5f, 0, 0}, {0, 0, 2.5f, 0}, {0, 0, 0, 2.5f}};
+    const auto color = [&](uint32_t mode, int at) {
+        const int taken = addressed(mode, at);
+        return taken < 0 ? border : texels[taken];
+    };
+    for (uint32_t axis = 0; axis < 3; ++axis)
+        for (uint32_t mode = 1; mode <= 6; ++mode)
+            for (const uint32_t filter : {SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}) {
+                texture(1, 1, {0}, filter);
+                ASSERT_TRUE(surfaces.define({texture_sid, 0, SVGA3D_A8R8G8B8, {1, 0, 0, 0, 0, 0}}, {&sizes[axis], 1}));
+                std::memcpy(view(texture_sid).bytes, texels, sizeof texels);
+                stage(0, names[axis], mode);
+                stage(0, SVGA3D_TS_BORDERCOLOR, border);
+                across(from[axis], to[axis]);
+                for (int x = 0; x < 16; ++x) { // a pixel lies on the border of two texels, and takes the one behind
+                    const uint32_t behind = color(mode, x - 6);
+                    const uint32_t before = filter == SVGA3D_TEX_FILTER_LINEAR ? color(mode, x - 7) : behind;
+                    for (const uint32_t shift : {0u, 8u, 16u, 24u})
+                        EXPECT_NEAR(pixel(static_cast<uint32_t>(x), 0) >> shift & 255,
+                                    ((before >> shift & 255) + (behind >> shift & 255)) / 2.0, 0.51)
+                            << "axis " << axis << " mode " << mode << " filter " << filter << " x " << x;
+                }
+            }
+}
+
+TEST_F(StateTest, PointSpritesRunOverTheirTexture)
+{
+    make_targets(8, 8);
+    std::vector<uint32_t> texels(16);
+    for (uint32_t i = 0; i < 16; ++i)
+        texels[i] = 0xFF000001 + i;
+    texture(4, 4, texels, SVGA3D_TEX_FILTER_NEAREST);
+    set_float(SVGA3D_RS_POINTSIZE, 4);
+    for (const uint32_t sprites : {0u, 1u}) {
+        set(SVGA3D_RS_POINTSPRITEENABLE, sprites);
+        clear();
+        draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{4, 4, 0.5f, 1, ~0u, 0, 0.9f, 0.9f}}); // 2 <= x < 6
+        for (uint32_t at = 0; at < 16; ++at)
+            EXPECT_EQ(pixel(2 + at % 4, 2 + at / 4), texels[sprites ? at : 15]) << sprites << ' ' << at;
+    }
 }
 
 TEST_F(StateTest, ProjectionDividesAtEachPixel)
