@@ -105,6 +105,7 @@ double stored(double value, uint32_t bits)
 
 void CapabilityTest::try_color_target(const format_row& row, bool blends)
 {
+    ASSERT_TRUE(row.written[0].bits != 0) << "a target that nothing is known of";
     constexpr uint32_t source = 0x80C04020, destination = 0x40204080;
     begin(row.format);
     clear(row.first_color);

@@ -329,9 +329,9 @@ TEST_F(StateTest, PointSpritesRunOverTheirTexture)
     for (const uint32_t sprites : {0u, 1u}) {
         set(SVGA3D_RS_POINTSPRITEENABLE, sprites);
         clear();
-        draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{4, 4, 0.5f, 1, ~0u, 0, 0.9f, 0.9f}}); // 2 <= x < 6
+        draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{5, 3, 0.5f, 1, ~0u, 0, 0.9f, 0.9f}}); // 3 <= x < 7, 1 <= y < 5
         for (uint32_t at = 0; at < 16; ++at)
-            EXPECT_EQ(pixel(2 + at % 4, 2 + at / 4), texels[sprites ? at : 15]) << sprites << ' ' << at;
+            EXPECT_EQ(pixel(3 + at % 4, 1 + at / 4), texels[sprites ? at : 15]) << sprites << ' ' << at;
     }
 }
 
@@ -341,28 +341,42 @@ TEST_F(StateTest, ProjectionDividesAtEachPixel)
     std::vector<uint32_t> texels(64);
     for (uint32_t i = 0; i < 64; ++i)
         texels[i] = 0xFF000000 | i;
-    texture(64, 1, texels, SVGA3D_TEX_FILTER_NEAREST);
     struct row {
+        const char* name;
         uint32_t flags;
+        bool is_q; // the third coordinate becomes the fourth
         ends left, right;
-        double (*wanted)(double at); // s, at 0..1 across
+        double (*wanted)(double at); // the first coordinate, at 0..1 across
     };
+    const auto by_r = [](double at) { return (0.1 + 2 * at) / (1 + 2 * at); };
+    const auto undivided = [](double at) { return 0.1 + 0.8 * at; };
     const row rows[] = {
-        {0x8007, {0, 0.1f, 0, 1}, {0, 2.1f, 0, 3}, [](double at) { return (0.1 + 2 * at) / (1 + 2 * at); }},
-        {0x8003, {0, 0.1f, 1, 1}, {0, 2.1f, 4, 3}, [](double at) { return (0.1 + 2 * at) / (1 + 3 * at); }},
-        {0x0007, {0, 0.1f, 0, 1}, {0, 0.9f, 0, 3}, [](double at) { return 0.1 + 0.8 * at; }},
-        {0x8000, {0, 0.1f, 0, 1}, {0, 0.9f, 0, 3}, [](double at) { return 0.1 + 0.8 * at; }},
-        {0x8001, {0, 0.1f, 0, 1}, {0, 0.9f, 0, 3}, [](double) { return 1.0; }}, // by itself
+        {"by r", 0x8007, false, {0, 0.1f, 0, 1}, {0, 2.1f, 0, 3}, by_r},
+        {"by q", 0x800F, true, {0, 0.1f, 0, 1}, {0, 2.1f, 0, 3}, by_r},
+        {"by t", 0x8003, false, {0, 0.1f, 1, 1}, {0, 2.1f, 3, 1}, by_r},
+        {"by s itself", 0x8001, false, {0, 0.1f, 0, 1}, {0, 0.9f, 0, 3}, [](double) { return 1.0; }},
+        {"no division", 0x000F, true, {0, 0.1f, 0, 1}, {0, 0.9f, 0, 3}, undivided},
+        {"by nothing", 0x8000, false, {0, 0.1f, 0, 1}, {0, 0.9f, 0, 3}, undivided},
     };
-    for (const row& each : rows) {
-        stage(0, SVGA3D_TS_TEXTURETRANSFORMFLAGS, each.flags);
-        ASSERT_EQ(across(each.left, each.right), draw_result::done);
-        for (uint32_t x = 0; x < 16; ++x) {
-            const double wanted = std::min(each.wanted(x / 16.0) * 64, 63.0);
-            EXPECT_NEAR(pixel(x, 0) & 255, std::floor(wanted), std::abs(wanted - std::round(wanted)) < 1e-4 ? 1 : 0)
-                << each.flags << ' ' << x;
+    for (const row& each : rows)
+        for (const bool turned : {false, true}) { // the second coordinate is divided as the first is
+            SCOPED_TRACE(testing::Message() << each.name << (turned ? ", turned" : ""));
+            if (turned && (each.flags & 15) < 7)
+                continue;
+            texture(turned ? 1 : 64, turned ? 64 : 1, texels, SVGA3D_TEX_FILTER_NEAREST);
+            stage(0, SVGA3D_TS_TEXTURETRANSFORMFLAGS, each.flags);
+            const float third = each.is_q ? 0 : 1, fourth = each.is_q ? 1 : 0;
+            matrix& by = state.transforms[SVGA3D_TRANSFORM_TEXTURE0];
+            by = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, third, fourth, 0, 0, 0, 1 - fourth};
+            if (turned)
+                by = {0, 1, 0, 0, 1, 0, 0, 0, 0, 0, third, fourth, 0, 0, 0, 1 - fourth};
+            ASSERT_EQ(across(each.left, each.right), draw_result::done);
+            for (uint32_t x = 0; x < 16; ++x) {
+                const double wanted = std::min(each.wanted(x / 16.0) * 64, 63.0);
+                const double slack = std::abs(wanted - std::round(wanted)) < 1e-4 ? 1 : 0; // at a texel's edge
+                EXPECT_NEAR(pixel(x, 0) & 255, std::floor(wanted), slack) << x;
+            }
         }
-    }
 }
 
 // ---- Fog ----------------------------------------------------------------------------------------------
