@@ -31,14 +31,17 @@ TEST_F(LimitTest, TheLastTextureStage)
     ASSERT_LE(count, 8u);
     make_targets(16, 8);
     for (uint32_t i = 0; i < count; ++i) { // each adds a bit of blue
-        define(10 + i, SVGA3D_A8R8G8B8, 1, 1);
-        const uint32_t texel = 0xFF000000 | 1u << i;
-        std::memcpy(view(10 + i).bytes, &texel, 4);
+        // The last alone has coordinates, and its texel lies on the right.
+        const uint32_t bit = 0xFF000000 | 1u << i, none = 0xFF000000;
+        const uint32_t texels[] = {i + 1 == count ? none : bit, i + 1 == count ? bit : none};
+        define(10 + i, SVGA3D_A8R8G8B8, 2, 1);
+        std::memcpy(view(10 + i).bytes, texels, sizeof texels);
         const std::array<uint32_t, 3> states[] = {
             {i, SVGA3D_TS_BIND_TEXTURE, 10 + i},
             {i, SVGA3D_TS_COLOROP, SVGA3D_TC_ADD},
             {i, SVGA3D_TS_COLORARG1, SVGA3D_TA_TEXTURE},
             {i, SVGA3D_TS_COLORARG2, SVGA3D_TA_PREVIOUS},
+            {i, SVGA3D_TS_TEXCOORDINDEX, i + 1 == count ? 0u : 1u},
         };
         for (const auto& [at, name, what] : states)
             ASSERT_TRUE(set_texture_state(state, {at, name, what}));
