@@ -105,6 +105,25 @@ TEST_F(StateTest, StencilKeepsPassesAndDepthFailuresApartOnBothSides)
     }
 }
 
+// A back face is one for the lines and points of its outline as well.
+TEST_F(StateTest, BackFacesKeepTheirStencilInEveryFillMode)
+{
+    make_targets(8, 8);
+    set(SVGA3D_RS_STENCILENABLE, 1);
+    set(SVGA3D_RS_STENCILENABLE2SIDED, 1);
+    set(SVGA3D_RS_STENCILPASS, SVGA3D_STENCILOP_INCR);
+    set(SVGA3D_RS_CCWSTENCILPASS, SVGA3D_STENCILOP_DECR);
+    for (const uint32_t mode : {SVGA3D_FILLMODE_POINT, SVGA3D_FILLMODE_LINE, SVGA3D_FILLMODE_FILL})
+        for (const bool is_back : {false, true}) {
+            set(SVGA3D_RS_FILLMODE, mode);
+            clear(0, 1, 0x20);
+            const std::vector<corner> shape = {{1, 1}, {6, 1}, {1, 6}};
+            draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1, is_back ? std::vector{shape[0], shape[2], shape[1]} : shape);
+            const uint32_t got = word(depth_sid, 1, 1) & 255; // a corner may lie on two lines
+            EXPECT_TRUE(is_back ? got < 0x20 : got > 0x20) << mode << ' ' << is_back << ": " << got;
+        }
+}
+
 TEST_F(StateTest, OneBitOfStencil)
 {
     make_targets(2, 2, SVGA3D_A8R8G8B8, SVGA3D_Z_D15S1);
