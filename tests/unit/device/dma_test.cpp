@@ -13,13 +13,53 @@ struct layout {
     uint32_t format, block_bytes, block_width, block_height;
 };
 
+// Every format: the bytes of a texel, or of a block and its sides.
 constexpr layout layouts[] = {
-    {"A8R8G8B8", SVGA3D_A8R8G8B8, 4, 1, 1},    {"R5G6B5", SVGA3D_R5G6B5, 2, 1, 1},
-    {"ALPHA8", SVGA3D_ALPHA8, 1, 1, 1},        {"L8V8U8", SVGA3D_BUMPL8V8U8, 3, 1, 1},
-    {"half ARGB", SVGA3D_ARGB_S10E5, 8, 1, 1}, {"float ARGB", SVGA3D_ARGB_S23E8, 16, 1, 1},
-    {"Z_D24S8", SVGA3D_Z_D24S8, 4, 1, 1},      {"DXT1", SVGA3D_DXT1, 8, 4, 4},
-    {"DXT5", SVGA3D_DXT5, 16, 4, 4},           {"UYVY", SVGA3D_UYVY, 4, 2, 1},
+    {"X8R8G8B8", SVGA3D_X8R8G8B8, 4, 1, 1},
+    {"A8R8G8B8", SVGA3D_A8R8G8B8, 4, 1, 1},
+    {"R5G6B5", SVGA3D_R5G6B5, 2, 1, 1},
+    {"X1R5G5B5", SVGA3D_X1R5G5B5, 2, 1, 1},
+    {"A1R5G5B5", SVGA3D_A1R5G5B5, 2, 1, 1},
+    {"A4R4G4B4", SVGA3D_A4R4G4B4, 2, 1, 1},
+    {"Z_D32", SVGA3D_Z_D32, 4, 1, 1},
+    {"Z_D16", SVGA3D_Z_D16, 2, 1, 1},
+    {"Z_D24S8", SVGA3D_Z_D24S8, 4, 1, 1},
+    {"Z_D15S1", SVGA3D_Z_D15S1, 2, 1, 1},
+    {"L8", SVGA3D_LUMINANCE8, 1, 1, 1},
+    {"L4A4", SVGA3D_LUMINANCE4_ALPHA4, 1, 1, 1},
+    {"L16", SVGA3D_LUMINANCE16, 2, 1, 1},
+    {"L8A8", SVGA3D_LUMINANCE8_ALPHA8, 2, 1, 1},
+    {"DXT1", SVGA3D_DXT1, 8, 4, 4},
+    {"DXT2", SVGA3D_DXT2, 16, 4, 4},
+    {"DXT3", SVGA3D_DXT3, 16, 4, 4},
+    {"DXT4", SVGA3D_DXT4, 16, 4, 4},
+    {"DXT5", SVGA3D_DXT5, 16, 4, 4},
+    {"U8V8", SVGA3D_BUMPU8V8, 2, 1, 1},
+    {"L6V5U5", SVGA3D_BUMPL6V5U5, 2, 1, 1},
+    {"X8L8V8U8 of bumps", SVGA3D_BUMPX8L8V8U8, 4, 1, 1},
+    {"L8V8U8", SVGA3D_BUMPL8V8U8, 3, 1, 1},
+    {"half ARGB", SVGA3D_ARGB_S10E5, 8, 1, 1},
+    {"float ARGB", SVGA3D_ARGB_S23E8, 16, 1, 1},
+    {"A2R10G10B10", SVGA3D_A2R10G10B10, 4, 1, 1},
+    {"V8U8", SVGA3D_V8U8, 2, 1, 1},
+    {"Q8W8V8U8", SVGA3D_Q8W8V8U8, 4, 1, 1},
+    {"CxV8U8", SVGA3D_CXV8U8, 2, 1, 1},
+    {"X8L8V8U8", SVGA3D_X8L8V8U8, 4, 1, 1},
+    {"A2W10V10U10", SVGA3D_A2W10V10U10, 4, 1, 1},
+    {"ALPHA8", SVGA3D_ALPHA8, 1, 1, 1},
+    {"half R", SVGA3D_R_S10E5, 2, 1, 1},
+    {"float R", SVGA3D_R_S23E8, 4, 1, 1},
+    {"half RG", SVGA3D_RG_S10E5, 4, 1, 1},
+    {"float RG", SVGA3D_RG_S23E8, 8, 1, 1},
+    {"BUFFER", SVGA3D_BUFFER, 1, 1, 1},
+    {"Z_D24X8", SVGA3D_Z_D24X8, 4, 1, 1},
+    {"V16U16", SVGA3D_V16U16, 4, 1, 1},
+    {"G16R16", SVGA3D_G16R16, 4, 1, 1},
+    {"A16B16G16R16", SVGA3D_A16B16G16R16, 8, 1, 1},
+    {"UYVY", SVGA3D_UYVY, 4, 2, 1},
+    {"YUY2", SVGA3D_YUY2, 4, 2, 1},
 };
+static_assert(std::size(layouts) == SVGA3D_FORMAT_MAX - 1);
 
 uint32_t blocks(uint32_t texels, uint32_t block)
 {
@@ -93,6 +133,16 @@ protected:
         run(stream{}.define_region(region, order));
     }
 
+    // A surface of six faces, of which one has a second and a third level.
+    void define_faces(uint32_t format, uint32_t face, const svga3d_size& second_level)
+    {
+        svga3d_surface_define definition{1, 0, format, {1, 1, 1, 1, 1, 1}};
+        definition.mip_levels[face] = 3;
+        std::vector<svga3d_size> sizes(8, {5, 5, 1});
+        sizes[face + 1] = second_level;
+        run(stream{}.command_with_list(SVGA_3D_CMD_SURFACE_DEFINE, definition, sizes));
+    }
+
     std::vector<uint64_t> order; // page numbers of the region
 };
 
@@ -124,11 +174,11 @@ svga3d_copy_box random_box(std::mt19937& random, const model& in)
             shifted ? below(random, 2) : 0};
 }
 
-svga3d_surface_dma random_transfer(std::mt19937& random, const model& in)
+svga3d_surface_dma random_transfer(std::mt19937& random, const model& in, const svga3d_image& image)
 {
     const uint32_t pitches[] = {0, in.row(), in.row() + below(random, 40), 1 + below(random, in.row())};
     return {{{7, below(random, 3000)}, pitches[below(random, 4)]},
-            {1, 0, 1},
+            image,
             below(random, 2) ? uint32_t{SVGA3D_WRITE_HOST_VRAM} : uint32_t{SVGA3D_READ_HOST_VRAM}};
 }
 
@@ -144,12 +194,13 @@ TEST_F(DmaTest, MovesTheBytesThatTheModelMoves)
         for (uint64_t i = 0; i < expected.guest.size(); ++i)
             *guest_byte(i) = std::byte{0};
         expected.host.resize(size_t{expected.row()} * expected.rows() * expected.size.depth);
-        // The image is a level of its own behind another, which shows offsets that are wrong.
-        run(stream{}.define_surface(1, of.format, {{5, 5, 1}, expected.size}));
-        for (int step = 0; step < 120; ++step) {
+        // The image is a level of its own, of one of the faces, between others, which shows offsets that are wrong.
+        const svga3d_image image{1, below(random, 6), 1};
+        define_faces(of.format, image.face, expected.size);
+        for (int step = 0; step < 40; ++step) {
             for (uint64_t i = 0; i < expected.guest.size(); i += 1 + below(random, 40))
                 *guest_byte(i) = expected.guest[i] = static_cast<std::byte>(random());
-            const svga3d_surface_dma command = random_transfer(random, expected);
+            const svga3d_surface_dma command = random_transfer(random, expected, image);
             std::vector<svga3d_copy_box> boxes(1 + below(random, 2));
             std::ranges::generate(boxes, [&] { return random_box(random, expected); });
             const uint64_t before = refused(KALIX_REFUSED_OUTSIDE);
@@ -159,7 +210,7 @@ TEST_F(DmaTest, MovesTheBytesThatTheModelMoves)
             ASSERT_EQ(refused(KALIX_REFUSED_OUTSIDE) - before, accepted ? 0u : 1u) << "step " << step;
             for (uint64_t i = 0; i < expected.guest.size(); ++i)
                 ASSERT_EQ(*guest_byte(i), expected.guest[i]) << "step " << step << ", guest byte " << i;
-            ASSERT_EQ(read_surface({1, 0, 1}, expected.size, expected.host.size()), expected.host) << "step " << step;
+            ASSERT_EQ(read_surface(image, expected.size, expected.host.size()), expected.host) << "step " << step;
         }
     }
     EXPECT_GT(refusals, 0);

@@ -8,8 +8,44 @@
 namespace kalix::test {
 namespace {
 
+// Beside what streams name lie a surface and pages that none of them does.
 class HostileTest : public device_test {
 protected:
+    static constexpr uint32_t bystander = 0x5EEDBA5E;
+    static constexpr svga3d_size bystander_size{16, 16, 1};
+
+    HostileTest()
+    {
+        run(stream{}.define_surface(bystander, SVGA3D_A8R8G8B8, {bystander_size}));
+        write_words<uint32_t>(bystander, 16, 16, std::vector<uint32_t>(256, 0xB5B5B5B5));
+        for (uint64_t page = 1; page <= pages; ++page)
+            std::memset(scratch.page(page), 0x5B, 4096);
+        fill_vertices();
+    }
+
+    // What the vertex surface is filled from: a triangle over most of the target.
+    void fill_vertices()
+    {
+        const float corners[3][8] = {{0, 0, 0.5f, 1}, {16, 0, 0.5f, 1}, {0, 16, 0.5f, 1}};
+        std::memcpy(scratch.page(5) + 100, corners, sizeof corners);
+    }
+
+    // Only pages that a stream's remapping can name have changed; the surface has not.
+    void expect_bystanders_unchanged()
+    {
+        constexpr uint32_t named[] = {1, 2, 5, 16}; // also by one word's being bent
+        for (uint32_t page = 1; page <= pages; ++page)
+            if (std::ranges::find(named, page) == std::end(named)) {
+                const std::byte* const begin = scratch.page(page);
+                ASSERT_EQ(std::count(begin, begin + 4096, std::byte{0x5B}), 4096) << "page " << page;
+            }
+        expect_surface_unchanged();
+    }
+    void expect_surface_unchanged()
+    {
+        ASSERT_EQ(read_words<uint32_t>(bystander, 16, 16), std::vector<uint32_t>(256, 0xB5B5B5B5));
+    }
+
     // The device answers, and still does what it is told.
     void expect_alive(uint32_t number)
     {
@@ -17,6 +53,29 @@ protected:
         ASSERT_EQ(fifo_load(bus->fifo(), SVGA_FIFO_FENCE), number);
     }
 };
+
+// What sets a context up.
+void add_states(std::vector<stream>& out)
+{
+    const auto add = [&out](const stream& each) { out.push_back(each); };
+    svga3d_set_transform transform{1, SVGA3D_TRANSFORM_VIEW, {}};
+    for (const size_t diagonal : {0u, 5u, 10u, 15u})
+        transform.matrix[diagonal] = 1;
+    add(stream{}.command(SVGA_3D_CMD_SETTRANSFORM, transform));
+    add(stream{}.command(SVGA_3D_CMD_SETZRANGE, svga3d_set_z_range{1, 0, 1}));
+    svga3d_set_material material{1, SVGA3D_FACE_FRONT, {}};
+    material.material.diffuse = {1, 1, 1, 1};
+    add(stream{}.command(SVGA_3D_CMD_SETMATERIAL, material));
+    svga3d_set_light_data light{1, 2, {}};
+    light.light.type = SVGA3D_LIGHTTYPE_SPOT1;
+    light.light.phi = light.light.range = 2;
+    add(stream{}.command(SVGA_3D_CMD_SETLIGHTDATA, light));
+    add(stream{}.command(SVGA_3D_CMD_SETLIGHTENABLED, svga3d_set_light_enabled{1, 2, 1}));
+    add(stream{}.command(SVGA_3D_CMD_SETCLIPPLANE, svga3d_set_clip_plane{1, 0, {1, 0, 0, 1}}));
+    add(stream{}.command(SVGA_3D_CMD_SETSCISSORRECT, svga3d_set_scissor_rect{1, {0, 0, 16, 16}}));
+    add(stream{}.command(SVGA_3D_CMD_SET_SHADER_CONST, svga3d_set_shader_const{1, 3, 1, 0, {1, 2, 3, 4}}));
+    add(stream{}.command(SVGA_3D_CMD_SET_SHADER, svga3d_set_shader{1, 1, SVGA3D_INVALID_ID}));
+}
 
 // One of everything, as a list of commands.
 std::vector<stream> good_commands()
@@ -27,6 +86,7 @@ std::vector<stream> good_commands()
     add(stream{}.define_surface(2, SVGA3D_DXT5, {{16, 16, 2}}));
     add(stream{}.define_surface(3, SVGA3D_BUFFER, {{96, 1, 1}}));
     add(stream{}.define_surface(4, SVGA3D_Z_D24S8, {{16, 16, 1}}));
+    add(stream{}.define_surface(5, SVGA3D_BUFFER, {{8, 1, 1}}));
     add(stream{}.add(svga_cmd_define_gmr2{SVGA_CMD_DEFINE_GMR2, 1, 3}));
     add(stream{}
             .add(svga_cmd_remap_gmr2{SVGA_CMD_REMAP_GMR2, 1, SVGA_REMAP_GMR2_PPN64, 0, 3})
@@ -47,14 +107,25 @@ std::vector<stream> good_commands()
     add(stream{}.command(SVGA_3D_CMD_SETRENDERSTATE, svga3d_context{1},
                          svga3d_render_state_value{SVGA3D_RS_ZENABLE, 1}));
     add(stream{}.command(SVGA_3D_CMD_SETTEXTURESTATE, svga3d_context{1},
-                         svga3d_texture_state_value{0, SVGA3D_TS_BIND_TEXTURE, 1}));
+                         svga3d_texture_state_value{0, SVGA3D_TS_BIND_TEXTURE, 1},
+                         svga3d_texture_state_value{1, SVGA3D_TS_BIND_TEXTURE, 2},
+                         svga3d_texture_state_value{1, SVGA3D_TS_COLOROP, SVGA3D_TC_MODULATE},
+                         svga3d_texture_state_value{1, SVGA3D_TS_MAGFILTER, SVGA3D_TEX_FILTER_LINEAR}));
     add(stream{}.command(SVGA_3D_CMD_CLEAR, svga3d_clear{1, 7, 0x80402010, 1.0f, 0}, svga3d_rect{0, 0, 16, 16}));
+    add_states(out);
     add(stream{}.command(SVGA_3D_CMD_BEGIN_QUERY, svga3d_begin_query{1, 0}));
     add(stream{}.command(
         SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{1, 1, 1},
         svga3d_vertex_declaration{SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {3, 0, 32}, 0, 0},
         svga3d_primitive_range{SVGA3D_PRIMITIVE_TRIANGLELIST, 1, {SVGA3D_INVALID_ID, 0, 0}, 0, 0}));
+    // Lit, in world space, with indices of 2 bytes and divisors.
+    add(stream{}.command(
+        SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{1, 2, 1},
+        svga3d_vertex_declaration{SVGA3D_DECLTYPE_SHORT4N, 0, SVGA3D_DECLUSAGE_POSITION, 0, {3, 0, 8}, 0, 0},
+        svga3d_vertex_declaration{SVGA3D_DECLTYPE_DEC3N, 0, SVGA3D_DECLUSAGE_NORMAL, 0, {3, 4, 8}, 0, 0},
+        svga3d_primitive_range{SVGA3D_PRIMITIVE_TRIANGLESTRIP, 2, {5, 0, 2}, 2, 1}, 1u, 1u));
     add(stream{}.command(SVGA_3D_CMD_END_QUERY, svga3d_query{1, 0, {1, 8192}}));
+    add(stream{}.command(SVGA_3D_CMD_WAIT_FOR_QUERY, svga3d_query{1, 0, {1, 8192}}));
     add(stream{}.command(SVGA_3D_CMD_SHADER_DEFINE, svga3d_shader_define{1, 1, 1}, 0xFFFE0101u, 0x0000FFFFu));
     add(stream{}.command(SVGA_3D_CMD_SHADER_DESTROY, svga3d_shader_destroy{1, 1, 1}));
     add(stream{}.command(SVGA_3D_CMD_PRESENT, svga3d_present{1}, svga3d_copy_rect{3, 3, 16, 16, 0, 0}));
@@ -63,7 +134,10 @@ std::vector<stream> good_commands()
                          svga3d_signed_rect{0, 0, 20, 20}));
     add(stream{}.add(uint32_t{SVGA_CMD_DEFINE_ALPHA_CURSOR}, svga_alpha_cursor{0, 0, 0, 2, 1}, 1u, 2u));
     add(stream{}.add(svga_cmd_update{SVGA_CMD_UPDATE, 0, 0, 16, 16}));
+    add(stream{}.command(SVGA_3D_CMD_PRESENT_READBACK, svga3d_rect{0, 0, 16, 16}));
+    add(stream{}.add(svga_cmd_fence{SVGA_CMD_FENCE, 77}));
     add(stream{}.command(SVGA_3D_CMD_SURFACE_DESTROY, svga3d_surface_destroy{2}));
+    add(stream{}.command(SVGA_3D_CMD_CONTEXT_DESTROY, svga3d_context{1}));
     return out;
 }
 
@@ -79,6 +153,9 @@ TEST_F(HostileTest, AGoodStreamIsTakenWhole)
 {
     run(joined(good_commands()));
     EXPECT_EQ(all_refused(), 0u) << testing::PrintToString(take_log_lines());
+    svga3d_query_result drawn;
+    std::memcpy(&drawn, scratch.page(2), sizeof drawn);
+    EXPECT_GT(drawn.result, 100u); // or the streams below try nothing
 }
 
 // Cut anywhere, the whole commands before the cut are executed and what is left is counted once.
@@ -118,9 +195,11 @@ TEST_F(HostileTest, MutatedStreams)
         }
         if (below(random, 3) == 0)
             std::shuffle(bent.begin(), bent.end(), random);
+        fill_vertices();
         run(joined(bent));
         ASSERT_NO_FATAL_FAILURE(expect_alive(step + 1)) << "step " << step;
     }
+    expect_bystanders_unchanged();
 }
 
 TEST_F(HostileTest, RandomWords)
@@ -146,6 +225,7 @@ TEST_F(HostileTest, RandomWords)
         run(noise);
         ASSERT_NO_FATAL_FAILURE(expect_alive(step + 1)) << "step " << step;
     }
+    expect_surface_unchanged();
 }
 
 // Commands begin at any byte and run across the ring's end: one odd length shifts all that follow.

@@ -75,6 +75,20 @@ TEST_F(SurfacesTest, StretchesWithTheseNumbers)
     EXPECT_EQ(all_refused(), 0u);
 }
 
+TEST_F(SurfacesTest, StretchesVolumes)
+{
+    run(stream{}.define_surface(1, SVGA3D_LUMINANCE8, {{2, 1, 4}}).define_surface(2, SVGA3D_LUMINANCE8, {{4, 1, 2}}));
+    write_surface({1, 0, 0}, {2, 1, 4},
+                  {std::byte{0}, std::byte{8}, std::byte{20}, std::byte{28}, std::byte{40}, std::byte{48},
+                   std::byte{100}, std::byte{108}});
+    const std::vector<uint8_t> results[] = {{20, 20, 28, 28, 100, 100, 108, 108}, {10, 12, 16, 18, 70, 72, 76, 78}};
+    for (const uint32_t mode : {SVGA3D_STRETCH_BLT_POINT, SVGA3D_STRETCH_BLT_LINEAR}) {
+        stretch(1, {0, 0, 0, 2, 1, 4}, 2, {0, 0, 0, 4, 1, 2}, mode);
+        const auto bytes = read_surface({2, 0, 0}, {4, 1, 2}, 8);
+        EXPECT_EQ(std::memcmp(bytes.data(), results[mode].data(), 8), 0) << mode;
+    }
+}
+
 TEST_F(SurfacesTest, ADefinitionReplacesAndStartsEmpty)
 {
     run(stream{}.define_surface(1, SVGA3D_A8R8G8B8, {{2, 2, 1}}));

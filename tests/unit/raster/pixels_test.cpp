@@ -97,44 +97,6 @@ TEST_F(PassTest, HalvesWithLinearFiltering)
     EXPECT_EQ(pixel(511, 0), 0u);
 }
 
-TEST_F(scene, AddressModes)
-{
-    constexpr int32_t side = 4;
-    make_targets(16, 1);
-    const std::vector<uint32_t> texels = {0xFF000010, 0xFF000020, 0xFF000030, 0xFF000040};
-    texture(side, 1, texels, SVGA3D_TEX_FILTER_NEAREST);
-    stage(0, SVGA3D_TS_BORDERCOLOR, 0xFFAABBCC);
-    const auto expected = [&](uint32_t mode, int32_t at) -> uint32_t {
-        const int32_t wrapped = ((at % side) + side) % side;
-        const int32_t clamped = std::clamp(at, 0, side - 1);
-        switch (mode) {
-        case SVGA3D_TEX_ADDRESS_MIRROR:
-            return texels[static_cast<size_t>(((at < 0 ? -1 - at : at) / side) % 2
-                                                  ? side - 1 - (at < 0 ? -1 - at : at) % side
-                                                  : (at < 0 ? -1 - at : at) % side)];
-        case SVGA3D_TEX_ADDRESS_BORDER:
-            return at == clamped ? texels[static_cast<size_t>(at)] : 0xFFAABBCC;
-        case SVGA3D_TEX_ADDRESS_MIRRORONCE:
-            return texels[static_cast<size_t>(std::min(at < 0 ? -1 - at : at, side - 1))];
-        case SVGA3D_TEX_ADDRESS_WRAP:
-            return texels[static_cast<size_t>(wrapped)];
-        default:
-            return texels[static_cast<size_t>(clamped)];
-        }
-    };
-    for (uint32_t mode = 1; mode <= 6; ++mode) {
-        stage(0, SVGA3D_TS_ADDRESSU, mode);
-        // Coordinates from -6 to 10 texels: pixel x shows texel x - 6.
-        draw(SVGA3D_PRIMITIVE_TRIANGLEFAN, 2,
-             {{0, 0, 0, 1, ~0u, 0, -1.5f, 0},
-              {16, 0, 0, 1, ~0u, 0, 2.5f, 0},
-              {16, 1, 0, 1, ~0u, 0, 2.5f, 1},
-              {0, 1, 0, 1, ~0u, 0, -1.5f, 1}});
-        for (int32_t x = 0; x < 16; ++x)
-            EXPECT_EQ(pixel(static_cast<uint32_t>(x), 0), expected(mode, x - 6)) << "mode " << mode << " x " << x;
-    }
-}
-
 TEST_F(scene, FlatTakesTheFirstVertexAndSmoothInterpolates)
 {
     make_targets(9, 9);

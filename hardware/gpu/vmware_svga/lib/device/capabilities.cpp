@@ -42,7 +42,7 @@ constexpr capability capabilities[] = {
     {19, texture_extent, "texture width"},
     {20, texture_extent, "texture height"},
     {21, volume_extent, "volume extent"},
-    {25, limits::primitives, "primitives of a range"},
+    {25, limits::primitives, "primitives of a draw"},
     {26, limits::vertex_index, "vertex index"},
     {31, limits::texture_operations, "combiner operations, by bit"},
 };

@@ -12,8 +12,8 @@ inline constexpr uint32_t render_targets = 1; // colour targets that one draw wr
 inline constexpr float point_size = 256;      // pixels
 inline constexpr uint32_t vertex_index = 0xFFFFFFFF;
 
-// Primitives of one range. Vertices that lie on each other (a stride of 0) need no memory, so memory alone
-// would not bound the work of a draw.
+// Primitives of one draw, its ranges in sum. Vertices that lie on each other (a stride of 0) need no memory, so
+// memory alone would not bound the work of a draw.
 inline constexpr uint32_t primitives = 1u << 20;
 
 // Pixels beyond this column or row of a target are never drawn. Window coordinates stay within as many

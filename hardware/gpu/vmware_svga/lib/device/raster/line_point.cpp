@@ -86,8 +86,8 @@ void draw_point(const draw_setup& setup, const triangle_state& state, const wind
                 here[varying_coordinates + 4 * stage + 1] = (static_cast<double>(y) - top) / size;
             }
             draw_fragment(setup,
-                          {static_cast<uint32_t>(x), static_cast<uint32_t>(y), clamp01(at.z + state.depth_bias), false,
-                           &here, nullptr, nullptr},
+                          {static_cast<uint32_t>(x), static_cast<uint32_t>(y), clamp01(at.z + state.depth_bias),
+                           state.back_face, &here, nullptr, nullptr},
                           of);
         }
 }
