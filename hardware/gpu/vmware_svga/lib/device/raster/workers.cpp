@@ -22,10 +22,10 @@ void wait_for_other(const std::atomic<uint32_t>& value, uint32_t known)
 }
 
 worker_pool::worker_pool(uint32_t count, const std::function<std::thread(std::function<void()>)>& start)
-    : memory_{std::make_unique<draw_memory>()}
+    : memory_{std::make_unique<draw_memory>()}, taken_{count}
 {
-    for (uint32_t index = 1; index < count; ++index)
-        threads_.push_back(start([this, index] { serve(index); }));
+    while (threads_.size() + 1 < count)
+        threads_.push_back(start([this] { serve(); }));
 }
 
 worker_pool::~worker_pool()
@@ -37,29 +37,42 @@ worker_pool::~worker_pool()
         each.join();
 }
 
-void worker_pool::run(const std::function<void(uint32_t index)>& work)
+// A part is taken by raising taken_, which run() lowers to begin the next piece: whoever takes one of its parts has
+// seen the work, however late it woke.
+bool worker_pool::take_part()
 {
-    if (!threads_.empty()) {
-        work_ = &work;
-        busy_.store(static_cast<uint32_t>(threads_.size()), std::memory_order_relaxed);
-        round_.fetch_add(1, std::memory_order_release);
-        round_.notify_all();
-    }
-    work(0);
-    for (uint32_t left = busy_.load(std::memory_order_acquire); left != 0; left = busy_.load(std::memory_order_acquire))
-        wait_for_other(busy_, left);
+    const uint32_t part = taken_.fetch_add(1, std::memory_order_acquire);
+    if (part >= count())
+        return false;
+    (*work_)(part);
+    if (unfinished_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        unfinished_.notify_one();
+    return true;
 }
 
-void worker_pool::serve(uint32_t index)
+void worker_pool::run(const std::function<void(uint32_t index)>& work)
+{
+    work_ = &work;
+    unfinished_.store(count(), std::memory_order_relaxed);
+    taken_.store(0, std::memory_order_release);
+    round_.fetch_add(1, std::memory_order_release);
+    round_.notify_all();
+    while (take_part()) {
+    }
+    for (uint32_t left = unfinished_.load(std::memory_order_acquire); left != 0;
+         left = unfinished_.load(std::memory_order_acquire))
+        wait_for_other(unfinished_, left);
+}
+
+void worker_pool::serve()
 {
     for (uint32_t seen = 0;;) {
         wait_for_other(round_, seen);
         seen = round_.load(std::memory_order_acquire);
         if (ending_.load(std::memory_order_relaxed))
             return;
-        (*work_)(index);
-        if (busy_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-            busy_.notify_one();
+        while (take_part()) {
+        }
     }
 }
 

@@ -1,7 +1,8 @@
 // Threads that share a draw's work with the one that fetches.
 //
-// The fetching thread hands out one piece of work at a time and takes part in it; all have finished it when
-// run() returns, so nothing is shared between two pieces. The memory that a draw needs for its vertices stays
+// The fetching thread hands out one piece of work at a time, in parts; it and whoever else is free take one after the
+// other. On a busy machine a thread may wake late: its part is done by then, and it is not waited for. All
+// parts are finished when run() returns, so nothing is shared between two pieces. The memory that a draw needs for its vertices stays
 // here for the next one. Owned by the device.
 #pragma once
 
@@ -29,19 +30,23 @@ public:
 
     uint32_t count() const { return static_cast<uint32_t>(threads_.size()) + 1; }
 
-    // Calls work(0) on this thread and work(1) to work(count - 1) on the others, and waits for all.
+    // Calls work(0) to work(count - 1) on this thread and the others. A part may wait until another one gets on, which
+    // a thread of its own will take if need be.
     void run(const std::function<void(uint32_t index)>& work);
 
     draw_memory& memory() { return *memory_; } // of the draw that runs
 
 private:
-    void serve(uint32_t index);
+    void serve();
+    // Takes the next part and does it; false when none is left.
+    bool take_part();
 
     std::unique_ptr<draw_memory> memory_;
     std::vector<std::thread> threads_;
-    const std::function<void(uint32_t)>* work_ = nullptr; // written before the round begins
+    const std::function<void(uint32_t)>* work_ = nullptr; // written before parts can be taken
+    std::atomic<uint32_t> taken_ = 0;                     // parts; count() and above between two pieces
+    std::atomic<uint32_t> unfinished_ = 0;                // parts
     std::atomic<uint32_t> round_ = 0;                     // raised for each piece, and at the end
-    std::atomic<uint32_t> busy_ = 0;                      // threads that have not finished it
     std::atomic<bool> ending_ = false;
 };
 
