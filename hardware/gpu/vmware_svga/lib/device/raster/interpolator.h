@@ -16,15 +16,18 @@ struct plane {
     bool is_constant() const { return dx == 0 && dy == 0; }
 };
 
-// Depth and w over the window, and where the planes begin; small enough to be copied into a loop.
-class window_planes {
+// The planes of a triangle.
+class interpolator {
 public:
+    // Corners in an order in which their doubled area is positive.
+    interpolator(const draw_setup& setup, const triangle_state& state, const std::array<window_vertex, 3>& corners,
+                 int64_t area);
+
     // A pixel's distance from the first corner, which the planes take.
     double right_of_origin(int64_t x) const { return static_cast<double>(x) - x0_; }
     double below_origin(int64_t y) const { return static_cast<double>(y) - y0_; }
 
-    double depth_at(double right, double below) const { return clamp01(depth_(right, below) + bias_); }
-    double depth(int64_t x, int64_t y) const { return depth_at(right_of_origin(x), below_origin(y)); }
+    double depth(int64_t x, int64_t y) const { return clamp01(depth_(right_of_origin(x), below_origin(y)) + bias_); }
 
     // What a value's plane gives is multiplied by; 1 when the planes hold the values themselves.
     double w_at(double right, double below) const { return affine_ ? 1 : 1 / inverse_w_(right, below); }
@@ -33,20 +36,6 @@ public:
     double depth_bias() const { return bias_; }
     const plane& inverse_w_plane() const { return inverse_w_; }
 
-protected:
-    double x0_ = 0, y0_ = 0;
-    bool affine_ = true;
-    double bias_ = 0;
-    plane depth_{}, inverse_w_{};
-};
-
-class interpolator : public window_planes {
-public:
-    // Corners in an order in which their doubled area is positive.
-    interpolator(const draw_setup& setup, const triangle_state& state, const std::array<window_vertex, 3>& corners,
-                 int64_t area);
-
-    const window_planes& window() const { return *this; }
     const plane& value_plane(uint32_t which) const { return values_[which]; }
     bool is_back_face() const { return back_face_; }
 
@@ -64,10 +53,13 @@ private:
     plane through(double v0, double v1, double v2) const;
 
     uint32_t count_;
-    bool back_face_;
+    bool back_face_, affine_;
+    double x0_, y0_;     // the first corner, pixels
     double x_[2], y_[2]; // the other corners, from the first
     double scale_;       // 1 / doubled area in pixels
-    std::array<plane, varying_count_max> values_;
+    double bias_;
+    plane depth_, inverse_w_;
+    std::array<plane, varying_count_max> values_; // those that the draw walks
 };
 
 } // namespace kalix::device::raster
