@@ -38,7 +38,8 @@ fs::path absolute_or(const fs::path& given, const fs::path& otherwise)
 
 private_directory::private_directory(const fs::path& given)
 {
-    std::string name = given.empty() ? base_directory() + "/kalix-run.XXXXXX" : given.string();
+    const std::string replaced(6, 'X'); // by mkdtemp
+    std::string name = given.empty() ? base_directory() + "/kalix-run." + replaced : given.string();
     const bool made = given.empty() ? mkdtemp(name.data()) != nullptr : mkdir(name.c_str(), S_IRWXU) == 0;
     if (!made)
         throw std::system_error{errno, std::generic_category(), "cannot make a run directory " + name};

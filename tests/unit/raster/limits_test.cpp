@@ -5,7 +5,18 @@
 namespace kalix::device::test {
 namespace {
 
-class LimitTest : public announced_scene {};
+class LimitTest : public announced_scene {
+protected:
+    // A vertex at the middle of a small target, which any number of primitives can take.
+    svga3d_vertex_declaration one_vertex()
+    {
+        make_targets(16, 8);
+        const float at[] = {8, 4, 0.5f, 1};
+        define(vertex_sid, SVGA3D_BUFFER, sizeof at, 1);
+        std::memcpy(view(vertex_sid).bytes, at, sizeof at);
+        return {SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 0}, 0, 0};
+    }
+};
 
 TEST_F(LimitTest, TheLastLight)
 {
@@ -139,16 +150,11 @@ TEST_F(LimitTest, TexturesOfTheLargestExtent)
     }
 }
 
-// One vertex at the middle for all of them, through no memory at all.
+// One vertex for all of them, through no memory at all.
 TEST_F(LimitTest, TheMostPrimitives)
 {
     const uint32_t most = value(25);
-    make_targets(16, 8);
-    const float at[] = {8, 4, 0.5f, 1};
-    define(vertex_sid, SVGA3D_BUFFER, sizeof at, 1);
-    std::memcpy(view(vertex_sid).bytes, at, sizeof at);
-    const svga3d_vertex_declaration declaration{
-        SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 0}, 0, 0};
+    const svga3d_vertex_declaration declaration = one_vertex();
     const auto drawn = [&](std::initializer_list<uint32_t> counts) {
         std::vector<svga3d_primitive_range> ranges;
         for (const uint32_t count : counts)
@@ -166,14 +172,9 @@ TEST_F(LimitTest, TheMostPrimitives)
 TEST_F(LimitTest, TheLargestVertexIndex)
 {
     const uint32_t largest = value(26);
-    make_targets(16, 8);
-    const float at[] = {8, 4, 0.5f, 1};
-    define(vertex_sid, SVGA3D_BUFFER, sizeof at, 1);
-    std::memcpy(view(vertex_sid).bytes, at, sizeof at);
+    const svga3d_vertex_declaration declaration = one_vertex();
     define(index_sid, SVGA3D_BUFFER, 4, 1);
     std::memcpy(view(index_sid).bytes, &largest, 4);
-    const svga3d_vertex_declaration declaration{
-        SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 0}, 0, 0};
     for (const int32_t bias : {1, 0}) { // a bias leads one further
         clear();
         const svga3d_primitive_range range{SVGA3D_PRIMITIVE_POINTLIST, 1, {index_sid, 0, 4}, 4, bias};

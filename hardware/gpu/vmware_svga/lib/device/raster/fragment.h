@@ -51,8 +51,8 @@ struct draw_setup {
     output_state output;
     fog_state fog;
     bool adds_specular = false;
-    bool feeds_back =
-        false; // samples one of its own targets: the order of pixels shows, so one thread draws them one by one
+    // Samples one of its own targets: the order of pixels shows, so one thread draws them one by one.
+    bool feeds_back = false;
     bool tests_alpha = false;
     uint32_t alpha_compare = SVGA3D_CMP_ALWAYS;
     float alpha_reference = 0;

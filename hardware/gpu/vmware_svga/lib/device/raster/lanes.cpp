@@ -18,8 +18,8 @@ class painter {
 public:
     HWY_INLINE painter(const draw_setup& setup, const interpolator& at)
         : setup_{setup}, at_{at}, depth_{setup, at}, stencil_{setup, at.is_back_face()}, shading_{setup, at},
-          tested_{setup.tests_depth ? setup.to.depth.view : setup.to.stencil.view}, tests_{setup.tests_depth ||
-                                                                                           setup.tests_stencil}
+          tests_{setup.tests_depth || setup.tests_stencil}, tested_{setup.tests_depth ? setup.to.depth.view
+                                                                                      : setup.to.stencil.view}
     {
     }
 
@@ -91,8 +91,8 @@ private:
     depth_test depth_;
     stencil_test stencil_;
     shading shading_;
-    const image_view& tested_; // what holds depth and stencil
     bool tests_;
+    const image_view& tested_; // what holds depth and stencil
 };
 
 template <typename shading>

@@ -88,6 +88,13 @@ HWY_INLINE colors sampled_levels(const sampler& from, word_lanes level, word_mas
     return result;
 }
 
+// Lanes of doubles and of words have masks of their own kinds: a number carries the answer over.
+HWY_INLINE word_mask above_zero(real_lanes v)
+{
+    const real_lanes answer = hn::IfThenElseZero(hn::Gt(v, hn::Zero(reals)), hn::Set(reals, 1));
+    return hn::Ne(nearest_words(answer), hn::Zero(words));
+}
+
 // Channels of 0 to 255, of the lanes that are drawn.
 HWY_NOINLINE colors sampled_with_detail(const sampler& from, const texture_lanes& first, const coordinate_steps& at,
                                         word_mask drawn)
@@ -96,9 +103,7 @@ HWY_NOINLINE colors sampled_with_detail(const sampler& from, const texture_lanes
     const real_lanes last = hn::Set(reals, from.level_count - 1);
     const real_lanes wanted = into(detail, hn::Zero(reals), last);
     const word_lanes zero = hn::Zero(words);
-    // In 2^-16 levels, rounded down: a lane's level, and its share of the next one.
-    const word_mask minified = hn::And(
-        drawn, hn::Ne(nearest_words(hn::IfThenElseZero(hn::Gt(detail, hn::Zero(reals)), hn::Set(reals, 1))), zero));
+    const word_mask minified = hn::And(drawn, above_zero(detail));
     colors result = unpacked_bytes(zero);
     if (!hn::AllFalse(words, hn::AndNot(minified, drawn)))
         result = first.filtered(from.magnify, at.s, at.t);

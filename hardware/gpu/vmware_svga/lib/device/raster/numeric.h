@@ -53,6 +53,19 @@ constexpr int64_t ceil_div(int64_t dividend, int64_t divisor)
 static_assert(floor_div(-1, 256) == -1 && floor_div(-256, 256) == -1 && floor_div(255, 256) == 0);
 static_assert(ceil_div(-255, 256) == 0 && ceil_div(1, 256) == 1 && ceil_div(256, 256) == 1);
 
+// A remainder of 0 to divisor - 1; 0 for a divisor that is not above 0.
+constexpr int64_t modulo(int64_t value, int64_t divisor)
+{
+    const int64_t rest = divisor > 0 ? value % divisor : 0;
+    return rest < 0 ? rest + divisor : rest;
+}
+static_assert(modulo(-1, 3) == 2 && modulo(-3, 3) == 0 && modulo(4, 3) == 1 && modulo(1, 0) == 0);
+
+// Coordinates in texels are fixed-point numbers: one texel, and what they saturate at, far beyond any texture.
+inline constexpr int64_t fraction_bits = 16;
+inline constexpr int64_t one = 1 << fraction_bits;
+inline constexpr int64_t coordinate_limit = int64_t{1} << 52;
+
 constexpr float as_float(uint32_t word)
 {
     return std::bit_cast<float>(word);

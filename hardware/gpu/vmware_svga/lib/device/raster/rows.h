@@ -23,16 +23,6 @@ inline uint32_t load_pixel(const std::byte* texel)
     return word;
 }
 
-inline constexpr int64_t fraction_bits = 16;
-inline constexpr int64_t one = 1 << fraction_bits;
-inline constexpr int64_t coordinate_limit = int64_t{1} << 52;
-
-inline int64_t modulo(int64_t value, int64_t divisor)
-{
-    const int64_t rest = divisor > 0 ? value % divisor : 0;
-    return rest < 0 ? rest + divisor : rest;
-}
-
 // One direction of a texture: its size and what lies beyond it.
 class axis {
 public:

@@ -10,16 +10,7 @@ namespace {
 
 constexpr uint32_t levels_max = 32; // of one face; sizes have 32 bits
 constexpr color missing{0, 0, 0, 1};
-constexpr int64_t fraction_bits = 16;
-constexpr int64_t one = 1 << fraction_bits;
-constexpr int64_t coordinate_limit = int64_t{1} << 52; // in 2^-16 texels; far beyond any texture
 constexpr int64_t outside = -1;
-
-int64_t modulo(int64_t value, int64_t divisor)
-{
-    const int64_t rest = value % divisor;
-    return rest < 0 ? rest + divisor : rest;
-}
 
 // The texel that an address mode takes for a position along a side; outside for the border.
 int64_t addressed(uint32_t mode, int64_t at, int64_t side)

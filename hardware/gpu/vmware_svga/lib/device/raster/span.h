@@ -1,7 +1,7 @@
 // Spans: runs of neighbouring pixels of one row of a triangle, drawn by one function for the draw's state.
 //
 // The general way draws pixel by pixel (fragment.h) and can do everything. Most draws need less: a target of 32-bit
-// pixels and flat textures of 32-bit texels, without a stencil test. For these a function is chosen once a draw: it
+// pixels and flat textures of 32-bit texels. For these a function is chosen once a draw: it
 // moves whole rows where a picture lies along the axes (rows.h), or draws neighbouring pixels together (lanes.h).
 #pragma once
 
