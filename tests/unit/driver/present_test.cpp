@@ -392,6 +392,22 @@ TEST_F(present_test, DebugPicturesBlendOverMagentaWithinTheScreen)
             }
 }
 
+TEST_F(present_test, ASidThatIsAnothersNowIsNotShownAgainUnderStrictSettings)
+{
+    request(me, KALIX_SET_MODE, words({64, 48, 32}));
+    for (const bool strict : {false, true}) {
+        _globals.settings.strict = strict;
+        define_surface(me, 77, 64, 48, 1);
+        show(77);
+        request(me, KALIX_SURFACE_DESTROY, words({77}));
+        ASSERT_EQ(define_surface(8, 77, 64, 48, 1), 77); // of another user
+        take_stream();
+        request(me, KALIX_SET_MODE, words({64, 48, 32}));
+        EXPECT_EQ(take_stream().empty(), strict);
+        disconnect(8);
+    }
+}
+
 TEST_F(present_test, DebugDisplayReplacesPresents)
 {
     const uint32_t sid = screen_surface();

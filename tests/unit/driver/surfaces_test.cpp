@@ -2,7 +2,7 @@
 
 #include "tests/unit/driver/support.h"
 
-#include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/overlay.h"
 
 #include <kalix/svga3d_types.h>
 
@@ -152,6 +152,104 @@ TEST_F(driver_test, SharedSurfacesAndTheirReferences)
     EXPECT_EQ(request(3, KALIX_SURFACE_REFERENCE, words({1})).value, 0);
     here().own_uid = 1;
     EXPECT_EQ(request(8, KALIX_SURFACE_REFERENCE, words({1})).value, 0);
+}
+
+// ---- Who may name a surface ---------------------------------------------------------------------------------
+
+struct naming_row {
+    const char* name;
+    std::function<bool(uint32_t client)> ask;
+    const char *by_default, *strict; // 1: may; its definer, another client of that user, another user, the server's
+};
+
+TEST_F(driver_test, EveryRequestThatNamesASurfaceAsksTheSame)
+{
+    constexpr uint32_t clients[] = {1, 2, 8, 16}; // a client's user is an eighth of its number
+    here().own_uid = 2;
+    uint32_t sid = 0;
+    const auto asks = [this](int32_t command, const auto& payload) {
+        return [this, command, payload](uint32_t client) { return request(client, command, payload()).value == 0; };
+    };
+    const auto just = [&sid] { return words({sid, 1}); };
+    const auto executes = [this](uint32_t client, const bytes& commands) {
+        command_buffer(client, 200 + client, commands);
+        return execute(client, 200 + client, static_cast<uint32_t>(commands.size())).value == 0;
+    };
+    const auto overlay_takes = [this](uint32_t client, uint32_t sid0, uint32_t sid1) {
+        const overlay_define_req req{0, 0, 8, 8, 1, 0, sid0, sid1, 0, 0};
+        const uint32_t id = record_of<overlay_define_req>(request(client, KALIX_OVERLAY_DEFINE, bytes_of(req)).data).id;
+        const auto& made = *static_cast<overlay_record*>(resource_get_global(RESOURCE_OVERLAY, id));
+        const bool taken = made.surface[0] || made.surface[1];
+        request(client, KALIX_OVERLAY_DESTROY, words({id}));
+        return taken;
+    };
+    const naming_row rows[] = {
+        {"destroy", asks(KALIX_SURFACE_DESTROY, just), "1000", "1000"},
+        {"reference", asks(KALIX_SURFACE_REFERENCE, just), "1111", "1101"},
+        {"command",
+         [&](uint32_t client) {
+             return executes(client, words({1058, 4, sid}));
+         },
+         "1000", "1000"},
+        {"dma",
+         [&](uint32_t client) {
+             const auto own =
+                 record_of<dmabuf_alloc_req>(request(client, KALIX_DMABUF_ALLOC, words({100, 0, 0, 0, 0})).data);
+             const bool done = executes(client, words({1044, 28, own.gmr_id, 0, 0, sid, 0, 0, 1}));
+             request(client, KALIX_DMABUF_UNREF, words({own.handle}));
+             return done;
+         },
+         "1111", "1000"},
+        {"present",
+         asks(KALIX_PRESENT,
+              [&] {
+                  return bytes_of(present_req{sid, 0, 0, 4, 4});
+              }),
+         "1000", "1000"},
+        {"present to an address",
+         asks(KALIX_PRESENT_PHYS,
+              [&] {
+                  return bytes_of(present_phys_req{sid, 0, 0, 4, 4, 0, SVGA_FRAMEBUFFER_BASE});
+              }),
+         "1000", "1000"},
+        {"readback",
+         asks(KALIX_READBACK,
+              [&] {
+                  return bytes_of(readback_req{sid, 0, 0, 4, 4, 16, 0, 0, 0, 0, 0, {}});
+              }),
+         "1111", "1101"},
+        {"overlay", [&](uint32_t client) { return overlay_takes(client, sid, 0); }, "1111", "1101"},
+        {"overlay's second", [&](uint32_t client) { return overlay_takes(client, 0, sid); }, "1111", "1101"},
+        {"show", asks(KALIX_DEBUG_SHOW_SID, just), "1111", "0001"},
+        {"info", asks(KALIX_DEBUG_SID_INFO, just), "1111", "0001"},
+        {"list",
+         [&](uint32_t client) {
+             const answer got = request(client, KALIX_DEBUG_LIST_SIDS, bytes_of(list_sids_req{}));
+             return record_of<list_sids_req>(got.data).entries[0].sid == sid;
+         },
+         "1111", "0001"},
+        {"dump",
+         asks(KALIX_DEBUG_DUMP_SID,
+              [&] {
+                  return bytes_of(dump_sid_req{sid, 0, 1, 1, 1, 0, {}});
+              }),
+         "1111", "0001"},
+        {"fill", asks(KALIX_DEBUG_FILL_SID, just), "1111", "0001"},
+    };
+    for (const naming_row& row : rows)
+        for (const bool strict : {false, true})
+            for (size_t i = 0; i < std::size(clients); ++i) {
+                sid = static_cast<uint32_t>(define_surface(clients[0]));
+                _globals.settings.strict = strict;
+                EXPECT_EQ(row.ask(clients[i]), (strict ? row.strict : row.by_default)[i] == '1')
+                    << row.name << (strict ? ", strict, " : ", ") << clients[i];
+                _globals.settings.strict = false;
+                _globals.debug_show_sid = 0;
+                for (const uint32_t holder : {clients[0], clients[i]})
+                    while (request(holder, KALIX_SURFACE_DESTROY, words({sid})).value == 0) {
+                    }
+            }
+    disconnect(16);
 }
 
 // ---- Readback -------------------------------------------------------------------------------------------

@@ -57,10 +57,7 @@ int nebo_adapter_set_mode(client_record*, set_mode_req* req)
     if (!once && !_globals.software_mode)
         gpu_cap_test();
     once = 1;
-    auto* const surface =
-        _globals.last_present_sid != 0
-            ? static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, _globals.last_present_sid))
-            : nullptr;
+    surface_record* const surface = last_presented();
     if (surface)
         present(surface, 0, 0, static_cast<int32_t>(req->width), static_cast<int32_t>(req->height));
     return 0;

@@ -28,9 +28,9 @@ void say_unknown(const char* request, uint32_t sid)
     slogf(log_code, log_error, "kalix: %s: surface with sid %d is unknown!", request, static_cast<int>(sid));
 }
 
-surface_record* known_surface(uint32_t sid, const char* request)
+surface_record* known_surface(const client_record& client, uint32_t sid, const char* request)
 {
-    auto* const surface = static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, sid));
+    surface_record* const surface = surface_named(client, sid);
     if (!surface)
         say_unknown(request, sid);
     return surface;
@@ -67,10 +67,10 @@ bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch)
 }
 
 // A surface of any client, or the pass's vertex or index buffer.
-const surface_record* dumped_surface(uint32_t sid)
+const surface_record* dumped_surface(const client_record& client, uint32_t sid)
 {
-    if (const resource_object* const known = resource_get_global(RESOURCE_SURFACE, sid))
-        return static_cast<const surface_record*>(known);
+    if (const surface_record* const known = surface_named(client, sid))
+        return known;
     for (const postprocess_surface place : {POSTPROCESS_VERTICES, POSTPROCESS_INDICES})
         if (const surface_record* const own = _globals.postprocess_surfaces[place]; own && own->id == sid)
             return own;
@@ -174,7 +174,7 @@ int vmw_debug_show_sid_msg(client_record* client, show_sid_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface = known_surface(req->sid, "vmw_debug_show_sid");
+    const surface_record* const surface = known_surface(*client, req->sid, "vmw_debug_show_sid");
     if (!surface)
         return status_invalid;
     _globals.debug_show_sid = req->sid;
@@ -187,7 +187,7 @@ int vmw_debug_get_sid_info_msg(client_record* client, sid_info_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface = known_surface(req->sid, "vmw_debug_get_sid_info");
+    const surface_record* const surface = known_surface(*client, req->sid, "vmw_debug_get_sid_info");
     if (!surface)
         return status_invalid;
     std::ranges::fill(req->pids, 0u);
@@ -228,7 +228,7 @@ int vmw_debug_dump_sid_msg(client_record* client, dump_sid_req* req)
         return status_invalid;
     if (uint64_t{req->row_bytes} * req->rows > KALIX_DUMP_BYTES_MAX)
         return status_invalid;
-    const surface_record* const surface = dumped_surface(req->sid);
+    const surface_record* const surface = dumped_surface(*client, req->sid);
     if (!surface || !dump_fits(*surface, *req))
         return status_invalid;
     hold lock{_globals.fifo_lock};
@@ -242,7 +242,7 @@ int vmw_debug_fill_sid_msg(client_record* client, fill_sid_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface = known_surface(req->sid, "vmw_debug_fill_sid_msg");
+    const surface_record* const surface = known_surface(*client, req->sid, "vmw_debug_fill_sid_msg");
     if (!surface)
         return status_invalid;
     if (surface->format != SVGA3D_X8R8G8B8 && surface->format != SVGA3D_A8R8G8B8) {

@@ -30,7 +30,7 @@ bool translate(const overlay_record& overlay, uint64_t physical, std::byte*& pix
 }
 
 // Takes over what the request says. False when shown pixels would leave the framebuffer.
-bool fill(overlay_record& overlay, const overlay_define_req& req)
+bool fill(const client_record& client, overlay_record& overlay, const overlay_define_req& req)
 {
     overlay.magic_cookie = resource_magic + RESOURCE_OVERLAY;
     overlay.x = req.x;
@@ -43,7 +43,7 @@ bool fill(overlay_record& overlay, const overlay_define_req& req)
     for (size_t i = 0; i < 2; ++i) {
         if (!translate(overlay, addresses[i], overlay.pixels[i]) && i < req.buffer_count)
             return false;
-        overlay.surface[i] = static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, sids[i]));
+        overlay.surface[i] = surface_named(client, sids[i]);
     }
     return true;
 }
@@ -111,7 +111,7 @@ int nebo_overlay_define(client_record* client, overlay_define_req* req)
     if (overlay_init(overlay.get()) != 0)
         return define_invalid;
     overlay->owner_pid = client->pid;
-    const bool inside = fill(*overlay, *req);
+    const bool inside = fill(*client, *overlay, *req);
     if (!inside || resource_add(RESOURCE_OVERLAY, client, overlay.get()) != 0) {
         overlay_destroy(overlay.get());
         return inside ? define_no_memory : define_invalid;

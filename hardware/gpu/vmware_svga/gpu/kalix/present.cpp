@@ -114,12 +114,21 @@ int show(present_technique technique, const surface_record& surface, const prese
     return show_postprocessed(surface, rectangle);
 }
 
-surface_record* known_surface(uint32_t sid)
+surface_record* shown_for_debugging()
 {
-    return static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, sid));
+    return static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, _globals.debug_show_sid));
 }
 
 } // namespace
+
+surface_record* last_presented()
+{
+    if (_globals.last_present_sid == 0)
+        return nullptr;
+    auto* const surface =
+        static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, _globals.last_present_sid));
+    return surface && (surface->presented || !_globals.settings.strict) ? surface : nullptr;
+}
 
 int present_with(present_technique technique, surface_record* surface, const present_rectangle& rectangle)
 {
@@ -140,6 +149,7 @@ int present_with(present_technique technique, surface_record* surface, const pre
         copy_debug_box(surface->id);
     if (const int status = show(technique, *surface, rectangle); status != 0)
         return status;
+    surface->presented = true;
     _globals.last_present_sid = surface->id;
     _globals.last_present_rect = rectangle;
     status_note_frame(*surface, rectangle);
@@ -154,9 +164,7 @@ int present(surface_record* surface, int32_t x, int32_t y, int32_t width, int32_
 void present_again()
 {
     const present_rectangle last = _globals.last_present_rect;
-    if (_globals.last_present_sid == 0)
-        return;
-    if (surface_record* const surface = known_surface(_globals.last_present_sid))
+    if (surface_record* const surface = last_presented())
         present(surface, last.x, last.y, last.width, last.height);
 }
 
@@ -204,7 +212,7 @@ int nebo_present_ioctl(client_record* client, present_req* req)
         return status_invalid;
     const bool debugging = _globals.debug_show_sid != 0;
     const uint32_t sid = debugging ? _globals.debug_show_sid : req->sid;
-    auto* const surface = static_cast<surface_record*>(resource_get(RESOURCE_SURFACE, client, sid));
+    surface_record* const surface = surface_held(*client, sid);
     if (!surface && !_globals.software_mode) {
         if (debugging)
             return 0;
@@ -228,7 +236,7 @@ int nebo_oob_present(client_record* client, oob_present_req* req)
     }
     overlay_flip(*overlay);
     const bool debugging = _globals.debug_show_sid != 0;
-    surface_record* const surface = known_surface(debugging ? _globals.debug_show_sid : _globals.last_present_sid);
+    surface_record* const surface = debugging ? shown_for_debugging() : last_presented();
     if (!surface)
         return nothing_to_show;
     return debugging ? present_debug(surface) : present(surface, last.x, last.y, last.width, last.height);
@@ -238,7 +246,7 @@ int nebo_present_to_phys_addr_ioctl(client_record* client, present_phys_req* req
 {
     if (!client || !req)
         return status_invalid;
-    auto* const surface = static_cast<surface_record*>(resource_get(RESOURCE_SURFACE, client, req->sid));
+    surface_record* const surface = surface_held(*client, req->sid);
     if (!surface) {
         slogf(log_code, log_error, "kalix: nebo_present_to_phys_addr_ioctl: surface %d is unknown",
               static_cast<int>(req->sid));

@@ -23,6 +23,10 @@ enum class present_technique {
 int present(surface_record* surface, int32_t x, int32_t y, int32_t width, int32_t height);
 int present_with(present_technique technique, surface_record* surface, const present_rectangle& rectangle);
 
+// What was presented last, or none. A surface that has got the sid since is none under strict settings: nobody
+// shows a picture for another user.
+surface_record* last_presented();
+
 // Shows the last presented surface again, unless it is gone or there is none.
 void present_again();
 

@@ -98,8 +98,8 @@ int nebo_readback_surface(client_record* client, readback_req* req)
 {
     if (!client || !req)
         return status_invalid;
-    auto* const surface = static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, req->sid));
-    if (!surface || !surface_is_visible(*client, *surface)) {
+    surface_record* const surface = surface_named(*client, req->sid);
+    if (!surface) {
         slogf(log_code, log_error, "kalix: nebo_readback_surface: surface %d is unknown", static_cast<int>(req->sid));
         return status_invalid;
     }

@@ -102,6 +102,11 @@ void release_readback_destination(const surface_record& surface)
     platform::shm_unlink(surface.shm_name);
 }
 
+bool is_visible(const client_record& client, const surface_record& surface)
+{
+    return !_globals.settings.strict || client.uid == surface.owner_uid || client.uid == platform::own_user();
+}
+
 } // namespace
 
 surface_dimensions dimensions_of(const surface_record& surface)
@@ -183,14 +188,20 @@ void surface_destroy(resource_object* object)
     release_readback_destination(*surface);
 }
 
-int surface_check(client_record* client, uint32_t sid)
+surface_record* surface_named(const client_record& client, uint32_t sid)
 {
-    return resource_get(RESOURCE_SURFACE, client, sid) ? 0 : status_invalid;
+    auto* const surface = static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, sid));
+    return surface && is_visible(client, *surface) ? surface : nullptr;
 }
 
-bool surface_is_visible(const client_record& client, const surface_record& surface)
+surface_record* surface_held(client_record& client, uint32_t sid)
 {
-    return !_globals.settings.strict || client.uid == surface.owner_uid || client.uid == platform::own_user();
+    return resource_have_ref(RESOURCE_SURFACE, &client, sid) ? surface_named(client, sid) : nullptr;
+}
+
+int surface_check(client_record* client, uint32_t sid)
+{
+    return surface_held(*client, sid) ? 0 : status_invalid;
 }
 
 int vmw_surface_define_ioctl(client_record* client, surface_define_req* req, int32_t rcvid)
@@ -218,7 +229,7 @@ int vmw_surface_destroy_ioctl(client_record* client, surface_destroy_req* req)
 {
     if (!client || !req)
         return status_invalid;
-    resource_object* const surface = resource_get(RESOURCE_SURFACE, client, req->sid);
+    surface_record* const surface = surface_held(*client, req->sid);
     if (!surface) {
         slogf(log_code, log_error, "kalix: vmw_surface_destroy_ioctl: surface %d is unknown",
               static_cast<int>(req->sid));
@@ -232,8 +243,8 @@ int vmw_surface_reference_ioctl(client_record* client, surface_reference_req* re
 {
     if (!client || !req)
         return status_invalid;
-    auto* const surface = static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, req->sid));
-    if (!surface || !surface_is_visible(*client, *surface))
+    surface_record* const surface = surface_named(*client, req->sid);
+    if (!surface)
         return status_not_found;
     if (resource_ref(RESOURCE_SURFACE, client, surface) != 0)
         return status_no_memory;

@@ -24,6 +24,7 @@ struct surface_record : resource_object { // id: the sid
     uint32_t shm_len = 0;
     uint8_t shared = 0;
     uint32_t owner_uid = 0; // user of the client that defined it
+    bool presented = false; // it was on the screen once
 };
 
 struct surface_dimensions {
@@ -52,8 +53,13 @@ void surface_destroy(resource_object* surface);
 // 0 when the client holds a reference on that sid, else -22.
 int surface_check(client_record* client, uint32_t sid);
 
-// Whether a client may name a surface at all: under strict settings only surfaces of its own user.
-bool surface_is_visible(const client_record& client, const surface_record& surface);
+// The surface that a client means by a sid, for every request that names one; none when there is none or the
+// client may not name it. By default it may name every surface; under strict settings those that its own user
+// defined, and as the server's own user all.
+surface_record* surface_named(const client_record& client, uint32_t sid);
+
+// The same, for requests that need the client to hold a reference.
+surface_record* surface_held(client_record& client, uint32_t sid);
 
 // Requests 9, 10 and 11: 0, -22, -12, or -2 for a reference to an unknown sid. The receive id reaches the
 // size list behind the payload.
