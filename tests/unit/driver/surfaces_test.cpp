@@ -265,12 +265,17 @@ struct readback_row {
 
 class ReadbackTest : public driver_test {
 protected:
-    // A device that fills the dirty GMR with ascending bytes.
+    // A device that writes ascending bytes, as many as it was asked for.
     void SetUp() override
     {
         driver_test::SetUp();
         here().on_wait = [] {
-            for (size_t i = 0; i < 4096; ++i)
+            const std::vector<uint32_t> sent = words_of(here().stream);
+            if (sent.size() < 18 || sent[sent.size() - 18] != SVGA_3D_CMD_SURFACE_DMA)
+                return;
+            const uint32_t pitch = sent[sent.size() - 14];
+            const uint32_t rows = sent[sent.size() - 5];
+            for (size_t i = 0; i < size_t{pitch} * rows; ++i)
                 _globals.dirty_gmr_base[i] = static_cast<std::byte>(i + 1);
         };
     }
@@ -324,6 +329,17 @@ TEST_F(ReadbackTest, CopiesRowsToWhereTheyBelong)
               (std::vector<uint32_t>{1044, 64, 0, 0, 24, 1, 0, 0, 2, 0, 0, 0, 6, 4, 1, 0, 0, 0}));
     EXPECT_EQ(request(1, KALIX_SURFACE_DESTROY, words({1})).value, 0);
     EXPECT_THAT(here().unlinked, testing::ElementsAre("/vm_svga:1001:5"));
+}
+
+TEST_F(ReadbackTest, ARefusedTransferShowsNothingOfTheOneBefore)
+{
+    ASSERT_EQ(define_surface(1, 0, width, height), 1);
+    ASSERT_EQ(define_surface(1, 0, width, height), 2);
+    EXPECT_EQ(read({"", 0, 0, 6, 4, 24, 0, false}, 1, false, 0, 0), 0);
+    EXPECT_EQ(here().framebuffer[95], 96);
+    here().on_wait = nullptr;
+    EXPECT_EQ(read({"", 0, 0, 6, 3, 24, 0, false}, 2, false, 0, 0), 0);
+    EXPECT_EQ(std::count(here().framebuffer.begin(), here().framebuffer.begin() + 96, 0), 72);
 }
 
 TEST_F(ReadbackTest, StaysInsideItsDestination)
