@@ -41,7 +41,6 @@ protected:
     int check(const bytes& commands)
     {
         client_record* const client = client_get({1001, 0, 1, 0});
-        client->last_cid = client->last_sid = invalid;
         std::byte* const at = end() - commands.size();
         std::copy(commands.begin(), commands.end(), at);
         return cmd_check_all(client, {at, commands.size()});
@@ -257,6 +256,50 @@ TEST_F(VerifierTest, StrictSettingsRefuseMore)
     _globals.settings.strict = true;
     EXPECT_EQ(check(dma(1, 1)), 0);
     EXPECT_EQ(check(command(1066, {1, 0, 1, 0})), 0);
+}
+
+// By default the device gets no region in place of the driver's own, and everything else as it was sent.
+TEST_F(VerifierTest, TheDriversRegionIsNobodysToName)
+{
+    const uint32_t driver = _globals.dirty_gmr_id;
+    const word_list sent[] = {command(1044, {driver, 0, 0, 1, 0, 0, 2}), command(1044, {driver}),
+                              command(1066, {1, 0, driver, 8}), command(1067, {1, 0, driver})};
+    word_list buffer;
+    word_list wanted;
+    for (word_list each : sent) {
+        buffer.insert(buffer.end(), each.begin(), each.end());
+        each[each[0] == 1044 ? 2 : 4] = invalid;
+        wanted.insert(wanted.end(), each.begin(), each.end());
+        _globals.settings.strict = true;
+        EXPECT_EQ(check(each), -22);
+        _globals.settings.strict = false;
+    }
+    for (const word_list& each : {command(1044, {driver + 1, driver, driver, 1, driver, driver, 2}), command(1044, {}),
+                                  command(1044, {0xFFFFFFFE, 0}), command(1066, {1, driver})}) {
+        buffer.insert(buffer.end(), each.begin(), each.end());
+        wanted.insert(wanted.end(), each.begin(), each.end());
+    }
+    bytes raw(buffer.size() * 4);
+    std::memcpy(raw.data(), buffer.data(), raw.size());
+    const bytes& object = command_buffer(1, 5, raw);
+    take_stream();
+    EXPECT_EQ(execute(1, 5, static_cast<uint32_t>(raw.size())).value, 0);
+    EXPECT_EQ(take_stream(), wanted);
+    EXPECT_TRUE(std::equal(raw.begin(), raw.end(), object.begin())); // the client's own stays
+}
+
+// What was accepted in one buffer may be another's in the next.
+TEST_F(VerifierTest, EveryBufferLooksItsIdsUpAnew)
+{
+    const word_list shown = command(1058, {2});
+    const word_list cleared = command(1057, {1});
+    EXPECT_EQ(check(shown), 0);
+    EXPECT_EQ(request(1, KALIX_SURFACE_DESTROY, words({2})).value, 0);
+    ASSERT_EQ(define_surface(2, 2), 2);
+    EXPECT_EQ(check(shown), -22);
+    EXPECT_EQ(check(cleared), 0);
+    EXPECT_EQ(request(1, KALIX_CONTEXT_DESTROY, words({1})).value, 0);
+    EXPECT_EQ(check(cleared), -22);
 }
 
 // ---- Command buffers --------------------------------------------------------------------------------------

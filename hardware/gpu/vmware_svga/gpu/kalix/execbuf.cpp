@@ -15,7 +15,6 @@ namespace kalix {
 namespace {
 
 constexpr unsigned object_mode = 0777;
-constexpr uint32_t no_id = 0xFFFFFFFF;
 
 // A buffer in use for one request: registered with its client, or, when there was no memory for that, owned
 // here and gone after the request.
@@ -108,8 +107,6 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, co
     std::memcpy(space, buffer.map, bytes);
     if (buffer.unregistered)
         unmap(*buffer.unregistered);
-    client->last_cid = no_id;
-    client->last_sid = no_id;
     if (const int refused = cmd_check_all(client, {space, bytes})) {
         commit(bytes, 0);
         *line = "kalix: command validation failed";

@@ -10,10 +10,24 @@
 namespace kalix {
 namespace {
 
-using body_span = std::span<const std::byte>;
+using body_span = std::span<std::byte>;
 
 constexpr uint32_t update_bytes = sizeof(svga_cmd_update); // the one command without a size
 constexpr uint32_t table_last = 1081;                      // the interface reserves ids up to here
+constexpr uint32_t no_id = SVGA3D_INVALID_ID;              // of a context, surface or region
+
+// Empties the client's cache before a buffer and behind it: an id that was another's meanwhile is looked up again.
+class buffer_scope {
+public:
+    explicit buffer_scope(client_record& client) : client_{client} { empty(); }
+    ~buffer_scope() { empty(); }
+    buffer_scope(const buffer_scope&) = delete;
+    buffer_scope& operator=(const buffer_scope&) = delete;
+
+private:
+    void empty() { client_.last_cid = client_.last_sid = no_id; }
+    client_record& client_;
+};
 
 // Takes records out of a command's body, front to back; it can only shrink.
 class body_reader {
@@ -79,13 +93,29 @@ int sid_at(client_record* client, body_span body, size_t offset)
     return cmd_sid_check(client, front_of<uint32_t>(field), field.data());
 }
 
-// Under strict settings a guest pointer must lie in a region of the client's own.
-int check_guest_pointer(client_record* client, const svga_guest_pointer& pointer)
+bool is_own_region(client_record* client, uint32_t region)
 {
-    if (!_globals.settings.strict)
+    const dma_buffer* const owner = dma_get_by_gmrId(region);
+    return owner && resource_have_ref(RESOURCE_DMA, client, owner->id);
+}
+
+// Looks at the region that a command names at an offset of its body; record is what a whole one has there. Under
+// strict settings it must be the client's own. Otherwise the driver's region alone is nobody's to name: the device
+// gets none in its place, and so refuses this command and no other. It refuses what is cut short as well.
+template <typename record>
+int check_region(client_record* client, body_span body, size_t offset)
+{
+    if (_globals.settings.strict && body.size() < sizeof(record))
+        return status_invalid;
+    if (body.size() < offset + sizeof(uint32_t))
         return 0;
-    const dma_buffer* const owner = dma_get_by_gmrId(pointer.gmr_id);
-    return owner && resource_have_ref(RESOURCE_DMA, client, owner->id) ? 0 : status_invalid;
+    const body_span field = body.subspan(offset);
+    const auto region = front_of<uint32_t>(field);
+    if (_globals.settings.strict)
+        return is_own_region(client, region) ? 0 : status_invalid;
+    if (region == _globals.dirty_gmr_id)
+        std::memcpy(field.data(), &no_id, sizeof no_id);
+    return 0;
 }
 
 // ---- Checks, one per kind of command ----------------------------------------------------------------
@@ -116,14 +146,9 @@ int cmd_stretch_blt_check(client_record* client, body_span body)
 
 int cmd_surface_dma_check(client_record* client, body_span body)
 {
-    if (!_globals.settings.strict)
-        return 0;
-    if (body.size() < sizeof(svga3d_surface_dma))
-        return status_invalid;
-    const auto dma = front_of<svga3d_surface_dma>(body);
-    if (const int refused = sid_at(client, body, offsetof(svga3d_surface_dma, host)))
+    if (const int refused = check_region<svga3d_surface_dma>(client, body, offsetof(svga3d_surface_dma, guest)))
         return refused;
-    return check_guest_pointer(client, dma.guest.pointer);
+    return _globals.settings.strict ? sid_at(client, body, offsetof(svga3d_surface_dma, host)) : 0;
 }
 
 int cmd_set_render_target_check(client_record* client, body_span body)
@@ -147,10 +172,7 @@ int cmd_query(client_record* client, body_span body)
 {
     if (const int refused = cmd_cid_check(client, body))
         return refused;
-    if (!_globals.settings.strict)
-        return 0;
-    return body.size() < sizeof(svga3d_query) ? status_invalid
-                                              : check_guest_pointer(client, front_of<svga3d_query>(body).result);
+    return check_region<svga3d_query>(client, body, offsetof(svga3d_query, result));
 }
 
 int cmd_end_query(client_record* client, body_span body)
@@ -266,8 +288,9 @@ bool is_accepted(client_record* client, body_span left, uint32_t id, uint64_t le
 
 } // namespace
 
-int cmd_check_all(client_record* client, std::span<const std::byte> commands)
+int cmd_check_all(client_record* client, std::span<std::byte> commands)
 {
+    const buffer_scope cache{*client};
     // A count of 2^31 or more is negative to the walk, which then has nothing to look at.
     const bool countable = commands.size() <= INT32_MAX;
     while (countable && !commands.empty()) {
@@ -284,7 +307,7 @@ int cmd_check_all(client_record* client, std::span<const std::byte> commands)
     return status_invalid;
 }
 
-int cmd_check(client_record* client, std::span<const std::byte> left, uint64_t* length)
+int cmd_check(client_record* client, std::span<std::byte> left, uint64_t* length)
 {
     svga3d_command_header header{}; // what is missing of it is zero
     std::memcpy(&header, left.data(), std::min(left.size(), sizeof header));
