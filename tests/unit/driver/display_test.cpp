@@ -154,7 +154,16 @@ TEST_F(display_test, ModeShowsTheLastPictureOverAllOfIt)
     take_stream();
     request(2, KALIX_SET_MODE, words({80, 60, 32}));
     const stream sent = take_stream();
-    EXPECT_EQ(stream(sent.end() - 6, sent.end()), (stream{0, 0, 80, 60, 0, 0}));
+    const stream whole{0, 0, 80, 60, 0, 0};
+    EXPECT_EQ(stream(sent.end() - 6, sent.end()), whole);
+    for (const bytes& refused : {words({0, 48, 32}), words({64, 0, 32}), words({64, 48, 24}), words({64, 48, 0}),
+                                 words({1024, 1024, 32}), words({~0u, ~0u, 32})}) {
+        EXPECT_EQ(request(2, KALIX_SET_MODE, refused).value, 0);
+        EXPECT_TRUE(take_stream().empty()) << words_of(refused)[0];
+    }
+    request(2, KALIX_DEBUG_RESET, {}); // the last picture is still the one before
+    const stream again = take_stream();
+    EXPECT_EQ(stream(again.end() - 6, again.end()), whole);
     request(1, KALIX_SURFACE_DESTROY, words({sid}));
     take_stream();
     request(2, KALIX_SET_MODE, words({40, 30, 32}));

@@ -439,7 +439,8 @@ void SVGA_SetMode(uint32_t width, uint32_t height, uint32_t bits_per_pixel, uint
 {
     note_call("mode", width, height, bits_per_pixel, enable);
     svga_device& device = here().device;
-    if (width == 0 || height == 0)
+    const bool has_depth = bits_per_pixel == 16 || bits_per_pixel == 32;
+    if (!has_depth || width == 0 || height == 0 || uint64_t{width} * height > device.fb_bytes / 4)
         return;
     const float zoom = device.zoom == device.zoom ? device.zoom : 1;
     device.mode_width = width;

@@ -33,6 +33,13 @@ float snapped(float zoom)
     return best;
 }
 
+// Whether the device shows that mode: it keeps the one before when it refuses one.
+bool is_mode(const set_mode_req& asked)
+{
+    const svga_device& device = *_globals.svga_device;
+    return device.mode_width == asked.width && device.mode_height == asked.height && device.bits_per_pixel == asked.bpp;
+}
+
 // A position of the unzoomed picture, on the screen of the software pass.
 uint32_t scaled(uint32_t position)
 {
@@ -57,7 +64,7 @@ int nebo_adapter_set_mode(client_record*, set_mode_req* req)
     if (!once && !_globals.software_mode)
         gpu_cap_test();
     once = 1;
-    surface_record* const surface = last_presented();
+    surface_record* const surface = is_mode(*req) ? last_presented() : nullptr;
     if (surface)
         present(surface, 0, 0, static_cast<int32_t>(req->width), static_cast<int32_t>(req->height));
     return 0;
