@@ -125,7 +125,11 @@ TEST_F(ScreenTest, CursorsUpTo256By256)
             EXPECT_EQ(seen.pixels[pixels - 1], value + pixels - 1);
         }
     }
+    bus->count_refused_cursor(); // by the driver's side
+    EXPECT_EQ(refused(KALIX_REFUSED_CURSOR), ++refusals);
     EXPECT_EQ(all_refused(), refusals);
+    EXPECT_EQ(take_log_lines(), std::vector<std::string>{"device: command 22 refused: a cursor that cannot be shown "
+                                                         "(further ones are only counted)"});
 }
 
 TEST_F(ScreenTest, TheCursorFollowsItsRegisters)

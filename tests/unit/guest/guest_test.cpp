@@ -22,7 +22,7 @@ public:
     std::vector<std::byte> pixels = std::vector<std::byte>(1 << 20);
     std::map<uint32_t, uint32_t> registers;
     std::vector<std::byte> taken;
-    int refused_modes = 0, modes_set = 0;
+    int refused_modes = 0, refused_cursors = 0, modes_set = 0;
 
     fake_bus()
     {
@@ -49,6 +49,7 @@ public:
         fifo_store(memory, SVGA_FIFO_FENCE, last_fence());
     }
     void count_refused_mode() override { ++refused_modes; }
+    void count_refused_cursor() override { ++refused_cursors; }
 
     void take(uint32_t count)
     {
@@ -163,9 +164,11 @@ TEST_F(GuestTest, ModesThatFitBecomeTheScreenTimesTheZoom)
 TEST_F(GuestTest, CursorsAreKeptAndDefinedAgain)
 {
     void* image = nullptr;
-    const svga_alpha_cursor large{1, 0, 0, 257, 1};
-    EXPECT_EQ(SVGA_BeginDefineAlphaCursor(&large, &image), -1);
-    EXPECT_EQ(image, nullptr);
+    for (const svga_alpha_cursor& large : {svga_alpha_cursor{1, 0, 0, 257, 1}, {1, 0, 0, 1, 257}, {1, 0, 0, 0, ~0u}}) {
+        EXPECT_EQ(SVGA_BeginDefineAlphaCursor(&large, &image), -1);
+        EXPECT_EQ(image, nullptr);
+    }
+    EXPECT_EQ(bus->refused_cursors, 3);
     NEBO_SVGA_RestoreCursor(); // none was kept
     const uint32_t pixels[] = {1, 2, 3, 4, 5, 6};
     const svga_alpha_cursor header{9, 1, 2, 3, 2};
@@ -181,6 +184,7 @@ TEST_F(GuestTest, CursorsAreKeptAndDefinedAgain)
     std::vector<uint32_t> twice = once;
     twice.insert(twice.end(), once.begin(), once.end());
     EXPECT_EQ(words, twice);
+    EXPECT_EQ(bus->refused_cursors, 3);
     SVGA_MoveCursor(1, 10, 20, 0);
     EXPECT_EQ(fifo_load(bus->memory, SVGA_FIFO_CURSOR_X), 10u);
     EXPECT_EQ(fifo_load(bus->memory, SVGA_FIFO_CURSOR_COUNT), 1u);

@@ -85,7 +85,7 @@ uint32_t SVGA_InsertFence(void);
 void SVGA_SyncToFence(uint32_t seqno);
 
 /* Reserves an alpha-cursor definition; *image receives where width x height x 4 bytes go. Commit with
- * SVGA_FIFOCommitAll. Returns 0, or -1 with *image NULL above 256 x 256. */
+ * SVGA_FIFOCommitAll. Returns 0, or -1 with *image NULL above 256 x 256, which is counted as refused. */
 int SVGA_BeginDefineAlphaCursor(const struct svga_alpha_cursor* header, void** image);
 /* Position in screen pixels. */
 void SVGA_MoveCursor(uint32_t visible, uint32_t x, uint32_t y, uint32_t screen_id);

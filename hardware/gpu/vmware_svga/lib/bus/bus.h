@@ -39,8 +39,9 @@ public:
     // Returns once the FENCE register is another value than the one given.
     virtual void wait_for_fence_change(uint32_t fence) = 0;
 
-    // Counts a mode that the driver's side refused before it reached the registers.
+    // Count a mode and a cursor that the driver's side refused before they reached the device.
     virtual void count_refused_mode() = 0;
+    virtual void count_refused_cursor() = 0;
 };
 
 struct device_options {

@@ -152,6 +152,13 @@ void software_device::count_refused_mode()
     refuse_mode();
 }
 
+void software_device::count_refused_cursor()
+{
+    const hold locked{execution_lock_};
+    state_.counts.refuse(KALIX_REFUSED_CURSOR, SVGA_CMD_DEFINE_ALPHA_CURSOR);
+    publish_counters(state_);
+}
+
 } // namespace kalix::device
 
 namespace kalix {

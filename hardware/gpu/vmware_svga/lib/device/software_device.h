@@ -45,6 +45,7 @@ public:
     void wait_for_stop_change(uint32_t stop) override;
     void wait_for_fence_change(uint32_t fence) override;
     void count_refused_mode() override;
+    void count_refused_cursor() override;
 
 private:
     friend struct register_access;

@@ -35,7 +35,12 @@ using namespace kalix::guest;
 
 int SVGA_BeginDefineAlphaCursor(const svga_alpha_cursor* header, void** image)
 {
-    *image = extent_fits(*header) ? begin_definition(*header) : nullptr;
+    *image = nullptr;
+    if (!extent_fits(*header)) {
+        current()->bus->count_refused_cursor();
+        return -1;
+    }
+    *image = begin_definition(*header);
     return *image ? 0 : -1;
 }
 
