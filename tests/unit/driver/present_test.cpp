@@ -392,6 +392,36 @@ TEST_F(present_test, DebugPicturesBlendOverMagentaWithinTheScreen)
             }
 }
 
+TEST_F(present_test, DebugPicturesCopyWholeBlocks)
+{
+    struct row {
+        uint32_t format, width, height, screen_width, screen_height;
+        std::array<uint32_t, 2> box, covered; // pixels of the surface, of the screen
+    };
+    for (const row& each : {row{2, 200, 200, 62, 45, {62, 45}, {62, 45}},
+                            {15, 200, 200, 62, 45, {60, 44}, {30, 11}},
+                            {15, 61, 43, 62, 45, {61, 43}, {32, 11}}, // to its edges
+                            {17, 200, 200, 62, 45, {60, 44}, {60, 11}},
+                            {17, 5, 5, 5, 5, {4, 5}, {4, 2}}, // two blocks are longer than a row of the screen
+                            {15, 9, 9, 3, 3, {0, 0}, {0, 0}},
+                            {42, 200, 10, 61, 45, {60, 10}, {30, 10}}}) {
+        SVGA_SetMode(each.screen_width, each.screen_height, 32, 1);
+        std::ranges::fill(here().framebuffer, uint8_t{255});
+        const auto sid = static_cast<uint32_t>(define_surface(me, 0, each.width, each.height, each.format));
+        take_stream();
+        request(me, KALIX_DEBUG_SHOW_SID, words({sid}));
+        frame_words wanted{0, 0};
+        wanted.command(
+            1044, {0xFFFFFFFE, 0, each.screen_width * 4, sid, 0, 0, 2, 0, 0, 0, each.box[0], each.box[1], 1, 0, 0, 0});
+        EXPECT_EQ(take_stream(), wanted.out);
+        for (uint32_t i = 0; i < each.screen_width * each.screen_height; ++i)
+            ASSERT_EQ(here().framebuffer[i * 4 + 1],
+                      i / each.screen_width < each.covered[1] && i % each.screen_width < each.covered[0] ? 255 : 0)
+                << each.format << " " << i;
+        request(me, KALIX_SURFACE_DESTROY, words({sid}));
+    }
+}
+
 TEST_F(present_test, ASidThatIsAnothersNowIsNotShownAgainUnderStrictSettings)
 {
     request(me, KALIX_SET_MODE, words({64, 48, 32}));

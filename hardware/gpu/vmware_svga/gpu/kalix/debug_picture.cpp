@@ -31,6 +31,12 @@ void blend(pixel& at, bool opaque)
     at[3] = 255;
 }
 
+// The most of count pixels of a side that the device copies: whole blocks, or all that there is.
+uint32_t whole_blocks(uint64_t count, uint32_t side, uint32_t block)
+{
+    return static_cast<uint32_t>(count == side ? count : count - count % block);
+}
+
 } // namespace
 
 debug_picture plan_debug_picture(const surface_record& surface)
@@ -38,11 +44,18 @@ debug_picture plan_debug_picture(const surface_record& surface)
     const svga_device& device = *_globals.svga_device;
     const surface_dimensions size = dimensions_of(surface);
     const svga3d_block block = svga3d_block_of(surface.format);
-    const uint32_t width = std::min(size.width, device.width);
-    uint32_t copied = width;
-    while (copied > 0 && svga3d_row_bytes(block, copied) > device.pitch)
-        copied = std::min(copied - 1, copied / 2);
-    return {width, std::min(size.height, device.height), copied, surface.format == SVGA3D_X8R8G8B8};
+    debug_picture picture{std::min(size.width, device.width), std::min(size.height, device.height), 0, 0,
+                          surface.format == SVGA3D_X8R8G8B8};
+    if (block.bytes == 0)
+        return picture;
+    const uint64_t in_a_row = uint64_t{device.pitch} / block.bytes * block.width;
+    picture.box_width = whole_blocks(std::min<uint64_t>(picture.width, in_a_row), size.width, block.width);
+    picture.box_height = whole_blocks(picture.height, size.height, block.height);
+    if (block.width == 1)
+        return picture;
+    picture.width = static_cast<uint32_t>(svga3d_row_bytes(block, picture.box_width) / sizeof(pixel));
+    picture.height = svga3d_block_rows(block, picture.box_height);
+    return picture;
 }
 
 void paint_debug_picture(const debug_picture& picture)

@@ -1,7 +1,8 @@
 // The picture of a debug present: one surface in the screen's top left corner, over magenta.
 //
 // The surface's pixels are copied into the framebuffer by the device; what is painted here lies over them:
-// their transparent parts, and all that they do not cover. Nothing outside the screen is touched.
+// their transparent parts, and all that they do not cover. Nothing outside the screen is touched. Formats of
+// blocks are shown as the bytes that they are.
 #pragma once
 
 #include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
@@ -9,9 +10,9 @@
 namespace kalix {
 
 struct debug_picture {
-    uint32_t width, height; // pixels of the surface that lie on the screen
-    uint32_t copied_width;  // of these, what the device may copy without leaving a row of the screen
-    bool opaque;            // alpha has no meaning in the surface's format
+    uint32_t width, height;         // pixels of the screen that the surface covers
+    uint32_t box_width, box_height; // pixels of the surface to copy: whole blocks, no row longer than the screen's
+    bool opaque;                    // alpha has no meaning in the surface's format
 };
 
 // What part of a surface is shown.

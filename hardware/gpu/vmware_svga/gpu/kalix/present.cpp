@@ -175,7 +175,7 @@ int present_debug(const surface_record* surface)
     hold lock{_globals.fifo_lock};
     const debug_picture picture = plan_debug_picture(*surface);
     const svga3d_guest_image screen{{SVGA_GMR_FRAMEBUFFER, 0}, _globals.svga_device->pitch};
-    if (!read_surface(surface->id, screen, {0, 0, 0, picture.copied_width, picture.height, 1, 0, 0, 0}))
+    if (!read_surface(surface->id, screen, {0, 0, 0, picture.box_width, picture.box_height, 1, 0, 0, 0}))
         return 0;
     SVGA_SyncToFence(SVGA_InsertFence());
     paint_debug_picture(picture);
