@@ -68,16 +68,17 @@ public:
 
     bool fits() const
     {
-        const uint64_t groups = (uint64_t{frame_.width} + by_.columns_read - 1) / by_.columns_read;
-        const uint64_t beyond = groups * by_.columns_read - frame_.width; // pixels behind the last row's end
-        const uint64_t last_row = groups * by_.columns_written * pixel_bytes;
+        const uint64_t last_row = groups() * by_.columns_written * pixel_bytes;
         const uint64_t rows = frame_.height; // more than are written
-        return (uint64_t{frame_.width} * frame_.height + beyond) * pixel_bytes <= frame_.from.size() &&
+        return uint64_t{frame_.width} * frame_.height * pixel_bytes <= frame_.from.size() &&
                rows * frame_.pitch + last_row <= frame_.to.size();
     }
 
     void run()
     {
+        if (frame_.width == 0 || frame_.height == 0)
+            return;
+        complete_last_group();
         if (by_.rows_kept == 0)
             for (int64_t row = 2; row < frame_.height; row += 3)
                 keep(row);
@@ -86,6 +87,17 @@ public:
     }
 
 private:
+    uint64_t groups() const { return (uint64_t{frame_.width} + by_.columns_read - 1) / by_.columns_read; }
+
+    void complete_last_group()
+    {
+        const uint64_t first = uint64_t{frame_.width} * (frame_.height - 1) + (groups() - 1) * by_.columns_read;
+        const uint64_t last = frame_.from.size() / pixel_bytes - 1;
+        for (size_t i = 0; i < by_.columns_read; ++i)
+            std::copy_n(&frame_.from[std::min(first + i, last) * pixel_bytes], pixel_bytes,
+                        &last_group_[i * pixel_bytes]);
+    }
+
     void walk()
     {
         const int64_t height = frame_.height;
@@ -110,7 +122,8 @@ private:
 
     const std::byte* source(int64_t row, uint32_t column) const
     {
-        return &frame_.from[(static_cast<size_t>(row) * frame_.width + column) * pixel_bytes];
+        const size_t at = (static_cast<size_t>(row) * frame_.width + column) * pixel_bytes;
+        return by_.columns_read * pixel_bytes <= frame_.from.size() - at ? &frame_.from[at] : last_group_.data();
     }
 
     std::byte* begin_row() { return &frame_.to[written_++ * frame_.pitch]; }
@@ -146,6 +159,7 @@ private:
 
     const kernel& by_;
     const scaled_frame& frame_;
+    std::array<std::byte, 4 * pixel_bytes> last_group_{}; // of the last row, whole
     size_t written_ = 0;
 };
 

@@ -24,8 +24,9 @@ struct scaled_frame {
 };
 
 // Scales with the kernel of exactly that factor. False, and nothing is touched, when there is no kernel or
-// either side is too small. Columns go in whole groups: from holds up to three pixels behind its last one
-// when the width is no multiple of the group, and the last row written needs room for a whole group too.
+// either side is too small. Columns go in whole groups: when the width is no multiple of the group, a row's last
+// one takes pixels that lie behind it, and the last one in from for those behind the end; the last row written
+// needs room for a whole group.
 bool scale(float zoom, const scaled_frame& frame);
 
 } // namespace kalix

@@ -12,8 +12,7 @@ namespace kalix {
 namespace {
 
 constexpr uint64_t pixel_bytes = 4;
-constexpr uint64_t group_bytes = 3 * pixel_bytes; // that a kernel may read behind the frame
-constexpr uint64_t largest_side = 1u << 30;       // the square of four-byte pixels still fits in 64 bits
+constexpr uint64_t largest_side = 1u << 30; // the square of four-byte pixels still fits in 64 bits
 
 struct mode {
     uint32_t width, height; // pixels
@@ -30,7 +29,7 @@ mode current_mode()
 std::span<std::byte> software_frame(const mode& of)
 {
     const uint64_t side = std::max(of.width, of.height);
-    const uint64_t bytes = uint64_t{of.width} * of.height * pixel_bytes + group_bytes;
+    const uint64_t bytes = uint64_t{of.width} * of.height * pixel_bytes;
     if (side >= largest_side)
         return {};
     const std::span<std::byte> rest = framebuffer_from(side * side * pixel_bytes);
