@@ -54,7 +54,7 @@ private:
     state* state_;
 };
 
-// Suspends the calling thread.
+// Suspends the calling thread; 0 returns at once, without a system call.
 void sleep_us(uint64_t microseconds);
 
 inline constexpr int load_lazy = 1;

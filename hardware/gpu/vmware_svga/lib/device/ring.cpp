@@ -3,7 +3,6 @@
 #include "hardware/gpu/vmware_svga/lib/bus/bus.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 
 namespace kalix::device {
@@ -41,8 +40,7 @@ std::span<const std::byte> ring_reader::view(uint32_t offset, uint32_t bytes)
 void ring_reader::consume(uint32_t bytes)
 {
     stop_ = wrapped(stop_, bytes);
-    fifo_store(fifo_, SVGA_FIFO_STOP, stop_);
-    std::atomic_ref{fifo_[SVGA_FIFO_STOP]}.notify_all();
+    stop_waiters_.store(fifo_[SVGA_FIFO_STOP], stop_);
 }
 
 } // namespace kalix::device

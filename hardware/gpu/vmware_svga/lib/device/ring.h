@@ -5,6 +5,7 @@
 // each command. Commands may begin at any byte and run across the ring's end. Used by the fetching thread.
 #pragma once
 
+#include "base/futex.h"
 #include "hardware/gpu/vmware_svga/lib/svga_regs.h"
 
 #include <cstddef>
@@ -16,8 +17,8 @@ namespace kalix::device {
 
 class ring_reader {
 public:
-    // fifo holds the registers and the ring, and stays.
-    explicit ring_reader(std::span<uint32_t> fifo) : fifo_{fifo} {}
+    // fifo holds the registers and the ring; it stays, and so do those who wait for its register STOP.
+    ring_reader(std::span<uint32_t> fifo, sleepers& stop_waiters) : fifo_{fifo}, stop_waiters_{stop_waiters} {}
 
     // Bytes written and not yet read, as NEXT_CMD says now.
     uint32_t available() const;
@@ -31,6 +32,7 @@ private:
     std::span<const std::byte> memory() const { return std::as_bytes(fifo_); }
 
     std::span<uint32_t> fifo_;
+    sleepers& stop_waiters_;
     uint32_t stop_ = SVGA_FIFO_RING_START;
     std::vector<std::byte> gathered_;
 };

@@ -2,7 +2,6 @@
 
 #include "hardware/gpu/vmware_svga/lib/device/capabilities.h"
 #include "hardware/gpu/vmware_svga/lib/device/fetch.h"
-#include "hardware/gpu/vmware_svga/lib/device/wake.h"
 
 #include <algorithm>
 #include <csignal>
@@ -50,7 +49,7 @@ software_device::software_device(const device_options& options)
                [](std::function<void()> body) { return start_without_signals(std::move(body), "svga-draw"); }},
       state_{options.framebuffer_bytes, options.surface_memory_bytes,
              options.page_address ? options.page_address : page_in_own_memory, options.log,
-             std::span{fifo_.get(), fifo_words}}
+             std::span{fifo_.get(), fifo_words}, fence_waiters_}
 {
     if (!fifo_ || !state_.display)
         throw std::bad_alloc{};
@@ -81,32 +80,31 @@ void software_device::initialise_fifo()
 
 void software_device::ring_doorbell()
 {
-    doorbell_.fetch_add(1, std::memory_order_release);
-    doorbell_.notify_one();
+    doorbell_.add(1);
 }
 
 void software_device::wait_for_stop_change(uint32_t stop)
 {
-    wait_for_change(std::atomic_ref{fifo()[SVGA_FIFO_STOP]}, stop);
+    stop_waiters_.wait_for_change(fifo_[SVGA_FIFO_STOP], stop);
 }
 
 void software_device::wait_for_fence_change(uint32_t fence)
 {
-    wait_for_change(std::atomic_ref{fifo()[SVGA_FIFO_FENCE]}, fence);
+    fence_waiters_.wait_for_change(fifo_[SVGA_FIFO_FENCE], fence);
 }
 
 // The doorbell is read before the ring is: what is written after the ring was found empty rings again.
 void software_device::fetch()
 {
-    ring_reader ring{fifo()};
+    ring_reader ring{fifo(), stop_waiters_};
     while (!stopping_.load(std::memory_order_acquire)) {
-        const uint32_t rung = doorbell_.load(std::memory_order_acquire);
+        const uint32_t rung = doorbell_.load();
         run_ring(ring);
         {
             const hold locked{execution_lock_};
             follow_cursor();
         }
-        wait_for_change(doorbell_, rung);
+        doorbell_.wait_for_change(rung);
     }
 }
 

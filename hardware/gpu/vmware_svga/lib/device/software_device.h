@@ -6,6 +6,7 @@
 // execution_lock, never around it; so reading a register never waits for a drawing command.
 #pragma once
 
+#include "base/futex.h"
 #include "base/lock.h"
 #include "hardware/gpu/vmware_svga/lib/bus/bus.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
@@ -59,6 +60,7 @@ private:
 
     const device_options options_;
     std::unique_ptr<uint32_t[], void (*)(void*)> fifo_;
+    sleepers stop_waiters_, fence_waiters_; // on the FIFO registers STOP and FENCE
     mutex execution_lock_;
     raster::worker_pool workers_; // used by the fetching thread alone
     device_state state_ KALIX_GUARDED_BY(execution_lock_);
@@ -68,7 +70,7 @@ private:
     uint32_t cursor_count_ KALIX_GUARDED_BY(execution_lock_) = 0; // of the last position that was taken over
     std::atomic<bool> configured_{false};                         // the ring may be read
     std::atomic<bool> stopping_{false};
-    std::atomic<uint32_t> doorbell_{0};
+    awaited_word doorbell_;                                       // raised by each ring
     std::thread fetching_; // last: it uses all of the above
 };
 

@@ -6,6 +6,8 @@
 // here for the next one. Owned by the device.
 #pragma once
 
+#include "base/futex.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -16,9 +18,6 @@
 namespace kalix::device::raster {
 
 struct draw_memory; // batches.h
-
-// Waits until the value is another than the one known: a while on the processor, then asleep until notified.
-void wait_for_other(const std::atomic<uint32_t>& value, uint32_t known);
 
 class worker_pool {
 public:
@@ -45,8 +44,8 @@ private:
     std::vector<std::thread> threads_;
     const std::function<void(uint32_t)>* work_ = nullptr; // written before parts can be taken
     std::atomic<uint32_t> taken_ = 0;                     // parts; count() and above between two pieces
-    std::atomic<uint32_t> unfinished_ = 0;                // parts
-    std::atomic<uint32_t> round_ = 0;                     // raised for each piece, and at the end
+    awaited_word unfinished_;                             // parts
+    awaited_word round_;                                  // raised for each piece, and at the end
     std::atomic<bool> ending_ = false;
 };
 
