@@ -10,15 +10,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
-#include <vector>
 
 namespace kalix::device {
 
 class ring_reader {
 public:
     // fifo holds the registers and the ring; it stays, and so do those who wait for its register STOP.
-    ring_reader(std::span<uint32_t> fifo, sleepers& stop_waiters) : fifo_{fifo}, stop_waiters_{stop_waiters} {}
+    ring_reader(std::span<uint32_t> fifo, sleepers& stop_waiters);
 
     // Bytes written and not yet read, as NEXT_CMD says now.
     uint32_t available() const;
@@ -34,7 +34,8 @@ private:
     std::span<uint32_t> fifo_;
     sleepers& stop_waiters_;
     uint32_t stop_ = SVGA_FIFO_RING_START;
-    std::vector<std::byte> gathered_;
+    // As large as the ring, and without pages until they are used: reading a command never lacks memory.
+    std::unique_ptr<std::byte[]> gathered_;
 };
 
 inline constexpr uint32_t ring_begin = SVGA_FIFO_RING_START;

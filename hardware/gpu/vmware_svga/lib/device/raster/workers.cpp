@@ -1,17 +1,29 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/batches.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/pictures.h"
 
 namespace kalix::device::raster {
 
 worker_pool::worker_pool(uint32_t count, const std::function<std::thread(std::function<void()>)>& start)
     : memory_{std::make_unique<draw_memory>()}, taken_{count}
 {
-    while (threads_.size() + 1 < count)
-        threads_.push_back(start([this] { serve(); }));
+    threads_.reserve(count);
+    try {
+        while (threads_.size() + 1 < count)
+            threads_.push_back(start([this] { serve(); }));
+    } catch (...) {
+        end();
+        throw;
+    }
 }
 
 worker_pool::~worker_pool()
+{
+    end();
+}
+
+void worker_pool::end()
 {
     ending_.store(true, std::memory_order_relaxed);
     round_.add(1);
@@ -26,14 +38,13 @@ bool worker_pool::take_part()
     const uint32_t part = taken_.fetch_add(1, std::memory_order_acquire);
     if (part >= count())
         return false;
-    (*work_)(part);
+    call_(work_, part);
     unfinished_.add(~0u);
     return true;
 }
 
-void worker_pool::run(const std::function<void(uint32_t index)>& work)
+void worker_pool::run_parts()
 {
-    work_ = &work;
     unfinished_.store(count());
     taken_.store(0, std::memory_order_release);
     round_.add(1);
@@ -45,6 +56,7 @@ void worker_pool::run(const std::function<void(uint32_t index)>& work)
 
 void worker_pool::serve()
 {
+    prepare_pictures();
     for (uint32_t seen = 0;;) {
         round_.wait_for_change(seen);
         seen = round_.load();
