@@ -1,5 +1,6 @@
 #include "platform/channel.h"
 
+#include "base/never_destroyed.h"
 #include "platform/listener.h"
 #include "platform/log.h"
 #include "platform/message_table.h"
@@ -12,6 +13,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 namespace kalix::platform {
 namespace {
@@ -30,7 +32,7 @@ struct channel {
 // Never destroyed: workers answer until the process is gone.
 channel& the_channel()
 {
-    static channel* const only = new channel;
+    static never_destroyed<channel> only;
     return *only;
 }
 
@@ -73,6 +75,18 @@ void close_channel(channel& ours)
     errno = kept;
 }
 
+// The same, with a line when there is no memory for it.
+bool open_in_memory(channel& ours, const char* name)
+{
+    try {
+        return open_channel(ours, name);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        slogf(log_code, log_error, "kalix: no memory for a channel");
+        return false;
+    }
+}
+
 // Fills the parts from the bytes, as far as both go; returns the bytes copied.
 size_t fill(std::span<const std::span<std::byte>> parts, std::span<const std::byte> bytes)
 {
@@ -96,7 +110,7 @@ name_attach_t* name_attach(void* /*dispatch*/, const char* name, unsigned /*flag
         slogf(log_code, log_error, "kalix: cannot attach a channel: %s (%d)", std::strerror(errno), errno);
         return nullptr;
     }
-    if (!open_channel(ours, name)) {
+    if (!open_in_memory(ours, name)) {
         close_channel(ours);
         return nullptr;
     }

@@ -77,8 +77,9 @@ bool free_name(int directory, const char* name, int into)
         return false;
     // A name that is taken by a directory with something in it fails here; the next number is tried.
     for (int attempt = 0; attempt < 64; ++attempt) {
-        const std::string aside = ".moved-aside-" + std::to_string(++moved);
-        if (renameat(directory, name, into, aside.c_str()) == 0)
+        char aside[32];
+        std::snprintf(aside, sizeof aside, ".moved-aside-%u", ++moved);
+        if (renameat(directory, name, into, aside) == 0)
             return true;
         if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOTDIR)
             return false;

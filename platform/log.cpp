@@ -1,6 +1,7 @@
 #include "platform/log.h"
 
 #include "base/lock.h"
+#include "base/never_destroyed.h"
 #include "platform/clock.h"
 #include "platform/logger.h"
 #include "platform/rate_limiter.h"
@@ -38,7 +39,7 @@ struct logger {
 // Never destroyed: threads write lines until the process is gone.
 logger& the_logger()
 {
-    static logger* const only = new logger;
+    static never_destroyed<logger> only;
     return *only;
 }
 

@@ -174,6 +174,8 @@ int ThreadCtl(int /*command*/, void* /*data*/)
 
 void sleep_us(uint64_t microseconds)
 {
+    if (microseconds == 0)
+        return;
     timespec left{static_cast<time_t>(microseconds / 1'000'000), static_cast<long>(microseconds % 1'000'000 * 1000)};
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
     }

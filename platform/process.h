@@ -1,6 +1,7 @@
 // The process: background start, its end, threads and their names, loading of libraries.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -50,11 +51,10 @@ public:
     void wait();
 
 private:
-    struct state;
-    state* state_;
+    alignas(8) std::byte state_[32]; // the host's, in place: making one needs no memory
 };
 
-// Suspends the calling thread.
+// Suspends the calling thread; 0 returns at once, without a system call.
 void sleep_us(uint64_t microseconds);
 
 inline constexpr int load_lazy = 1;

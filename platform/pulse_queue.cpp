@@ -19,32 +19,32 @@ bool pulse_queue::open()
 void pulse_queue::close()
 {
     const hold held{lock_};
-    pulses_.clear();
+    count_ = 0;
     ready_.reset();
 }
 
 int pulse_queue::put(const _pulse& pulse)
 {
     const hold held{lock_};
-    if (pulses_.size() >= pulses_max) {
+    if (count_ == pulses_max) {
         errno = EAGAIN;
         return -1;
     }
-    pulses_.push_back(pulse);
-    if (eventfd_write(ready_.get(), 1) == 0)
-        return 0;
-    pulses_.pop_back();
-    return -1;
+    if (eventfd_write(ready_.get(), 1) != 0)
+        return -1;
+    pulses_[(first_ + count_++) % pulses_max] = pulse; // under the lock, so nobody has looked for it yet
+    return 0;
 }
 
 std::optional<_pulse> pulse_queue::take()
 {
     const hold held{lock_};
     eventfd_t one = 0;
-    if (eventfd_read(ready_.get(), &one) != 0 || pulses_.empty())
+    if (eventfd_read(ready_.get(), &one) != 0 || count_ == 0)
         return std::nullopt;
-    const _pulse first = pulses_.front();
-    pulses_.pop_front();
+    const _pulse first = pulses_[first_];
+    first_ = (first_ + 1) % pulses_max;
+    --count_;
     return first;
 }
 

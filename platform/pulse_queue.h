@@ -8,8 +8,8 @@
 #include "platform/channel.h"
 #include "platform/unique_fd.h"
 
+#include <array>
 #include <cstddef>
-#include <deque>
 #include <optional>
 
 namespace kalix::platform {
@@ -31,7 +31,10 @@ public:
 private:
     mutex lock_;
     unique_fd ready_; // counts the pulses in the queue; changes only while no thread sends
-    std::deque<_pulse> pulses_ KALIX_GUARDED_BY(lock_);
+    // Its memory is the process's own, so that a pulse is lost for no lack of any.
+    std::array<_pulse, pulses_max> pulses_ KALIX_GUARDED_BY(lock_);
+    size_t first_ KALIX_GUARDED_BY(lock_) = 0; // place of the oldest
+    size_t count_ KALIX_GUARDED_BY(lock_) = 0;
 };
 
 } // namespace kalix::platform

@@ -1,6 +1,7 @@
 #include "platform/run_directory.h"
 
 #include "base/lock.h"
+#include "base/never_destroyed.h"
 #include "platform/directory.h"
 #include "platform/log.h"
 
@@ -27,7 +28,7 @@ struct taken_directory {
 
 taken_directory& taken()
 {
-    static taken_directory* const only = new taken_directory; // the end of the process still needs it
+    static never_destroyed<taken_directory> only; // the end of the process still needs it
     return *only;
 }
 

@@ -3,14 +3,15 @@
 // Not locked: the thread that starts the process and opens its channel alone calls this.
 #pragma once
 
-#include <string>
+#include <string_view>
 
 namespace kalix::platform {
 
 struct settings {
-    bool foreground = false;   // KALIX_FOREGROUND: 0 or 1
-    std::string notify_socket; // NOTIFY_SOCKET: a path, or '@' and an abstract name; empty: none
-    int ready_fd = -1;         // KALIX_READY_FD: an open descriptor; -1: none
+    bool foreground = false; // KALIX_FOREGROUND: 0 or 1
+    // NOTIFY_SOCKET, where the environment holds it: a path, or "@" and an abstract name; empty: none.
+    std::string_view notify_socket;
+    int ready_fd = -1; // KALIX_READY_FD: an open descriptor; -1: none
 };
 
 // The settings in force.

@@ -1,6 +1,7 @@
 #include "platform/store.h"
 
 #include "base/lock.h"
+#include "base/never_destroyed.h"
 #include "platform/channel.h"
 #include "platform/log.h"
 #include "platform/process.h"
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <new>
 #include <optional>
 #include <sched.h>
 #include <string>
@@ -38,9 +40,15 @@ struct store {
     int inotify KALIX_GUARDED_BY(lock) = -1;                                        // -1: nothing watched yet
 };
 
+int without_memory()
+{
+    errno = ENOMEM;
+    return -1;
+}
+
 store& the_store()
 {
-    static store* const only = new store; // the watching thread outlives every static
+    static never_destroyed<store> only; // the watching thread outlives every static
     return *only;
 }
 
@@ -117,8 +125,9 @@ bool watch(store& ours, open_object& object) KALIX_REQUIRES(ours.lock)
         return true;
     if (!start_watching(ours))
         return false;
-    const std::string directory = "/proc/self/fd/" + std::to_string(object.place.directory.get());
-    object.watch = inotify_add_watch(ours.inotify, directory.c_str(), changes);
+    char directory[32];
+    std::snprintf(directory, sizeof directory, "/proc/self/fd/%d", object.place.directory.get());
+    object.watch = inotify_add_watch(ours.inotify, directory, changes);
     object.unread = true; // what changed before it was watched
     return object.watch >= 0;
 }
@@ -126,7 +135,7 @@ bool watch(store& ours, open_object& object) KALIX_REQUIRES(ours.lock)
 } // namespace
 
 int32_t open(const char* path, unsigned flags)
-{
+try {
     const bool create = (flags & open_create) != 0;
     auto object = std::make_shared<open_object>();
     object->place = find_object(path, create);
@@ -140,6 +149,8 @@ int32_t open(const char* path, unsigned flags)
     const hold held{ours.lock};
     ours.objects[fd] = std::move(object);
     return fd;
+} catch (const std::bad_alloc&) {
+    return without_memory();
 }
 
 void close_object(int32_t fd)
@@ -163,7 +174,7 @@ int64_t read(int32_t fd, std::span<std::byte> buffer)
 }
 
 int64_t write(int32_t fd, std::span<const std::byte> lines)
-{
+try {
     std::shared_ptr<open_object> object;
     {
         store& ours = the_store();
@@ -172,6 +183,8 @@ int64_t write(int32_t fd, std::span<const std::byte> lines)
     }
     const std::string_view text{reinterpret_cast<const char*>(lines.data()), lines.size()};
     return object && merge_object(object->place, text) == 0 ? static_cast<int64_t>(lines.size()) : -1;
+} catch (const std::bad_alloc&) {
+    return without_memory();
 }
 
 int fsync(int32_t fd)

@@ -1,5 +1,6 @@
 // Threads of the process, their whole names, and the semaphore.
 #include "base/lock.h"
+#include "base/never_destroyed.h"
 #include "platform/log.h"
 #include "platform/process.h"
 
@@ -24,7 +25,7 @@ struct name_book {
 
 name_book& names_given()
 {
-    static name_book* const only = new name_book; // threads outlive every static
+    static never_destroyed<name_book> only; // threads outlive every static
     return *only;
 }
 
@@ -52,14 +53,18 @@ int pthread_setname_np(thread_id thread, const char* name)
     if (thread == 0)
         return ESRCH;
     const std::string_view whole{name};
-    {
+    int error = 0;
+    try {
         name_book& book = names_given();
         const hold held{book.lock};
         book.names[thread] = whole;
+    } catch (const std::bad_alloc&) {
+        error = ENOMEM; // the host's name is set all the same
     }
     // The index stands at the end, so the beginning goes.
     const char* end_of_name = name + (whole.size() > host_name_max ? whole.size() - host_name_max : 0);
-    return ::pthread_setname_np(static_cast<pthread_t>(thread), end_of_name);
+    const int host_error = ::pthread_setname_np(static_cast<pthread_t>(thread), end_of_name);
+    return error != 0 ? error : host_error;
 }
 
 std::string thread_name(thread_id thread)
@@ -70,30 +75,35 @@ std::string thread_name(thread_id thread)
     return found != book.names.end() ? found->second : std::string{};
 }
 
-struct semaphore::state {
-    sem_t host;
-};
+namespace {
 
-semaphore::semaphore() : state_{new state}
+sem_t* host_semaphore(std::byte* state)
 {
-    sem_init(&state_->host, 0, 0);
+    return std::launder(reinterpret_cast<sem_t*>(state));
+}
+
+} // namespace
+
+semaphore::semaphore()
+{
+    static_assert(sizeof state_ >= sizeof(sem_t) && alignof(semaphore) >= alignof(sem_t));
+    sem_init(new (state_) sem_t, 0, 0);
 }
 
 semaphore::~semaphore()
 {
-    sem_destroy(&state_->host);
-    delete state_;
+    sem_destroy(host_semaphore(state_));
 }
 
 void semaphore::post()
 {
-    if (sem_post(&state_->host) != 0)
+    if (sem_post(host_semaphore(state_)) != 0)
         slogf(log_code, log_error, "kalix: cannot post a semaphore: %s (%d)", std::strerror(errno), errno);
 }
 
 void semaphore::wait()
 {
-    while (sem_wait(&state_->host) != 0 && errno == EINTR) {
+    while (sem_wait(host_semaphore(state_)) != 0 && errno == EINTR) {
     }
 }
 

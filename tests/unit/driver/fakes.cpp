@@ -323,21 +323,15 @@ int pthread_setname_np(thread_id, const char* name)
     return 0;
 }
 
-struct semaphore::state {
-    int count = 0;
-};
-semaphore::semaphore() : state_{new state} {}
-semaphore::~semaphore()
-{
-    delete state_;
-}
+semaphore::semaphore() : state_{} {}
+semaphore::~semaphore() = default;
 void semaphore::post()
 {
-    ++state_->count;
+    ++*reinterpret_cast<uint8_t*>(state_);
 }
 void semaphore::wait()
 {
-    --state_->count;
+    --*reinterpret_cast<uint8_t*>(state_);
 }
 
 void sleep_us(uint64_t microseconds)

@@ -1,4 +1,5 @@
 // The server as a process: start, readiness, a second one, every kind of end.
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/process.h"
 #include "platform/settings.h"
@@ -17,8 +18,20 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+namespace {
+int sleeps = 0;
+}
+
+// NOLINTNEXTLINE: counted on its way to the kernel
+extern "C" int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left)
+{
+    ++sleeps;
+    return syscall(SYS_clock_nanosleep, clock, flags, wanted, left) == 0 ? 0 : errno;
+}
 
 namespace kalix::platform {
 namespace {
@@ -277,6 +290,17 @@ TEST(Process, ThreadsKeepTheirWholeNames)
         EXPECT_TRUE(name.ends_with(host) && host.size() == std::min<size_t>(name.size(), 15)) << host;
     }
     EXPECT_EQ(thread_name(0), "");
+}
+
+TEST(Process, ASleepOfNothingMakesNoSystemCall)
+{
+    const int before = sleeps;
+    sleep_us(0);
+    EXPECT_EQ(sleeps, before);
+    const int64_t begun = now_ms();
+    sleep_us(20'000);
+    EXPECT_EQ(sleeps, before + 1);
+    EXPECT_GE(now_ms() - begun, 19);
 }
 
 } // namespace

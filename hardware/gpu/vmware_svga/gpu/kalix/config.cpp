@@ -9,7 +9,6 @@
 #include <memory>
 #include <new>
 #include <span>
-#include <string>
 #include <string_view>
 
 namespace kalix {
@@ -60,8 +59,10 @@ int pps_init()
     platform::machine_name machine;
     if (pps_fd == -1 || platform::uname(&machine) != 0)
         return config_failed;
-    const std::string key = std::string{machine.machine} + "_zoom_factor";
-    std::snprintf(pps_key, sizeof pps_key, "%.*s", static_cast<int>(sizeof pps_key - 1), key.c_str());
+    static_assert(sizeof machine.machine == 65);
+    char key[80]; // cut to the record's 39 characters
+    std::snprintf(key, sizeof key, "%.64s_zoom_factor", machine.machine);
+    std::snprintf(pps_key, sizeof pps_key, "%.*s", static_cast<int>(sizeof pps_key - 1), key);
     return 0;
 }
 

@@ -6,7 +6,8 @@
 //
 // FIFO registers (words below SVGA_FIFO_MIN) are read and written atomically on both sides: use
 // fifo_load and fifo_store. The ring's bytes pass from one side to the other with NEXT_CMD (release by the
-// guest, acquire by the device) and back with STOP.
+// guest, acquire by the device) and back with STOP. Both waits, and the device's for the doorbell, look a short
+// while and then sleep (base/futex.h).
 #pragma once
 
 #include "hardware/gpu/vmware_svga/lib/svga_regs.h"

@@ -1,10 +1,8 @@
 #include "hardware/gpu/vmware_svga/lib/device/commands_2d.h"
 
-#include "hardware/gpu/vmware_svga/lib/bus/bus.h"
 #include "hardware/gpu/vmware_svga/lib/device/ring.h"
 
 #include <algorithm>
-#include <atomic>
 
 namespace kalix::device {
 namespace {
@@ -32,8 +30,7 @@ outcome fence(device_state& device, command_reader body)
         return KALIX_REFUSED_SHORT_COMMAND;
     ++device.counts.values.fences;
     publish_counters(device);
-    fifo_store(device.fifo, SVGA_FIFO_FENCE, number);
-    std::atomic_ref{device.fifo[SVGA_FIFO_FENCE]}.notify_all();
+    device.fence_waiters.store(device.fifo[SVGA_FIFO_FENCE], number);
     return executed;
 }
 

@@ -25,11 +25,11 @@ outcome guest_memory::define(uint32_t id, uint32_t pages)
     const uint64_t others = pages_in_use_ - (old == regions_.end() ? 0 : old->second.pages);
     if (pages > regions_pages_max - others)
         return KALIX_REFUSED_NO_MEMORY;
-    pages_in_use_ = others + pages;
     if (pages == 0)
         regions_.erase(id);
     else
         regions_.insert_or_assign(id, region{pages, {{0, pages, nullptr}}});
+    pages_in_use_ = others + pages; // last: there may be no memory for the region
     return executed;
 }
 

@@ -1,7 +1,6 @@
 // The registers: one row each, with how it is read and what writing it does.
 
 #include "hardware/gpu/vmware_svga/lib/device/software_device.h"
-#include "hardware/gpu/vmware_svga/lib/device/wake.h"
 
 #include <algorithm>
 #include <array>

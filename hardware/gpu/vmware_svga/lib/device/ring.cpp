@@ -3,7 +3,6 @@
 #include "hardware/gpu/vmware_svga/lib/bus/bus.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 
 namespace kalix::device {
@@ -17,6 +16,11 @@ constexpr uint32_t wrapped(uint32_t offset, uint32_t bytes)
 static_assert(wrapped(ring_begin, 4) == ring_begin + 4 && wrapped(ring_end - 4, 4) == ring_begin);
 
 } // namespace
+
+ring_reader::ring_reader(std::span<uint32_t> fifo, sleepers& stop_waiters)
+    : fifo_{fifo}, stop_waiters_{stop_waiters}, gathered_{std::make_unique_for_overwrite<std::byte[]>(ring_bytes)}
+{
+}
 
 uint32_t ring_reader::available() const
 {
@@ -32,17 +36,15 @@ std::span<const std::byte> ring_reader::view(uint32_t offset, uint32_t bytes)
     const uint32_t in_one_piece = std::min(bytes, ring_end - at);
     if (in_one_piece == bytes)
         return memory().subspan(at, bytes);
-    gathered_.resize(bytes);
-    std::memcpy(gathered_.data(), memory().data() + at, in_one_piece);
-    std::memcpy(gathered_.data() + in_one_piece, memory().data() + ring_begin, bytes - in_one_piece);
-    return gathered_;
+    std::memcpy(gathered_.get(), memory().data() + at, in_one_piece);
+    std::memcpy(gathered_.get() + in_one_piece, memory().data() + ring_begin, bytes - in_one_piece);
+    return {gathered_.get(), bytes};
 }
 
 void ring_reader::consume(uint32_t bytes)
 {
     stop_ = wrapped(stop_, bytes);
-    fifo_store(fifo_, SVGA_FIFO_STOP, stop_);
-    std::atomic_ref{fifo_[SVGA_FIFO_STOP]}.notify_all();
+    stop_waiters_.store(fifo_[SVGA_FIFO_STOP], stop_);
 }
 
 } // namespace kalix::device

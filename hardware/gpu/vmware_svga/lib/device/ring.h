@@ -5,19 +5,20 @@
 // each command. Commands may begin at any byte and run across the ring's end. Used by the fetching thread.
 #pragma once
 
+#include "base/futex.h"
 #include "hardware/gpu/vmware_svga/lib/svga_regs.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
-#include <vector>
 
 namespace kalix::device {
 
 class ring_reader {
 public:
-    // fifo holds the registers and the ring, and stays.
-    explicit ring_reader(std::span<uint32_t> fifo) : fifo_{fifo} {}
+    // fifo holds the registers and the ring; it stays, and so do those who wait for its register STOP.
+    ring_reader(std::span<uint32_t> fifo, sleepers& stop_waiters);
 
     // Bytes written and not yet read, as NEXT_CMD says now.
     uint32_t available() const;
@@ -31,8 +32,10 @@ private:
     std::span<const std::byte> memory() const { return std::as_bytes(fifo_); }
 
     std::span<uint32_t> fifo_;
+    sleepers& stop_waiters_;
     uint32_t stop_ = SVGA_FIFO_RING_START;
-    std::vector<std::byte> gathered_;
+    // As large as the ring, and without pages until they are used: reading a command never lacks memory.
+    std::unique_ptr<std::byte[]> gathered_;
 };
 
 inline constexpr uint32_t ring_begin = SVGA_FIFO_RING_START;

@@ -10,7 +10,6 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kalix::device {
@@ -24,9 +23,9 @@ constexpr int warning = 3;
 int give_up(int descriptor, log_function log, const char* step, int error)
 {
     if (log) {
-        const std::string line =
-            std::string{"device: the screen has no file: "} + step + ": " + std::generic_category().message(error);
-        log(warning, line.c_str());
+        char line[256];
+        std::snprintf(line, sizeof line, "device: the screen has no file: %s: %s", step, std::strerror(error));
+        log(warning, line);
     }
     if (descriptor >= 0)
         close(descriptor);

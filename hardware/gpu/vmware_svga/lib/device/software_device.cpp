@@ -2,7 +2,7 @@
 
 #include "hardware/gpu/vmware_svga/lib/device/capabilities.h"
 #include "hardware/gpu/vmware_svga/lib/device/fetch.h"
-#include "hardware/gpu/vmware_svga/lib/device/wake.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/pictures.h"
 
 #include <algorithm>
 #include <csignal>
@@ -19,18 +19,30 @@ constexpr uint32_t fifo_capabilities =
 
 constexpr int error = 2;
 
-// Signals are the business of the process's other threads.
+// Keeps signals from a thread that is started meanwhile: they are the business of the process's other threads.
+class signals_held {
+public:
+    signals_held()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        // A fault belongs to the thread that meets it.
+        for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL, SIGTRAP, SIGABRT})
+            sigdelset(&all, fault);
+        pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    ~signals_held() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    signals_held(const signals_held&) = delete;
+    signals_held& operator=(const signals_held&) = delete;
+
+private:
+    sigset_t before_;
+};
+
 std::thread start_without_signals(auto&& body, const char* name)
 {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    // A fault belongs to the thread that meets it.
-    for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL, SIGTRAP, SIGABRT})
-        sigdelset(&all, fault);
-    pthread_sigmask(SIG_BLOCK, &all, &before);
+    const signals_held held;
     std::thread started{std::forward<decltype(body)>(body)};
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_setname_np(started.native_handle(), name);
     return started;
 }
@@ -46,11 +58,17 @@ uint32_t drawing_threads(uint32_t asked)
 
 software_device::software_device(const device_options& options)
     : options_{options}, fifo_{static_cast<uint32_t*>(std::calloc(fifo_words, sizeof(uint32_t))), std::free},
-      workers_{drawing_threads(options.threads),
-               [](std::function<void()> body) { return start_without_signals(std::move(body), "svga-draw"); }},
-      state_{options.framebuffer_bytes, options.surface_memory_bytes,
-             options.page_address ? options.page_address : page_in_own_memory, options.log,
-             std::span{fifo_.get(), fifo_words}}
+      ring_{{fifo_.get(), fifo_words}, stop_waiters_}, workers_{drawing_threads(options.threads),
+                                                                [](std::function<void()> body) {
+                                                                    return start_without_signals(std::move(body),
+                                                                                                 "svga-draw");
+                                                                }},
+      state_{options.framebuffer_bytes,
+             options.surface_memory_bytes,
+             options.page_address ? options.page_address : page_in_own_memory,
+             options.log,
+             std::span{fifo_.get(), fifo_words},
+             fence_waiters_}
 {
     if (!fifo_ || !state_.display)
         throw std::bad_alloc{};
@@ -81,52 +99,51 @@ void software_device::initialise_fifo()
 
 void software_device::ring_doorbell()
 {
-    doorbell_.fetch_add(1, std::memory_order_release);
-    doorbell_.notify_one();
+    doorbell_.add(1);
 }
 
 void software_device::wait_for_stop_change(uint32_t stop)
 {
-    wait_for_change(std::atomic_ref{fifo()[SVGA_FIFO_STOP]}, stop);
+    stop_waiters_.wait_for_change(fifo_[SVGA_FIFO_STOP], stop);
 }
 
 void software_device::wait_for_fence_change(uint32_t fence)
 {
-    wait_for_change(std::atomic_ref{fifo()[SVGA_FIFO_FENCE]}, fence);
+    fence_waiters_.wait_for_change(fifo_[SVGA_FIFO_FENCE], fence);
 }
 
 // The doorbell is read before the ring is: what is written after the ring was found empty rings again.
 void software_device::fetch()
 {
-    ring_reader ring{fifo()};
+    raster::prepare_pictures();
     while (!stopping_.load(std::memory_order_acquire)) {
-        const uint32_t rung = doorbell_.load(std::memory_order_acquire);
-        run_ring(ring);
+        const uint32_t rung = doorbell_.load();
+        run_ring();
         {
             const hold locked{execution_lock_};
             follow_cursor();
         }
-        wait_for_change(doorbell_, rung);
+        doorbell_.wait_for_change(rung);
     }
 }
 
 // STOP moves once a command is executed, so whoever sees the ring empty finds everything done, and the
 // counters of it shown.
-void software_device::run_ring(ring_reader& ring)
+void software_device::run_ring()
 {
     while (configured_.load(std::memory_order_acquire) && !stopping_.load(std::memory_order_acquire)) {
-        const uint32_t available = ring.available();
+        const uint32_t available = ring_.available();
         if (available == 0)
             return;
         uint32_t taken = 0;
         {
             const hold locked{execution_lock_};
-            taken = execute_next(state_, ring, available);
+            taken = execute_next(state_, ring_, available);
             follow_cursor();
             if (taken == available)
                 publish_counters(state_);
         }
-        ring.consume(taken);
+        ring_.consume(taken);
     }
 }
 

@@ -6,6 +6,7 @@
 // execution_lock, never around it; so reading a register never waits for a drawing command.
 #pragma once
 
+#include "base/futex.h"
 #include "base/lock.h"
 #include "hardware/gpu/vmware_svga/lib/bus/bus.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
@@ -54,12 +55,14 @@ private:
 
     void initialise_fifo();
     void fetch();
-    void run_ring(ring_reader& ring);
+    void run_ring();
     void follow_cursor() KALIX_REQUIRES(execution_lock_);
     void refuse_mode() KALIX_REQUIRES(execution_lock_);
 
     const device_options options_;
     std::unique_ptr<uint32_t[], void (*)(void*)> fifo_;
+    sleepers stop_waiters_, fence_waiters_; // on the FIFO registers STOP and FENCE
+    ring_reader ring_;                      // used by the fetching thread alone
     mutex execution_lock_;
     raster::worker_pool workers_; // used by the fetching thread alone
     device_state state_ KALIX_GUARDED_BY(execution_lock_);
@@ -69,8 +72,8 @@ private:
     uint32_t cursor_count_ KALIX_GUARDED_BY(execution_lock_) = 0; // of the last position that was taken over
     std::atomic<bool> configured_{false};                         // the ring may be read
     std::atomic<bool> stopping_{false};
-    std::atomic<uint32_t> doorbell_{0};
-    std::thread fetching_; // last: it uses all of the above
+    awaited_word doorbell_; // raised by each ring
+    std::thread fetching_;  // last: it uses all of the above
 };
 
 } // namespace kalix::device

@@ -4,6 +4,7 @@
 // a command and by a register write that changes the mode or removes a region.
 #pragma once
 
+#include "base/futex.h"
 #include "hardware/gpu/vmware_svga/lib/device/context.h"
 #include "hardware/gpu/vmware_svga/lib/device/counters.h"
 #include "hardware/gpu/vmware_svga/lib/device/guest_memory.h"
@@ -26,9 +27,10 @@ inline constexpr size_t contexts_max = 1024;
 
 struct device_state {
     device_state(uint64_t framebuffer_bytes, uint64_t surface_bytes, page_address_function page_address,
-                 log_function log, std::span<uint32_t> fifo_memory)
+                 log_function log, std::span<uint32_t> fifo_memory, sleepers& waiting)
         : counts{log}, display{framebuffer_bytes, log}, surfaces{surface_bytes},
-          guest{display ? display.framebuffer() : std::span<std::byte>{}, page_address}, fifo{fifo_memory}
+          guest{display ? display.framebuffer() : std::span<std::byte>{}, page_address}, fifo{fifo_memory},
+          fence_waiters{waiting}
     {
     }
 
@@ -38,6 +40,7 @@ struct device_state {
     guest_memory guest;
     std::unordered_map<uint32_t, context> contexts;
     std::span<uint32_t> fifo;               // for the fence register
+    sleepers& fence_waiters;                // on it
     raster::worker_pool* workers = nullptr; // that share drawing; borrowed from the device
 };
 

@@ -51,8 +51,10 @@ bool surface_store::define(const svga3d_surface_define& definition, std::span<co
         made.images.push_back(*laid);
         made.bytes += laid->slice_bytes * laid->depth;
     }
-    destroy(definition.sid);
-    surfaces_.emplace(definition.sid, std::move(made));
+    surface& place = surfaces_[definition.sid]; // what can lack memory comes before anything changes
+    if (place.memory)
+        memory_used_ -= place.bytes;
+    place = std::move(made);
     return true;
 }
 

@@ -59,16 +59,19 @@ void NEBO_SVGA_PreserveCursor(const void* image, const svga_alpha_cursor* header
 {
     if (!extent_fits(*header))
         return;
-    const auto* const pixels = static_cast<const std::byte*>(image);
-    current()->cursor = kept_cursor{*header, {pixels, pixels + image_bytes(*header)}};
+    kept_cursor& kept = current()->cursor;
+    kept.is_kept = true;
+    kept.header = *header;
+    if (const uint32_t bytes = image_bytes(*header))
+        std::memcpy(kept.image.get(), image, bytes);
 }
 
 void NEBO_SVGA_RestoreCursor()
 {
-    const std::optional<kept_cursor>& kept = current()->cursor;
-    std::byte* const space = kept ? begin_definition(kept->header) : nullptr;
+    const kept_cursor& kept = current()->cursor;
+    std::byte* const space = kept.is_kept ? begin_definition(kept.header) : nullptr;
     if (!space)
         return;
-    std::memcpy(space, kept->image.data(), kept->image.size());
+    std::memcpy(space, kept.image.get(), image_bytes(kept.header));
     SVGA_FIFOCommitAll();
 }

@@ -8,9 +8,8 @@
 #include "hardware/gpu/vmware_svga/lib/svga.h"
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
-#include <optional>
-#include <vector>
 
 namespace kalix::guest {
 
@@ -21,23 +20,27 @@ struct fifo_writer {
     std::atomic<uint32_t> last_fence{0}; // handed out; 0: none yet
 };
 
-struct kept_cursor {
-    svga_alpha_cursor header;
-    std::vector<std::byte> image;
+inline constexpr size_t cursor_bytes_max = size_t{SVGA_CURSOR_EXTENT_MAX} * SVGA_CURSOR_EXTENT_MAX * 4;
+
+struct kept_cursor { // for SVGA_RestoreCursor
+    bool is_kept = false;
+    svga_alpha_cursor header{};
+    // Room for the largest from the start: a cursor that was defined is also kept.
+    std::unique_ptr<std::byte[]> image = std::make_unique_for_overwrite<std::byte[]>(cursor_bytes_max);
 };
 
 struct guest_state {
     std::unique_ptr<svga_bus> bus;
     svga_device record{};
     fifo_writer writer;
-    std::optional<kept_cursor> cursor; // for SVGA_RestoreCursor
+    kept_cursor cursor;
 };
 
 // The current device, or null.
 guest_state* current();
 
 // Takes a bus as the current device and fills its record: what SVGA_Init does with the software device, and
-// tests with a bus of their own. Returns the record.
+// tests with a bus of their own. Returns the record, or null without memory.
 svga_device* attach(std::unique_ptr<svga_bus> bus);
 void detach();
 

@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace kalix::guest {
 namespace {
+
+constexpr int error = 2;
 
 std::unique_ptr<guest_state> device;
 svga_log_function log_function;
@@ -62,7 +65,11 @@ void refresh_mode(guest_state& guest)
 
 svga_device* attach(std::unique_ptr<svga_bus> bus)
 {
-    device = std::make_unique<guest_state>();
+    try {
+        device = std::make_unique<guest_state>();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
     device->bus = std::move(bus);
     svga_bus& to = *device->bus;
     svga_device& record = device->record;
@@ -103,7 +110,12 @@ svga_device* SVGA_Init()
     if (current())
         return &current()->record;
     std::unique_ptr<kalix::svga_bus> bus = kalix::open_software_device(options_from_environment(log_function));
-    return bus ? attach(std::move(bus)) : nullptr;
+    if (!bus)
+        return nullptr;
+    svga_device* const record = attach(std::move(bus));
+    if (!record && log_function)
+        log_function(error, "device: no memory for the FIFO's writer");
+    return record;
 }
 
 void SVGA_Disable()

@@ -1,7 +1,5 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/batches.h"
 
-#include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
-
 #include <algorithm>
 
 namespace kalix::device::raster {
@@ -40,14 +38,14 @@ bool batch_order::find(uint32_t thread, batch_task& out)
 batch_task batch_order::next(uint32_t thread)
 {
     for (;;) {
-        const uint32_t known = finished_.load(std::memory_order_acquire);
+        const uint32_t known = finished_.load();
         batch_task found;
         {
             const hold held{lock_};
             if (find(thread, found))
                 return found;
         }
-        wait_for_other(finished_, known);
+        finished_.wait_for_change(known);
     }
 }
 
@@ -60,8 +58,7 @@ void batch_order::finish(uint32_t thread, const batch_task& task)
         else
             worked_out_[task.which % worked_out_.size()] = task.which + 1;
     }
-    finished_.fetch_add(1, std::memory_order_release);
-    finished_.notify_all();
+    finished_.add(1);
 }
 
 } // namespace kalix::device::raster

@@ -5,10 +5,10 @@
 // that is still to come, as long as there is memory for one more.
 #pragma once
 
+#include "base/futex.h"
 #include "base/lock.h"
 #include "hardware/gpu/vmware_svga/lib/device/raster/geometry.h"
 
-#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -49,7 +49,7 @@ private:
     std::vector<uint32_t> worked_out_ KALIX_GUARDED_BY(lock_); // by place: the number behind that of its batch
     std::vector<uint32_t> drawn_ KALIX_GUARDED_BY(lock_);      // by thread: batches
     uint32_t begun_ KALIX_GUARDED_BY(lock_);                   // batches that are worked out, or being so
-    std::atomic<uint32_t> finished_ = 0;                       // tasks; what waiting threads look at
+    awaited_word finished_;                                    // tasks; what waiting threads look at
 };
 
 } // namespace kalix::device::raster

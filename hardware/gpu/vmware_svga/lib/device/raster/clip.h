@@ -6,6 +6,8 @@
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/transform.h"
 
+#include <bit>
+
 namespace kalix::device::raster {
 
 // A triangle cut by at most 11 planes has at most 14 corners.
@@ -30,6 +32,9 @@ public:
     {
         return !any_ || (planes_enabled_ == 0 && is_well_inside(v.clip)) ? 0 : tested(v);
     }
+
+    // How many planes may cut.
+    size_t planes() const { return static_cast<size_t>(std::popcount(all_planes())); }
 
     // Cuts a closed polygon or a line, whose vertices know what loses them; new ones come from the store and
     // are without a place in the window. A polygon may end with no corners, a line as false.

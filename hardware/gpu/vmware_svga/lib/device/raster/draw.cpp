@@ -107,9 +107,10 @@ public:
         if (what_.primitives > worth_working_out)
             return draw_shared(*workers, std::clamp(what_.primitives / (4 * threads), 128u, batch_primitives), 0);
         memory_.make_batches(1);
-        work_out(0, batch_primitives);
-        const batch& only = *memory_.batches[0];
-        return only.pixels > worth_drawing ? draw_shared(*workers, batch_primitives, 1) : painted(only, {0, 1, 0});
+        batch& only = *memory_.batches[0];
+        work_out(only, 0, what_.primitives);
+        return only.pixels > worth_drawing ? draw_shared(*workers, batch_primitives, 1)
+                                           : painted(only, what_.primitives, only, {0, 1, 0});
     }
 
 private:
@@ -122,62 +123,59 @@ private:
     uint64_t draw_alone()
     {
         memory_.make_batches(1);
-        uint64_t samples = 0;
-        for (uint32_t which = 0; which * batch_primitives < what_.primitives; ++which) {
-            work_out(which, batch_primitives);
-            samples += painted(*memory_.batches[0], {0, 1, 0});
-        }
-        return samples;
+        batch& only = *memory_.batches[0];
+        work_out(only, 0, std::min(batch_primitives, what_.primitives));
+        return painted(only, what_.primitives, only, {0, 1, 0});
     }
 
-    // In batches of so many primitives, of which the first are ready.
+    // In batches of so many primitives, of which the first are ready. What a batch has no room for, every thread works
+    // out for itself.
     uint64_t draw_shared(worker_pool& workers, uint32_t size, uint32_t ready)
     {
         const uint32_t threads = workers.count();
         const uint32_t count = (what_.primitives + size - 1) / size;
         const uint32_t places = std::min(count, 2 * threads + 4); // some threads may be that far ahead of others
-        memory_.make_batches(places);
-        places_ = places;
+        memory_.make_batches(places + threads);
         batch_order order{count, places, threads, ready};
         std::atomic<uint64_t> samples = 0;
         workers.run([&](uint32_t index) {
             for (batch_task task = order.next(index); task.step != batch_step::end; task = order.next(index)) {
+                batch& of = *memory_.batches[task.which % places];
+                const uint32_t from = task.which * size;
+                const uint32_t end = std::min(from + size, what_.primitives);
                 if (task.step == batch_step::work_out)
-                    work_out(task.which, size);
+                    work_out(of, from, end);
                 else
-                    samples += painted(batch_of(task.which), {index, threads, 0});
+                    samples += painted(of, end, *memory_.batches[places + index], {index, threads, 0});
                 order.finish(index, task);
             }
         });
         return samples;
     }
 
-    batch& batch_of(uint32_t which) const { return *memory_.batches[which % places_]; }
-
-    // Works out a batch of so many primitives.
-    void work_out(uint32_t which, uint32_t size) const
+    // Works out a batch of the primitives from one on, up to an end or as far as there is room.
+    void work_out(batch& to, uint32_t from, uint32_t end) const
     {
-        batch& to = batch_of(which);
         geometry_.begin(to);
-        uint32_t at = which * size;
-        const uint32_t end = std::min(at + size, what_.primitives);
-        auto range = std::ranges::upper_bound(what_.ranges, at, {}, &planned_range::first) - 1;
-        for (; at < end; ++range) {
+        to.end = from;
+        auto range = std::ranges::upper_bound(what_.ranges, from, {}, &planned_range::first) - 1;
+        for (; to.end < end && geometry_.room(to) != 0; ++range) {
             const uint32_t last = std::min(end, range->first + range->primitives);
-            if (at < last)
-                add(to, *range, at - range->first, last - range->first);
-            at = std::max(at, last);
+            if (to.end < last)
+                to.end = range->first + add(to, *range, to.end - range->first, last - range->first);
+            if (to.end < last)
+                return;
         }
     }
 
-    // Adds primitives of one range.
-    void add(batch& to, const planned_range& range, uint32_t from, uint32_t end) const
+    // Adds primitives of one range, and returns which one comes next.
+    uint32_t add(batch& to, const planned_range& range, uint32_t from, uint32_t end) const
     {
         const uint32_t* const numbers = memory_.numbers.data() + range.vertices.at;
         std::array<primitive, geometry::added_max> some;
-        while (from < end) {
+        for (size_t room; from < end && (room = std::min(geometry_.room(to), some.size())) != 0;) {
             size_t count = 0;
-            for (; from < end && count < some.size(); ++from) {
+            for (; from < end && count < room; ++from) {
                 const assembled parts = assemble(range.type, from);
                 primitive& next = some[count++];
                 next.corners = parts.corners;
@@ -189,6 +187,18 @@ private:
             }
             geometry_.add(to, {some.data(), count});
         }
+        return from;
+    }
+
+    // Draws a batch, and then in turn what is left up to an end, worked out in a spare one.
+    uint64_t painted(const batch& first, uint32_t end, batch& spare, const share& mine) const
+    {
+        uint64_t samples = painted(first, mine);
+        for (uint32_t next = first.end; next < end; next = spare.end) {
+            work_out(spare, next, std::min(next + batch_primitives, end));
+            samples += painted(spare, mine);
+        }
+        return samples;
     }
 
     uint64_t painted(const batch& from, share mine) const
@@ -213,7 +223,6 @@ private:
     draw_memory& memory_;
     geometry geometry_;
     bool last_pixel_, sprite_;
-    uint32_t places_ = 1; // of the batches that are in the memory at a time
 };
 
 } // namespace

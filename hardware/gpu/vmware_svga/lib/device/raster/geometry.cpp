@@ -58,6 +58,13 @@ void geometry::begin(batch& to) const
     to.known.clear();
 }
 
+// A plane makes at most as many vertices as the polygon has corners, and a line of an outline one.
+size_t geometry::room(const batch& in) const
+{
+    const size_t vertices = 3 + (corners_max + 3) * clip_.planes();
+    return std::min(in.vertices.left() / vertices, (batch::shapes_max - in.shapes.size()) / corners_max);
+}
+
 // First the vertices of all, as far as they are not known, and then the shapes.
 void geometry::add(batch& to, std::span<const primitive> some) const
 {

@@ -1,7 +1,8 @@
 // Geometry: from vertices by number to shapes in the window, ready for any thread to draw.
 //
 // Primitives are worked out a batch at a time. A batch keeps its shapes in their order, and the vertices that
-// they point at, until it is cleared; its memory stays for the batches to come. Vertices transformed last are
+// they point at, until it is cleared; its memory, which never grows, stays for the batches to come, and what does
+// not fit goes into another batch. Vertices transformed last are
 // found again by number, since neighbours in a mesh share them.
 #pragma once
 
@@ -54,8 +55,13 @@ private:
 
 // What some primitives of a draw became.
 struct batch {
-    std::vector<window_shape> shapes;
-    uint64_t pixels = 0; // that the shapes may cover, counted generously
+    static constexpr size_t shapes_max = 8192;
+
+    batch() { shapes.reserve(shapes_max); }
+
+    std::vector<window_shape> shapes; // at most so many
+    uint32_t end = 0;                 // of the draw's primitives, the first behind its own
+    uint64_t pixels = 0;              // that the shapes may cover, counted generously
     vertex_store vertices;
     vertex_cache known;
 };
@@ -68,7 +74,9 @@ public:
 
     // Empties a batch for primitives of this draw.
     void begin(batch& to) const;
-    // Adds primitives, at most so many at a time.
+    // How many primitives are sure to fit beside what the batch has; never none in an empty one.
+    size_t room(const batch& in) const;
+    // Adds primitives, for which there is room, at most so many at a time.
     static constexpr size_t added_max = together_max / 3;
     void add(batch& to, std::span<const primitive> some) const;
 

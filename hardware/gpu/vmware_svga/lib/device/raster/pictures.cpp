@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -270,6 +271,12 @@ private:
     std::vector<std::byte> picked_; // a row of texels to be blended
 };
 
+picture_drawer& own_drawer()
+{
+    thread_local picture_drawer only;
+    return only;
+}
+
 } // namespace
 
 bool draw_picture_row(const draw_setup& setup, const interpolator& at, const span& what, bool filters, bool blends)
@@ -277,10 +284,20 @@ bool draw_picture_row(const draw_setup& setup, const interpolator& at, const spa
     // Rounded between filter and blend, a pixel could lie two levels away.
     if ((filters && blends) || !is_picture(setup, at))
         return false;
-    thread_local picture_drawer drawer;
-    drawer.begin(setup, filters, blends);
-    drawer.draw(at, what);
-    return true;
+    picture_drawer& drawer = own_drawer();
+    try {
+        drawer.begin(setup, filters, blends);
+        drawer.draw(at, what);
+        return true;
+    } catch (const std::bad_alloc&) {
+        drawer = {}; // some of it may have grown and some not
+        return false;
+    }
+}
+
+void prepare_pictures()
+{
+    own_drawer();
 }
 
 void forget_pictures()

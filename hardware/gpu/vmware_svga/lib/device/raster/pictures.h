@@ -10,8 +10,11 @@
 namespace kalix::device::raster {
 
 // Draws a span of a plain draw, with one texture that is filtered or not; false, and nothing drawn, when its triangle
-// is none of a picture: for all of its spans, then.
+// is none of a picture, or there is no memory for what is kept of it: for all of its spans, then.
 bool draw_picture_row(const draw_setup& setup, const interpolator& at, const span& what, bool filters, bool blends);
+
+// Makes what the calling thread keeps; each thread that draws calls this first, since later there may be no memory.
+void prepare_pictures();
 
 // Makes all threads forget what they keep of textures' contents: called before a draw, which may find others.
 void forget_pictures();

@@ -1,14 +1,13 @@
 // Vertices on their way to the screen, and the values that vary over a primitive.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <kalix/svga3d_types.h>
 #include <memory>
 #include <new>
-#include <vector>
 
 namespace kalix::device::raster {
 
@@ -40,24 +39,24 @@ struct vertex {
     bool drawable;              // inside all planes, and within reach of the window's coordinates
 };
 
-// Vertices with their values, handed out one by one and given up all at once. Keeps its memory, but for what only
-// a draw of many cut shapes has needed.
+// Vertices with their values, handed out one by one and given up all at once. Its memory is there from the start,
+// without pages until they are used, so that threads may take vertices where nothing may fail.
 class vertex_store {
 public:
     // Gives up all vertices; those to come have so many values.
     void clear(uint32_t values)
     {
         stride_ = (sizeof(vertex) + values * sizeof(double) + 15) / 16 * 16;
-        blocks_.resize(std::min(blocks_.size(), blocks_kept));
-        block_ = 0;
-        next_ = blocks_.empty() ? nullptr : blocks_[0].get();
-        left_ = blocks_.empty() ? 0 : block_bytes / stride_;
+        next_ = memory_.get();
+        left_ = bytes / stride_;
     }
+
+    size_t left() const { return left_; } // vertices that may be taken
 
     vertex* take()
     {
         if (left_ == 0)
-            next_block();
+            std::abort(); // whoever takes has asked what is left
         auto* const at = new (next_) vertex;
         at->values = reinterpret_cast<double*>(next_ + sizeof(vertex));
         next_ += stride_;
@@ -66,20 +65,9 @@ public:
     }
 
 private:
-    static constexpr size_t block_bytes = size_t{1} << 17;
-    static constexpr size_t blocks_kept = 16;
+    static constexpr size_t bytes = size_t{1} << 21;
 
-    void next_block()
-    {
-        block_ += blocks_.empty() ? 0 : 1;
-        if (block_ == blocks_.size())
-            blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(block_bytes));
-        next_ = blocks_[block_].get();
-        left_ = block_bytes / stride_;
-    }
-
-    std::vector<std::unique_ptr<std::byte[]>> blocks_;
-    size_t block_ = 0;          // the one in use
+    std::unique_ptr<std::byte[]> memory_ = std::make_unique_for_overwrite<std::byte[]>(bytes);
     std::byte* next_ = nullptr; // in it
     size_t left_ = 0;           // vertices that it still holds
     size_t stride_ = 0;         // bytes from one vertex to the next

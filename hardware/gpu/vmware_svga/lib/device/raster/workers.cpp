@@ -1,38 +1,32 @@
 #include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/batches.h"
+#include "hardware/gpu/vmware_svga/lib/device/raster/pictures.h"
 
 namespace kalix::device::raster {
-namespace {
-
-// A draw follows the last within microseconds or not for long: look a while, then sleep.
-constexpr int looks = 2000;
-
-} // namespace
-
-void wait_for_other(const std::atomic<uint32_t>& value, uint32_t known)
-{
-    for (int i = 0; i < looks; ++i) {
-        if (value.load(std::memory_order_acquire) != known)
-            return;
-        if (i % 64 == 63)
-            std::this_thread::yield();
-    }
-    value.wait(known, std::memory_order_acquire);
-}
 
 worker_pool::worker_pool(uint32_t count, const std::function<std::thread(std::function<void()>)>& start)
     : memory_{std::make_unique<draw_memory>()}, taken_{count}
 {
-    while (threads_.size() + 1 < count)
-        threads_.push_back(start([this] { serve(); }));
+    threads_.reserve(count);
+    try {
+        while (threads_.size() + 1 < count)
+            threads_.push_back(start([this] { serve(); }));
+    } catch (...) {
+        end();
+        throw;
+    }
 }
 
 worker_pool::~worker_pool()
 {
+    end();
+}
+
+void worker_pool::end()
+{
     ending_.store(true, std::memory_order_relaxed);
-    round_.fetch_add(1, std::memory_order_release);
-    round_.notify_all();
+    round_.add(1);
     for (std::thread& each : threads_)
         each.join();
 }
@@ -44,31 +38,28 @@ bool worker_pool::take_part()
     const uint32_t part = taken_.fetch_add(1, std::memory_order_acquire);
     if (part >= count())
         return false;
-    (*work_)(part);
-    if (unfinished_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        unfinished_.notify_one();
+    call_(work_, part);
+    unfinished_.add(~0u);
     return true;
 }
 
-void worker_pool::run(const std::function<void(uint32_t index)>& work)
+void worker_pool::run_parts()
 {
-    work_ = &work;
-    unfinished_.store(count(), std::memory_order_relaxed);
+    unfinished_.store(count());
     taken_.store(0, std::memory_order_release);
-    round_.fetch_add(1, std::memory_order_release);
-    round_.notify_all();
+    round_.add(1);
     while (take_part()) {
     }
-    for (uint32_t left = unfinished_.load(std::memory_order_acquire); left != 0;
-         left = unfinished_.load(std::memory_order_acquire))
-        wait_for_other(unfinished_, left);
+    for (uint32_t left; (left = unfinished_.load()) != 0;)
+        unfinished_.wait_for_change(left);
 }
 
 void worker_pool::serve()
 {
+    prepare_pictures();
     for (uint32_t seen = 0;;) {
-        wait_for_other(round_, seen);
-        seen = round_.load(std::memory_order_acquire);
+        round_.wait_for_change(seen);
+        seen = round_.load();
         if (ending_.load(std::memory_order_relaxed))
             return;
         while (take_part()) {

@@ -6,6 +6,8 @@
 // here for the next one. Owned by the device.
 #pragma once
 
+#include "base/futex.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -16,9 +18,6 @@
 namespace kalix::device::raster {
 
 struct draw_memory; // batches.h
-
-// Waits until the value is another than the one known: a while on the processor, then asleep until notified.
-void wait_for_other(const std::atomic<uint32_t>& value, uint32_t known);
 
 class worker_pool {
 public:
@@ -32,21 +31,31 @@ public:
 
     // Calls work(0) to work(count - 1) on this thread and the others. A part may wait until another one gets on, which
     // a thread of its own will take if need be.
-    void run(const std::function<void(uint32_t index)>& work);
+    // It allocates nothing, and the work may not throw.
+    template <typename function>
+    void run(const function& work)
+    {
+        work_ = &work;
+        call_ = [](const void* of, uint32_t index) { (*static_cast<const function*>(of))(index); };
+        run_parts();
+    }
 
     draw_memory& memory() { return *memory_; } // of the draw that runs
 
 private:
+    void run_parts();
     void serve();
+    void end();
     // Takes the next part and does it; false when none is left.
     bool take_part();
 
     std::unique_ptr<draw_memory> memory_;
     std::vector<std::thread> threads_;
-    const std::function<void(uint32_t)>* work_ = nullptr; // written before parts can be taken
-    std::atomic<uint32_t> taken_ = 0;                     // parts; count() and above between two pieces
-    std::atomic<uint32_t> unfinished_ = 0;                // parts
-    std::atomic<uint32_t> round_ = 0;                     // raised for each piece, and at the end
+    const void* work_ = nullptr; // written before parts can be taken, as is call_
+    void (*call_)(const void* work, uint32_t index) = nullptr;
+    std::atomic<uint32_t> taken_ = 0; // parts; count() and above between two pieces
+    awaited_word unfinished_;         // parts
+    awaited_word round_;              // raised for each piece, and at the end
     std::atomic<bool> ending_ = false;
 };
 
