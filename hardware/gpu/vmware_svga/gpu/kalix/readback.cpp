@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <span>
+#include <utility>
 
 namespace kalix {
 namespace {
@@ -23,20 +24,36 @@ struct rectangle {
     uint64_t start() const { return uint64_t{y} * pitch + uint64_t{x} * pixel_bytes; }
 };
 
-// Opens the client's object as the surface's destination; a descriptor stays although its mapping failed,
-// so that such a surface has no destination from then on.
-void open_destination(const client_record& client, surface_record& surface, const readback_req& req)
+// Opens and maps the client's object as the surface's destination; false, with nothing left behind, when
+// that fails.
+bool open_destination(const client_record& client, surface_record& surface, const readback_req& req)
 {
     std::snprintf(surface.shm_name, sizeof surface.shm_name, "/vm_svga:%u:%u", client.pid,
                   static_cast<uint32_t>(req.shm_number));
     slogf(log_code, log_error, "kalix: shm_name: [%s]", surface.shm_name);
-    surface.shm_fd = platform::shm_open(surface.shm_name, platform::open_read_write, object_mode);
-    if (surface.shm_fd == -1)
-        return;
-    surface.shm_map = static_cast<std::byte*>(
-        platform::mmap(req.shm_size, platform::protect_read | platform::protect_write, surface.shm_fd));
-    if (surface.shm_map)
-        surface.shm_len = req.shm_size;
+    const int32_t fd = platform::shm_open(surface.shm_name, platform::open_read_write, object_mode);
+    if (fd == -1)
+        return false;
+    surface.shm_map =
+        static_cast<std::byte*>(platform::mmap(req.shm_size, platform::protect_read | platform::protect_write, fd));
+    if (!surface.shm_map) {
+        platform::close(fd);
+        return false;
+    }
+    surface.shm_fd = fd;
+    surface.shm_len = req.shm_size;
+    return true;
+}
+
+// The same within what the client may hold.
+void share_destination(const client_record& client, surface_record& surface, const readback_req& req)
+{
+    constexpr share_kind kind = share_kind::readback_destination;
+    const share_bound reached = share_take(kind, client, &surface.shm_share);
+    if (reached != share_bound::none)
+        return share_log_refusal(kind, client, reached);
+    if (!open_destination(client, surface, req))
+        share_give_back(kind, std::exchange(surface.shm_share, nullptr));
 }
 
 // Where the pixels go; no memory at all when there is no destination.
@@ -45,7 +62,7 @@ std::span<std::byte> resolve_destination(const client_record& client, surface_re
     if (!req.use_shm)
         return framebuffer_from(req.fb_offset);
     if (surface.shm_fd == -1)
-        open_destination(client, surface, req);
+        share_destination(client, surface, req);
     return {surface.shm_map, surface.shm_len};
 }
 
