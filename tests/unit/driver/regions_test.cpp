@@ -250,7 +250,8 @@ TEST_F(SharesTest, NobodyTakesWhatIsKeptForOthers)
             line.replace(line.find('*'), 1, row.what);
             EXPECT_EQ(take_lines(), std::vector{line});
         }
-        disconnect(1); // what it held is there again
+        disconnect(1); // what they held is there again
+        disconnect(2);
         EXPECT_EQ(row.take(*this, 9, ++nth), 0);
         for (const step& each : steps)
             disconnect(each.client);

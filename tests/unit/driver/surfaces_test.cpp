@@ -138,7 +138,7 @@ TEST_F(driver_test, SidsBehindThePoolAreNotRetained)
 {
     const auto retained = [] { return client_get({1001, 0, 1, 0})->retained_sids->count; };
     for (const auto& [sid, count] :
-         {std::pair{surface_id_capacity + 1, 0}, {0xFFFFFFFEu, 0}, {driver_surface_id_first - 1, 1}}) {
+         {std::pair{driver_surface_id_last + 1, 0}, {0xFFFFFFFEu, 0}, {driver_surface_id_first - 1, 1}}) {
         ASSERT_EQ(static_cast<uint32_t>(define_surface(1, sid)), sid);
         EXPECT_EQ(retained(), count) << sid;
         EXPECT_EQ(define_surface(2, sid), -22);

@@ -14,6 +14,7 @@ namespace {
 
 constexpr unsigned object_mode = 0777;
 constexpr std::byte opaque{255};
+constexpr share_kind destination_kind = share_kind::readback_destination;
 
 // The rectangle asked for, once it has been found to lie inside the surface.
 struct rectangle {
@@ -45,25 +46,29 @@ bool open_destination(const client_record& client, surface_record& surface, cons
     return true;
 }
 
-// The same within what the client may hold.
-void share_destination(const client_record& client, surface_record& surface, const readback_req& req)
+// The same within what the client may hold; a bound that it has reached.
+share_bound share_destination(const client_record& client, surface_record& surface, const readback_req& req)
 {
-    constexpr share_kind kind = share_kind::readback_destination;
-    const share_bound reached = share_take(kind, client, &surface.shm_share);
-    if (reached != share_bound::none)
-        return share_log_refusal(kind, client, reached);
-    if (!open_destination(client, surface, req))
-        share_give_back(kind, std::exchange(surface.shm_share, nullptr));
+    const share_bound reached = share_take(destination_kind, client, &surface.shm_share);
+    if (reached == share_bound::none && !open_destination(client, surface, req))
+        share_give_back(destination_kind, std::exchange(surface.shm_share, nullptr));
+    return reached;
 }
 
-// Where the pixels go; no memory at all when there is no destination.
+// Where the pixels go; no memory at all, after a line, when there is no destination.
 std::span<std::byte> resolve_destination(const client_record& client, surface_record& surface, const readback_req& req)
 {
-    if (!req.use_shm)
-        return framebuffer_from(req.fb_offset);
-    if (surface.shm_fd == -1)
-        share_destination(client, surface, req);
-    return {surface.shm_map, surface.shm_len};
+    share_bound reached = share_bound::none;
+    if (req.use_shm && surface.shm_fd == -1)
+        reached = share_destination(client, surface, req);
+    const std::span<std::byte> found =
+        req.use_shm ? std::span{surface.shm_map, surface.shm_len} : framebuffer_from(req.fb_offset);
+    if (reached != share_bound::none)
+        share_log_refusal(destination_kind, client, reached);
+    else if (!found.data())
+        slogf(log_code, log_error,
+              "kalix: nebo_readback_surface: could not resolve destination address for surface readback");
+    return found;
 }
 
 bool rectangle_is_valid(const readback_req& req, surface_dimensions size, uint32_t pixel_bytes, uint64_t room)
@@ -125,11 +130,8 @@ int nebo_readback_surface(client_record* client, readback_req* req)
     if (req->pitch != uint64_t{size.width} * pixel_bytes && req->sid != _globals.shared_sid)
         return status_invalid;
     const std::span<std::byte> destination = resolve_destination(*client, *surface, *req);
-    if (!destination.data()) {
-        slogf(log_code, log_error,
-              "kalix: nebo_readback_surface: could not resolve destination address for surface readback");
+    if (!destination.data())
         return status_no_memory;
-    }
     if (!rectangle_is_valid(*req, size, pixel_bytes, destination.size())) {
         slogf(log_code, log_error,
               "kalix: nebo_readback_surface: invalid readback rect x:%d y:%d w:%d h:%d surface dim w:%d h:%d",
