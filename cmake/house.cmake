@@ -21,8 +21,11 @@ if(KALIX_FUZZ)
   list(APPEND sanitizers -fsanitize=fuzzer-no-link)
 endif()
 if(sanitizers)
+  # A sanitizer's own dlopen stands between the program and the loader, which then looks where the caller, the
+  # runtime, says. The older kind of search path is the whole program's, whoever asks.
+  list(APPEND sanitizer_links -Wl,--disable-new-dtags)
   target_compile_options(kalix_house INTERFACE ${sanitizers})
-  target_link_options(kalix_house INTERFACE ${sanitizers})
+  target_link_options(kalix_house INTERFACE ${sanitizers} ${sanitizer_links})
 endif()
 
 # kalix_test(NAME SOURCES ... LIBRARIES ... [TIMEOUT seconds] [LABEL quick|system])

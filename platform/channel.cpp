@@ -7,6 +7,7 @@
 #include "platform/pulse_queue.h"
 #include "platform/readiness.h"
 #include "platform/receive_loop.h"
+#include "platform/returned_connections.h"
 #include "platform/run_directory.h"
 
 #include <algorithm>
@@ -26,6 +27,7 @@ struct channel {
     name_attach_t attached{};
     message_table messages;
     pulse_queue pulses;
+    returned_connections returned;
     std::unique_ptr<receive_loop> loop;
 };
 
@@ -54,9 +56,9 @@ bool open_channel(channel& ours, const char* name)
     if (!place.directory)
         return false;
     unique_fd listener = open_listener(place);
-    if (!listener || !ours.pulses.open())
+    if (!listener || !ours.pulses.open() || !ours.returned.open(connections_max))
         return false;
-    ours.loop = std::make_unique<receive_loop>(std::move(listener), ours.messages, ours.pulses);
+    ours.loop = std::make_unique<receive_loop>(std::move(listener), ours.messages, ours.pulses, ours.returned);
     if (!ours.loop->open())
         return false;
     ours.messages.set_poll(ours.loop->poll_descriptor());
@@ -71,6 +73,7 @@ void close_channel(channel& ours)
     ours.messages.set_poll(-1);
     ours.loop.reset();
     ours.pulses.close();
+    ours.returned.close();
     leave_run_directory();
     errno = kept;
 }
@@ -135,6 +138,11 @@ int32_t ConnectAttach(uint32_t node, int32_t process, int32_t chid, uint32_t ind
     if (index != 0 && index != side_channel)
         return fail_with(EINVAL);
     return static_cast<int32_t>(side_channel) + ++ours.self_connections;
+}
+
+int ConnectDetach(uint32_t scoid)
+{
+    return the_channel().returned.put(scoid);
 }
 
 int MsgSendPulse(int32_t coid, int /*priority*/, int8_t code, int64_t value)

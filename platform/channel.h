@@ -7,6 +7,10 @@
 // A message that is handed out is complete: what its sender declared has arrived. A receive id names
 // one message from MsgReceivev until MsgReply or MsgError; any later use of it fails with ESRCH. A
 // message may be shorter than any header, down to 0 bytes: it is handed out like every other.
+//
+// The connections of one process follow one another: what a connection that has ended held is given back
+// (ConnectDetach) before a later one gets its first answer, so that names made from the process id mean
+// the later one's objects from then on.
 #pragma once
 
 #include <cstddef>
@@ -57,6 +61,11 @@ void name_detach(name_attach_t* attached);
 // A connection from this process to its own channel, over which pulses come; node and process are 0.
 // Returns its id, or -1 with errno.
 int32_t ConnectAttach(uint32_t node, int32_t process, int32_t chid, uint32_t index, int flags);
+
+// Gives back a connection whose disconnect pulse was received, once all that its client held is gone; any
+// thread, once a pulse. Until then no message of another connection of the same process is handed out,
+// and the id and its place among the connections stay taken. Returns 0, or -1 with errno (EBADF).
+int ConnectDetach(uint32_t scoid);
 
 // Delivers one pulse over such a connection; any thread. Returns 0, or -1 with errno.
 int MsgSendPulse(int32_t coid, int priority, int8_t code, int64_t value);

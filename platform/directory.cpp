@@ -68,23 +68,26 @@ bool remove_entry(int directory, const char* name)
     return unlinkat(directory, name, AT_REMOVEDIR) == 0 || errno == ENOENT;
 }
 
-bool free_name(int directory, const char* name, int into)
+bool move_aside(int directory, const char* name, int into, aside_name& aside)
 {
     static std::atomic<unsigned> moved{0};
-    if (remove_entry(directory, name))
-        return true;
-    if (errno != ENOTEMPTY)
-        return false;
-    // A name that is taken by a directory with something in it fails here; the next number is tried.
+    // A name that is taken fails here; the next number is tried.
     for (int attempt = 0; attempt < 64; ++attempt) {
-        char aside[32];
-        std::snprintf(aside, sizeof aside, ".moved-aside-%u", ++moved);
-        if (renameat(directory, name, into, aside) == 0)
+        std::snprintf(aside.data(), aside.size(), ".moved-aside-%u", ++moved);
+        if (renameat2(directory, name, into, aside.data(), RENAME_NOREPLACE) == 0)
             return true;
-        if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOTDIR)
+        if (errno != EEXIST)
             return false;
     }
     return false;
+}
+
+bool free_name(int directory, const char* name, int into)
+{
+    if (remove_entry(directory, name))
+        return true;
+    aside_name aside{};
+    return errno == ENOTEMPTY && move_aside(directory, name, into, aside);
 }
 
 bool empty_directory(int directory)

@@ -4,6 +4,7 @@
 // followed. Errors are in errno.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <string_view>
 
@@ -19,6 +20,11 @@ bool remove_entry(int directory, const char* name);
 // Frees a name, whatever holds it: removes it, or moves a directory that is not empty aside, to a name
 // of its own in the directory into.
 bool free_name(int directory, const char* name, int into);
+
+using aside_name = std::array<char, 40>;
+
+// Renames it, whatever it is, to a name of its own in the directory into, noted in aside. False with errno.
+bool move_aside(int directory, const char* name, int into, aside_name& aside);
 
 // Removes everything. Nobody else may write into the directory meanwhile.
 bool empty_directory(int directory);

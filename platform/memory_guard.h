@@ -11,11 +11,12 @@
 // 65530 and refuses the replacement beyond): no client can use them up by spoiling every other page.
 #pragma once
 
+#include "platform/shared_memory.h"
+
 #include <cstddef>
 
 namespace kalix::platform {
 
-inline constexpr size_t guarded_mappings_max = 16384;
 inline constexpr size_t single_pages_max = 4096;
 static_assert(2 * guarded_mappings_max + 2 * single_pages_max < 65530, "mappings that the kernel allows");
 

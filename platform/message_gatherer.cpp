@@ -88,9 +88,11 @@ whole_message message_gatherer::take()
     return message;
 }
 
-void message_gatherer::release()
+void message_gatherer::drop()
 {
     budget_.left += bytes_.size();
+    message_bytes{}.swap(bytes_);
+    header_bytes_ = 0;
 }
 
 } // namespace kalix::platform

@@ -40,7 +40,7 @@ struct whole_message {
 class message_gatherer {
 public:
     explicit message_gatherer(gather_budget& budget) : budget_{budget} {}
-    ~message_gatherer() { release(); }
+    ~message_gatherer() { drop(); }
     message_gatherer(const message_gatherer&) = delete;
     message_gatherer& operator=(const message_gatherer&) = delete;
 
@@ -56,10 +56,12 @@ public:
     // The complete message; the gatherer then awaits the next.
     whole_message take();
 
+    // Forgets what has arrived, and gives its memory back.
+    void drop();
+
 private:
     gathered gather_header(int socket);
     gathered gather_bytes(int socket);
-    void release();
 
     gather_budget& budget_;
     kalix_request_frame header_{};

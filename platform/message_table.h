@@ -23,17 +23,23 @@ enum class turn {
 };
 
 struct connection {
-    connection(unique_fd s, uint32_t p, uint32_t u, uint32_t id, gather_budget& budget)
-        : socket{std::move(s)}, pid{p}, uid{u}, scoid{id}, gatherer{budget}
+    connection(unique_fd s, uint32_t p, uint32_t u, uint32_t id, uint64_t a, gather_budget& budget)
+        : socket{std::move(s)}, pid{p}, uid{u}, scoid{id}, age{a}, gatherer{budget}
     {
     }
 
-    const unique_fd socket;
+    unique_fd socket; // closed when the connection has ended, which no message outlives
     const uint32_t pid;
     const uint32_t uid;
     const uint32_t scoid;
-    message_gatherer gatherer; // the receive loop's alone
+    const uint64_t age;        // rises from one connection to the next
     turn whose = turn::client; // guarded by the message table's lock
+
+    // The receive loop's alone.
+    message_gatherer gatherer;
+    bool entered = false; // its first message was handed out
+    bool waits = false;   // not polled, until others of its process have come back
+    bool ended = false;   // its end was told
 };
 
 struct answer {

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -25,6 +26,7 @@ constexpr uint64_t tag_listener = uint64_t{1} << 32;
 constexpr uint64_t tag_pulses = tag_listener + 1;
 constexpr uint64_t tag_signals = tag_listener + 2;
 constexpr uint64_t tag_log_timer = tag_listener + 3;
+constexpr uint64_t tag_returned = tag_listener + 4;
 constexpr uint32_t scoid_max = side_channel - 1; // apart from connections to oneself, and positive
 
 constexpr size_t events_at_once = 64;
@@ -44,6 +46,13 @@ delivery pulse_delivery(const _pulse& pulse)
     return given;
 }
 
+// Whether the client of a connection has closed it, also when messages of it wait to be read.
+bool has_gone(const connection& of)
+{
+    pollfd asked{of.socket.get(), POLLRDHUP, 0};
+    return poll(&asked, 1, 0) == 1;
+}
+
 } // namespace
 
 void set_gather_timeout(int milliseconds)
@@ -51,8 +60,9 @@ void set_gather_timeout(int milliseconds)
     gather_timeout_ms = milliseconds;
 }
 
-receive_loop::receive_loop(unique_fd listener, message_table& messages, pulse_queue& pulses)
-    : messages_{messages}, pulses_{pulses}, door_{std::move(listener)}
+receive_loop::receive_loop(unique_fd listener, message_table& messages, pulse_queue& pulses,
+                           returned_connections& returned)
+    : messages_{messages}, pulses_{pulses}, returned_{returned}, door_{std::move(listener)}
 {
 }
 
@@ -65,7 +75,9 @@ receive_loop::~receive_loop()
 
 bool receive_loop::open()
 {
+    allowed_ = divide_descriptors().connections;
     ready_.reserve(events_at_once);
+    came_back_.reserve(connections_max);
     epoll_.reset(epoll_create1(EPOLL_CLOEXEC));
     log_timer_.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
     if (!epoll_ || !log_timer_ || !door_.open(epoll_.get(), tag_listener)) {
@@ -74,8 +86,8 @@ bool receive_loop::open()
     }
     signals_.reset(open_signal_descriptor());
     log_set_timer(log_timer_.get());
-    return poll_for(pulses_.descriptor(), tag_pulses) && poll_for(log_timer_.get(), tag_log_timer) &&
-           (!signals_ || poll_for(signals_.get(), tag_signals));
+    return poll_for(pulses_.descriptor(), tag_pulses) && poll_for(returned_.descriptor(), tag_returned) &&
+           poll_for(log_timer_.get(), tag_log_timer) && (!signals_ || poll_for(signals_.get(), tag_signals));
 }
 
 bool receive_loop::poll_for(int fd, uint64_t tag)
@@ -148,6 +160,9 @@ std::optional<delivery> receive_loop::handle(uint64_t tag)
             log_write_due_counts();
         return std::nullopt;
     }
+    case tag_returned:
+        take_back();
+        return std::nullopt;
     default:
         return handle_connection(static_cast<uint32_t>(tag));
     }
@@ -162,11 +177,14 @@ std::optional<delivery> receive_loop::handle_pulse()
 std::optional<delivery> receive_loop::handle_connection(uint32_t scoid)
 {
     const auto found = connections_.find(scoid);
-    if (found == connections_.end())
+    if (found == connections_.end() || found->second->ended)
         return std::nullopt;
     connection& from = *found->second;
     switch (messages_.turn_of(from)) {
     case turn::client:
+        from.waits = must_wait(from);
+        if (from.waits)
+            return std::nullopt;
         break;
     case turn::server: // an event from before its message was handed out; the answer polls again
         return std::nullopt;
@@ -183,7 +201,7 @@ std::optional<delivery> receive_loop::judge_slow_senders()
     while (!gathering_.empty()) {
         const gathering oldest = gathering_.front();
         const auto found = connections_.find(oldest.scoid);
-        const bool stale = found == connections_.end() || !found->second->gatherer.started() ||
+        const bool stale = found == connections_.end() || found->second->waits || !found->second->gatherer.started() ||
                            found->second->gatherer.started_ms() != oldest.started_ms;
         if (!stale && now_ms() < oldest.started_ms + gather_timeout_ms)
             return std::nullopt;
@@ -249,6 +267,7 @@ bool receive_loop::await_rest(connection& from)
 
 std::optional<delivery> receive_loop::hand_out(connection& from)
 {
+    from.entered = true;
     whole_message message = from.gatherer.take();
     delivery given;
     given.message = message.bytes;
@@ -257,7 +276,7 @@ std::optional<delivery> receive_loop::hand_out(connection& from)
     return given;
 }
 
-// Ends a connection; the pulse that says so is delivered at once.
+// Ends a connection; the pulse that says so is delivered at once. Needs no memory, so that no end is lost.
 delivery receive_loop::disconnect(connection& gone)
 {
     const uint32_t pid = gone.pid;
@@ -267,11 +286,14 @@ delivery receive_loop::disconnect(connection& gone)
     // A duplicate in a forked child does not keep the client waiting for the end.
     shutdown(gone.socket.get(), SHUT_RDWR);
     epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, gone.socket.get(), nullptr);
-    connections_.erase(gone.scoid);
+    gone.socket.reset();
+    gone.gatherer.drop();
+    gone.ended = true;
+    ++ended_;
     // Who waits to be accepted comes first: the process may have connected anew, and made objects.
     accept_waiting();
-    const bool was_last =
-        std::ranges::none_of(connections_, [pid](const auto& each) { return each.second->pid == pid; });
+    const bool was_last = std::ranges::none_of(
+        connections_, [pid](const auto& each) { return each.second->pid == pid && !each.second->ended; });
     try {
         if (was_last)
             remove_objects_of(pid);
@@ -279,6 +301,45 @@ delivery receive_loop::disconnect(connection& gone)
         slogf(log_code, log_error, "kalix: no memory to remove the objects of process %u", pid);
     }
     return pulse_delivery(pulse);
+}
+
+// Whether others of its process must come back before this connection is read.
+bool receive_loop::must_wait(const connection& reader) const
+{
+    if (reader.entered && ended_ == 0)
+        return false;
+    return std::ranges::any_of(connections_, [&reader](const auto& each) {
+        const connection& other = *each.second;
+        if (other.pid != reader.pid || &other == &reader)
+            return false;
+        return other.ended || (!reader.entered && other.age < reader.age && has_gone(other));
+    });
+}
+
+// Forgets the connections that the server has given back; who waited for them is read again.
+void receive_loop::take_back()
+{
+    returned_.take(came_back_);
+    for (const uint32_t scoid : came_back_) {
+        const auto found = connections_.find(scoid);
+        if (found == connections_.end() || !found->second->ended)
+            continue;
+        const uint32_t pid = found->second->pid;
+        connections_.erase(found);
+        --ended_;
+        poll_waiting(pid);
+    }
+}
+
+void receive_loop::poll_waiting(uint32_t pid)
+{
+    for (const auto& [scoid, each] : connections_) {
+        if (each->pid != pid || !each->waits)
+            continue;
+        each->waits = false;
+        if (!message_table::poll_once(epoll_.get(), *each, EPOLL_CTL_MOD))
+            log_failure("poll a connection");
+    }
 }
 
 // Takes in a bounded number of clients; the listener stays readable while there are more.
@@ -304,7 +365,7 @@ void receive_loop::admit(unique_fd socket)
     if (const char* why = why_refused(who.uid))
         return slogf(log_code, log_warning, "kalix: connection of process %u of user %u refused: %s", who.pid, who.uid,
                      why);
-    auto added = std::make_unique<connection>(std::move(socket), who.pid, who.uid, next_scoid(), budget_);
+    auto added = std::make_unique<connection>(std::move(socket), who.pid, who.uid, next_scoid(), ++last_age_, budget_);
     const connection& entered = *connections_.emplace(added->scoid, std::move(added)).first->second;
     if (message_table::poll_once(epoll_.get(), entered, EPOLL_CTL_ADD))
         return;
@@ -314,7 +375,7 @@ void receive_loop::admit(unique_fd socket)
 
 const char* receive_loop::why_refused(uint32_t uid) const
 {
-    if (connections_.size() >= connections_max)
+    if (connections_.size() >= allowed_)
         return "too many connections";
     if (uid == geteuid())
         return nullptr;

@@ -3,13 +3,21 @@
 // Owns the connections and everything polled. One thread, the caller of MsgReceivev, uses it; what
 // other threads do (answers, pulses) goes through the message table and the pulse queue, which have
 // locks of their own. A connection ends here alone, and only while no message of it is outstanding.
+//
+// A connection that has ended stays among the connections, its socket closed, until the server gives it
+// back. Meanwhile the other connections of its process are not read: they wait, unpolled, and are polled
+// again when it has come back. A connection's first message waits as well for older ones of its process
+// whose client has gone though the loop has not noticed yet. Nobody waits for a younger one that still
+// lives, so that no two wait for each other, and what is waited for never depends on a client.
 #pragma once
 
 #include "platform/acceptor.h"
 #include "platform/channel.h"
+#include "platform/descriptors.h"
 #include "platform/message_gatherer.h"
 #include "platform/message_table.h"
 #include "platform/pulse_queue.h"
+#include "platform/returned_connections.h"
 #include "platform/unique_fd.h"
 
 #include <cstdint>
@@ -22,7 +30,6 @@
 
 namespace kalix::platform {
 
-inline constexpr size_t connections_max = 1024;
 inline constexpr size_t connections_of_a_user_max = 128; // of one that is not the server's own
 
 struct delivery {      // what one MsgReceivev returns
@@ -34,7 +41,7 @@ struct delivery {      // what one MsgReceivev returns
 
 class receive_loop {
 public:
-    receive_loop(unique_fd listener, message_table& messages, pulse_queue& pulses);
+    receive_loop(unique_fd listener, message_table& messages, pulse_queue& pulses, returned_connections& returned);
     ~receive_loop();
     receive_loop(const receive_loop&) = delete;
     receive_loop& operator=(const receive_loop&) = delete;
@@ -65,6 +72,9 @@ private:
     bool await_rest(connection& from);
     static void tell_why(const connection& ends, gathered result);
     delivery disconnect(connection& gone);
+    bool must_wait(const connection& reader) const;
+    void take_back();
+    void poll_waiting(uint32_t pid);
 
     void accept_waiting();
     void admit(unique_fd socket);
@@ -73,13 +83,18 @@ private:
 
     message_table& messages_;
     pulse_queue& pulses_;
+    returned_connections& returned_;
     acceptor door_;
     unique_fd epoll_;
     unique_fd signals_;
     unique_fd log_timer_;
     gather_budget budget_;
     std::unordered_map<uint32_t, std::unique_ptr<connection>> connections_; // by scoid
+    std::vector<uint32_t> came_back_;
+    size_t allowed_ = connections_max;
+    size_t ended_ = 0; // connections that have ended and not come back
     uint32_t last_scoid_ = 0;
+    uint64_t last_age_ = 0;
     std::vector<epoll_event> ready_;  // polled and not yet handled, the next at the end
     std::deque<gathering> gathering_; // in order of their first bytes; may hold stale entries
 };

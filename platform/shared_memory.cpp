@@ -1,5 +1,6 @@
 #include "platform/shared_memory.h"
 
+#include "platform/descriptors.h"
 #include "platform/directory.h"
 #include "platform/memory_guard.h"
 #include "platform/run_directory.h"
@@ -73,6 +74,15 @@ int create_new(int objects, const char* file, int access)
     return fail_with(error);
 }
 
+// Whether a name, its last link not followed, is that of the open file.
+bool names_open_file(int objects, const char* file, int fd)
+{
+    struct stat named {};
+    struct stat open {};
+    return fstatat(objects, file, &named, AT_SYMLINK_NOFOLLOW) == 0 && fstat(fd, &open) == 0 &&
+           named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
 int host_protection(unsigned protection)
 {
     return ((protection & protect_read) != 0 ? PROT_READ : 0) | ((protection & protect_write) != 0 ? PROT_WRITE : 0);
@@ -107,6 +117,27 @@ int shm_unlink(const char* name)
         return -1;
     const unique_fd objects = open_objects();
     return objects ? unlinkat(objects.get(), file, 0) : -1;
+}
+
+int shm_unlink_open(const char* name, int32_t fd)
+{
+    const char* file = file_of(name);
+    if (file == nullptr)
+        return -1;
+    const unique_fd objects = open_objects();
+    if (!objects)
+        return -1;
+    if (!names_open_file(objects.get(), file, fd))
+        return 0;
+    // Between a look and a removal the client could put another object there: what was moved aside is
+    // looked at, and goes back unless there is a newer one by then.
+    aside_name aside{};
+    if (!move_aside(objects.get(), file, objects.get(), aside))
+        return errno == ENOENT ? 0 : -1;
+    if (!names_open_file(objects.get(), aside.data(), fd) &&
+        renameat2(objects.get(), aside.data(), objects.get(), file, RENAME_NOREPLACE) == 0)
+        return 0;
+    return unlinkat(objects.get(), aside.data(), 0);
 }
 
 int ftruncate(int32_t fd, int64_t bytes)
@@ -170,6 +201,11 @@ int mem_offset(const void* address, uint64_t* physical)
         return fail_with(EINVAL);
     *physical = reinterpret_cast<uintptr_t>(address);
     return 0;
+}
+
+std::size_t objects_max()
+{
+    return divide_descriptors().objects;
 }
 
 std::size_t guarded_mappings()

@@ -29,6 +29,9 @@ inline constexpr unsigned protect_write = 0x2;
 int32_t shm_open(const char* name, unsigned flags, unsigned mode);
 // Removes the object's name; 0 or -1.
 int shm_unlink(const char* name);
+// Removes the name when it still names the object open as fd, and leaves whatever else a client has put
+// there since, also when that happens meanwhile; 0 or -1.
+int shm_unlink_open(const char* name, int32_t fd);
 // Sets an object's size in bytes; 0 or -1.
 int ftruncate(int32_t fd, int64_t bytes);
 int close(int32_t fd);
@@ -48,6 +51,11 @@ std::size_t getpagesize();
 // Physical address of the byte at address, in *physical; 0, or -1. Guest-physical memory is this
 // process's own address space, so that it is the address itself.
 int mem_offset(const void* address, uint64_t* physical);
+
+inline constexpr std::size_t guarded_mappings_max = 16384; // that the guard watches
+
+// How many objects may be open at once, so that connections and the server itself keep their descriptors.
+std::size_t objects_max();
 
 // How many mappings the guard watches; for tests of what is left behind.
 std::size_t guarded_mappings();

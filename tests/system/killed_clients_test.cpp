@@ -144,5 +144,36 @@ TEST(KilledClients, LeaveTheServerAsItWas)
     EXPECT_EQ(::kill(running.pid(), 0), 0);
 }
 
+// What a connection leaves is gone before the next of its process gets an answer, and takes nothing along.
+TEST(KilledClients, AQuickReconnectKeepsItsObjects)
+{
+    const run_directory directory;
+    server running{directory};
+    ASSERT_TRUE(running.is_ready());
+    const auto surface_of = [](kalix_connection* connection) {
+        uint32_t sid = 0;
+        kalix_surface_define_2d(connection, SVGA3D_SURFACE_HINT_TEXTURE, SVGA3D_A8R8G8B8, 64, 64, &sid);
+        return sid;
+    };
+    for (int round = 0; round < 400; ++round) {
+        kalix_connection* connection = nullptr;
+        ASSERT_EQ(kalix_open(directory.path().c_str(), &connection), 0);
+        kalix_commands* unused = nullptr;
+        ASSERT_EQ(kalix_command_buffer(connection, 5000, &unused), 0);
+        const uint32_t sid = surface_of(connection);
+        EXPECT_EQ(sid, 1u) << round; // all that the one before held has been given back
+        for (int more = 0; more < 20; ++more)
+            surface_of(connection);
+        EXPECT_EQ(kalix_submit(connection, 5000, nullptr), 0) << round;
+        std::vector<uint32_t> pixels(64 * 64);
+        kalix_readback_area area{};
+        area.sid = sid;
+        area.surface_width = area.surface_height = area.width = area.height = 64;
+        area.format = SVGA3D_A8R8G8B8;
+        EXPECT_EQ(kalix_readback(connection, &area, pixels.data(), 256), 0) << round;
+        kalix_close(connection);
+    }
+}
+
 } // namespace
 } // namespace kalix::test

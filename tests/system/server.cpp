@@ -53,8 +53,6 @@ bool soon(const std::function<bool()>& condition)
 
 run_directory::run_directory()
 {
-    // The loader of a sanitizer's runtime does not look where the program says that its libraries lie.
-    ::setenv("GRAPHICS_ROOT", (build_directory() / "lib").c_str(), 1);
     char name[] = "/dev/shm/kalix-system-XXXXXX";
     path_ = ::mkdtemp(name);
 }

@@ -174,32 +174,72 @@ int MsgError(int32_t rcvid, int error)
     return 0;
 }
 
-sender_scope::sender_scope(const _msg_info&) {}
-sender_scope::~sender_scope() = default;
+int ConnectDetach(uint32_t scoid)
+{
+    const bool drained = scoid == 0 || !test::is_known(scoid);
+    EXPECT_TRUE(drained) << scoid;
+    here().detached.push_back(scoid);
+    return 0;
+}
+
+sender_scope::sender_scope(const _msg_info& sender)
+    : outer_declared_{here().served.has_value()}, outer_uid_{here().served.value_or(0)}
+{
+    here().served = sender.uid;
+}
+sender_scope::~sender_scope()
+{
+    here().served = outer_declared_ ? std::optional{outer_uid_} : std::nullopt;
+}
+
+namespace {
+
+// What has the name goes, as a file does: who has it open keeps it.
+void take_name(const char* name)
+{
+    if (auto node = here().objects.extract(name))
+        here().nameless.push_back(std::move(node));
+}
+
+} // namespace
 
 int32_t shm_open(const char* name, unsigned flags, unsigned)
 {
-    if (!(flags & open_create) && !here().objects.contains(name)) {
-        errno = ENOENT;
+    const uint32_t user = here().served.value_or(here().own_uid);
+    if (flags & open_create) {
+        take_name(name);
+        here().objects[name];
+        here().owners[name] = user;
+    }
+    const bool there = here().objects.contains(name);
+    if (!there || here().owners[name] != user) {
+        errno = there ? EACCES : ENOENT;
         return -1;
     }
-    here().objects[name];
     int32_t fd = 100;
     while (here().open_objects.contains(fd))
         ++fd;
-    here().open_objects[fd] = name;
+    here().open_objects[fd] = &here().objects[name];
     return fd;
 }
 
 int shm_unlink(const char* name)
 {
     here().unlinked.emplace_back(name);
+    take_name(name);
     return 0;
+}
+
+int shm_unlink_open(const char* name, int32_t fd)
+{
+    const auto named = here().objects.find(name);
+    const bool same = named != here().objects.end() && &named->second == here().open_objects.at(fd);
+    return same ? shm_unlink(name) : 0;
 }
 
 int ftruncate(int32_t fd, int64_t size)
 {
-    here().objects[here().open_objects[fd]].resize(static_cast<size_t>(size));
+    here().open_objects.at(fd)->resize(static_cast<size_t>(size));
     return 0;
 }
 
@@ -210,7 +250,7 @@ int close(int32_t fd)
 
 void* mmap(std::size_t size, unsigned, int32_t fd)
 {
-    test::bytes& object = here().objects[here().open_objects[fd]];
+    test::bytes& object = *here().open_objects.at(fd);
     if (here().refuse_map || size > object.size())
         return nullptr;
     ++here().mappings;
@@ -221,6 +261,11 @@ int munmap(void*, std::size_t)
 {
     --here().mappings;
     return 0;
+}
+
+std::size_t objects_max()
+{
+    return here().descriptors;
 }
 
 std::size_t getpagesize()
@@ -375,7 +420,7 @@ uint32_t SVGA_ReadReg(uint32_t index)
 {
     switch (index) {
     case SVGA_REG_GMR_MAX_IDS:
-        return 5;
+        return here().regions;
     case SVGA_REG_MAX_WIDTH:
     case SVGA_REG_MAX_HEIGHT:
         return 8192;

@@ -96,7 +96,7 @@ TEST_F(MemoryTest, ACommandBufferThatCannotBeKeptServesItsRequest)
 {
     ASSERT_EQ(define_context(1), 1u);
     command_buffer(1, 1, words({1057, 4, 1}));
-    for (int nth = 3; nth <= 6; ++nth) { // behind the payload and the record
+    for (int nth = 4; nth <= 7; ++nth) { // behind the payload, the record and its share
         take_stream();
         fail_allocation(nth);
         EXPECT_EQ(execute(1, 1, 12).value, 0) << nth;

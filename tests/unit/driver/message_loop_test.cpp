@@ -71,6 +71,19 @@ TEST_F(driver_test, TheLoopAnswersDropsAndQueues)
     }
 }
 
+TEST_F(driver_test, ADisconnectThatCannotBeQueuedIsDoneAtOnce)
+{
+    ASSERT_EQ(define_surface(4), 1);
+    take_lines();
+    here().incoming = {{0, {}, pulse(-33, 4)}};
+    fail_allocation(2); // behind the workitem's own
+    EXPECT_EQ(msg_loop(), 0);
+    EXPECT_THAT(take_lines(),
+                testing::Contains("3 kalix: no memory to queue the disconnect of connection 4, drained at once"));
+    EXPECT_EQ(here().detached, std::vector{4u});
+    EXPECT_TRUE(hashtable_is_empty(_globals.resource_tables[RESOURCE_SURFACE]));
+}
+
 TEST_F(driver_test, WorkIsTakenInOrder)
 {
     for (int32_t command = 1; command <= 3; ++command) {

@@ -160,5 +160,111 @@ TEST_F(driver_test, DmaSizesNearTheLimitsAreRefused)
     EXPECT_TRUE(here().open_objects.empty());
 }
 
+TEST_F(driver_test, PagesThatTheDeviceKeepsStayMapped)
+{
+    request(1, KALIX_DMABUF_ALLOC, words({100}));
+    ASSERT_TRUE(dma_get_by_gmrId(1));
+    here().reservations_left = 0;
+    EXPECT_EQ(request(1, KALIX_DMABUF_UNREF, words({1})).value, 0);
+    here().reservations_left = -1;
+    EXPECT_EQ(dma_get_by_gmrId(1), nullptr); // the record has gone
+    EXPECT_EQ(std::exchange(here().mappings, 0), 1);
+    EXPECT_TRUE(here().open_objects.empty());
+    EXPECT_EQ(record_of<dmabuf_alloc_req>(request(1, KALIX_DMABUF_ALLOC, words({100})).data).gmr_id, 2u);
+    EXPECT_EQ(_globals.shares.taken[2], 2u);
+    share_give_back(share_kind::dma_buffer, _globals.shares.first);
+}
+
+// ---- What one client or user may hold ---------------------------------------------------------------------
+
+struct held_row {
+    const char* what;
+    int32_t (*take)(driver_test& on, uint32_t client, uint32_t nth); // the status
+};
+
+class SharesTest : public driver_test {
+public:
+    using driver_test::command_buffer, driver_test::define_surface, driver_test::execute, driver_test::request;
+};
+
+int32_t take_command_buffer(driver_test& on, uint32_t client, uint32_t nth)
+{
+    auto& test = static_cast<SharesTest&>(on);
+    test.command_buffer(client, 1000 + nth, {});
+    return test.execute(client, 1000 + nth, 0).value;
+}
+
+int32_t take_destination(driver_test& on, uint32_t client, uint32_t nth)
+{
+    auto& test = static_cast<SharesTest&>(on);
+    const std::string name = "/vm_svga:" + std::to_string(1000 + client) + ":" + std::to_string(nth);
+    here().objects[name].resize(64);
+    here().owners[name] = client / 8;
+    const auto sid = static_cast<uint32_t>(test.define_surface(client));
+    return test.request(client, KALIX_READBACK, bytes_of(readback_req{sid, 0, 0, 4, 4, 16, nth, 64, 0, 0, 1, {}}))
+        .value;
+}
+
+int32_t take_dma_buffer(driver_test& on, uint32_t client, uint32_t)
+{
+    return static_cast<SharesTest&>(on).request(client, KALIX_DMABUF_ALLOC, words({100})).value;
+}
+
+TEST_F(SharesTest, NobodyTakesWhatIsKeptForOthers)
+{
+    here().regions = 12;
+    ASSERT_EQ(dma_initialize(), 0);
+    struct step {
+        uint32_t client; // eight of a user
+        int32_t status;
+        const char* bound;
+    };
+    const step steps[] = {
+        {1, 0, ""},
+        {1, 0, ""},
+        {1, -12, "process 1001 refused: no more than 2 * for one client"},
+        {2, 0, ""},
+        {2, 0, ""},
+        {3, -12, "process 1003 of user 0 refused: no more than 4 * for one user"},
+        {8, 0, ""},
+        {8, 0, ""},
+        {9, -12, "process 1009 of user 1 refused: the last 2 * are for users who hold none"},
+        {16, 0, ""},
+        {17, -12, "process 1017 of user 2 refused: the last 2 * are for users who hold none"},
+        {24, 0, ""},
+        {32, -12, "process 1032 of user 4 refused: the last 2 * are for users who hold none"},
+    };
+    for (const held_row& row : {held_row{"command buffers", take_command_buffer},
+                                {"readback destinations", take_destination},
+                                {"DMA buffers", take_dma_buffer}}) {
+        SCOPED_TRACE(row.what);
+        here().own_uid = 99;
+        shares_init(8 * share_kinds);
+        uint32_t nth = 0;
+        for (const step& each : steps) {
+            take_lines();
+            EXPECT_EQ(row.take(*this, each.client, ++nth), each.status) << nth;
+            std::string line = std::string{"2 kalix: "} + each.bound;
+            if (each.status == 0)
+                continue;
+            line.replace(line.find('*'), 1, row.what);
+            EXPECT_EQ(take_lines(), std::vector{line});
+        }
+        disconnect(1); // what they held is there again
+        disconnect(2);
+        EXPECT_EQ(row.take(*this, 9, ++nth), 0);
+        for (const step& each : steps)
+            disconnect(each.client);
+        disconnect(9);
+        here().own_uid = 0; // the server's own user is held to what is kept back alone
+        for (const uint32_t client : {1, 1, 2, 2, 3, 3})
+            EXPECT_EQ(row.take(*this, client, ++nth), 0) << nth;
+        EXPECT_EQ(row.take(*this, 4, ++nth), -12);
+        for (uint32_t client = 1; client <= 4; ++client)
+            disconnect(client);
+        EXPECT_EQ(_globals.shares.first, nullptr);
+    }
+}
+
 } // namespace
 } // namespace kalix::test

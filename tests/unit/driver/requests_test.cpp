@@ -190,6 +190,11 @@ TEST_F(driver_test, ADisconnectSaysWhoWentAndDrainsEverything)
     EXPECT_EQ(take_lines(), std::vector<std::string>{"5 kalix: disconnecting client pid 1001"});
     EXPECT_EQ(take_stream(), (std::vector<uint32_t>{1046, 4, 1, 41, 1, 0, 1041, 4, 1}));
     EXPECT_THAT(here().unlinked, testing::ElementsAre("/svga_dma_1", "/execbuf_1001_1"));
+    EXPECT_EQ(here().detached, std::vector{1u}); // once it was drained
+    define_surface(2);
+    EXPECT_EQ(request(2, KALIX_DISCONNECT, {}).value, 0); // the connection lives on
+    EXPECT_EQ(here().detached, std::vector{1u});
+    take_lines();
     disconnect(1); // never heard of
     EXPECT_EQ(take_lines(), std::vector<std::string>{"5 kalix: disconnecting client pid 0"});
 }

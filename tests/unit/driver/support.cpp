@@ -17,6 +17,18 @@ int32_t next_rcvid;
 
 } // namespace
 
+bool is_known(uint32_t scoid)
+{
+    hold lock{_globals.client_lock};
+    return hashtable_get(_globals.client_table, scoid) != nullptr;
+}
+
+void replace_object(const std::string& name)
+{
+    here().nameless.push_back(here().objects.extract(name));
+    here().objects[name].resize(KALIX_COMMAND_BUFFER_BYTES);
+}
+
 bytes words(std::initializer_list<uint32_t> list)
 {
     bytes out(list.size() * 4);
@@ -77,6 +89,7 @@ void driver_test::TearDown()
     world* const ended = &here();
     EXPECT_TRUE(ended->open_objects.empty());
     EXPECT_EQ(ended->mappings, 0);
+    EXPECT_EQ(_globals.shares.first, nullptr);
     set_world(nullptr);
     delete ended;
 }
@@ -125,7 +138,9 @@ int32_t driver_test::define_surface(uint32_t client, uint32_t sid, uint32_t widt
 
 bytes& driver_test::command_buffer(uint32_t client, uint32_t number, const bytes& commands)
 {
-    bytes& object = here().objects["/execbuf_" + std::to_string(1000 + client) + "_" + std::to_string(number)];
+    const std::string name = "/execbuf_" + std::to_string(1000 + client) + "_" + std::to_string(number);
+    here().owners[name] = client / 8;
+    bytes& object = here().objects[name];
     object.resize(KALIX_COMMAND_BUFFER_BYTES); // grows once; a mapping of it stays good
     std::copy(commands.begin(), commands.end(), object.begin());
     return object;

@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -38,11 +39,17 @@ struct world {
     std::map<int32_t, bytes> messages; // by receive id
     std::map<int32_t, answer> answers;
     std::deque<received> incoming;
-    std::map<std::string, bytes> objects;        // shared memory by name
-    std::map<int32_t, std::string> open_objects; // by descriptor
+    std::map<std::string, bytes> objects;                         // shared memory by name
+    std::map<std::string, uint32_t> owners;                       // users of them; 0 unless noted
+    std::deque<std::map<std::string, bytes>::node_type> nameless; // objects that lost their name
+    std::map<int32_t, bytes*> open_objects;                       // by descriptor
+    size_t descriptors = 1 << 20;                                 // that objects may take
+    std::optional<uint32_t> served;                               // the sender's user, while its request is handled
+    std::vector<uint32_t> detached;                               // connections given back
     int mappings = 0;
     std::vector<std::string> unlinked;
     std::function<uint64_t(const void*)> physical; // identity when empty
+    uint32_t regions = 5;                          // that the device has
     bool refuse_map = false, refuse_attach = false, refuse_device = false, refuse_self_connection = false;
     uint64_t slept_us = 0;
     uint32_t own_uid = 0;
@@ -85,6 +92,12 @@ record record_of(const bytes& from)
     std::memcpy(&to, from.data(), std::min(sizeof to, from.size()));
     return to;
 }
+// Whether the driver has a client of that connection.
+bool is_known(uint32_t scoid);
+
+// What a client does that puts a new object under a name.
+void replace_object(const std::string& name);
+
 bytes words(std::initializer_list<uint32_t> list);
 std::vector<uint32_t> words_of(const bytes& from);
 

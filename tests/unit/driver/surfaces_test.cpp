@@ -134,8 +134,28 @@ TEST_F(driver_test, SidsSurviveRandomClients)
     EXPECT_EQ(_globals.surface_ids.usecount, 1u) << test_seed(); // the driver's own
 }
 
+TEST_F(driver_test, SidsBehindThePoolAreNotRetained)
+{
+    const auto retained = [] { return client_get({1001, 0, 1, 0})->retained_sids->count; };
+    for (const auto& [sid, count] :
+         {std::pair{driver_surface_id_last + 1, 0}, {0xFFFFFFFEu, 0}, {driver_surface_id_first - 1, 1}}) {
+        ASSERT_EQ(static_cast<uint32_t>(define_surface(1, sid)), sid);
+        EXPECT_EQ(retained(), count) << sid;
+        EXPECT_EQ(define_surface(2, sid), -22);
+    }
+}
+
 TEST_F(driver_test, SharedSurfacesAndTheirReferences)
 {
+    define_surface(1);                   // makes the client
+    for (int nth = 2; nth <= 7; ++nth) { // one that was not registered was never there
+        fail_allocation(nth);
+        const int32_t sid = define_surface(1, 0, 8, 8, 2, 1);
+        fail_allocation(0);
+        EXPECT_EQ(_globals.shared_sid, sid > 0 ? static_cast<uint32_t>(sid) : 0) << nth;
+        _globals.shared_sid = 0;
+    }
+    disconnect(1);
     EXPECT_EQ(define_surface(1, 0, 8, 8, 2, 1), 1);
     EXPECT_EQ(define_surface(1, 0, 8, 8, 1, 1), 2);
     EXPECT_EQ(_globals.shared_sid, 1u);
@@ -377,9 +397,27 @@ TEST_F(ReadbackTest, HasNoDestinationWithoutAnObject)
     here().refuse_map = true;
     EXPECT_EQ(read(whole, 1, true, 0, 96), -12);
     here().refuse_map = false;
-    take_lines();
-    EXPECT_EQ(read(whole, 1, true, 0, 96), -12); // a failed mapping is not
-    EXPECT_EQ(take_lines(), std::vector{unresolved});
+    EXPECT_TRUE(here().open_objects.empty());
+    EXPECT_EQ(read(whole, 1, true, 0, 96), 0); // so is a failed mapping
+}
+
+// The surface outlives the connection that opened its destination, and the name has a new meaning by then.
+TEST_F(ReadbackTest, ANameThatMeansAnotherObjectByNowStays)
+{
+    const std::string name = "/vm_svga:1001:5";
+    for (const bool replaced : {false, true}) {
+        const int32_t sid = define_surface(1, 0, width, height);
+        ASSERT_EQ(request(2, KALIX_SURFACE_REFERENCE, words({static_cast<uint32_t>(sid)})).value, 0);
+        here().objects[name].resize(96);
+        EXPECT_EQ(read({"", 0, 0, 6, 4, 24, 0, false}, static_cast<uint32_t>(sid), true, 0, 96), 0);
+        disconnect(1);
+        EXPECT_EQ(_globals.shares.taken[1], 1u); // charged as long as it is held
+        if (replaced)
+            replace_object(name);
+        here().unlinked.clear();
+        disconnect(2);
+        EXPECT_EQ(here().unlinked.empty(), replaced);
+    }
 }
 
 TEST(Formats, BytesPerPixel)

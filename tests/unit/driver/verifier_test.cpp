@@ -363,6 +363,23 @@ TEST_F(VerifierTest, CommandBufferNumbersAreKeptApart)
     EXPECT_EQ(execute(1, 9, 0).value, 0);
     EXPECT_EQ(request(1, KALIX_CONTEXT_DESTROY, words({9})).value, 0);
     EXPECT_THAT(here().unlinked, testing::ElementsAre("/execbuf_1002_9", "/execbuf_1001_9"));
+    EXPECT_EQ(execute(1, 9, 0).value, -22); // the object has gone with it
+    command_buffer(1, 300, {});
+    EXPECT_EQ(execute(1, 300, 0).value, 0);
+    replace_object("/execbuf_1001_300");
+    disconnect(1);
+    EXPECT_EQ(here().unlinked.size(), 2u);
+}
+
+TEST_F(VerifierTest, ObjectsAreOpenedForTheUserWhoAsks)
+{
+    command_buffer(9, 300, {}); // client 9 is another user than the server
+    EXPECT_EQ(execute(9, 300, 0).value, 0);
+    command_buffer(9, 301, {});
+    here().owners["/execbuf_1009_301"] = 0;
+    EXPECT_EQ(execute(9, 301, 0).value, -22);
+    EXPECT_EQ(request(9, KALIX_DMABUF_ALLOC, words({100})).value, 0);
+    EXPECT_EQ(here().owners["/svga_dma_1"], 1u);
 }
 
 } // namespace

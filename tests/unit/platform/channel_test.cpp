@@ -235,6 +235,87 @@ void set_descriptor_limit(rlim_t soft)
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+struct succession {
+    const char* what;
+    bool answered_first; // the old connection's message, before its client goes
+    bool entered;        // the waiting connection had a message before
+};
+
+// A connection is not answered while an older one of its process is on its way out; everybody else is.
+TEST(Channel, AConnectionWaitsForTheDrainOfAnOlderOneOfItsProcess)
+{
+    for (const succession& row : {succession{"gone and told", true, false},
+                                  {"gone with a message of it unanswered", false, false},
+                                  {"another that lived beside it", true, true}}) {
+        SCOPED_TRACE(row.what);
+        own_channel channel;
+        channel.detaches = false;
+        raw_client old = channel.connect();
+        old.send(frame(text_bytes("old")));
+        const received first = channel.next();
+        if (row.answered_first)
+            MsgReply(first.rcvid, 0, {});
+        raw_client late = channel.connect();
+        if (row.entered) {
+            late.send(frame(text_bytes("before")));
+            MsgReply(channel.next().rcvid, 0, {});
+        }
+        old.close();
+        late.send(frame(text_bytes("late")));
+        const auto of_another = start_child([&] {
+            raw_client other = channel.connect();
+            other.send(frame(text_bytes("other")));
+            return other.receive() ? 0 : 1;
+        });
+        std::vector<received> seen;
+        while (seen.empty() || seen.back().info.pid != static_cast<uint32_t>(of_another))
+            seen.push_back(channel.next());
+        MsgReply(seen.back().rcvid, 0, {});
+        EXPECT_EQ(end_of(of_another), 0);
+        seen.pop_back();
+        if (!row.answered_first) {
+            EXPECT_TRUE(seen.empty());
+            MsgReply(first.rcvid, 0, {});
+        }
+        std::ranges::copy(channel.settle(), std::back_inserter(seen));
+        ASSERT_EQ(seen.size(), 2U); // the ends of the old connection and of the other process
+        const auto end = std::ranges::find(seen, static_cast<int32_t>(first.info.scoid),
+                                           [](const received& each) { return each.pulse.scoid; });
+        ASSERT_NE(end, seen.end());
+        EXPECT_TRUE(is_disconnect(*end, first.info.scoid));
+        EXPECT_EQ(ConnectDetach(first.info.scoid), 0);
+        EXPECT_EQ(channel.read(channel.next()), text_bytes("late"));
+    }
+}
+
+// What one message or ended connection was charged with is there for the next.
+TEST(Channel, GatheredBytesAreGivenBack)
+{
+    own_channel channel;
+    captured_log log;
+    const bytes largest = frame(bytes(KALIX_MESSAGE_MAX));
+    constexpr size_t rounds = gathered_bytes_max / KALIX_MESSAGE_MAX + 2;
+    raw_client whole = channel.connect();
+    for (size_t i = 0; i < rounds; ++i) {
+        std::thread sender{[&] { whole.send(largest); }};
+        const received got = channel.next();
+        sender.join();
+        ASSERT_GT(got.rcvid, 0) << i;
+        MsgReply(got.rcvid, 0, {});
+        whole.receive();
+    }
+    for (size_t i = 0; i < rounds; ++i) {
+        raw_client part = channel.connect();
+        std::thread sender{[&] {
+            part.send(std::span{largest}.first(largest.size() - 1));
+            part.close();
+        }};
+        EXPECT_EQ(channel.next().pulse.code, pulse_code_disconnect);
+        sender.join();
+    }
+    EXPECT_EQ(log.count("exceed"), 0U);
+}
+
 TEST(Channel, ConnectionsAreBounded)
 {
     set_descriptor_limit(0);

@@ -48,11 +48,11 @@ public:
     {
         for (auto& [name, client] : clients_)
             end(&client);
-        look();
-        for (auto& [name, client] : clients_)
-            answer(&client);
-        look();
-        look();
+        while (pulses_ < clients_.size() && !testing::Test::HasFailure()) { // each may have waited for older ones
+            look();
+            for (auto& [name, client] : clients_)
+                answer(&client);
+        }
         for (const auto& [name, client] : clients_)
             EXPECT_EQ(client.pulses, client.scoid != 0 ? 1 : 0) << name;
         EXPECT_EQ(pulses_, clients_.size());

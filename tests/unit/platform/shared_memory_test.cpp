@@ -1,4 +1,5 @@
 // Shared memory: whose object may be opened, what is replaced, and what a spoiled mapping does.
+#include "platform/descriptors.h"
 #include "platform/memory_guard.h"
 #include "platform/shared_memory.h"
 #include "support.h"
@@ -11,6 +12,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
@@ -139,6 +141,48 @@ TEST(SharedMemory, ObjectsBelongToTheSenderServed)
     struct stat objects {};
     stat(channel.directory.object("").c_str(), &objects);
     EXPECT_EQ(objects.st_mode & 07777, 01777U);
+}
+
+TEST(SharedMemory, OnlyTheNameOfTheOpenObjectIsRemoved)
+{
+    own_channel channel;
+    const std::string path = channel.directory.object("object");
+    const std::string newer = channel.directory.object("newer");
+    const auto left = [&] {
+        std::ifstream file{path};
+        return std::string(std::istreambuf_iterator<char>{file}, {});
+    };
+    for (int round = 0; round < 400; ++round) {
+        const unique_fd mine{shm_open("/object", open_read_write | open_create, 0)};
+        EXPECT_EQ(round % 4 ? 0 : shm_unlink_open("/object", mine.get()), 0);
+        EXPECT_EQ(std::filesystem::exists(path), round % 4 != 0);
+        put_file(newer, "theirs");
+        std::thread client{[&] { std::filesystem::rename(newer, path); }}; // at any moment of the removal
+        EXPECT_EQ(shm_unlink_open("/object", mine.get()), 0);
+        client.join();
+        ASSERT_EQ(left(), "theirs") << round;
+        EXPECT_EQ(shm_unlink_open("/object", mine.get()), 0);
+        ASSERT_EQ(left(), "theirs") << round;
+    }
+    const std::filesystem::directory_iterator all{channel.directory.object("")};
+    EXPECT_EQ(std::distance(begin(all), end(all)), 1);
+}
+
+TEST(SharedMemory, ObjectsAndConnectionsDivideTheDescriptors)
+{
+    struct division {
+        rlim_t limit;
+        size_t connections, objects;
+    };
+    for (const division& row : {division{32, 0, 0}, {1024, 480, 480}, {4096, 1024, 3008}})
+        EXPECT_EQ(run_child([&] {
+                      const rlimit limit{row.limit, row.limit};
+                      setrlimit(RLIMIT_NOFILE, &limit);
+                      const descriptor_shares got = divide_descriptors();
+                      return got.connections == row.connections && objects_max() == row.objects ? 0 : 1;
+                  }),
+                  0)
+            << row.limit;
 }
 
 TEST(SharedMemory, TheLastConnectionOfAProcessTakesItsObjectsAlong)

@@ -98,6 +98,7 @@ public:
     private_run_directory directory;
     name_attach_t* attached = nullptr;
     int32_t self = -1;
+    bool detaches = true; // connections whose end next() has seen
 };
 
 // Runs a function in a forked child, which exits with what it returns.

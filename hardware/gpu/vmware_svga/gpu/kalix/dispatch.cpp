@@ -239,6 +239,10 @@ void dispatch(const workitem& item)
         return;
     }
     const int status = call_handler(row, item, *payload);
+    if (item.rcvid == 0) {
+        platform::ConnectDetach(item.info.scoid); // a disconnect: nobody to answer
+        return;
+    }
     const size_t replied = payload->bytes ? reply_bytes : 0;
     platform::MsgReply(item.rcvid, status, {payload->bytes.get(), replied});
 }

@@ -33,11 +33,14 @@ bool make_object(dma_buffer& buffer)
     return false;
 }
 
-// Gives back object and mapping; the region is the caller's.
-void free_object(dma_buffer& buffer)
+void unmap(dma_buffer& buffer)
 {
     if (buffer.map)
         platform::munmap(buffer.map, buffer.alloc_size);
+}
+
+void close_object(dma_buffer& buffer)
+{
     platform::close(buffer.fd);
     platform::shm_unlink(buffer.name);
 }
@@ -70,7 +73,8 @@ dma_buffer* dma_create(const char* name, uint32_t size)
     if (!make_object(*buffer))
         return nullptr;
     if (!make_region(*buffer)) {
-        free_object(*buffer);
+        unmap(*buffer);
+        close_object(*buffer);
         return nullptr;
     }
     return buffer.release();
@@ -81,12 +85,17 @@ void dma_destroy(resource_object* object)
     if (!object)
         return;
     auto& buffer = *static_cast<dma_buffer*>(object);
+    bool forgotten = false;
     {
         // The device lets go of the pages before they are released.
         hold lock{_globals.gmr_lock};
-        removeGmr(buffer.gmr_id);
+        forgotten = removeGmr(buffer.gmr_id);
     }
-    free_object(buffer);
+    if (forgotten) {
+        unmap(buffer);
+        share_give_back(share_kind::dma_buffer, buffer.share);
+    }
+    close_object(buffer);
     id_release(&_globals.dma_ids, buffer.id);
 }
 
@@ -94,9 +103,17 @@ int vmw_dmabuf_alloc_ioctl(client_record* client, dmabuf_alloc_req* req)
 {
     if (!client || !req)
         return status_invalid;
-    const uint32_t handle = id_get(&_globals.dma_ids);
-    if (handle == 0)
+    share_holder* share = nullptr;
+    const share_bound reached = share_take(share_kind::dma_buffer, *client, &share);
+    if (reached != share_bound::none) {
+        share_log_refusal(share_kind::dma_buffer, *client, reached);
         return status_no_memory;
+    }
+    const uint32_t handle = id_get(&_globals.dma_ids);
+    if (handle == 0) {
+        share_give_back(share_kind::dma_buffer, share);
+        return status_no_memory;
+    }
     char name[32];
     std::snprintf(name, sizeof name, "/svga_dma_%d", static_cast<int>(handle));
     dma_buffer* const buffer = dma_create(name, static_cast<uint32_t>(req->data_offset));
@@ -104,10 +121,12 @@ int vmw_dmabuf_alloc_ioctl(client_record* client, dmabuf_alloc_req* req)
         req->handle = 0;
         req->data_offset = 0;
         id_release(&_globals.dma_ids, handle);
+        share_give_back(share_kind::dma_buffer, share);
         slogf(log_code, log_error, "kalix: vmw_dmabuf_alloc_ioctl: could not create dma object!");
         return status_no_memory;
     }
     buffer->id = handle;
+    buffer->share = share;
     if (resource_add(RESOURCE_DMA, client, buffer) != 0) {
         dma_destroy(buffer);
         delete buffer;

@@ -19,6 +19,7 @@ struct dma_buffer : resource_object { // id: the handle, 1 to 4096
     uint32_t gmr_id = 0;
     void* map = nullptr; // the driver's mapping of the whole object
     int32_t map_len = 0;
+    share_holder* share = nullptr; // charged with its slot and descriptor
 };
 
 // Makes the table of region ids, and makes the device forget regions of an earlier run. Returns 0, or 1
@@ -30,8 +31,9 @@ int dma_initialize();
 // address to that start, 1 to 4096. Returns the region's id, or -1 after a line that says why.
 int32_t dma_create_gmr(std::byte* address, uint32_t* offset, uint32_t size, uint32_t buffer_length, dma_buffer* owner);
 
-// Makes the device forget a region and frees its id. When that cannot be queued the id stays used.
-void removeGmr(uint32_t gmr_id) KALIX_REQUIRES(_globals.gmr_lock);
+// Makes the device forget a region and frees its id. When that cannot be queued, false: the id stays used,
+// without an owner, and the device goes on reaching the region's pages.
+bool removeGmr(uint32_t gmr_id) KALIX_REQUIRES(_globals.gmr_lock);
 
 // The lowest free region id, or -1.
 int32_t getFreeGmrId() KALIX_REQUIRES(_globals.gmr_lock);
@@ -42,7 +44,8 @@ dma_buffer* dma_get_by_gmrId(uint32_t gmr_id);
 // Makes the shared object of that name and its region; none after a line that says why.
 dma_buffer* dma_create(const char* name, uint32_t size);
 
-// Gives back all that a buffer holds; the registry's destroy function.
+// Gives back all that a buffer holds; the registry's destroy function. Pages that the device could not be
+// made to forget stay mapped, and charged, for good.
 void dma_destroy(resource_object* buffer);
 
 // Requests 1 and 2: 0, -22 or -12.

@@ -18,6 +18,7 @@ struct execbuf : resource_object {  // id: the buffer's number
     int32_t fd = -1;
     char name[64] = {};             // of the client's shared object
     client_record* owner = nullptr; // the one client that holds it
+    share_holder* share = nullptr;  // charged with its slot and descriptor
 };
 
 // Drops the client's command buffer of that number: 0, or -22 after a line when it has none.
@@ -29,7 +30,7 @@ void execbuf_evict(client_record* client, uint32_t number);
 // Releases mapping, descriptor and name; the registry's destroy function.
 void execbuf_destroy(resource_object* buffer);
 
-// Request 12: 0; -12 without FIFO space; -22 when the buffer cannot be mapped or its commands are refused,
+// Request 12: 0; -12 without FIFO space and when the client may hold no more buffers; -22 when the buffer cannot be mapped or its commands are refused,
 // and then the request stays as it was.
 int vmw_execbuf_ioctl(client_record* client, execbuf_req* req);
 

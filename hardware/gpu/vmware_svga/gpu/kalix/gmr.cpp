@@ -151,13 +151,14 @@ int dma_initialize()
     return 0;
 }
 
-void removeGmr(uint32_t gmr_id)
+bool removeGmr(uint32_t gmr_id)
 {
     if (has_gmr2()) {
         void* const space = SVGA_FIFOReserve(sizeof(svga_cmd_define_gmr2));
         if (!space) {
             slogf(log_code, log_error, "kalix: removeGmr: GMR2 SVGA_FIFOReserve FAILED");
-            return;
+            usedGmrs[gmr_id].owner = nullptr;
+            return false;
         }
         const svga_cmd_define_gmr2 remove{SVGA_CMD_DEFINE_GMR2, gmr_id, 0};
         std::memcpy(space, &remove, sizeof remove);
@@ -168,6 +169,7 @@ void removeGmr(uint32_t gmr_id)
         SVGA_WriteReg(SVGA_REG_GMR_DESCRIPTOR, 0);
     }
     usedGmrs[gmr_id] = {};
+    return true;
 }
 
 int32_t getFreeGmrId()

@@ -10,6 +10,7 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/hashtable.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/id_pool.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/linkedlist.h"
+#include "hardware/gpu/vmware_svga/gpu/kalix/shares.h"
 #include "hardware/gpu/vmware_svga/lib/svga.h"
 #include "platform/channel.h"
 #include "platform/log.h"
@@ -95,6 +96,7 @@ struct driver_state {
     mutex client_lock;
     hashtable* client_table KALIX_GUARDED_BY(client_lock) = nullptr; // by scoid
     hashtable* handed_out_sids = nullptr;                            // sid to the client that asked for it
+    share_books shares{};                                            // of mappings; guarded by the device mutex
     uint32_t shared_sid = 0;                    // first surface that was defined shared; 0: none yet
     client_record* shared_sid_client = nullptr; // who referenced it last
     uint32_t debug_copy_sid = 0;                // when set, presents first copy a box of it into what they show

@@ -97,8 +97,16 @@ void receive(std::unique_ptr<workitem> item)
     const outcome first = item->rcvid == 0 ? accept_pulse(*item, received) : accept_message(*item, received);
     if (first == outcome::done || check(*item) == outcome::done)
         return;
-    if (!queue_workitem(item))
+    if (queue_workitem(item))
+        return;
+    if (item->rcvid != 0) {
         platform::MsgError(item->rcvid, platform::error_no_function);
+        return;
+    }
+    // Nobody would ask again: what the client held is given back here and now.
+    slogf(log_code, log_warning, "kalix: no memory to queue the disconnect of connection %u, drained at once",
+          item->info.scoid);
+    dispatch(*item);
 }
 
 } // namespace

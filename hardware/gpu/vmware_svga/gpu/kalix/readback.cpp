@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <cstring>
 #include <span>
+#include <utility>
 
 namespace kalix {
 namespace {
 
 constexpr unsigned object_mode = 0777;
 constexpr std::byte opaque{255};
+constexpr share_kind destination_kind = share_kind::readback_destination;
 
 // The rectangle asked for, once it has been found to lie inside the surface.
 struct rectangle {
@@ -23,30 +25,50 @@ struct rectangle {
     uint64_t start() const { return uint64_t{y} * pitch + uint64_t{x} * pixel_bytes; }
 };
 
-// Opens the client's object as the surface's destination; a descriptor stays although its mapping failed,
-// so that such a surface has no destination from then on.
-void open_destination(const client_record& client, surface_record& surface, const readback_req& req)
+// Opens and maps the client's object as the surface's destination; false, with nothing left behind, when
+// that fails.
+bool open_destination(const client_record& client, surface_record& surface, const readback_req& req)
 {
     std::snprintf(surface.shm_name, sizeof surface.shm_name, "/vm_svga:%u:%u", client.pid,
                   static_cast<uint32_t>(req.shm_number));
     slogf(log_code, log_error, "kalix: shm_name: [%s]", surface.shm_name);
-    surface.shm_fd = platform::shm_open(surface.shm_name, platform::open_read_write, object_mode);
-    if (surface.shm_fd == -1)
-        return;
-    surface.shm_map = static_cast<std::byte*>(
-        platform::mmap(req.shm_size, platform::protect_read | platform::protect_write, surface.shm_fd));
-    if (surface.shm_map)
-        surface.shm_len = req.shm_size;
+    const int32_t fd = platform::shm_open(surface.shm_name, platform::open_read_write, object_mode);
+    if (fd == -1)
+        return false;
+    surface.shm_map =
+        static_cast<std::byte*>(platform::mmap(req.shm_size, platform::protect_read | platform::protect_write, fd));
+    if (!surface.shm_map) {
+        platform::close(fd);
+        return false;
+    }
+    surface.shm_fd = fd;
+    surface.shm_len = req.shm_size;
+    return true;
 }
 
-// Where the pixels go; no memory at all when there is no destination.
+// The same within what the client may hold; a bound that it has reached.
+share_bound share_destination(const client_record& client, surface_record& surface, const readback_req& req)
+{
+    const share_bound reached = share_take(destination_kind, client, &surface.shm_share);
+    if (reached == share_bound::none && !open_destination(client, surface, req))
+        share_give_back(destination_kind, std::exchange(surface.shm_share, nullptr));
+    return reached;
+}
+
+// Where the pixels go; no memory at all, after a line, when there is no destination.
 std::span<std::byte> resolve_destination(const client_record& client, surface_record& surface, const readback_req& req)
 {
-    if (!req.use_shm)
-        return framebuffer_from(req.fb_offset);
-    if (surface.shm_fd == -1)
-        open_destination(client, surface, req);
-    return {surface.shm_map, surface.shm_len};
+    share_bound reached = share_bound::none;
+    if (req.use_shm && surface.shm_fd == -1)
+        reached = share_destination(client, surface, req);
+    const std::span<std::byte> found =
+        req.use_shm ? std::span{surface.shm_map, surface.shm_len} : framebuffer_from(req.fb_offset);
+    if (reached != share_bound::none)
+        share_log_refusal(destination_kind, client, reached);
+    else if (!found.data())
+        slogf(log_code, log_error,
+              "kalix: nebo_readback_surface: could not resolve destination address for surface readback");
+    return found;
 }
 
 bool rectangle_is_valid(const readback_req& req, surface_dimensions size, uint32_t pixel_bytes, uint64_t room)
@@ -108,11 +130,8 @@ int nebo_readback_surface(client_record* client, readback_req* req)
     if (req->pitch != uint64_t{size.width} * pixel_bytes && req->sid != _globals.shared_sid)
         return status_invalid;
     const std::span<std::byte> destination = resolve_destination(*client, *surface, *req);
-    if (!destination.data()) {
-        slogf(log_code, log_error,
-              "kalix: nebo_readback_surface: could not resolve destination address for surface readback");
+    if (!destination.data())
         return status_no_memory;
-    }
     if (!rectangle_is_valid(*req, size, pixel_bytes, destination.size())) {
         slogf(log_code, log_error,
               "kalix: nebo_readback_surface: invalid readback rect x:%d y:%d w:%d h:%d surface dim w:%d h:%d",

@@ -11,6 +11,7 @@
 #include "hardware/gpu/vmware_svga/gpu/kalix/settings.h"
 #include "hardware/gpu/vmware_svga/gpu/kalix/status_file.h"
 #include "hardware/gpu/vmware_svga/lib/svga3d.h"
+#include "platform/shared_memory.h"
 
 #include <algorithm>
 #include <cctype>
@@ -235,6 +236,7 @@ int kalix_init(mutex* device_mutex)
     make_pools();
     if (client_init() != 0)
         return fail("kalix: client_init: failed");
+    shares_init(platform::objects_max());
     if (dma_initialize() != 0)
         return fail("kalix: dma_initialize: failed");
     if (open_channel() != 0 || make_tables() != 0)

@@ -92,14 +92,15 @@ void release_pool_sid(const surface_record& surface)
         id_release(&_globals.surface_ids, surface.id);
 }
 
+// The name may be that of a newer object: the surface can outlive the connection that opened its own.
 void release_readback_destination(const surface_record& surface)
 {
     if (surface.shm_fd == -1)
         return;
-    if (surface.shm_map)
-        platform::munmap(surface.shm_map, surface.shm_len);
+    platform::munmap(surface.shm_map, surface.shm_len);
+    platform::shm_unlink_open(surface.shm_name, surface.shm_fd);
     platform::close(surface.shm_fd);
-    platform::shm_unlink(surface.shm_name);
+    share_give_back(share_kind::readback_destination, surface.shm_share);
 }
 
 bool is_visible(const client_record& client, const surface_record& surface)
@@ -140,8 +141,6 @@ int surface_init(surface_record* surface)
         const svga3d_size size{surface->sizes[i].width, surface->sizes[i].height, surface->sizes[i].depth};
         std::memcpy(out, &size, sizeof size);
     }
-    if (surface->shared && _globals.shared_sid == 0)
-        _globals.shared_sid = surface->id;
     SVGA_FIFOCommit(bytes);
     return 0;
 }
@@ -221,6 +220,8 @@ int vmw_surface_define_ioctl(client_record* client, surface_define_req* req, int
         surface_destroy(surface.get());
         return status_no_memory;
     }
+    if (surface->shared && _globals.shared_sid == 0)
+        _globals.shared_sid = surface->id;
     req->flags = surface.release()->id;
     return 0;
 }

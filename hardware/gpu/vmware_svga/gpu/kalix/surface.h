@@ -22,6 +22,7 @@ struct surface_record : resource_object { // id: the sid
     int32_t shm_fd = -1;
     std::byte* shm_map = nullptr;
     uint32_t shm_len = 0;
+    share_holder* shm_share = nullptr; // charged with slot and descriptor; its client may have gone
     uint8_t shared = 0;
     uint32_t owner_uid = 0; // user of the client that defined it
     bool presented = false; // it was on the screen once

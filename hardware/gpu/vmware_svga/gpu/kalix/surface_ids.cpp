@@ -58,6 +58,8 @@ bool surface_id_in_use(const client_record* client, uint32_t sid)
 
 int surface_id_claim(client_record* client, uint32_t sid)
 {
+    if (sid > surface_id_capacity)
+        return 0; // not the pool's: nothing would ever go back
     if (client_retain_sid(client, sid) != 0)
         return 1;
     id_take(&_globals.surface_ids, sid);

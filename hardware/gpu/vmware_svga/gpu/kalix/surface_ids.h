@@ -21,7 +21,7 @@ uint32_t surface_id_hand_out(client_record* client);
 // Whether a client may define a surface under a sid of its choosing.
 bool surface_id_in_use(const client_record* client, uint32_t sid);
 
-// Takes the sid that the client chose and retains it. 1 when memory runs out.
+// Takes the sid that the client chose and retains it when it is of the pool. 1 when memory runs out.
 int surface_id_claim(client_record* client, uint32_t sid);
 
 // Gives back all that a disconnecting client retained.
