@@ -107,6 +107,9 @@ TEST_F(scene, LinesAndPoints)
         {{5, 5}, {5, 5}, 0, {}},
         {{5, 5}, {5, 5}, 1, {{5, 5}}},
         {{-3, 2}, {1, 2}, 0, {{0, 2}}},
+        {{2, -0.4f}, {4, -0.4f}, 0, {{2, 0}, {3, 0}}},
+        {{-0.4f, 4}, {-0.4f, 2}, 1, {{0, 2}, {0, 3}, {0, 4}}},
+        {{1e6f, 15.4f}, {13, 15.4f}, 1, {{15, 15}, {14, 15}, {13, 15}}},
     };
     const auto covered = [this] {
         std::vector<std::pair<uint32_t, uint32_t>> out;
@@ -133,6 +136,102 @@ TEST_F(scene, LinesAndPoints)
     set_float(SVGA3D_RS_POINTSIZE, 2);
     draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{5, 5}}); // 4 <= px < 6
     EXPECT_EQ(covered(), (std::vector<std::pair<uint32_t, uint32_t>>{{4, 4}, {5, 4}, {4, 5}, {5, 5}}));
+}
+
+// How often lines and points cover each pixel of a target, found by asking all pixels.
+class coverage {
+public:
+    static constexpr uint32_t side = 24;
+
+    void line(const corner& from, const corner& to, bool last_pixel)
+    {
+        const double x0 = rounded(from.x), y0 = rounded(from.y), dx = rounded(to.x) - x0, dy = rounded(to.y) - y0;
+        const bool across = std::abs(dx) >= std::abs(dy);
+        const double start = across ? x0 : y0, length = across ? dx : dy;
+        const double first = std::floor(start + 0.5), last = std::floor(start + length + 0.5);
+        each([&](double x, double y) {
+            const double at = across ? x : y;
+            if (at < std::min(first, last) || at > std::max(first, last) || (at == last && !last_pixel))
+                return false;
+            const double t = length != 0 ? std::clamp((at - start) / length, 0.0, 1.0) : 0;
+            return std::floor((across ? y0 + t * dy : x0 + t * dx) + 0.5) == (across ? y : x);
+        });
+    }
+
+    void point(const corner& at, double size)
+    {
+        const double left = rounded(at.x) - size / 2, top = rounded(at.y) - size / 2;
+        each([&](double x, double y) { return x >= left && x < left + size && y >= top && y < top + size; });
+    }
+
+    uint32_t times(uint32_t x, uint32_t y) const { return times_[y * side + x]; }
+
+private:
+    static double rounded(float coordinate) { return std::floor(double{coordinate} * 256 + 0.5) / 256; }
+
+    template <typename question>
+    void each(question is_covered)
+    {
+        for (uint32_t i = 0; i < times_.size(); ++i)
+            times_[i] += is_covered(i % side, static_cast<double>(i / side));
+    }
+
+    std::vector<uint32_t> times_ = std::vector<uint32_t>(side * side);
+};
+
+// Lists of them, and faces of either winding that are drawn as them, cut by target, viewport and scissor.
+TEST_F(scene, LinesAndPointsAreCutAfterRounding)
+{
+    std::mt19937 random{test_seed()};
+    const auto below = [&random](uint32_t limit) { return static_cast<uint32_t>(random() % limit); };
+    const auto place = [&] { return static_cast<float>(below(27 * 16)) / 16.0f - 1.5f; };
+    make_targets(coverage::side, coverage::side);
+    for (const uint32_t state_name : {SVGA3D_RS_BLENDENABLE, SVGA3D_RS_SCISSORTESTENABLE})
+        set(state_name, 1);
+    set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_ONE);
+    for (int round = 0; round < 400; ++round) {
+        SCOPED_TRACE(testing::Message() << "seed " << test_seed() << ", round " << round);
+        const bool is_cut = below(2) == 0;
+        state.viewport = is_cut ? svga3d_rect{below(9), below(9), 1 + below(20), 1 + below(20)}
+                                : svga3d_rect{0, 0, coverage::side, coverage::side};
+        state.scissor =
+            below(2) == 0 ? svga3d_rect{below(9), below(9), 1 + below(20), 1 + below(20)} : svga3d_rect{0, 0, 99, 99};
+        const float size = static_cast<float>(below(96)) / 16.0f;
+        const bool points = below(2) == 0, faces = below(2) == 0, last = below(2) == 0;
+        set(SVGA3D_RS_FILLMODE, points ? SVGA3D_FILLMODE_POINT : SVGA3D_FILLMODE_LINE);
+        set(SVGA3D_RS_LASTPIXEL, last);
+        set_float(SVGA3D_RS_POINTSIZE, size);
+        std::vector<corner> corners(6);
+        for (corner& each : corners)
+            each = {place(), place(), 0.5f, 1, 0x01010101};
+        coverage wanted;
+        for (size_t i = 0; i < 6; ++i) {
+            if (points)
+                wanted.point(corners[i], double{size});
+            else if (faces)
+                wanted.line(corners[i], corners[i / 3 * 3 + (i + 1) % 3], last);
+            else if (i % 2 == 0)
+                wanted.line(corners[i], corners[i + 1], last);
+        }
+        clear();
+        state.query = {true, 0};
+        const uint32_t type = faces    ? SVGA3D_PRIMITIVE_TRIANGLELIST
+                              : points ? SVGA3D_PRIMITIVE_POINTLIST
+                                       : SVGA3D_PRIMITIVE_LINELIST;
+        ASSERT_EQ(draw(type, faces ? 2 : points ? 6 : 3, corners), draw_result::done);
+        uint64_t samples = 0;
+        const auto holds = [](const svga3d_rect& in, uint32_t x, uint32_t y) {
+            return x >= in.x && x - in.x < in.w && y >= in.y && y - in.y < in.h;
+        };
+        for (uint32_t y = 0; y < coverage::side; ++y)
+            for (uint32_t x = 0; x < coverage::side; ++x) {
+                const bool inside = holds(state.viewport, x, y) && holds(state.scissor, x, y);
+                const uint32_t times = inside ? wanted.times(x, y) : 0;
+                ASSERT_EQ(pixel(x, y) & 255, times) << x << ' ' << y;
+                samples += times;
+            }
+        EXPECT_EQ(state.query.samples, samples);
+    }
 }
 
 // What clipping leaves of a triangle covers just the pixels of it that lie inside.

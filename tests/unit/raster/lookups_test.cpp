@@ -13,10 +13,10 @@ class LookupTest : public across_scene {};
 class MipmapTest : public across_scene {
 protected:
     // Levels of 16, 8, 4 ... texels whose colour says which they are: blue is 40 times the level.
-    static constexpr uint32_t levels = 5;
+    static constexpr uint32_t levels = 5, wide = 48; // so wide that rows are moved where they can be
     MipmapTest()
     {
-        make_targets(16, 16);
+        make_targets(wide, 16);
         const svga3d_surface_define definition{texture_sid, 0, SVGA3D_A8R8G8B8, {levels}};
         std::vector<svga3d_size> sizes;
         for (uint32_t level = 0; level < levels; ++level)
@@ -37,22 +37,26 @@ protected:
 
 TEST_F(MipmapTest, LevelsFollowTheSizeAndTheBias)
 {
-    for (const uint32_t minify : {SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR})
-        for (const uint32_t between : {SVGA3D_TEX_FILTER_NONE, SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR})
-            for (const float texels : {0.5f, 1.0f, 2.0f, 3.0f, 4.0f}) // a pixel across; half as many down
-                for (const float bias : {-2.0f, -0.25f, 0.0f, 0.75f, 1.0f, 9.0f}) {
-                    stage(0, SVGA3D_TS_MAGFILTER, SVGA3D_TEX_FILTER_NEAREST);
-                    stage(0, SVGA3D_TS_MINFILTER, minify);
-                    stage(0, SVGA3D_TS_MIPFILTER, between);
-                    stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(bias));
-                    quad(0, 0, 16, 16, ~0u, texels, texels / 2);
-                    const double lod = std::log2(double{texels}) + double{bias};
-                    const double level = std::clamp(lod, 0.0, levels - 1.0);
-                    const double wanted = between == SVGA3D_TEX_FILTER_NONE      ? 0
-                                          : between == SVGA3D_TEX_FILTER_NEAREST ? std::floor(level + 0.5)
-                                                                                 : level;
-                    EXPECT_NEAR(pixel(7, 7) & 255, wanted * 40, 0.6) << between << ' ' << texels << ' ' << bias;
-                }
+    stage(0, SVGA3D_TS_MAGFILTER, SVGA3D_TEX_FILTER_NEAREST);
+    for (const uint32_t detailed : {0u, 1u, 3u, levels, ~0u}) // the most detailed level that may be used
+        for (const uint32_t minify : {SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR})
+            for (const uint32_t between : {SVGA3D_TEX_FILTER_NONE, SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR})
+                for (const float texels : {0.5f, 1.0f, 2.0f, 3.0f, 4.0f}) // a pixel across; half as many down
+                    for (const float bias : {-2.0f, -0.25f, 0.0f, 0.75f, 1.0f, 9.0f}) {
+                        stage(0, SVGA3D_TS_TEXTURE_MIPMAP_LEVEL, detailed);
+                        stage(0, SVGA3D_TS_MINFILTER, minify);
+                        stage(0, SVGA3D_TS_MIPFILTER, between);
+                        stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(bias));
+                        quad(0, 0, wide, 16, ~0u, texels * wide / 16, texels / 2);
+                        const double lod = std::log2(double{texels}) + double{bias};
+                        const double least = std::min(detailed, levels - 1);
+                        const double level = std::clamp(lod, least, levels - 1.0);
+                        const double wanted = between == SVGA3D_TEX_FILTER_NONE      ? least
+                                              : between == SVGA3D_TEX_FILTER_NEAREST ? std::floor(level + 0.5)
+                                                                                     : level;
+                        EXPECT_NEAR(pixel(7, 7) & 255, wanted * 40, 0.6)
+                            << detailed << ' ' << between << ' ' << texels << ' ' << bias;
+                    }
 }
 
 // A cube's and a volume's levels too: sixteen pixels run over a face, or through a volume of twice as many slices.
@@ -71,7 +75,10 @@ TEST_F(MipmapTest, CubesAndVolumesHaveLevels)
                 std::memset(image.bytes, static_cast<int>(0x10 + 0x20 * level), image.byte_size());
             }
     };
+    make_targets(16, 16);
     stage(0, SVGA3D_TS_MIPFILTER, SVGA3D_TEX_FILTER_NEAREST);
+    for (const uint32_t name : {SVGA3D_TS_COLORARG1, SVGA3D_TS_ALPHAARG1})
+        stage(0, name, SVGA3D_TA_TEXTURE);
     const auto with_bias = [this](float bias, const ends& left, const ends& right) {
         stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(bias));
         EXPECT_EQ(across(left, right), draw_result::done);

@@ -112,6 +112,13 @@ TEST_F(scene, FlatTakesTheFirstVertexAndSmoothInterpolates)
     EXPECT_EQ(pixel(1, 6), 0xFFFF0000u);
     draw(SVGA3D_PRIMITIVE_TRIANGLESTRIP, 2, fan);
     EXPECT_EQ(pixel(6, 1), 0xFF0000FFu);
+    for (const uint32_t mode : {SVGA3D_FILLMODE_LINE, SVGA3D_FILLMODE_POINT}) { // of the whole face
+        set(SVGA3D_RS_FILLMODE, mode);
+        clear();
+        draw(SVGA3D_PRIMITIVE_TRIANGLEFAN, 1, fan);
+        for (const auto& [x, y] : {std::pair{0u, 0u}, {8u, 0u}, {8u, 8u}})
+            EXPECT_EQ(pixel(x, y), 0xFF00FF00u) << mode << ' ' << x << ' ' << y;
+    }
 }
 
 bool compares(uint32_t function, double left, double right)
@@ -239,6 +246,29 @@ TEST_F(scene, MaskAlphaTestScissorAndViewport)
     for (uint32_t y = 0; y < 8; ++y)
         for (uint32_t x = 0; x < 8; ++x)
             EXPECT_EQ(pixel(x, y) == 0x01010101u, x >= 2 && x < 5 && y >= 1 && y < 3) << x << ' ' << y;
+}
+
+// Outside 0..1 a float texture's values reach the stages, and sums stay in a float target.
+TEST_F(scene, FloatsAreNotCutShort)
+{
+    make_targets(4, 4);
+    texture(1, 1, {0}, SVGA3D_TEX_FILTER_NEAREST);
+    define(texture_sid, SVGA3D_ARGB_S23E8, 1, 1);
+    constexpr float texel[] = {3, 2, -1, 0.5f};
+    std::memcpy(view(texture_sid).bytes, texel, sizeof texel);
+    stage(0, SVGA3D_TS_COLOROP, SVGA3D_TC_MODULATE);
+    stage(0, SVGA3D_TS_COLORARG2, SVGA3D_TA_DIFFUSE);
+    quad(0, 0, 4, 4, 0xFF333333);
+    EXPECT_EQ(pixel(1, 1), 0x80996600u);
+    make_targets(4, 4, SVGA3D_ARGB_S23E8);
+    set(SVGA3D_RS_BLENDENABLE, 1);
+    set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_ONE);
+    for (const float wanted : {1.0f, 2.0f, 3.0f}) {
+        quad(0, 0, 4, 4);
+        float red = 0;
+        std::memcpy(&red, view(color_sid).texel(1, 1), sizeof red);
+        EXPECT_EQ(red, wanted);
+    }
 }
 
 // State words, declarations and ranges drawn at random: always an answer, never an access outside.

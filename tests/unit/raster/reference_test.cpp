@@ -173,7 +173,7 @@ TEST_F(scene, RandomScenesAreWhatTheRulesSay)
         set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_INVSRCALPHA);
         std::vector<corner> corners;
         for (int i = 0; i < 9; ++i)
-            corners.push_back({within(-10, 50), within(-10, 50), within(0, 1), within(0.3f, 2), word(), 0,
+            corners.push_back({within(-10, 50), within(-10, 50), within(-0.5f, 1.5f), within(0.3f, 2), word(), 0,
                                within(-1, 2), within(-1, 2)});
         ASSERT_EQ(draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 3, corners), draw_result::done);
         for (size_t i = 0; i < 9; i += 3)

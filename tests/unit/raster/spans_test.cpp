@@ -54,6 +54,7 @@ protected:
         if (word() % 2)
             stage(index, SVGA3D_TS_MINFILTER, one_of<uint32_t>({SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}));
         stage(index, SVGA3D_TS_MIPFILTER, word() % 3);
+        stage(index, SVGA3D_TS_TEXTURE_MIPMAP_LEVEL, word() % 2 ? word() % 4 : 0);
         stage(index, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(within(-2, 2)));
     }
 
@@ -152,9 +153,14 @@ protected:
         const bool affine = word() % 2;
         const uint32_t color = one_of<uint32_t>({0xFFFFFFFF, word()});
         for (corner& each : out)
-            each = {
-                within(-9, 40), within(-9, 40), within(0, 1), affine ? 1 : within(0.2f, 3), flat_color ? color : word(),
-                word(),         within(-1, 3),  within(-1, 3)};
+            each = {within(-9, 40),
+                    within(-9, 40),
+                    within(-0.5f, 1.5f),
+                    affine ? 1 : within(0.2f, 3),
+                    flat_color ? color : word(),
+                    word(),
+                    within(-1, 3),
+                    within(-1, 3)};
         if (word() % 2) { // a rectangle on whole pixels
             const float left = within(0, 10), top = within(0, 10), right = within(11, 30), bottom = within(11, 30);
             const float at[4][4] = {{left, top, 0, 0}, {right, top, 1, 0}, {right, bottom, 1, 1}, {left, bottom, 0, 1}};

@@ -1,5 +1,6 @@
 // State by state, each against its rule: what a context begins with, stencil, separate alpha, masks, fog, biases.
 
+#include "hardware/gpu/vmware_svga/lib/device/raster/span.h"
 #include "tests/unit/raster/across.h"
 
 #include <algorithm>
@@ -134,6 +135,14 @@ TEST_F(StateTest, OneBitOfStencil)
         quad(0, 0, 2, 2);
         EXPECT_EQ(word(depth_sid, 0, 0), 0xFFFEu | wanted);
     }
+    // It is target enough.
+    state.targets[SVGA3D_RT_COLOR0].sid = state.targets[SVGA3D_RT_DEPTH].sid = SVGA3D_INVALID_ID;
+    state.query = {true, 0};
+    EXPECT_EQ(quad(0, 0, 2, 2), draw_result::done);
+    EXPECT_EQ(word(depth_sid, 0, 0), 0xFFFEu);
+    EXPECT_EQ(state.query.samples, 4u);
+    state.targets[SVGA3D_RT_STENCIL].sid = SVGA3D_INVALID_ID;
+    EXPECT_EQ(quad(0, 0, 2, 2), draw_result::no_target);
     // A format without stencil is no stencil target.
     make_targets(2, 2, SVGA3D_A8R8G8B8, SVGA3D_Z_D24X8);
     set(SVGA3D_RS_STENCILFUNC, SVGA3D_CMP_NEVER);
@@ -219,20 +228,102 @@ TEST_F(StateTest, FogFollowsItsFunctions)
         [](double z) { return std::exp(-density * z * density * z); },
         [](double z) { return std::clamp((7 - z) / 4, 0.0, 1.0); },
     };
-    for (uint32_t function = 0; function < 4; ++function)
-        for (const uint32_t type : {1u, 2u}) { // by vertex, by pixel
-            set(SVGA3D_RS_FOGMODE, function | type << 8 | 1 << 16);
-            clear(0);
-            across({2}, {8}, 0x60FF0000);
-            for (uint32_t x = 0; x < 16; ++x) {
-                const double at = x / 16.0;
-                const double f = type == 2 ? functions[function](2 + 6 * at)
-                                           : functions[function](2) * (1 - at) + functions[function](8) * at;
-                EXPECT_NEAR(pixel(x, 0) >> 16 & 255, 255 * f, 0.6) << function << ' ' << type << ' ' << x;
-                EXPECT_NEAR(pixel(x, 0) & 255, 255 * (1 - f), 0.6);
-                EXPECT_EQ(pixel(x, 0) >> 24, 0x60u); // alpha stays
+    struct base {
+        uint32_t mode, range_state;
+        bool by_range;
+    };
+    for (const base& from : {base{1, 0, false}, {2, 0, true}, {1, 1, true}})
+        for (uint32_t function = 0; function < 4; ++function)
+            for (const uint32_t type : {1u, 2u}) { // by vertex, by pixel
+                set(SVGA3D_RS_FOGMODE, function | type << 8 | from.mode << 16);
+                set(SVGA3D_RS_RANGEFOGENABLE, from.range_state);
+                clear(0);
+                across({2}, {8}, 0x60FF0000);
+                // Of a place with y 1, as the row's and the corners' is.
+                const auto factor = [&](double x, double z) {
+                    return functions[function](from.by_range ? std::sqrt(x * x + 1 + z * z) : z);
+                };
+                for (uint32_t x = 0; x < 16; ++x) {
+                    const double at = x / 16.0;
+                    const double f =
+                        type == 2 ? factor(2 * at - 1, 2 + 6 * at) : factor(1, 2) * (1 - at) + factor(1, 8) * at;
+                    EXPECT_NEAR(pixel(x, 0) >> 16 & 255, 255 * f, 0.6) << function << ' ' << type << ' ' << x;
+                    EXPECT_NEAR(pixel(x, 0) & 255, 255 * (1 - f), 0.6);
+                    EXPECT_EQ(pixel(x, 0) >> 24, 0x60u); // alpha stays
+                }
             }
+    // Positions on the target are as far away as their z says.
+    for (const uint32_t type : {1u, 2u}) {
+        set(SVGA3D_RS_FOGMODE, 3 | type << 8 | 2 << 16);
+        quad(0, 0, 16, 1, 0x60FF0000, 1, 1, 5);
+        EXPECT_EQ(pixel(9, 0), 0x60800080u);
+    }
+}
+
+// Beyond 0..1 at its corners, and with a bias: what the depth box and the user's planes cut off elsewhere.
+TEST_F(StateTest, DepthIsClampedAtEachPixel)
+{
+    make_targets(16, 4, SVGA3D_A8R8G8B8, SVGA3D_Z_D16);
+    set(SVGA3D_RS_ZENABLE, 1);
+    set(SVGA3D_RS_ZFUNC, SVGA3D_CMP_ALWAYS);
+    set(SVGA3D_RS_CLIPPLANEENABLE, 1);
+    state.clip_planes[0] = {0, 0, 0, -1}; // keeps nothing
+    set_float(SVGA3D_RS_DEPTHBIAS, 0.25f);
+    const corner corners[] = {{0, 0, -1}, {16, 0, 3}, {16, 4, 3}, {0, 4, -1}};
+    const auto expect_depths = [&](const char* what, uint32_t first, uint32_t last, double z, double growth) {
+        for (uint32_t x = first; x <= last; ++x)
+            EXPECT_NEAR(word(depth_sid, x, 0), std::clamp(z + growth * (x - first) + 0.25, 0.0, 1.0) * 65535, 0.51)
+                << what << ' ' << x;
+    };
+    for (const bool by_pixels : {false, true}) {
+        raster::set_spans(!by_pixels);
+        clear(0, 0.5f);
+        draw(SVGA3D_PRIMITIVE_TRIANGLEFAN, 2, {corners, corners + 4});
+        expect_depths(by_pixels ? "pixels" : "lanes", 0, 15, -1, 0.25);
+    }
+    raster::set_spans(true);
+    clear(0, 0.5f);
+    draw(SVGA3D_PRIMITIVE_LINELIST, 1, {corners, corners + 2});
+    expect_depths("line", 0, 15, -1, 0.25);
+    draw(SVGA3D_PRIMITIVE_POINTLIST, 4, {{0, 0, -0.125f}, {1, 0, -1}, {2, 0, 0.875f}, {3, 0, NAN}});
+    expect_depths("point", 0, 0, -0.125, 0);
+    expect_depths("point", 1, 1, -1, 0);
+    expect_depths("point", 2, 2, 0.875, 0);
+    expect_depths("point", 3, 3, 0, 0);
+}
+
+// What docs/device.md lists as without effect, on lines, points and faces with a texture.
+TEST_F(StateTest, SomeStatesChangeNothing)
+{
+    make_targets(32, 32);
+    texture(4, 4, std::vector<uint32_t>(16, 0xFF806040), SVGA3D_TEX_FILTER_LINEAR);
+    set_float(SVGA3D_RS_POINTSIZE, 3);
+    const auto drawn = [this] {
+        clear(0xFF102030);
+        const std::vector<corner> corners = {{2, 2, 0.5f, 1, 0x80FF0000}, {20, 5, 1.5f, 1}, {9, 29, 0.5f, 2}};
+        for (const uint32_t type :
+             {SVGA3D_PRIMITIVE_TRIANGLELIST, SVGA3D_PRIMITIVE_POINTLIST, SVGA3D_PRIMITIVE_LINESTRIP})
+            EXPECT_EQ(draw(type, 1, corners), draw_result::done);
+        const std::vector<corner> beyond = {{-2, 2, 0.5f}, {0, -2, 0.5f}, {0.9f, 0.9f, -1}};
+        EXPECT_EQ(draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1, beyond, SVGA3D_DECLUSAGE_POSITION), draw_result::done);
+        return std::vector<std::byte>{view(color_sid).bytes, view(color_sid).bytes + view(color_sid).byte_size()};
+    };
+    const std::vector<std::byte> wanted = drawn();
+    const context before = state;
+    for (const uint32_t which :
+         {4, 31, 44, 65, 66, 68, 69, 70, 71, 72, 73, 74, 75, 76, 77, 78, 79, 80, 81, 82, 83, 84, 89, 90, 91})
+        for (const uint32_t value : {0u, 1u, 0x3F000000u, 0x40800000u}) {
+            set(which, value);
+            EXPECT_EQ(drawn(), wanted) << which;
+            state = before;
         }
+    for (const uint32_t which : {17, 18, 19, 20, 23, 25, 26, 27}) {
+        stage(0, which, 0x40800000);
+        EXPECT_EQ(drawn(), wanted) << which;
+    }
+    for (uint32_t which = 12; which < 15; ++which)
+        state.transforms[which].fill(3);
+    EXPECT_EQ(drawn(), wanted);
 }
 
 TEST_F(StateTest, DepthIsBiased)

@@ -236,7 +236,8 @@ draw_result draw_primitives(context& of, surface_store& surfaces,
     if (std::ranges::any_of(divisors, [](uint32_t divisor) { return divisor > 1; }))
         return draw_result::not_supported;
     raster::draw_setup setup;
-    if (const draw_result result = raster::make_setup(of, surfaces, setup); result != draw_result::done)
+    if (const draw_result result = raster::make_setup(of, surfaces, raster::are_transformed(declarations), setup);
+        result != draw_result::done)
         return result;
     raster::draw_memory own;
     raster::draw_memory& memory = workers ? workers->memory() : own;

@@ -2,6 +2,8 @@
 
 #include "hardware/gpu/vmware_svga/lib/device/raster/numeric.h"
 
+#include <cmath>
+
 namespace kalix::device::raster {
 namespace {
 
@@ -48,9 +50,17 @@ color textured(const draw_setup& setup, const fragment& what)
     return result;
 }
 
-color fogged(const fog_state& fog, const color& c, double value)
+double fog_share(const fog_state& fog, const varyings& values)
 {
-    const auto f = static_cast<float>(fog.per_pixel ? fog_factor(fog, value) : clamp01(value));
+    if (!fog.per_pixel)
+        return clamp01(values[varying_fog]);
+    const double* const place = values.data() + fog.place;
+    return fog_factor(fog, fog.place != 0 ? distance_to(place[0], place[1], place[2]) : values[varying_fog]);
+}
+
+color fogged(const fog_state& fog, const color& c, const varyings& values)
+{
+    const auto f = static_cast<float>(fog_share(fog, values));
     return {c.r * f + fog.value.r * (1 - f), c.g * f + fog.value.g * (1 - f), c.b * f + fog.value.b * (1 - f), c.a};
 }
 
@@ -114,6 +124,11 @@ private:
 
 } // namespace
 
+double distance_to(double x, double y, double z)
+{
+    return std::sqrt(x * x + y * y + z * z);
+}
+
 double fog_factor(const fog_state& fog, double depth)
 {
     switch (fog.function) {
@@ -132,7 +147,7 @@ void draw_fragment(const draw_setup& setup, const fragment& what, share& of)
 {
     color result = textured(setup, what);
     if (setup.fog.enabled)
-        result = fogged(setup.fog, result, (*what.values)[varying_fog]);
+        result = fogged(setup.fog, result, *what.values);
     if (setup.tests_alpha && !passes(setup.alpha_compare, result.a, setup.alpha_reference))
         return;
     if (!tests{setup, what}.run())

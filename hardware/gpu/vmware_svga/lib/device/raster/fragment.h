@@ -22,6 +22,8 @@ struct fog_state {
     bool enabled = false;
     uint32_t function = 0; // 0 none, 1 exp, 2 exp2, 3 linear, 4 per vertex
     bool per_pixel = false;
+    bool by_range = false; // its depth is the distance from the eye
+    uint32_t place = 0;    // the first of three varyings that hold a pixel's place, for its distance; 0: not needed
     double start = 0, end = 1, density = 1;
     color value{};
 };
@@ -70,11 +72,14 @@ struct draw_setup {
     bool plain = false;    // one texture joined with the diffuse colour, blended by its alpha at most
 };
 
-// Resolves a context's state; the result that refuses the draw instead when something is not there.
-draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& out);
+// Resolves a context's state for vertices of a kind; the result that refuses the draw instead when something is not
+// there.
+draw_result make_setup(const context& of, surface_store& surfaces, bool transformed, draw_setup& out);
 
-// The fog factor of a view-space depth: 1 is no fog.
+// The fog factor of a depth: 1 is no fog.
 double fog_factor(const fog_state& fog, double depth);
+// How far away a place in view space is.
+double distance_to(double x, double y, double z);
 
 struct fragment {
     uint32_t x, y; // inside setup.to.area

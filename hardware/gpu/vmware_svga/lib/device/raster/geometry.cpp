@@ -8,6 +8,7 @@ namespace kalix::device::raster {
 namespace {
 
 constexpr int subpixel_shift = 8; // of 1/256 pixel
+constexpr int64_t half_pixel = 1 << (subpixel_shift - 1);
 
 int64_t pixel_down(int64_t fixed)
 {
@@ -16,6 +17,10 @@ int64_t pixel_down(int64_t fixed)
 int64_t pixel_up(int64_t fixed)
 {
     return -(-fixed >> subpixel_shift);
+}
+int64_t nearest_pixel(int64_t fixed)
+{
+    return pixel_down(fixed + half_pixel);
 }
 
 // The pixels whose centres lie within a triangle's box.
@@ -26,12 +31,12 @@ pixel_rect box_of(const window_vertex& a, const window_vertex& b, const window_v
     return {pixel_up(left), pixel_up(top), pixel_down(right) + 1, pixel_down(bottom) + 1};
 }
 
-// A box around a line or a point, by which it counts as inside the target.
-pixel_rect box_around(const window_vertex& a, const window_vertex& b, double around)
+// The pixels between those nearest to a line's ends.
+pixel_rect box_of(const window_vertex& a, const window_vertex& b)
 {
-    const auto reach = static_cast<int64_t>(around) + 1;
-    return {pixel_down(std::min(a.x, b.x)) - reach, pixel_down(std::min(a.y, b.y)) - reach,
-            pixel_down(std::max(a.x, b.x)) + reach, pixel_down(std::max(a.y, b.y)) + reach};
+    const auto [left, right] = std::minmax({nearest_pixel(a.x), nearest_pixel(b.x)});
+    const auto [top, bottom] = std::minmax({nearest_pixel(a.y), nearest_pixel(b.y)});
+    return {left, top, right + 1, bottom + 1};
 }
 
 } // namespace
@@ -164,13 +169,13 @@ void geometry::add_line(batch& to, vertex* from, vertex* end, bool back_face, co
     if ((from->outside | end->outside) != 0 && !clip_.cut(from, end, to.vertices))
         return;
     if (put_into_window({{from, end}}))
-        push(to, {{from, end, end}, flat, 0, 0, 2, back_face}, box_around(from->window, end->window, 0));
+        push(to, {{from, end, end}, flat, 0, 0, 2, back_face}, box_of(from->window, end->window));
 }
 
 void geometry::add_point(batch& to, vertex* at, bool back_face, const double* flat) const
 {
     if (at->outside == 0 && at->drawable)
-        push(to, {{at, at, at}, flat, 0, 0, 1, back_face}, box_around(at->window, at->window, at->point_size / 2));
+        push(to, {{at, at, at}, flat, 0, 0, 1, back_face}, point_pixels(at->window, at->point_size));
 }
 
 // Adds a shape that touches pixels of the target.
@@ -180,8 +185,7 @@ void geometry::push(batch& to, window_shape shape, const pixel_rect& reach) cons
     if (box.is_empty())
         return;
     shape.top = static_cast<int32_t>(box.top);
-    const int64_t rounded = shape.corners == 3 ? 0 : 1; // lines and points round to the nearest pixel
-    shape.bottom = static_cast<int32_t>(std::min(box.bottom + rounded, area_.bottom));
+    shape.bottom = static_cast<int32_t>(box.bottom);
     to.pixels += static_cast<uint64_t>((box.right - box.left) * (box.bottom - box.top));
     to.shapes.push_back(shape);
 }

@@ -78,7 +78,7 @@ HWY_INLINE colors chosen_from(word_mask first, const colors& a, const colors& b)
 HWY_INLINE colors sampled_levels(const sampler& from, word_lanes level, word_mask wanted, const coordinate_steps& at)
 {
     colors result = unpacked_bytes(hn::Zero(words));
-    for (uint32_t each = 0; each < from.level_count; ++each) {
+    for (uint32_t each = from.first_level; each < from.level_count; ++each) {
         const word_mask here = hn::And(wanted, hn::Eq(level, hn::Set(words, each)));
         if (hn::AllFalse(words, here))
             continue;
@@ -101,7 +101,7 @@ HWY_NOINLINE colors sampled_with_detail(const sampler& from, const texture_lanes
 {
     const real_lanes detail = detail_of(from, at);
     const real_lanes last = hn::Set(reals, from.level_count - 1);
-    const real_lanes wanted = into(detail, hn::Zero(reals), last);
+    const real_lanes wanted = into(detail, hn::Set(reals, from.first_level), last);
     const word_lanes zero = hn::Zero(words);
     const word_mask minified = hn::And(drawn, above_zero(detail));
     colors result = unpacked_bytes(zero);

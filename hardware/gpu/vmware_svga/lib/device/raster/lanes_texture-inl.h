@@ -90,7 +90,8 @@ struct texture_lanes {
     texture_axis u, v;
 
     HWY_INLINE texture_lanes() = default;
-    explicit HWY_INLINE texture_lanes(const sampler& from, uint32_t level = 0)
+    explicit HWY_INLINE texture_lanes(const sampler& from) : texture_lanes{from, from.first_level} {}
+    HWY_INLINE texture_lanes(const sampler& from, uint32_t level)
         : image{&from.image(0, level)}, texels{reinterpret_cast<const uint32_t*>(image->bytes)},
           row_bytes{hn::Set(ints, static_cast<int32_t>(image->row_bytes))},
           opaque{hn::Set(words, image->format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0)},

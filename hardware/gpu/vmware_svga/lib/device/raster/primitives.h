@@ -27,6 +27,9 @@ void draw_triangle(const draw_setup& setup, const triangle_state& state, std::ar
 void draw_line(const draw_setup& setup, const triangle_state& state, const window_vertex& from, const window_vertex& to,
                bool last_pixel, share& of);
 
+// The pixels whose centres a point of a size in pixels covers.
+pixel_rect point_pixels(const window_vertex& at, double size);
+
 // A point of a size in pixels; as a sprite every stage's coordinates run over it.
 void draw_point(const draw_setup& setup, const triangle_state& state, const window_vertex& at, double size, bool sprite,
                 share& of);

@@ -51,14 +51,14 @@ private:
     int64_t mask_; // of a side that is a power of two: a remainder without a division
 };
 
-// A flat texture of one level and 32-bit texels.
+// A flat texture that is seen in one level, of 32-bit texels.
 struct texture {
     image_view image;
     axis u, v;
     uint32_t opaque; // of a format without alpha, what its fourth byte reads as
 
     explicit texture(const sampler& from)
-        : image{from.image(0, 0)}, u{image.width, from.address_u}, v{image.height, from.address_v},
+        : image{from.image(0, from.first_level)}, u{image.width, from.address_u}, v{image.height, from.address_v},
           opaque{image.format_number == SVGA3D_X8R8G8B8 ? 0xFF000000u : 0}
     {
     }

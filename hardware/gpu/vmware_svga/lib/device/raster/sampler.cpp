@@ -176,6 +176,8 @@ sampler make_sampler(const context& of, surface_store& surfaces, uint32_t stage)
     surface* const bound = surfaces.find(states[SVGA3D_TS_BIND_TEXTURE]);
     if (bound && format_of(bound->format).can_be_sampled())
         add_levels(surfaces, *bound, made);
+    if (made.level_count != 0)
+        made.first_level = std::min(states[SVGA3D_TS_TEXTURE_MIPMAP_LEVEL], made.level_count - 1);
     return made;
 }
 
@@ -212,12 +214,12 @@ color sample(const sampler& from, const texture_point& at, double detail)
     if (from.shape == texture_shape::none)
         return missing;
     if (detail <= 0)
-        return filtered(from, from.magnify, 0, at);
+        return filtered(from, from.magnify, from.first_level, at);
     const double last = from.level_count - 1;
-    const double wanted = clamped(detail, 0, last);
+    const double wanted = clamped(detail, from.first_level, last);
     switch (from.between_levels) {
     case SVGA3D_TEX_FILTER_NONE:
-        return filtered(from, from.minify, 0, at);
+        return filtered(from, from.minify, from.first_level, at);
     case SVGA3D_TEX_FILTER_NEAREST:
         return filtered(from, from.minify, static_cast<uint32_t>(wanted + 0.5), at);
     default: {

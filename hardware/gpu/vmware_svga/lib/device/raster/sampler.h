@@ -18,6 +18,7 @@ struct sampler {
     texture_shape shape = texture_shape::none;
     std::vector<image_view> levels{}; // face by face
     uint32_t level_count = 0;         // of a face
+    uint32_t first_level = 0;         // the most detailed one that may be used
     uint32_t address_u = SVGA3D_TEX_ADDRESS_WRAP, address_v = SVGA3D_TEX_ADDRESS_WRAP,
              address_w = SVGA3D_TEX_ADDRESS_WRAP;
     uint32_t magnify = SVGA3D_TEX_FILTER_NEAREST, minify = SVGA3D_TEX_FILTER_NEAREST;

@@ -30,7 +30,7 @@ void make_stencil(const context& of, draw_setup& out)
     out.stencil_write_mask = states[SVGA3D_RS_STENCILWRITEMASK];
 }
 
-void make_fog(const context& of, fog_state& out)
+void make_fog(const context& of, bool transformed, fog_state& out)
 {
     const auto& states = of.render_states;
     const auto real = [&states](uint32_t state) { return static_cast<double>(as_float(states[state])); };
@@ -40,6 +40,7 @@ void make_fog(const context& of, fog_state& out)
     out.enabled = states[SVGA3D_RS_FOGENABLE] != 0;
     out.function = mode & 255;
     out.per_pixel = (mode >> 8 & 255) == 2 && out.function != 4;
+    out.by_range = ((mode >> 16 & 255) == 2 || states[SVGA3D_RS_RANGEFOGENABLE]) && !transformed;
     out.start = real(SVGA3D_RS_FOGSTART);
     out.end = real(SVGA3D_RS_FOGEND);
     out.density = real(SVGA3D_RS_FOGDENSITY);
@@ -77,11 +78,11 @@ void choose_walked(draw_setup& out)
 
 } // namespace
 
-draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& out)
+draw_result make_setup(const context& of, surface_store& surfaces, bool transformed, draw_setup& out)
 {
     const auto& states = of.render_states;
     out.to = targets_of(of, surfaces);
-    if (!out.to.color && !out.to.depth.view)
+    if (!out.to.any())
         return draw_result::no_target;
     if (states[SVGA3D_RS_VERTEXBLEND] || of.bound_shaders[SVGA3D_SHADERTYPE_VS] != SVGA3D_INVALID_ID ||
         of.bound_shaders[SVGA3D_SHADERTYPE_PS] != SVGA3D_INVALID_ID)
@@ -91,12 +92,16 @@ draw_result make_setup(const context& of, surface_store& surfaces, draw_setup& o
     out.output = make_output(of);
     make_depth(of, out);
     make_stencil(of, out);
-    make_fog(of, out.fog);
+    make_fog(of, transformed, out.fog);
     out.adds_specular = states[SVGA3D_RS_SPECULARENABLE] != 0;
     out.tests_alpha = states[SVGA3D_RS_ALPHATESTENABLE] != 0;
     out.alpha_compare = states[SVGA3D_RS_ALPHAFUNC];
     out.alpha_reference = as_float(states[SVGA3D_RS_ALPHAREF]);
     out.varying_count = varying_coordinates + 4 * out.chain.count;
+    if (out.fog.enabled && out.fog.per_pixel && out.fog.by_range) {
+        out.fog.place = out.varying_count; // a distance is no plane over the window: its parts are
+        out.varying_count += 3;
+    }
     out.feeds_back = feeds_back(of, out.chain.count);
     out.draws_spans = choose_spans(out);
     choose_walked(out);

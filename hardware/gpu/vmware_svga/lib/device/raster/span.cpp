@@ -130,7 +130,8 @@ bool tests_fit(const draw_setup& setup)
 bool fits_lanes(const draw_setup& setup)
 {
     constexpr uint32_t linear = 3;
-    const bool fog_fits = !setup.fog.enabled || !setup.fog.per_pixel || setup.fog.function == linear;
+    const bool fog_fits =
+        !setup.fog.enabled || !setup.fog.per_pixel || (setup.fog.function == linear && setup.fog.place == 0);
     const std::span stages{setup.chain.stages.data(), setup.chain.count};
     return setup.to.color && has_words(setup.to.color) && fog_fits && tests_fit(setup) &&
            std::ranges::all_of(stages, [](const combiner_stage& stage) { return fits_lanes(stage); });

@@ -175,8 +175,14 @@ void put_declared(const transform_state& state, uint64_t index, vertex& out)
 
 void put_fog(const transform_state& state, const four& in_view, uint64_t index, vertex& out)
 {
-    out.values[varying_fog] =
-        state.fog->enabled ? fog_value(*state.fog, in_view[2], read_attribute(state.fetch->fog, index)[0]) : 0;
+    const fog_state& fog = *state.fog;
+    out.values[varying_fog] = 0;
+    if (!fog.enabled)
+        return;
+    if (fog.place != 0)
+        std::copy_n(std::array{in_view[0], in_view[1], in_view[2]}.begin(), 3, out.values + fog.place);
+    const double depth = fog.by_range ? distance_to(in_view[0], in_view[1], in_view[2]) : in_view[2];
+    out.values[varying_fog] = fog_value(fog, depth, read_attribute(state.fetch->fog, index)[0]);
 }
 
 // The nearest integer, halves up, of a number that fits.
@@ -185,6 +191,14 @@ int64_t nearest(double value)
     const double up = value + 0.5;
     const auto whole = static_cast<int64_t>(up); // toward zero
     return whole - (static_cast<double>(whole) > up ? 1 : 0);
+}
+
+// A depth as it is, as far as planes through it stay finite: no sum of two floats lies further away. 0 for what is
+// not a number.
+double finite_depth(double depth)
+{
+    constexpr double reach = 0x1p130;
+    return depth == depth ? clamped(depth, -reach, reach) : 0;
 }
 
 // Whether anything of a draw looks at the specular colour.
@@ -297,7 +311,7 @@ void place(const transform_state& state, vertex& at)
     constexpr double reach = limits::extent;
     at.drawable = std::abs(window_x) < reach && std::abs(window_y) < reach && std::isfinite(inverse_w);
     if (at.drawable)
-        at.window = {nearest(window_x * subpixels), nearest(window_y * subpixels), clamp01(depth), inverse_w,
+        at.window = {nearest(window_x * subpixels), nearest(window_y * subpixels), finite_depth(depth), inverse_w,
                      at.values};
 }
 

@@ -15,16 +15,16 @@ namespace kalix::device::raster {
 enum varying : uint32_t {
     varying_diffuse = 0,     // r, g, b, a
     varying_specular = 4,    // r, g, b, a
-    varying_fog = 8,         // view-space depth, or the factor itself
-    varying_coordinates = 9, // s, t, r, q of each stage
-    varying_count_max = varying_coordinates + 4 * SVGA3D_TEXTURE_STAGES
+    varying_fog = 8,         // depth, or the factor itself
+    varying_coordinates = 9, // s, t, r, q of each stage in use; x, y, z in view space behind them, for range fog
+    varying_count_max = varying_coordinates + 4 * SVGA3D_TEXTURE_STAGES + 3
 };
 using varyings = std::array<double, varying_count_max>;
 
 // A vertex in window coordinates.
 struct window_vertex {
     int64_t x, y; // 1/256 pixel
-    double z;     // depth, 0..1
+    double z;     // depth, finite; pixels clamp it
     double inverse_w;
     const double* values; // of the draw's varying_count
 };

@@ -168,6 +168,13 @@ bool vertex_fetch::holds(uint64_t last) const
            std::ranges::all_of(coordinates, [last](const attribute& a) { return attribute_holds(a, last); });
 }
 
+bool are_transformed(std::span<const svga3d_vertex_declaration> declarations)
+{
+    return std::ranges::any_of(declarations, [](const svga3d_vertex_declaration& each) {
+        return each.usage == SVGA3D_DECLUSAGE_POSITIONT && each.usage_index == 0;
+    });
+}
+
 draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
                        vertex_fetch& out)
 {
@@ -191,9 +198,8 @@ draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_de
         named->bytes = type.bytes;
         named->read = type.read;
         named->how = type.how;
-        if (declaration.usage == SVGA3D_DECLUSAGE_POSITIONT)
-            out.transformed = true;
     }
+    out.transformed = are_transformed(declarations);
     return out.position.start ? draw_result::done : draw_result::bad_declaration;
 }
 

@@ -83,6 +83,9 @@ inline attribute_value read_attribute(const attribute& from, uint64_t index)
     }
 }
 
+// Whether the declared positions are target pixels already.
+bool are_transformed(std::span<const svga3d_vertex_declaration> declarations);
+
 // Finds the arrays that declarations name; the result that refuses the draw instead when one is wrong.
 draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_declaration> declarations,
                        vertex_fetch& out);
