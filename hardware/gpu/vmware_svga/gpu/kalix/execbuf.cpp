@@ -86,15 +86,15 @@ void commit(uint32_t reserved, uint32_t committed)
         SVGA_FIFOCommit(committed);
 }
 
-// From the reservation to the fence. 0 or the status that refuses the request; *line then receives what is
-// to be logged once the lock is free.
-int execute(client_record* client, const execbuf_req& req, fence_pair* fence, const char** line)
+// From the reservation to the fence. 0 or the status that refuses the request; *say then receives what
+// logs why, once the lock is free.
+int execute(client_record* client, const execbuf_req& req, fence_pair* fence, void (**say)())
     KALIX_REQUIRES(_globals.fifo_lock)
 {
     const uint32_t bytes = req.byte_count;
     auto* const space = static_cast<std::byte*>(SVGA_FIFOReserve(bytes));
     if (!space) {
-        *line = "kalix: fifo reserve failed for execbuf.";
+        *say = [] { slogf(log_code, log_error, "kalix: fifo reserve failed for execbuf."); };
         return status_no_memory;
     }
     command_buffer_use buffer;
@@ -102,7 +102,7 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, co
         buffer = cmd_getbuf(client, static_cast<uint32_t>(req.buffer_id));
     if (!buffer.map) {
         commit(bytes, 0);
-        *line = "kalix: could not map to user command buffer";
+        *say = [] { slogf(log_code, log_error, "kalix: could not map to user command buffer"); };
         return status_invalid;
     }
     std::memcpy(space, buffer.map, bytes);
@@ -112,7 +112,7 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, co
     client->last_sid = no_id;
     if (const int refused = cmd_check_all(client, {space, bytes})) {
         commit(bytes, 0);
-        *line = "kalix: command validation failed";
+        *say = [] { slogf(log_code, log_error, "kalix: command validation failed"); };
         return refused;
     }
     platform::sleep_us(std::min(req.delay_us, _globals.settings.max_delay_us));
@@ -156,14 +156,14 @@ int vmw_execbuf_ioctl(client_record* client, execbuf_req* req)
     if (!client || !req)
         return status_invalid;
     fence_pair fence{};
-    const char* line = nullptr;
+    void (*say)() = nullptr;
     int status;
     {
         hold lock{_globals.fifo_lock};
-        status = execute(client, *req, &fence, &line);
+        status = execute(client, *req, &fence, &say);
     }
     if (status != 0) {
-        slogf(log_code, log_error, "%s", line);
+        say();
         return status;
     }
     execbuf_rep reply;

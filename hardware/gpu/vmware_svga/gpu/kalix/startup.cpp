@@ -44,6 +44,7 @@ void say_farewell()
     platform::slogf_always(log_code, log_information, "kalix: shutting down gpu driver...");
 }
 
+// One kind for all: such a line is the last but one.
 int fail(const char* line)
 {
     slogf(log_code, log_error, "%s", line);
@@ -258,6 +259,7 @@ int run_driver(int argc, char** argv)
     if (!_globals.test_mode)
         platform::procmgr_daemon(0, platform::daemon_keep_directory | platform::daemon_keep_descriptors |
                                         platform::daemon_keep_streams);
+    platform::process_watch_signals();
     platform::ThreadCtl(platform::thread_control_io, nullptr);
     if (_globals.software_mode) {
         slogf(log_code, log_information, "kalix: starting gpu driver in software mode is DISABLED");
