@@ -171,7 +171,8 @@ void reset_globals()
     std::construct_at(&_globals);
 }
 
-int gdb_check()
+// Never inlined: a debugger stops here.
+[[gnu::noinline]] int gdb_check()
 {
     volatile int released = 0;
     return released;
