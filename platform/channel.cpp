@@ -119,7 +119,6 @@ name_attach_t* name_attach(void* /*dispatch*/, const char* name, unsigned /*flag
     }
     ours.attached.chid = ++last_chid;
     ours.chid = ours.attached.chid;
-    report_ready();
     return &ours.attached;
 }
 
@@ -165,6 +164,7 @@ int32_t MsgReceivev(int32_t chid, std::span<const std::span<std::byte>> parts, _
     channel& ours = the_channel();
     if (chid == 0 || chid != ours.chid)
         return fail_with(ESRCH);
+    report_ready();
     const std::optional<delivery> given = ours.loop->receive();
     if (!given)
         return -1;

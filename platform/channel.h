@@ -49,9 +49,8 @@ struct name_attach_t {
 };
 
 // Opens the channel of that name in the run directory, making the directory when missing, taking its
-// lock, replacing the socket of a dead server and emptying shm/. Reports readiness once it is open
-// (READY=1 to NOTIFY_SOCKET, a byte to KALIX_READY_FD). Returns the record, owned by the platform, or
-// null with errno set after one line saying what failed (another server runs: "cannot lock").
+// lock, replacing the socket of a dead server and emptying shm/. Returns the record, owned by the platform,
+// or null with errno set after one line saying what failed (another server runs: "cannot lock").
 name_attach_t* name_attach(void* dispatch, const char* name, unsigned flags);
 
 // Closes every connection, removes the socket and what shm/ holds, and forgets the channel. No other

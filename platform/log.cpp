@@ -3,35 +3,27 @@
 #include "base/lock.h"
 #include "base/never_destroyed.h"
 #include "platform/clock.h"
+#include "platform/log_sink.h"
 #include "platform/logger.h"
 #include "platform/rate_limiter.h"
-#include "platform/unique_fd.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <fcntl.h>
 #include <span>
 #include <string_view>
 #include <sys/timerfd.h>
-#include <syslog.h>
 
 namespace kalix::platform {
 namespace {
 
-constexpr size_t line_max = 2048; // bytes with time and newline; longer ones are cut
-
-enum class target { unopened, system_log, standard_error, file };
+constexpr int log_finish_ms = 200; // that the end of the process waits for a reader of the log
 
 struct logger {
     mutex lock;
-    target kind KALIX_GUARDED_BY(lock) = target::unopened;
-    unique_fd file KALIX_GUARDED_BY(lock);
+    log_sink sink KALIX_GUARDED_BY(lock);
     int timer KALIX_GUARDED_BY(lock) = -1;
     rate_limiter limiter KALIX_GUARDED_BY(lock);
 };
@@ -43,94 +35,27 @@ logger& the_logger()
     return *only;
 }
 
-int system_priority(int severity)
-{
-    constexpr std::array priorities{LOG_EMERG,  LOG_CRIT, LOG_ERR,   LOG_WARNING,
-                                    LOG_NOTICE, LOG_INFO, LOG_DEBUG, LOG_DEBUG};
-    return priorities[static_cast<size_t>(std::clamp(severity, 0, 7))];
-}
-
-// Writes "2026-01-31T12:00:00.123456Z 2 " and returns its length.
-size_t write_stamp(std::span<char> line, int severity)
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    const size_t seconds = std::strftime(line.data(), line.size(), "%Y-%m-%dT%H:%M:%S", &utc);
-    const int rest =
-        std::snprintf(line.data() + seconds, line.size() - seconds, ".%06ldZ %d ", now.tv_nsec / 1000, severity);
-    return seconds + static_cast<size_t>(rest);
-}
-
-// One write a line: with O_APPEND whole lines stay whole, also beside other processes.
-void write_stamped(int fd, int severity, std::string_view text)
-{
-    std::array<char, line_max> line;
-    const size_t stamp = write_stamp(line, severity);
-    const size_t length = std::min(text.size(), line.size() - stamp - 1);
-    std::copy_n(text.begin(), length, line.begin() + static_cast<std::ptrdiff_t>(stamp));
-    line[stamp + length] = '\n';
-    while (::write(fd, line.data(), stamp + length + 1) < 0 && errno == EINTR) {
-    }
-}
-
-void write_text(logger& log, int severity, std::string_view text) KALIX_REQUIRES(log.lock)
-{
-    switch (log.kind) {
-    case target::file:
-        return write_stamped(log.file.get(), severity, text);
-    case target::standard_error:
-        return write_stamped(STDERR_FILENO, severity, text);
-    case target::system_log:
-    case target::unopened:
-        return syslog(system_priority(severity), "%.*s", static_cast<int>(text.size()), text.data());
-    }
-}
-
-void open_target(logger& log) KALIX_REQUIRES(log.lock)
-{
-    const char* wanted = std::getenv("KALIX_LOG");
-    log.file.reset();
-    log.kind = isatty(STDERR_FILENO) != 0 ? target::standard_error : target::system_log;
-    openlog("kalix", LOG_PID, LOG_DAEMON);
-    if (wanted == nullptr || *wanted == '\0')
-        return;
-    if (std::strcmp(wanted, "stderr") == 0) {
-        log.kind = target::standard_error;
-        return;
-    }
-    log.file.reset(::open(wanted, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0640));
-    if (log.file) {
-        log.kind = target::file;
-        return;
-    }
-    std::array<char, 512> line;
-    std::snprintf(line.data(), line.size(), "kalix: cannot open KALIX_LOG file %s: %s (%d)", wanted,
-                  std::strerror(errno), errno);
-    write_text(log, log_warning, line.data());
-}
-
 void open_if_needed(logger& log) KALIX_REQUIRES(log.lock)
 {
-    if (log.kind == target::unopened)
-        open_target(log);
+    if (!log.sink.is_open())
+        log.sink.open();
 }
 
 void write_counts(logger& log, int64_t now) KALIX_REQUIRES(log.lock)
 {
-    log.limiter.take_due(now, [&log](const call_site& site) KALIX_NO_THREAD_SAFETY_ANALYSIS {
+    log.limiter.take_due(now, [&log](const line_kind& kind) KALIX_NO_THREAD_SAFETY_ANALYSIS {
         std::array<char, 192> line;
-        std::snprintf(line.data(), line.size(), "kalix: %u more lines not written, like: %s", site.withheld,
-                      site.last_line.data());
-        write_text(log, site.severity, line.data());
+        std::snprintf(line.data(), line.size(), "kalix: %u more lines not written, like: %s", kind.withheld,
+                      kind.last_line.data());
+        log.sink.write(kind.severity, line.data());
     });
 }
 
-// Sets the timer to the moment at which the next count is due.
+// Sets the timer to the moment at which the next count is due, or lines that wait are tried again.
 void set_timer(logger& log, int64_t now) KALIX_REQUIRES(log.lock)
 {
-    const int64_t due = log.limiter.next_due_ms();
+    const int64_t due =
+        std::min(log.limiter.next_due_ms(), log.sink.waits() ? now + log_retry_ms : rate_limiter::never);
     if (log.timer < 0 || due == rate_limiter::never)
         return;
     const int64_t wait_ms = std::max<int64_t>(due - now, 1);
@@ -151,61 +76,66 @@ __attribute__((format(printf, 2, 0))) std::string_view format_text(std::span<cha
     return {text.data(), length};
 }
 
-// A line from a call site, or one without limit when site is null.
-__attribute__((format(printf, 3, 0))) void write_line(const void* site, int severity, const char* format,
-                                                      va_list arguments)
+// Writes a line, or counts it when its kind has had its share of lines.
+__attribute__((format(printf, 2, 0))) void write_limited(int severity, const char* format, va_list arguments)
 {
-    const int kept = errno;
     logger& log = the_logger();
-    {
-        const hold held{log.lock};
-        open_if_needed(log);
-        const int64_t now = now_ms();
-        write_counts(log, now);
-        call_site* admitted = site != nullptr ? log.limiter.admit(site, now) : nullptr;
-        if (site == nullptr || admitted != nullptr) {
-            std::array<char, line_max> text;
-            const std::string_view line = format_text(text, format, arguments);
-            write_text(log, severity, line);
-            if (admitted != nullptr)
-                admitted->remember(severity, line);
-        } else {
-            set_timer(log, now);
-        }
+    const hold held{log.lock};
+    open_if_needed(log);
+    const int64_t now = now_ms();
+    write_counts(log, now);
+    if (line_kind* const admitted = log.limiter.admit(format, now)) {
+        std::array<char, log_line_max> text;
+        const std::string_view line = format_text(text, format, arguments);
+        log.sink.write(severity, line);
+        admitted->remember(severity, line);
+        if (!log.sink.waits())
+            return;
     }
-    errno = kept;
+    set_timer(log, now);
 }
 
 } // namespace
 
-__attribute__((noinline)) void slogf(int /*code*/, int severity, const char* format, ...)
+void slogf(int /*code*/, int severity, const char* format, ...)
 {
+    const int kept = errno;
     va_list arguments;
     va_start(arguments, format);
-    write_line(__builtin_return_address(0), severity, format, arguments);
+    write_limited(severity, format, arguments);
     va_end(arguments);
+    errno = kept;
 }
 
 void slogf_always(int /*code*/, int severity, const char* format, ...)
 {
+    const int kept = errno;
     va_list arguments;
     va_start(arguments, format);
-    write_line(nullptr, severity, format, arguments);
+    std::array<char, log_line_max> text;
+    const std::string_view line = format_text(text, format, arguments);
     va_end(arguments);
+    logger& log = the_logger();
+    {
+        const hold held{log.lock};
+        open_if_needed(log);
+        log.sink.write(severity, line, line_class::last_words);
+    }
+    errno = kept;
 }
 
 void log_open()
 {
     logger& log = the_logger();
     const hold held{log.lock};
-    open_target(log);
+    log.sink.open();
 }
 
 int log_descriptor()
 {
     logger& log = the_logger();
     const hold held{log.lock};
-    return log.file.get();
+    return log.sink.descriptor();
 }
 
 void log_set_timer(int fd)
@@ -216,20 +146,22 @@ void log_set_timer(int fd)
     set_timer(log, now_ms());
 }
 
-void log_write_due_counts()
+void log_catch_up()
 {
     logger& log = the_logger();
     const hold held{log.lock};
     const int64_t now = now_ms();
+    log.sink.catch_up();
     write_counts(log, now);
     set_timer(log, now);
 }
 
-void log_write_all_counts()
+void log_finish()
 {
     logger& log = the_logger();
     const hold held{log.lock};
     write_counts(log, now_ms() + rate_window_ms);
+    log.sink.finish(log_finish_ms);
 }
 
 } // namespace kalix::platform

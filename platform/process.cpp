@@ -1,8 +1,8 @@
 #include "platform/process.h"
 
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/logger.h"
-#include "platform/process_end.h"
 #include "platform/run_directory.h"
 #include "platform/settings.h"
 #include "platform/unique_fd.h"
@@ -18,7 +18,6 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <sys/resource.h>
-#include <sys/signalfd.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -26,7 +25,9 @@ namespace kalix::platform {
 namespace {
 
 std::atomic<void (*)()> farewell_call{nullptr};
-std::atomic<bool> signals_taken{false};
+// Who looks for SIGTERM and SIGINT: nobody yet, the main thread whenever it sleeps, a thread of their own.
+enum class watch { nobody, sleeper, thread };
+std::atomic<watch> watched_by{watch::nobody};
 
 sigset_t end_signals()
 {
@@ -37,7 +38,7 @@ sigset_t end_signals()
     return set;
 }
 
-// Threads started later inherit the mask, so that only the receive loop sees these signals. A client or
+// Threads started later inherit the mask, so that only who waits for these signals sees them. A client or
 // a reader of our log that goes away is an error number, not the end.
 void take_signals()
 {
@@ -47,7 +48,45 @@ void take_signals()
         return;
     }
     std::signal(SIGPIPE, SIG_IGN);
-    signals_taken = true;
+    watched_by = watch::sleeper;
+}
+
+[[noreturn]] void end_on_signal()
+{
+    if (void (*farewell)() = farewell_call)
+        farewell();
+    process_exit(0);
+}
+
+// Waits until a signal ends the process; no lock of ours delays it.
+void* watch_signals(void* /*nothing*/)
+{
+    const sigset_t set = end_signals();
+    int signal = 0;
+    while (sigwait(&set, &signal) != 0) {
+    }
+    end_on_signal();
+}
+
+timespec time_of(uint64_t microseconds)
+{
+    return {static_cast<time_t>(microseconds / 1'000'000), static_cast<long>(microseconds % 1'000'000 * 1000)};
+}
+
+// Sleeps, or ends the process when a signal comes or has come.
+void sleep_or_end(uint64_t microseconds)
+{
+    const sigset_t set = end_signals();
+    const int64_t until = now_ms() + static_cast<int64_t>(microseconds / 1000);
+    uint64_t left = microseconds;
+    for (;;) {
+        const timespec limit = time_of(left);
+        if (sigtimedwait(&set, nullptr, &limit) >= 0)
+            end_on_signal();
+        if (errno != EINTR)
+            return;
+        left = static_cast<uint64_t>(std::max<int64_t>(until - now_ms(), 0)) * 1000; // a debugger's doing
+    }
 }
 
 void raise_descriptor_limit()
@@ -88,6 +127,7 @@ bool silence_streams()
         if (dup2(null.get(), stream) < 0)
             return false;
     }
+    log_open(); // standard error is another one now
     return true;
 }
 
@@ -124,6 +164,8 @@ int procmgr_daemon(int status, unsigned flags)
 {
     if (current_settings().foreground || !current_settings().notify_socket.empty())
         return 0;
+    if (watched_by == watch::sleeper)
+        sleep_or_end(0); // the child does not inherit what is pending
     const pid_t child = fork();
     if (child < 0)
         return background_failed();
@@ -132,29 +174,27 @@ int procmgr_daemon(int status, unsigned flags)
     return leave_foreground(flags) ? 0 : background_failed();
 }
 
+void process_watch_signals()
+{
+    if (watched_by != watch::sleeper)
+        return;
+    thread_id watcher = 0;
+    if (pthread_create(&watcher, watch_signals, nullptr) == 0) {
+        pthread_setname_np(watcher, "kalix-signals");
+        watched_by = watch::thread;
+        return;
+    }
+    // Without a thread the host's own action still ends the process at once.
+    const sigset_t set = end_signals();
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    watched_by = watch::nobody;
+}
+
 void process_exit(int status)
 {
     clean_run_directory();
-    log_write_all_counts();
+    log_finish();
     _exit(status);
-}
-
-int open_signal_descriptor()
-{
-    if (!signals_taken)
-        return -1;
-    const sigset_t set = end_signals();
-    const int fd = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
-    if (fd < 0)
-        slogf(log_code, log_error, "kalix: cannot wait for signals: %s (%d)", std::strerror(errno), errno);
-    return fd;
-}
-
-void end_on_signal()
-{
-    if (void (*farewell)() = farewell_call)
-        farewell();
-    process_exit(0);
 }
 
 uint32_t own_user()
@@ -176,7 +216,9 @@ void sleep_us(uint64_t microseconds)
 {
     if (microseconds == 0)
         return;
-    timespec left{static_cast<time_t>(microseconds / 1'000'000), static_cast<long>(microseconds % 1'000'000 * 1000)};
+    if (watched_by == watch::sleeper)
+        return sleep_or_end(microseconds);
+    timespec left = time_of(microseconds);
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
     }
 }

@@ -21,10 +21,13 @@ inline constexpr int thread_control_io = 1; // ask for I/O privilege
 int ThreadCtl(int command, void* data);
 
 // Reads the platform's environment once (KALIX_LOG, KALIX_READY_FD, ...), raises the descriptor limit to
-// what the host allows, and turns SIGTERM and SIGINT into an orderly end: in the receive loop, farewell
-// is called, then socket and shared objects are removed and the process exits with status 0. SIGPIPE is
-// ignored. Call before any thread exists.
+// what the host allows, and turns SIGTERM and SIGINT into an orderly end: farewell is called, then socket
+// and shared objects are removed and the process exits with status 0. Until process_watch_signals these
+// signals are heeded whenever the calling thread sleeps. SIGPIPE is ignored. Call before any thread exists.
 void process_begin(void (*farewell)());
+// From here on a thread of their own waits for these signals and ends the process at once, whatever the
+// other threads wait for. Call behind procmgr_daemon: a forked child has no threads.
+void process_watch_signals();
 // Ends the process at once with the status: removes socket and shared objects, runs no destructors.
 [[noreturn]] void process_exit(int status);
 
@@ -54,7 +57,8 @@ private:
     alignas(8) std::byte state_[32]; // the host's, in place: making one needs no memory
 };
 
-// Suspends the calling thread; 0 returns at once, without a system call.
+// Suspends the calling thread; 0 returns at once, without a system call. Before process_watch_signals it may
+// end the process (process_begin).
 void sleep_us(uint64_t microseconds);
 
 inline constexpr int load_lazy = 1;

@@ -54,7 +54,7 @@ bool notify(std::string_view name)
 void report_ready()
 {
     static std::atomic<bool> reported{false};
-    if (reported.exchange(true))
+    if (reported.load(std::memory_order_relaxed) || reported.exchange(true))
         return;
     const settings& given = current_settings();
     if (!given.notify_socket.empty() && !notify(given.notify_socket))

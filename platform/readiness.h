@@ -1,4 +1,5 @@
-// Tells whoever started the server that its channel is open.
+// Tells whoever started the server that it serves: whatever can fail before the first message is received
+// has not.
 #pragma once
 
 namespace kalix::platform {

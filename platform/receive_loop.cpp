@@ -4,7 +4,6 @@
 #include "platform/listener.h"
 #include "platform/log.h"
 #include "platform/logger.h"
-#include "platform/process_end.h"
 #include "platform/run_directory.h"
 
 #include <algorithm>
@@ -24,9 +23,8 @@ namespace {
 // Tags of what is polled; a connection's tag is its scoid, which is below them.
 constexpr uint64_t tag_listener = uint64_t{1} << 32;
 constexpr uint64_t tag_pulses = tag_listener + 1;
-constexpr uint64_t tag_signals = tag_listener + 2;
-constexpr uint64_t tag_log_timer = tag_listener + 3;
-constexpr uint64_t tag_returned = tag_listener + 4;
+constexpr uint64_t tag_log_timer = tag_listener + 2;
+constexpr uint64_t tag_returned = tag_listener + 3;
 constexpr uint32_t scoid_max = side_channel - 1; // apart from connections to oneself, and positive
 
 constexpr size_t events_at_once = 64;
@@ -34,9 +32,10 @@ constexpr int accepts_at_once = 16;
 
 std::atomic<int> gather_timeout_ms{5000};
 
-void log_failure(const char* what)
+// The line takes errno's text and number.
+__attribute__((format(printf, 1, 0))) void log_failure(const char* line)
 {
-    slogf(log_code, log_error, "kalix: cannot %s: %s (%d)", what, std::strerror(errno), errno);
+    slogf(log_code, log_error, line, std::strerror(errno), errno);
 }
 
 delivery pulse_delivery(const _pulse& pulse)
@@ -81,13 +80,12 @@ bool receive_loop::open()
     epoll_.reset(epoll_create1(EPOLL_CLOEXEC));
     log_timer_.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
     if (!epoll_ || !log_timer_ || !door_.open(epoll_.get(), tag_listener)) {
-        log_failure("make a receive loop");
+        log_failure("kalix: cannot make a receive loop: %s (%d)");
         return false;
     }
-    signals_.reset(open_signal_descriptor());
     log_set_timer(log_timer_.get());
     return poll_for(pulses_.descriptor(), tag_pulses) && poll_for(returned_.descriptor(), tag_returned) &&
-           poll_for(log_timer_.get(), tag_log_timer) && (!signals_ || poll_for(signals_.get(), tag_signals));
+           poll_for(log_timer_.get(), tag_log_timer);
 }
 
 bool receive_loop::poll_for(int fd, uint64_t tag)
@@ -97,7 +95,7 @@ bool receive_loop::poll_for(int fd, uint64_t tag)
     event.data.u64 = tag;
     if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0)
         return true;
-    log_failure("poll for messages");
+    log_failure("kalix: cannot poll for messages: %s (%d)");
     return false;
 }
 
@@ -130,7 +128,7 @@ bool receive_loop::wait()
     if (count >= 0 || error == EINTR)
         return true;
     errno = error;
-    log_failure("wait for messages");
+    log_failure("kalix: cannot wait for messages: %s (%d)");
     return false;
 }
 
@@ -152,12 +150,10 @@ std::optional<delivery> receive_loop::handle(uint64_t tag)
         return std::nullopt;
     case tag_pulses:
         return handle_pulse();
-    case tag_signals:
-        end_on_signal();
     case tag_log_timer: {
         uint64_t expirations = 0;
         if (::read(log_timer_.get(), &expirations, sizeof expirations) > 0)
-            log_write_due_counts();
+            log_catch_up();
         return std::nullopt;
     }
     case tag_returned:
@@ -261,7 +257,7 @@ bool receive_loop::await_rest(connection& from)
         gathering_.push_back({from.scoid, from.gatherer.started_ms()});
     if (message_table::poll_once(epoll_.get(), from, EPOLL_CTL_MOD))
         return true;
-    log_failure("poll a connection");
+    log_failure("kalix: cannot poll a connection: %s (%d)");
     return false;
 }
 
@@ -338,7 +334,7 @@ void receive_loop::poll_waiting(uint32_t pid)
             continue;
         each->waits = false;
         if (!message_table::poll_once(epoll_.get(), *each, EPOLL_CTL_MOD))
-            log_failure("poll a connection");
+            log_failure("kalix: cannot poll a connection: %s (%d)");
     }
 }
 
@@ -361,27 +357,28 @@ void receive_loop::admit(unique_fd socket)
 {
     peer who;
     if (!peer_of(socket.get(), who))
-        return log_failure("tell who connects; refused");
-    if (const char* why = why_refused(who.uid))
-        return slogf(log_code, log_warning, "kalix: connection of process %u of user %u refused: %s", who.pid, who.uid,
-                     why);
+        return log_failure("kalix: cannot tell who connects; refused: %s (%d)");
+    if (const char* refusal = refusal_of(who.uid))
+        return slogf(log_code, log_warning, refusal, who.pid, who.uid);
     auto added = std::make_unique<connection>(std::move(socket), who.pid, who.uid, next_scoid(), ++last_age_, budget_);
     const connection& entered = *connections_.emplace(added->scoid, std::move(added)).first->second;
     if (message_table::poll_once(epoll_.get(), entered, EPOLL_CTL_ADD))
         return;
-    log_failure("poll a connection");
+    log_failure("kalix: cannot poll a connection: %s (%d)");
     connections_.erase(entered.scoid);
 }
 
-const char* receive_loop::why_refused(uint32_t uid) const
+const char* receive_loop::refusal_of(uint32_t uid) const
 {
     if (connections_.size() >= allowed_)
-        return "too many connections";
+        return "kalix: connection of process %u of user %u refused: too many connections";
     if (uid == geteuid())
         return nullptr;
     const auto of_user =
         std::ranges::count_if(connections_, [uid](const auto& each) { return each.second->uid == uid; });
-    return static_cast<size_t>(of_user) >= connections_of_a_user_max ? "too many connections of this user" : nullptr;
+    return static_cast<size_t>(of_user) >= connections_of_a_user_max
+               ? "kalix: connection of process %u of user %u refused: too many connections of this user"
+               : nullptr;
 }
 
 uint32_t receive_loop::next_scoid()

@@ -51,7 +51,6 @@ public:
     int poll_descriptor() const { return epoll_.get(); }
 
     // Waits for the next message or pulse; nothing when waiting itself fails (errno, after one line).
-    // Ends the process when a signal says so.
     std::optional<delivery> receive();
 
 private:
@@ -78,7 +77,7 @@ private:
 
     void accept_waiting();
     void admit(unique_fd socket);
-    const char* why_refused(uint32_t uid) const;
+    const char* refusal_of(uint32_t uid) const; // the line that says so, or null
     uint32_t next_scoid();
 
     message_table& messages_;
@@ -86,7 +85,6 @@ private:
     returned_connections& returned_;
     acceptor door_;
     unique_fd epoll_;
-    unique_fd signals_;
     unique_fd log_timer_;
     gather_budget budget_;
     std::unordered_map<uint32_t, std::unique_ptr<connection>> connections_; // by scoid

@@ -112,7 +112,7 @@ unique_fd open_empty_objects(int directory)
 
 void clean(taken_directory& ours) KALIX_REQUIRES(ours.lock)
 {
-    if (!ours.lock_file)
+    if (!ours.lock_file || !ours.objects)
         return;
     if (unlinkat(ours.directory.get(), ours.socket_name.c_str(), 0) != 0 && errno != ENOENT)
         failed("remove", ours.socket_name.c_str());
@@ -154,6 +154,7 @@ void clean_run_directory()
     taken_directory& ours = taken();
     const hold held{ours.lock};
     clean(ours);
+    ours.objects.reset(); // other threads make no more
 }
 
 void leave_run_directory()

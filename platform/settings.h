@@ -1,6 +1,6 @@
 // What the environment says about how the process runs. Read once: by process_begin, or by the first
 // caller where that comes earlier. A value that cannot be read is one warning line and the default.
-// Not locked: the thread that starts the process and opens its channel alone calls this.
+// Not locked: the thread that starts the process and receives its messages alone calls this.
 #pragma once
 
 #include <string_view>

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks that includes follow the arrows between rooms, and that macros stay in their two headers."""
+"""Checks that includes follow the arrows between rooms, that macros stay in their two headers, and that every log
+line has a format of its own (lines of one format are limited together)."""
 import re
 import subprocess
 import sys
@@ -27,10 +28,15 @@ ROOMS = [
 MACRO_HEADERS = {"base/lock.h", DRIVER + "assert.h"}
 VECTOR_MACRO = re.compile(r"\bdefine KALIX_\w+_INL\b")  # how the vector library builds for each set
 INCLUDE = re.compile(r'^\s*#\s*include\s+["<]([^">]+)[">]')
+NO_FORMAT = re.compile(r'\bslogf(?:_always)?\(\s*[\w:]+,\s*[\w:]+,\s*"(?:%s[:"]|kalix: %s:)')
 OURS = ("hardware/", "platform/", "client/", "tools/", "base/", "kalix/")
 
 
 def problems_of(path, room, allowed):
+    with open(path, encoding="utf-8") as source:
+        # Start-up's failures come once.
+        if path.startswith((DRIVER, "platform/")) and path != DRIVER + "startup.cpp" and NO_FORMAT.search(source.read()):
+            yield f"{path}: a log line without a format of its own"
     with open(path, encoding="utf-8") as lines:
         for number, line in enumerate(lines, 1):
             if re.match(r"\s*#\s*define\b", line) and path not in MACRO_HEADERS and not VECTOR_MACRO.search(line):

@@ -25,7 +25,7 @@ std::string server_program()
 }
 
 [[noreturn]] void become_server(const std::string& directory, const std::string& log, int ready,
-                                const std::vector<std::string>& environment)
+                                const std::vector<std::string>& environment, std::vector<std::string>& words)
 {
     ::setenv("KALIX_RUN_DIR", directory.c_str(), 1);
     ::setenv("KALIX_PPS_DIR", (directory + "/pps").c_str(), 1);
@@ -34,8 +34,12 @@ std::string server_program()
     ::setenv("KALIX_READY_FD", std::to_string(ready).c_str(), 1);
     for (const std::string& each : environment)
         ::putenv(const_cast<char*>(each.c_str()));
-    const std::string program = server_program();
-    ::execl(program.c_str(), "kalix", nullptr);
+    std::string program = server_program();
+    std::vector<char*> arguments{program.data()};
+    for (std::string& word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    ::execv(program.c_str(), arguments.data());
     ::_exit(127);
 }
 
@@ -70,7 +74,7 @@ std::vector<std::string> run_directory::shared_objects() const
     return out;
 }
 
-server::server(const run_directory& in, std::vector<std::string> environment)
+server::server(const run_directory& in, std::vector<std::string> environment, std::vector<std::string> words)
 {
     static int started;
     log_path_ = in.path() + "/log." + std::to_string(started++);
@@ -80,11 +84,11 @@ server::server(const run_directory& in, std::vector<std::string> environment)
     pid_ = ::fork();
     if (pid_ == 0) {
         ::close(ready[0]);
-        become_server(in.path(), log_path_, ready[1], environment);
+        become_server(in.path(), log_path_, ready[1], environment, words);
     }
     ::close(ready[1]);
     char byte;
-    ready_ = ::read(ready[0], &byte, 1) == 1; // end of file when it ends before it is ready
+    ready_ = words.empty() && ::read(ready[0], &byte, 1) == 1; // end of file when it ends before it is ready
     ::close(ready[0]);
 }
 

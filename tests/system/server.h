@@ -26,8 +26,10 @@ private:
 
 class server {
 public:
-    // Starts the program in a run directory and waits until it is ready, or has ended.
-    explicit server(const run_directory& in, std::vector<std::string> environment = {});
+    // Starts the program in a run directory and waits until it is ready, or has ended. With words on its command
+    // line it is not waited for.
+    explicit server(const run_directory& in, std::vector<std::string> environment = {},
+                    std::vector<std::string> words = {});
     ~server();
     server(const server&) = delete;
     server& operator=(const server&) = delete;

@@ -4,8 +4,11 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kalix/client.h>
@@ -138,6 +141,7 @@ TEST(Servers, RawFrames)
         {"connect", {4, 0, 0x100}, {0, 0, 0}},
         {"io message", {4, 0, 0x101}, {1, 89, 0}},
         {"no operation", {12, 64, magic, 3, 0}, {0, 0, 0}},
+        {"no payload length", {8, 64, magic, 3}, {0, 0, 0}},
         {"bad magic", {12, 64, 1 + magic, 3, 0}, {1, 89, 0}},
         {"payload missing", {12, 64, magic, 3, 64}, {1, 89, 0}},
         {"payload of 2 GiB", {12, 64, magic, 0, 0x7FFFFFFF}, {1, 89, 0}},
@@ -163,6 +167,48 @@ TEST(Servers, RawFrames)
         ::close(fd);
     }
 }
+
+#if defined(__x86_64__)
+// Has a running server's function answer 1, as a debugger would.
+void release_from_debugger(pid_t server)
+{
+    const std::string process = "/proc/" + std::to_string(server);
+    const std::string listing = "nm -C " + std::filesystem::read_symlink(process + "/exe").string();
+    FILE* const symbols = ::popen(listing.c_str(), "r"); // NOLINT(cert-env33-c): a path of our own
+    uint64_t address = 0;
+    char line[4096];
+    while (std::fgets(line, sizeof line, symbols))
+        if (std::strstr(line, " kalix::gdb_check()"))
+            address = std::strtoull(line, nullptr, 16);
+    ::pclose(symbols);
+    ASSERT_NE(address, 0u);
+    uint64_t base = 0;
+    std::ifstream{process + "/maps"} >> std::hex >> base;
+    const uint8_t answer_one[] = {0xB8, 1, 0, 0, 0, 0xC3};
+    const int memory = ::open((process + "/mem").c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(::pwrite(memory, answer_one, sizeof answer_one, static_cast<off_t>(base + address)),
+              static_cast<ssize_t>(sizeof answer_one));
+    ::close(memory);
+}
+
+TEST(Servers, OneThatWaitsForADebuggerIsReleasedByItAndEndsOnSignals)
+{
+    const run_directory directory;
+    const auto waits = [](const server& one) {
+        return soon([&one] { return testing::Value(one.log(), testing::Contains("5 kalix: waiting for gdb...")); });
+    };
+    server released{directory, {}, {"waitgdb", "testmode"}};
+    ASSERT_TRUE(waits(released));
+    release_from_debugger(released.pid());
+    EXPECT_EQ(released.wait(), 0);
+    EXPECT_EQ(released.log().back(), "5 kalix: software test result = 0");
+    server ended{directory, {}, {"WaitGDB"}};
+    ASSERT_TRUE(waits(ended));
+    ended.send(SIGTERM);
+    EXPECT_EQ(ended.wait(), 0);
+    EXPECT_EQ(ended.log().back(), "5 kalix: shutting down gpu driver...");
+}
+#endif
 
 // The same scene drawn twice, on servers of their own, is the same picture.
 TEST(Servers, PicturesAreTheSameEveryTime)

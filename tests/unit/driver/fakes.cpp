@@ -353,6 +353,7 @@ int SchedGet(int32_t, int32_t, sched_param*)
     return 0;
 }
 void process_begin(void (*)()) {}
+void process_watch_signals() {}
 void process_exit(int status)
 {
     std::_Exit(status);

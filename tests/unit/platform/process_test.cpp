@@ -41,12 +41,17 @@ void farewell()
     slogf_always(log_code, log_information, "kalix: shutting down gpu driver...");
 }
 
+// What a server is asked by the length of a message.
+constexpr size_t asks_end = 3;
+constexpr size_t asks_stuck = 5; // the receiving thread waits for ever
+
 // A server that answers every message with its own process id, until something ends it.
 int serve()
 {
     process_begin(farewell);
     if (procmgr_daemon(7, daemon_keep_directory | daemon_keep_descriptors | daemon_keep_streams) != 0)
         return 8;
+    process_watch_signals();
     name_attach_t* attached = name_attach(nullptr, "svga_ch", 0);
     if (attached == nullptr)
         return 9;
@@ -54,8 +59,10 @@ int serve()
     for (;;) {
         _msg_info info{};
         const int32_t rcvid = MsgReceivev(attached->chid, {}, &info);
-        if (rcvid > 0 && info.srcmsglen == 3)
+        if (rcvid > 0 && info.srcmsglen == asks_end)
             process_exit(3);
+        if (rcvid > 0 && info.srcmsglen == asks_stuck)
+            slogf(log_code, log_information, "kalix: stuck"), semaphore{}.wait();
         if (rcvid > 0)
             MsgReply(rcvid, getpid(), {});
     }
@@ -90,10 +97,10 @@ protected:
         EXPECT_TRUE(said_ready());
         return child;
     }
-    bool said_ready()
+    bool said_ready(int patience_ms = 10'000)
     {
         pollfd ready{ready_[0], POLLIN, 0};
-        return poll(&ready, 1, 10'000) == 1 && read(ready_[0], ready_bytes_.data(), ready_bytes_.size()) == 1;
+        return poll(&ready, 1, patience_ms) == 1 && read(ready_[0], ready_bytes_.data(), ready_bytes_.size()) == 1;
     }
     void put(const std::string& name) const { std::ofstream{directory.object(name)} << "x"; }
     bool left_nothing() const
@@ -128,6 +135,49 @@ TEST_F(Server, EndsOnSignalsAndOnRequestLeavingNothing)
         EXPECT_TRUE(left_nothing());
         EXPECT_EQ(log.count("5 kalix: shutting down gpu driver..."), said + (signal != 0 ? 1 : 0));
     }
+}
+
+TEST_F(Server, EndsOnASignalWhateverItWaitsFor)
+{
+    const std::string line = "5 kalix: shutting down gpu driver...";
+    const pid_t stuck = start();
+    raw_client{directory.path()}.send(frame(text_bytes("stuck")));
+    EXPECT_TRUE(soon([&] { return log.count("kalix: stuck") == 1; }));
+    kill(stuck, SIGTERM);
+    EXPECT_EQ(end_of(stuck), 0);
+    EXPECT_TRUE(left_nothing());
+
+    const pid_t asleep = start_child([]() -> int {
+        process_begin(farewell);
+        slogf(log_code, log_information, "kalix: asleep");
+        for (;;)
+            sleep_us(60'000'000);
+    });
+    EXPECT_TRUE(soon([&] { return log.count("kalix: asleep") == 1; }));
+    kill(asleep, SIGINT);
+    EXPECT_EQ(end_of(asleep), 0);
+    EXPECT_EQ(log.count(line), 2U);
+
+    const std::string stalled = directory.path() + ".stalled";
+    ASSERT_EQ(mkfifo(stalled.c_str(), 0600), 0);
+    const unique_fd reader{::open(stalled.c_str(), O_RDWR | O_NONBLOCK)};
+    while (::write(reader.get(), stalled.data(), 1) == 1) {
+    }
+    const std::string kept = std::getenv("KALIX_LOG");
+    setenv("KALIX_LOG", stalled.c_str(), 1);
+    const pid_t unheard = start();
+    EXPECT_EQ(server_pid(directory.path()), unheard);
+    kill(unheard, SIGTERM);
+    EXPECT_EQ(end_of(unheard), 0);
+    EXPECT_TRUE(left_nothing());
+    setenv("KALIX_LOG", kept.c_str(), 1);
+}
+
+// An open channel is not enough: what comes behind it may fail.
+TEST_F(Server, IsReadyOnceItReceives)
+{
+    EXPECT_EQ(run_child([] { return name_attach(nullptr, "svga_ch", 0) != nullptr ? 4 : 9; }), 4);
+    EXPECT_FALSE(said_ready(0));
 }
 
 TEST_F(Server, OnlyOneServesADirectoryAndADeadOneIsReplaced)

@@ -23,16 +23,13 @@ bool may_debug(const client_record* client)
     return !_globals.settings.strict || (client && client->uid == platform::own_user());
 }
 
-void say_unknown(const char* request, uint32_t sid)
-{
-    slogf(log_code, log_error, "kalix: %s: surface with sid %d is unknown!", request, static_cast<int>(sid));
-}
-
-surface_record* known_surface(const client_record& client, uint32_t sid, const char* request)
+// The surface, or null after the line, which takes the sid.
+__attribute__((format(printf, 3, 0))) surface_record* known_surface(const client_record& client, uint32_t sid,
+                                                                    const char* unknown)
 {
     surface_record* const surface = surface_named(client, sid);
     if (!surface)
-        say_unknown(request, sid);
+        slogf(log_code, log_error, unknown, static_cast<int>(sid));
     return surface;
 }
 
@@ -74,7 +71,7 @@ const surface_record* dumped_surface(const client_record& client, uint32_t sid)
     for (const postprocess_surface place : {POSTPROCESS_VERTICES, POSTPROCESS_INDICES})
         if (const surface_record* const own = _globals.postprocess_surfaces[place]; own && own->id == sid)
             return own;
-    say_unknown("vmw_debug_dump_sid_msg", sid);
+    slogf(log_code, log_error, "kalix: vmw_debug_dump_sid_msg: surface with sid %d is unknown!", static_cast<int>(sid));
     return nullptr;
 }
 
@@ -174,7 +171,8 @@ int vmw_debug_show_sid_msg(client_record* client, show_sid_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface = known_surface(*client, req->sid, "vmw_debug_show_sid");
+    const surface_record* const surface =
+        known_surface(*client, req->sid, "kalix: vmw_debug_show_sid: surface with sid %d is unknown!");
     if (!surface)
         return status_invalid;
     _globals.debug_show_sid = req->sid;
@@ -187,7 +185,8 @@ int vmw_debug_get_sid_info_msg(client_record* client, sid_info_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface = known_surface(*client, req->sid, "vmw_debug_get_sid_info");
+    const surface_record* const surface =
+        known_surface(*client, req->sid, "kalix: vmw_debug_get_sid_info: surface with sid %d is unknown!");
     if (!surface)
         return status_invalid;
     std::ranges::fill(req->pids, 0u);
@@ -242,7 +241,8 @@ int vmw_debug_fill_sid_msg(client_record* client, fill_sid_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
-    const surface_record* const surface = known_surface(*client, req->sid, "vmw_debug_fill_sid_msg");
+    const surface_record* const surface =
+        known_surface(*client, req->sid, "kalix: vmw_debug_fill_sid_msg: surface with sid %d is unknown!");
     if (!surface)
         return status_invalid;
     if (surface->format != SVGA3D_X8R8G8B8 && surface->format != SVGA3D_A8R8G8B8) {

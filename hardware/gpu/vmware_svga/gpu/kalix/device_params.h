@@ -1,8 +1,9 @@
 // Device parameters, FIFO registers and fences, as clients ask for them.
 //
 // Everything is read from the device at the moment of the request; nothing is kept. A fence is its
-// sequence number, and the device's fence register is the only fence state. Handlers run under the device
-// mutex, which a fence wait holds while it waits.
+// sequence number, and the device's fence register is the only fence state: releasing one (request 16) has
+// nothing to do, and the dispatcher accepts it. Handlers run under the device mutex, which a fence wait holds
+// while it waits.
 #pragma once
 
 #include "hardware/gpu/vmware_svga/gpu/kalix/client.h"
@@ -15,7 +16,7 @@ uint32_t fifo_register(uint32_t index);
 // 1 when the device offers 3D through its FIFO, else 0.
 int vmw_fifo_have_3d();
 
-// Requests 0, 201, 202, 14, 15 and 16: 0 or -22.
+// Requests 0, 201, 202, 14 and 15: 0 or -22.
 int vmw_getparam_ioctl(client_record* client, getparam_req* req);
 int nebo_getparam_fifomap(client_record* client, fifomap_req* req);
 int nebo_getparam_fifomap_caps(client_record* client, fifomap_caps_rep* rep);

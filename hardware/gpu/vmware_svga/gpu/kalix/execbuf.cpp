@@ -26,8 +26,8 @@ struct command_buffer_use {
 
 // What refuses a request, to be logged once fifo_lock is free.
 struct refusal {
-    const char* line = nullptr;
-    share_bound reached = share_bound::none; // unless none, told instead of the line
+    void (*say)() = nullptr;                 // logs its own line, so that no other line's flood hides it
+    share_bound reached = share_bound::none; // unless none, told instead
 };
 
 struct fence_pair {
@@ -100,7 +100,7 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, re
     const uint32_t bytes = req.byte_count;
     auto* const space = static_cast<std::byte*>(SVGA_FIFOReserve(bytes));
     if (!space) {
-        why->line = "kalix: fifo reserve failed for execbuf.";
+        why->say = [] { slogf(log_code, log_error, "kalix: fifo reserve failed for execbuf."); };
         return status_no_memory;
     }
     command_buffer_use buffer;
@@ -108,7 +108,7 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, re
         buffer = cmd_getbuf(client, static_cast<uint32_t>(req.buffer_id));
     if (!buffer.map) {
         commit(bytes, 0);
-        *why = {"kalix: could not map to user command buffer", buffer.reached};
+        *why = {[] { slogf(log_code, log_error, "kalix: could not map to user command buffer"); }, buffer.reached};
         return buffer.reached == share_bound::none ? status_invalid : status_no_memory;
     }
     std::memcpy(space, buffer.map, bytes);
@@ -116,7 +116,7 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, re
         unmap(*buffer.unregistered);
     if (const int refused = cmd_check_all(client, {space, bytes})) {
         commit(bytes, 0);
-        why->line = "kalix: command validation failed";
+        why->say = [] { slogf(log_code, log_error, "kalix: command validation failed"); };
         return refused;
     }
     platform::sleep_us(std::min(req.delay_us, _globals.settings.max_delay_us));
@@ -169,7 +169,7 @@ int vmw_execbuf_ioctl(client_record* client, execbuf_req* req)
     if (why.reached != share_bound::none)
         share_log_refusal(share_kind::command_buffer, *client, why.reached);
     else if (status != 0)
-        slogf(log_code, log_error, "%s", why.line);
+        why.say();
     if (status != 0)
         return status;
     execbuf_rep reply;

@@ -77,8 +77,10 @@ outcome check(const workitem& item)
     const bool has_scoid = item.info.scoid != 0 && item.info.scoid != no_scoid;
     if (has_scoid && item.magic == KALIX_REQUEST_MAGIC)
         return outcome::queue;
-    slogf(log_code, log_warning, "%s",
-          has_scoid ? "kalix: unknown msg received, dropping." : "kalix: workitem has no scoid -- dropping");
+    if (has_scoid)
+        slogf(log_code, log_warning, "kalix: unknown msg received, dropping.");
+    else
+        slogf(log_code, log_warning, "kalix: workitem has no scoid -- dropping");
     platform::MsgError(item.rcvid, platform::error_no_function);
     return outcome::done;
 }

@@ -204,10 +204,10 @@ int cmd_tex_state(client_record* client, body_span body)
 
 // Checks count records of one kind, each naming an array surface at the offset given.
 template <typename record>
-int check_arrays(client_record* client, body_reader& reader, uint32_t count, size_t sid_offset, const char* too_many)
+int check_arrays(client_record* client, body_reader& reader, uint32_t count, size_t sid_offset, void (*say_too_many)())
 {
     if (count > reader.left() / sizeof(record)) {
-        slogf(log_code, log_error, "%s", too_many);
+        say_too_many();
         return status_invalid;
     }
     record each;
@@ -231,11 +231,11 @@ int cmd_draw(client_record* client, body_span body)
     body_reader reader{body.subspan(sizeof draw)};
     if (const int refused = check_arrays<svga3d_vertex_declaration>(
             client, reader, draw.declarations, offsetof(svga3d_vertex_declaration, array),
-            "kalix: cmd_draw: illegal number of vertex declarations."))
+            [] { slogf(log_code, log_error, "kalix: cmd_draw: illegal number of vertex declarations."); }))
         return refused;
-    return check_arrays<svga3d_primitive_range>(client, reader, draw.ranges,
-                                                offsetof(svga3d_primitive_range, index_array),
-                                                "kalix: cmd_draw: illegal number of index ranges.");
+    return check_arrays<svga3d_primitive_range>(
+        client, reader, draw.ranges, offsetof(svga3d_primitive_range, index_array),
+        [] { slogf(log_code, log_error, "kalix: cmd_draw: illegal number of index ranges."); });
 }
 
 // ---- The table ----------------------------------------------------------------------------------------
