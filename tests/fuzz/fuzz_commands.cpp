@@ -3,15 +3,13 @@
 // Built by the preset fuzz; build/fuzz/tests/fuzz_commands CORPUS, with libFuzzer's options. Before each input
 // the device is given what its commands can name: surfaces 1 to 4, region 1, context 1.
 
-#include "hardware/gpu/vmware_svga/lib/bus/bus.h"
+#include "tests/unit/device/stream.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <kalix/svga3d_types.h>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace kalix {
@@ -29,62 +27,26 @@ std::byte* page_address(uint64_t page)
     return page < page_count ? memory->data() + page * page_bytes : nullptr;
 }
 
-using bytes = std::vector<uint8_t>;
+using test::run_stream;
+using test::stream;
 
-template <typename... records>
-void add(bytes& to, const records&... each)
+stream what_inputs_name()
 {
-    const auto append = [&to](const void* from, size_t count) {
-        const auto* const begin = static_cast<const uint8_t*>(from);
-        to.insert(to.end(), begin, begin + count);
-    };
-    (append(&each, sizeof each), ...);
-}
-
-template <typename... records>
-void add_command(bytes& to, uint32_t id, const records&... each)
-{
-    add(to, svga3d_command_header{id, static_cast<uint32_t>((sizeof each + ... + 0))}, each...);
-}
-
-bytes what_inputs_name()
-{
-    bytes out;
-    constexpr struct {
-        uint32_t format;
-        svga3d_size size;
-    } surfaces[] = {{SVGA3D_A8R8G8B8, {32, 32, 1}},
-                    {SVGA3D_Z_D24S8, {32, 32, 1}},
-                    {SVGA3D_DXT5, {16, 16, 2}},
-                    {SVGA3D_BUFFER, {1024, 1, 1}}};
-    uint32_t sid = 0;
-    for (const auto& [format, size] : surfaces)
-        add_command(out, SVGA_3D_CMD_SURFACE_DEFINE, svga3d_surface_define{++sid, 0, format, {1, 0, 0, 0, 0, 0}}, size);
-    add(out, svga_cmd_define_gmr2{SVGA_CMD_DEFINE_GMR2, 1, page_count});
-    add(out, svga_cmd_remap_gmr2{SVGA_CMD_REMAP_GMR2, 1, SVGA_REMAP_GMR2_PPN64, 0, page_count});
+    std::vector<uint64_t> pages(page_count);
     for (uint64_t page = 0; page < page_count; ++page)
-        add(out, page_count - 1 - page); // never two in a row
-    add_command(out, SVGA_3D_CMD_SURFACE_DMA, svga3d_surface_dma{{{1, 0}, 0}, {4, 0, 0}, SVGA3D_WRITE_HOST_VRAM},
-                svga3d_copy_box{0, 0, 0, 1024, 1, 1, 0, 0, 0});
-    add_command(out, SVGA_3D_CMD_CONTEXT_DEFINE, svga3d_context{1});
-    for (const auto& [target, named] : {std::pair{uint32_t{SVGA3D_RT_COLOR0}, 1u}, {SVGA3D_RT_DEPTH, 2u}})
-        add_command(out, SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, target, {named, 0, 0}});
-    add_command(out, SVGA_3D_CMD_SETVIEWPORT, svga3d_set_viewport{1, {0, 0, 32, 32}});
+        pages[page] = page_count - 1 - page; // never two in a row
+    stream out;
+    out.define_surface(1, SVGA3D_A8R8G8B8, {{32, 32, 1}})
+        .define_surface(2, SVGA3D_Z_D24S8, {{32, 32, 1}})
+        .define_surface(3, SVGA3D_DXT5, {{16, 16, 2}})
+        .define_surface(4, SVGA3D_BUFFER, {{1024, 1, 1}})
+        .define_region(1, pages)
+        .dma({{{1, 0}, 0}, {4, 0, 0}, SVGA3D_WRITE_HOST_VRAM}, {{0, 0, 0, 1024, 1, 1, 0, 0, 0}})
+        .command(SVGA_3D_CMD_CONTEXT_DEFINE, svga3d_context{1})
+        .command(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_COLOR0, {1, 0, 0}})
+        .command(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_DEPTH, {2, 0, 0}})
+        .command(SVGA_3D_CMD_SETVIEWPORT, svga3d_set_viewport{1, {0, 0, 32, 32}});
     return out;
-}
-
-void run(svga_bus& on, const bytes& stream)
-{
-    const std::span<uint32_t> fifo = on.fifo();
-    auto* const ring = reinterpret_cast<uint8_t*>(fifo.data());
-    uint32_t next = fifo_load(fifo, SVGA_FIFO_NEXT_CMD);
-    for (const uint8_t each : stream) {
-        ring[next] = each;
-        next = next + 1 == fifo[SVGA_FIFO_MAX] ? fifo[SVGA_FIFO_MIN] : next + 1;
-    }
-    fifo_store(fifo, SVGA_FIFO_NEXT_CMD, next);
-    on.ring_doorbell();
-    on.write_register(SVGA_REG_SYNC, 1);
 }
 
 std::unique_ptr<svga_bus> opened()
@@ -115,16 +77,17 @@ svga_bus& device_for_an_input()
     return *device;
 }
 
-void run_one(const bytes& input)
+void run_one(std::span<const uint8_t> input)
 {
     svga_bus& device = device_for_an_input();
-    static const bytes before = what_inputs_name();
-    run(device, before);
-    run(device, input);
+    static const stream before = what_inputs_name();
+    run_stream(device, before);
+    stream tried;
+    for (const uint8_t each : input)
+        tried.add(each);
+    run_stream(device, tried);
     static uint32_t number = 0;
-    bytes fence;
-    add(fence, svga_cmd_fence{SVGA_CMD_FENCE, ++number});
-    run(device, fence);
+    run_stream(device, stream{}.add(svga_cmd_fence{SVGA_CMD_FENCE, ++number}));
     if (fifo_load(device.fifo(), SVGA_FIFO_FENCE) != number)
         std::abort();
 }
@@ -159,6 +122,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return -1;
     kalix::memory = &pages;
     kalix::fill_pages();
-    kalix::run_one({data, data + size});
+    kalix::run_one({data, size});
     return 0;
 }

@@ -13,16 +13,6 @@
 namespace kalix::test {
 namespace {
 
-class open_client {
-public:
-    explicit open_client(const fake_server& server) { EXPECT_EQ(kalix_open(server.path().c_str(), &connection_), 0); }
-    ~open_client() { kalix_close(connection_); }
-    operator kalix_connection*() const { return connection_; } // NOLINT(google-explicit-constructor)
-
-private:
-    kalix_connection* connection_ = nullptr;
-};
-
 int getparam(kalix_connection* connection)
 {
     uint64_t value = 0;

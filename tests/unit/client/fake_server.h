@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <gtest/gtest.h>
 #include <kalix/client.h>
 #include <mutex>
 #include <string>
@@ -71,6 +72,19 @@ private:
     std::vector<int> sockets_;
     std::vector<std::thread> threads_;
     std::thread acceptor_;
+};
+
+// A connection to it.
+class open_client {
+public:
+    explicit open_client(const fake_server& server) { EXPECT_EQ(kalix_open(server.path().c_str(), &connection_), 0); }
+    open_client(const open_client&) = delete;
+    open_client& operator=(const open_client&) = delete;
+    ~open_client() { kalix_close(connection_); }
+    operator kalix_connection*() const { return connection_; } // NOLINT(google-explicit-constructor)
+
+private:
+    kalix_connection* connection_ = nullptr;
 };
 
 } // namespace kalix::test

@@ -10,14 +10,69 @@ namespace {
 
 struct call_row {
     const char* name;
-    int (*call)(kalix_connection*, words& out);
+    std::function<int(kalix_connection*, words& out)> call;
     words request; // command, then the payload and what follows it
-    uint32_t payload_bytes;
-    words reply; // on success; also the reply room
+    words reply;   // on success; also the reply room
     words out;
+    uint32_t trail = 0; // words behind the payload
 };
 
+words with_zeros(words head, size_t count)
+{
+    head.resize(count);
+    return head;
+}
+
+// A call whose request is its arguments, one behind the other, and whose reply is empty.
+template <typename function, typename... values>
+call_row tells(const char* name, uint32_t command, function call, values... arguments)
+{
+    return {name,
+            [=](kalix_connection* c, words& /*out*/) { return call(c, arguments...); },
+            {command, static_cast<uint32_t>(arguments)...},
+            {},
+            {}};
+}
+// The same, with the arguments as reply.
+call_row echoed(call_row row)
+{
+    row.reply.assign(row.request.begin() + 1, row.request.end());
+    return row;
+}
+// A call that brings one word back.
+template <typename function, typename... values>
+call_row asks(const char* name, words request, words reply, uint32_t got, function call, values... arguments)
+{
+    return {name,
+            [=](kalix_connection* c, words& out) { return call(c, arguments..., &out.emplace_back()); },
+            std::move(request),
+            std::move(reply),
+            {got}};
+}
+
+// clang-format off
 const std::vector<call_row> calls{
+    tells("context_destroy", 8, kalix_context_destroy, 3u),
+    tells("present", 200, kalix_present, 5u, -1, 2, 30, 40),
+    tells("overlay_visible", 210, kalix_overlay_visible, 6u, 1u),
+    tells("oob_present", 211, kalix_oob_present, 6u),
+    tells("svga_enable", 241, kalix_svga_enable, 1u),
+    tells("set_mode", 242, kalix_set_mode, 640u, 480u, 32u),
+    tells("debug_reset", 1000, kalix_debug_reset),
+    tells("debug_show", 1001, kalix_debug_show, 5u),
+    tells("surface_destroy", 10, kalix_surface_destroy, 5u),
+    tells("fence_wait", 14, kalix_fence_wait, 41u),
+    tells("fence_unref", 16, kalix_fence_unref, 41u),
+    tells("disconnect", 0xDEAD, kalix_disconnect),
+    echoed(tells("overlay_destroy", 209, kalix_overlay_destroy, 6u)),
+    echoed(tells("debug_fill", 1005, kalix_debug_fill, 5u, 9u)),
+    asks("context_define", {7, 0, 0}, {3, 0}, 3, kalix_context_define),
+    asks("alloc_sid", {203, 0, 0}, {17, 0}, 17, kalix_alloc_sid),
+    asks("software_mode", {240, 0, 0}, {0, 0}, 0, kalix_software_mode),
+    asks("fifomap", {201, 6, 0}, {6, 44}, 44, kalix_fifomap, 6u),
+    {"move_cursor", [](auto* c, words&) { return kalix_move_cursor(c, 1, 20, 30); }, {244, 1, 20, 30, 0}, {}, {}},
+    {"present_phys", [](auto* c, words&) { return kalix_present_phys(c, 5, 1, 2, 3, 4, 0x140000000); },
+     {206, 5, 1, 2, 3, 4, 0, 0x40000000, 1}, {}, {}},
     {"getparam",
      [](kalix_connection* c, words& out) {
          uint64_t value = 0;
@@ -25,88 +80,30 @@ const std::vector<call_row> calls{
          out = {static_cast<uint32_t>(value), static_cast<uint32_t>(value >> 32)};
          return result;
      },
-     {0, 0, 0, 5, 0},
-     16,
-     {0x8000000, 7, 5, 0},
-     {0x8000000, 7}},
-    {"context_define",
-     [](kalix_connection* c, words& out) { return kalix_context_define(c, &out.emplace_back()); },
-     {7, 0, 0},
-     8,
-     {3, 0},
-     {3}},
-    {"context_destroy", [](kalix_connection* c, words&) { return kalix_context_destroy(c, 3); }, {8, 3}, 4, {}, {}},
+     {0, 0, 0, 5, 0}, {0x8000000, 7, 5, 0}, {0x8000000, 7}},
     {"surface_define",
      [](kalix_connection* c, words& out) {
          const std::array<surface_size, 2> sizes{{{64, 32, 1, 0}, {32, 16, 1, 0}}};
          const kalix_surface_description wanted{0x20, 2, {2}, sizes.data(), 2, 1, 99};
          return kalix_surface_define(c, &wanted, &out.emplace_back());
      },
-     {9, 0x20, 2, 2, 0, 0, 0, 0, 0, 64, 0, 0, 1, 99, 64, 32, 1, 0, 32, 16, 1, 0},
-     52,
-     {99, 2},
-     {99}},
+     {9, 0x20, 2, 2, 0, 0, 0, 0, 0, 64, 0, 0, 1, 99, 64, 32, 1, 0, 32, 16, 1, 0}, {99, 2}, {99}, 8},
     {"surface_define_2d",
-     [](kalix_connection* c, words& out) { return kalix_surface_define_2d(c, 0x40, 1, 640, 480, &out.emplace_back()); },
-     {9, 0x40, 1, 1, 0, 0, 0, 0, 0, 64, 0, 0, 0, 0, 640, 480, 1, 0},
-     52,
-     {5, 1},
-     {5}},
-    {"present",
-     [](kalix_connection* c, words&) { return kalix_present(c, 5, -1, 2, 30, 40); },
-     {200, 5, ~0u, 2, 30, 40},
-     20,
-     {},
-     {}},
-    {"present_phys",
-     [](kalix_connection* c, words&) { return kalix_present_phys(c, 5, 1, 2, 3, 4, 0x140000000); },
-     {206, 5, 1, 2, 3, 4, 0, 0x40000000, 1},
-     32,
-     {},
-     {}},
+     [](auto* c, words& out) { return kalix_surface_define_2d(c, 0x40, 1, 640, 480, &out.emplace_back()); },
+     {9, 0x40, 1, 1, 0, 0, 0, 0, 0, 64, 0, 0, 0, 0, 640, 480, 1, 0}, {5, 1}, {5}, 4},
     {"overlay_define",
      [](kalix_connection* c, words& out) {
          const overlay_define_req wanted{-3, 4, 5, 6, 2, 99, 7, 8, 9, 10};
          return kalix_overlay_define(c, &wanted, &out.emplace_back());
      },
-     {208, static_cast<uint32_t>(-3), 4, 5, 6, 2, 99, 7, 8, 9, 0, 10, 0},
-     48,
-     {0, 0, 0, 0, 0, 6, 0, 0, 0, 0, 0, 0},
-     {6}},
-    {"overlay_destroy", [](kalix_connection* c, words&) { return kalix_overlay_destroy(c, 6); }, {209, 6}, 4, {6}, {}},
-    {"overlay_visible",
-     [](kalix_connection* c, words&) { return kalix_overlay_visible(c, 6, 1); },
-     {210, 6, 1},
-     8,
-     {},
-     {}},
-    {"oob_present", [](kalix_connection* c, words&) { return kalix_oob_present(c, 6); }, {211, 6}, 4, {}, {}},
-    {"svga_enable", [](kalix_connection* c, words&) { return kalix_svga_enable(c, 1); }, {241, 1}, 4, {}, {}},
-    {"set_mode",
-     [](kalix_connection* c, words&) { return kalix_set_mode(c, 640, 480, 32); },
-     {242, 640, 480, 32},
-     12,
-     {},
-     {}},
+     {208, ~2u, 4, 5, 6, 2, 99, 7, 8, 9, 0, 10, 0}, {0, 0, 0, 0, 0, 6, 0, 0, 0, 0, 0, 0}, {6}},
     {"set_cursor",
      [](kalix_connection* c, words&) {
          const uint32_t pixels[2] = {0xFFAA5500, 7};
          const kalix_cursor_image image{2, 1, 1, 0, pixels};
          return kalix_set_cursor(c, &image);
      },
-     {243, 0, 1, 0, 2, 1, 0, 0xFFAA5500, 7},
-     32,
-     {},
-     {}},
-    {"move_cursor",
-     [](kalix_connection* c, words&) { return kalix_move_cursor(c, 1, 20, 30); },
-     {244, 1, 20, 30, 0},
-     16,
-     {},
-     {}},
-    {"debug_reset", [](kalix_connection* c, words&) { return kalix_debug_reset(c); }, {1000}, 0, {}, {}},
-    {"debug_show", [](kalix_connection* c, words&) { return kalix_debug_show(c, 5); }, {1001, 5}, 4, {}, {}},
-    {"debug_fill", [](kalix_connection* c, words&) { return kalix_debug_fill(c, 5, 9); }, {1005, 5, 9}, 8, {5, 9}, {}},
+     {243, 0, 1, 0, 2, 1, 0, 0xFFAA5500, 7}, {}, {}},
     {"debug_info",
      [](kalix_connection* c, words& out) {
          sid_info_req info{};
@@ -115,11 +112,7 @@ const std::vector<call_row> calls{
          out = {info.pids[0], info.ref_count};
          return result;
      },
-     {1002, 5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-     100,
-     {5, 77, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 3, 0},
-     {77, 3}},
-    {"surface_destroy", [](kalix_connection* c, words&) { return kalix_surface_destroy(c, 5); }, {10, 5}, 4, {}, {}},
+     with_zeros({1002, 5}, 26), {5, 77, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 3, 0}, {77, 3}},
     {"surface_reference",
      [](kalix_connection* c, words& out) {
          surface_reference_req got{};
@@ -127,10 +120,7 @@ const std::vector<call_row> calls{
          out = {got.sid, got.format, got.mip_levels[0], got.mip_levels[5]};
          return result;
      },
-     {11, 5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-     56,
-     {0x20, 2, 4, 0, 0, 0, 0, 6, 0, 0, 0, 0, 0, 0},
-     {0x20, 2, 4, 6}},
+     with_zeros({11, 5}, 15), {0x20, 2, 4, 0, 0, 0, 0, 6, 0, 0, 0, 0, 0, 0}, {0x20, 2, 4, 6}},
     {"execbuf",
      [](kalix_connection* c, words& out) {
          execbuf_rep got{};
@@ -138,44 +128,17 @@ const std::vector<call_row> calls{
          out = {got.fence_handle, got.fence_flags, got.seqno, got.passed_seqno};
          return result;
      },
-     {12, 3, 0, 128, 7, 0, 0, 0, 0},
-     32,
-     {41, 3, 41, 40, 0, 0, 0, 0},
-     {41, 3, 41, 40}},
-    {"fence_wait", [](kalix_connection* c, words&) { return kalix_fence_wait(c, 41); }, {14, 41}, 4, {}, {}},
+     {12, 3, 0, 128, 7, 0, 0, 0, 0}, {41, 3, 41, 40, 0, 0, 0, 0}, {41, 3, 41, 40}},
     {"fence_signalled",
      [](kalix_connection* c, words& out) {
          int signalled = -1;
-         uint32_t passed = 0;
-         const int result = kalix_fence_signalled(c, 41, &signalled, &passed);
-         out = {static_cast<uint32_t>(signalled), passed};
+         const int result = kalix_fence_signalled(c, 41, &signalled, &out.emplace_back());
+         out.push_back(static_cast<uint32_t>(signalled));
          return result;
      },
-     {15, 41, 0, 0, 0, 0, 0},
-     24,
-     {41, 0, 1, 44, 3, 0},
-     {1, 44}},
-    {"fence_unref", [](kalix_connection* c, words&) { return kalix_fence_unref(c, 41); }, {16, 41}, 4, {}, {}},
-    {"fifomap",
-     [](kalix_connection* c, words& out) { return kalix_fifomap(c, 6, &out.emplace_back()); },
-     {201, 6, 0},
-     8,
-     {6, 44},
-     {44}},
-    {"alloc_sid",
-     [](kalix_connection* c, words& out) { return kalix_alloc_sid(c, &out.emplace_back()); },
-     {203, 0, 0},
-     8,
-     {17, 0},
-     {17}},
-    {"software_mode",
-     [](kalix_connection* c, words& out) { return kalix_software_mode(c, &out.emplace_back()); },
-     {240, 0, 0},
-     8,
-     {0, 0},
-     {0}},
-    {"disconnect", [](kalix_connection* c, words&) { return kalix_disconnect(c); }, {0xDEAD}, 0, {}, {}},
+     {15, 41, 0, 0, 0, 0, 0}, {41, 0, 1, 44, 3, 0}, {44, 1}},
 };
+// clang-format on
 
 class Calls : public testing::TestWithParam<call_row> {
 protected:
@@ -184,11 +147,10 @@ protected:
     {
         const call_row& row = GetParam();
         fake_server server{[&](const received&) { return answer; }};
-        kalix_connection* connection = nullptr;
-        EXPECT_EQ(kalix_open(server.path().c_str(), &connection), 0);
+        const open_client connection{server};
         const int result = row.call(connection, out);
-        kalix_close(connection);
-        words expected{KALIX_REQUEST_MAGIC, row.request[0], row.payload_bytes};
+        const auto payload_words = static_cast<uint32_t>(row.request.size() - 1 - row.trail);
+        words expected{KALIX_REQUEST_MAGIC, row.request[0], payload_words * 4};
         expected.insert(expected.end(), row.request.begin() + 1, row.request.end());
         const auto requests = server.requests();
         EXPECT_EQ(requests.size(), 1U);
@@ -239,20 +201,17 @@ TEST(FifomapCaps, FillsTheWholeArea)
             area[i] = i;
         return reply(0, area);
     }};
-    kalix_connection* connection = nullptr;
-    ASSERT_EQ(kalix_open(server.path().c_str(), &connection), 0);
+    const open_client connection{server};
     fifomap_caps_rep caps{};
     EXPECT_EQ(kalix_fifomap_caps(connection, &caps), 0);
     EXPECT_EQ(caps.words[0], 0U);
     EXPECT_EQ(caps.words[255], 255U);
-    kalix_close(connection);
 }
 
 TEST(RawRequest, TellsStatusAndDataApart)
 {
     fake_server server{[](const received& request) { return reply(-22, {request.word(3), 9}); }};
-    kalix_connection* connection = nullptr;
-    ASSERT_EQ(kalix_open(server.path().c_str(), &connection), 0);
+    const open_client connection{server};
     const uint32_t payload = 77;
     words back(4);
     uint32_t bytes = 0;
@@ -271,14 +230,12 @@ TEST(RawRequest, TellsStatusAndDataApart)
     EXPECT_EQ(send(large.size() - 11), -EMSGSIZE);
     EXPECT_EQ(server.requests().size(), 1U);
     EXPECT_EQ(send(large.size() - 12), 0) << "a message as large as may be";
-    kalix_close(connection);
 }
 
 TEST(SurfaceDefine, RefusesListsThatNoServerTakes)
 {
     fake_server server{echo};
-    kalix_connection* connection = nullptr;
-    ASSERT_EQ(kalix_open(server.path().c_str(), &connection), 0);
+    const open_client connection{server};
     const std::vector<surface_size> sizes(KALIX_SURFACE_MIPS_MAX + 1);
     kalix_surface_description wanted{0, 2, {145}, sizes.data(), 145, 0, 0};
     uint32_t sid = 7;
@@ -288,7 +245,6 @@ TEST(SurfaceDefine, RefusesListsThatNoServerTakes)
     EXPECT_EQ(kalix_surface_define(connection, &wanted, &sid), -EINVAL);
     EXPECT_EQ(sid, 7U);
     EXPECT_TRUE(server.requests().empty());
-    kalix_close(connection);
 }
 
 } // namespace

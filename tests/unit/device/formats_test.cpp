@@ -171,13 +171,6 @@ struct screen_mode {
 
 class ScreenFormatsTest : public FormatsTest, public testing::WithParamInterface<screen_mode> {
 protected:
-    void set_mode()
-    {
-        bus->write_register(SVGA_REG_WIDTH, 8);
-        bus->write_register(SVGA_REG_HEIGHT, 4);
-        bus->write_register(SVGA_REG_BITS_PER_PIXEL, GetParam().bits);
-        bus->write_register(SVGA_REG_ENABLE, 1);
-    }
     uint32_t shown(uint32_t x, uint32_t y) const
     {
         uint32_t word = 0;
@@ -191,7 +184,7 @@ TEST_P(ScreenFormatsTest, EveryFormatIsShown)
 {
     for (const format_row& row : format_rows) {
         SCOPED_TRACE(row.name);
-        set_mode();
+        set_mode(8, 4, GetParam().bits);
         define(from_sid, row);
         const uint64_t before = refused(KALIX_REFUSED_NOT_SUPPORTED);
         run(stream{}.command(SVGA_3D_CMD_PRESENT, svga3d_present{from_sid}, svga3d_copy_rect{1, 0, 2, 1, 0, 0}));

@@ -57,24 +57,24 @@ protected:
 // What sets a context up.
 void add_states(std::vector<stream>& out)
 {
-    const auto add = [&out](const stream& each) { out.push_back(each); };
+    const auto put = [&out](const auto&... command) { out.push_back(stream{}.command(command...)); };
     svga3d_set_transform transform{1, SVGA3D_TRANSFORM_VIEW, {}};
     for (const size_t diagonal : {0u, 5u, 10u, 15u})
         transform.matrix[diagonal] = 1;
-    add(stream{}.command(SVGA_3D_CMD_SETTRANSFORM, transform));
-    add(stream{}.command(SVGA_3D_CMD_SETZRANGE, svga3d_set_z_range{1, 0, 1}));
+    put(SVGA_3D_CMD_SETTRANSFORM, transform);
+    put(SVGA_3D_CMD_SETZRANGE, svga3d_set_z_range{1, 0, 1});
     svga3d_set_material material{1, SVGA3D_FACE_FRONT, {}};
     material.material.diffuse = {1, 1, 1, 1};
-    add(stream{}.command(SVGA_3D_CMD_SETMATERIAL, material));
+    put(SVGA_3D_CMD_SETMATERIAL, material);
     svga3d_set_light_data light{1, 2, {}};
     light.light.type = SVGA3D_LIGHTTYPE_SPOT1;
     light.light.phi = light.light.range = 2;
-    add(stream{}.command(SVGA_3D_CMD_SETLIGHTDATA, light));
-    add(stream{}.command(SVGA_3D_CMD_SETLIGHTENABLED, svga3d_set_light_enabled{1, 2, 1}));
-    add(stream{}.command(SVGA_3D_CMD_SETCLIPPLANE, svga3d_set_clip_plane{1, 0, {1, 0, 0, 1}}));
-    add(stream{}.command(SVGA_3D_CMD_SETSCISSORRECT, svga3d_set_scissor_rect{1, {0, 0, 16, 16}}));
-    add(stream{}.command(SVGA_3D_CMD_SET_SHADER_CONST, svga3d_set_shader_const{1, 3, 1, 0, {1, 2, 3, 4}}));
-    add(stream{}.command(SVGA_3D_CMD_SET_SHADER, svga3d_set_shader{1, 1, SVGA3D_INVALID_ID}));
+    put(SVGA_3D_CMD_SETLIGHTDATA, light);
+    put(SVGA_3D_CMD_SETLIGHTENABLED, svga3d_set_light_enabled{1, 2, 1});
+    put(SVGA_3D_CMD_SETCLIPPLANE, svga3d_set_clip_plane{1, 0, {1, 0, 0, 1}});
+    put(SVGA_3D_CMD_SETSCISSORRECT, svga3d_set_scissor_rect{1, {0, 0, 16, 16}});
+    put(SVGA_3D_CMD_SET_SHADER_CONST, svga3d_set_shader_const{1, 3, 1, 0, {1, 2, 3, 4}});
+    put(SVGA_3D_CMD_SET_SHADER, svga3d_set_shader{1, 1, SVGA3D_INVALID_ID});
 }
 
 // One of everything, as a list of commands.
@@ -82,6 +82,7 @@ std::vector<stream> good_commands()
 {
     std::vector<stream> out;
     const auto add = [&out](const stream& each) { out.push_back(each); };
+    const auto put = [&out](const auto&... command) { out.push_back(stream{}.command(command...)); };
     add(stream{}.define_surface(1, SVGA3D_A8R8G8B8, {{16, 16, 1}, {8, 8, 1}}));
     add(stream{}.define_surface(2, SVGA3D_DXT5, {{16, 16, 2}}));
     add(stream{}.define_surface(3, SVGA3D_BUFFER, {{96, 1, 1}}));
@@ -91,53 +92,48 @@ std::vector<stream> good_commands()
     add(stream{}
             .add(svga_cmd_remap_gmr2{SVGA_CMD_REMAP_GMR2, 1, SVGA_REMAP_GMR2_PPN64, 0, 3})
             .add(uint64_t{5}, uint64_t{1}, uint64_t{2}));
-    add(stream{}.command(SVGA_3D_CMD_CONTEXT_DEFINE, svga3d_context{1}));
+    put(SVGA_3D_CMD_CONTEXT_DEFINE, svga3d_context{1});
     for (const uint32_t transfer : {1u, 2u})
-        add(stream{}.command(SVGA_3D_CMD_SURFACE_DMA, svga3d_surface_dma{{{1, 0}, 64}, {1, 0, 0}, transfer},
-                             svga3d_copy_box{0, 0, 0, 16, 16, 1, 0, 0, 0}, svga3d_surface_dma_suffix{12, 4096, 0}));
-    add(stream{}.command(SVGA_3D_CMD_SURFACE_DMA, svga3d_surface_dma{{{1, 100}, 0}, {3, 0, 0}, 1},
-                         svga3d_copy_box{0, 0, 0, 96, 1, 1, 0, 0, 0}));
-    add(stream{}.command(SVGA_3D_CMD_SURFACE_COPY, svga3d_surface_copy{{1, 0, 0}, {1, 0, 1}},
-                         svga3d_copy_box{0, 0, 0, 8, 8, 1, 3, 4, 0}));
-    add(stream{}.command(SVGA_3D_CMD_SURFACE_STRETCHBLT,
-                         svga3d_surface_stretchblt{{1, 0, 1}, {1, 0, 0}, {0, 0, 0, 8, 8, 1}, {1, 1, 0, 15, 11, 1}, 1}));
-    add(stream{}.command(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_COLOR0, {1, 0, 0}}));
-    add(stream{}.command(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_DEPTH, {4, 0, 0}}));
-    add(stream{}.command(SVGA_3D_CMD_SETVIEWPORT, svga3d_set_viewport{1, {0, 0, 16, 16}}));
-    add(stream{}.command(SVGA_3D_CMD_SETRENDERSTATE, svga3d_context{1},
-                         svga3d_render_state_value{SVGA3D_RS_ZENABLE, 1}));
-    add(stream{}.command(SVGA_3D_CMD_SETTEXTURESTATE, svga3d_context{1},
-                         svga3d_texture_state_value{0, SVGA3D_TS_BIND_TEXTURE, 1},
-                         svga3d_texture_state_value{1, SVGA3D_TS_BIND_TEXTURE, 2},
-                         svga3d_texture_state_value{1, SVGA3D_TS_COLOROP, SVGA3D_TC_MODULATE},
-                         svga3d_texture_state_value{1, SVGA3D_TS_MAGFILTER, SVGA3D_TEX_FILTER_LINEAR}));
-    add(stream{}.command(SVGA_3D_CMD_CLEAR, svga3d_clear{1, 7, 0x80402010, 1.0f, 0}, svga3d_rect{0, 0, 16, 16}));
+        put(SVGA_3D_CMD_SURFACE_DMA, svga3d_surface_dma{{{1, 0}, 64}, {1, 0, 0}, transfer},
+            svga3d_copy_box{0, 0, 0, 16, 16, 1, 0, 0, 0}, svga3d_surface_dma_suffix{12, 4096, 0});
+    put(SVGA_3D_CMD_SURFACE_DMA, svga3d_surface_dma{{{1, 100}, 0}, {3, 0, 0}, 1},
+        svga3d_copy_box{0, 0, 0, 96, 1, 1, 0, 0, 0});
+    put(SVGA_3D_CMD_SURFACE_COPY, svga3d_surface_copy{{1, 0, 0}, {1, 0, 1}},
+        svga3d_copy_box{0, 0, 0, 8, 8, 1, 3, 4, 0});
+    put(SVGA_3D_CMD_SURFACE_STRETCHBLT,
+        svga3d_surface_stretchblt{{1, 0, 1}, {1, 0, 0}, {0, 0, 0, 8, 8, 1}, {1, 1, 0, 15, 11, 1}, 1});
+    put(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_COLOR0, {1, 0, 0}});
+    put(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{1, SVGA3D_RT_DEPTH, {4, 0, 0}});
+    put(SVGA_3D_CMD_SETVIEWPORT, svga3d_set_viewport{1, {0, 0, 16, 16}});
+    put(SVGA_3D_CMD_SETRENDERSTATE, svga3d_context{1}, svga3d_render_state_value{SVGA3D_RS_ZENABLE, 1});
+    put(SVGA_3D_CMD_SETTEXTURESTATE, svga3d_context{1}, svga3d_texture_state_value{0, SVGA3D_TS_BIND_TEXTURE, 1},
+        svga3d_texture_state_value{1, SVGA3D_TS_BIND_TEXTURE, 2},
+        svga3d_texture_state_value{1, SVGA3D_TS_COLOROP, SVGA3D_TC_MODULATE},
+        svga3d_texture_state_value{1, SVGA3D_TS_MAGFILTER, SVGA3D_TEX_FILTER_LINEAR});
+    put(SVGA_3D_CMD_CLEAR, svga3d_clear{1, 7, 0x80402010, 1.0f, 0}, svga3d_rect{0, 0, 16, 16});
     add_states(out);
-    add(stream{}.command(SVGA_3D_CMD_BEGIN_QUERY, svga3d_begin_query{1, 0}));
-    add(stream{}.command(
-        SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{1, 1, 1},
+    put(SVGA_3D_CMD_BEGIN_QUERY, svga3d_begin_query{1, 0});
+    put(SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{1, 1, 1},
         svga3d_vertex_declaration{SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {3, 0, 32}, 0, 0},
-        svga3d_primitive_range{SVGA3D_PRIMITIVE_TRIANGLELIST, 1, {SVGA3D_INVALID_ID, 0, 0}, 0, 0}));
+        svga3d_primitive_range{SVGA3D_PRIMITIVE_TRIANGLELIST, 1, {SVGA3D_INVALID_ID, 0, 0}, 0, 0});
     // Lit, in world space, with indices of 2 bytes and divisors.
-    add(stream{}.command(
-        SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{1, 2, 1},
+    put(SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{1, 2, 1},
         svga3d_vertex_declaration{SVGA3D_DECLTYPE_SHORT4N, 0, SVGA3D_DECLUSAGE_POSITION, 0, {3, 0, 8}, 0, 0},
         svga3d_vertex_declaration{SVGA3D_DECLTYPE_DEC3N, 0, SVGA3D_DECLUSAGE_NORMAL, 0, {3, 4, 8}, 0, 0},
-        svga3d_primitive_range{SVGA3D_PRIMITIVE_TRIANGLESTRIP, 2, {5, 0, 2}, 2, 1}, 1u, 1u));
-    add(stream{}.command(SVGA_3D_CMD_END_QUERY, svga3d_query{1, 0, {1, 8192}}));
-    add(stream{}.command(SVGA_3D_CMD_WAIT_FOR_QUERY, svga3d_query{1, 0, {1, 8192}}));
-    add(stream{}.command(SVGA_3D_CMD_SHADER_DEFINE, svga3d_shader_define{1, 1, 1}, 0xFFFE0101u, 0x0000FFFFu));
-    add(stream{}.command(SVGA_3D_CMD_SHADER_DESTROY, svga3d_shader_destroy{1, 1, 1}));
-    add(stream{}.command(SVGA_3D_CMD_PRESENT, svga3d_present{1}, svga3d_copy_rect{3, 3, 16, 16, 0, 0}));
-    add(stream{}.command(SVGA_3D_CMD_BLIT_SURFACE_TO_SCREEN,
-                         svga3d_blit_to_screen{{1, 0, 0}, {0, 0, 16, 16}, 0, {-5, 2, 40, 40}},
-                         svga3d_signed_rect{0, 0, 20, 20}));
+        svga3d_primitive_range{SVGA3D_PRIMITIVE_TRIANGLESTRIP, 2, {5, 0, 2}, 2, 1}, 1u, 1u);
+    put(SVGA_3D_CMD_END_QUERY, svga3d_query{1, 0, {1, 8192}});
+    put(SVGA_3D_CMD_WAIT_FOR_QUERY, svga3d_query{1, 0, {1, 8192}});
+    put(SVGA_3D_CMD_SHADER_DEFINE, svga3d_shader_define{1, 1, 1}, 0xFFFE0101u, 0x0000FFFFu);
+    put(SVGA_3D_CMD_SHADER_DESTROY, svga3d_shader_destroy{1, 1, 1});
+    put(SVGA_3D_CMD_PRESENT, svga3d_present{1}, svga3d_copy_rect{3, 3, 16, 16, 0, 0});
+    put(SVGA_3D_CMD_BLIT_SURFACE_TO_SCREEN, svga3d_blit_to_screen{{1, 0, 0}, {0, 0, 16, 16}, 0, {-5, 2, 40, 40}},
+        svga3d_signed_rect{0, 0, 20, 20});
     add(stream{}.add(uint32_t{SVGA_CMD_DEFINE_ALPHA_CURSOR}, svga_alpha_cursor{0, 0, 0, 2, 1}, 1u, 2u));
     add(stream{}.add(svga_cmd_update{SVGA_CMD_UPDATE, 0, 0, 16, 16}));
-    add(stream{}.command(SVGA_3D_CMD_PRESENT_READBACK, svga3d_rect{0, 0, 16, 16}));
+    put(SVGA_3D_CMD_PRESENT_READBACK, svga3d_rect{0, 0, 16, 16});
     add(stream{}.add(svga_cmd_fence{SVGA_CMD_FENCE, 77}));
-    add(stream{}.command(SVGA_3D_CMD_SURFACE_DESTROY, svga3d_surface_destroy{2}));
-    add(stream{}.command(SVGA_3D_CMD_CONTEXT_DESTROY, svga3d_context{1}));
+    put(SVGA_3D_CMD_SURFACE_DESTROY, svga3d_surface_destroy{2});
+    put(SVGA_3D_CMD_CONTEXT_DESTROY, svga3d_context{1});
     return out;
 }
 

@@ -10,13 +10,6 @@ protected:
         run(stream{}.define_surface(1, SVGA3D_X8R8G8B8, {{3, 2, 1}}));
         write_words<uint32_t>(1, 3, 2, {1, 2, 3, 0xAA000004, 5, 6});
     }
-    void set_mode(uint32_t width, uint32_t height, uint32_t bits)
-    {
-        bus->write_register(SVGA_REG_WIDTH, width);
-        bus->write_register(SVGA_REG_HEIGHT, height);
-        bus->write_register(SVGA_REG_BITS_PER_PIXEL, bits);
-        bus->write_register(SVGA_REG_ENABLE, 1);
-    }
     void present(uint32_t sid, const std::vector<svga3d_copy_rect>& rects)
     {
         run(stream{}.command_with_list(SVGA_3D_CMD_PRESENT, svga3d_present{sid}, rects));

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 
 namespace kalix::test {
 namespace {
@@ -51,17 +52,23 @@ protected:
                 .add_list(words.bytes));
     }
     void begin() { run(stream{}.command(SVGA_3D_CMD_BEGIN_QUERY, svga3d_begin_query{cid, 0})); }
-    svga3d_query_result ended()
+    // The record lies across the border of two pages that are not neighbours.
+    svga3d_query_result answer_to(uint32_t command)
     {
-        std::memset(scratch.page(3), 0xEE, 4096);
-        run(stream{}.command(SVGA_3D_CMD_END_QUERY, svga3d_query{cid, 0, {region, 100}}));
-        svga3d_query_result result;
-        std::memcpy(&result, scratch.page(3) + 100, sizeof result);
-        for (const size_t beside : {size_t{99}, 100 + sizeof result})
-            EXPECT_EQ(scratch.page(3)[beside], std::byte{0xEE});
+        constexpr size_t half = sizeof(svga3d_query_result) / 2, offset = 4096 - half;
+        for (const uint64_t page : {3u, 1u})
+            std::memset(scratch.page(page), 0xEE, 4096);
+        run(stream{}.command(command, svga3d_query{cid, 0, {region, offset}}));
+        std::array<std::byte, 2 * half> bytes;
+        std::copy_n(scratch.page(3) + offset, half, bytes.begin());
+        std::copy_n(scratch.page(1), half, bytes.begin() + half);
+        EXPECT_EQ(scratch.page(3)[offset - 1], std::byte{0xEE});
+        EXPECT_EQ(scratch.page(1)[half], std::byte{0xEE});
+        const auto result = std::bit_cast<svga3d_query_result>(bytes);
         EXPECT_EQ(result.total_size, sizeof result);
         return result;
     }
+    svga3d_query_result ended() { return answer_to(SVGA_3D_CMD_END_QUERY); }
     uint32_t samples()
     {
         const svga3d_query_result result = ended();
@@ -109,11 +116,14 @@ TEST_F(QueriesTest, CountWhatPassesEveryTest)
 TEST_F(QueriesTest, OneAtATimeAndOnlyWhatWasBegun)
 {
     EXPECT_EQ(ended().state, uint32_t{SVGA3D_QUERYSTATE_FAILED});
+    EXPECT_EQ(ended().result, 0u);
     begin();
     rectangle(4, 4, 0.2f);
     begin(); // anew
     rectangle(3, 3, 0.2f);
+    EXPECT_EQ(answer_to(SVGA_3D_CMD_WAIT_FOR_QUERY).state, uint32_t{SVGA3D_QUERYSTATE_FAILED}); // it runs
     EXPECT_EQ(samples(), 9u);
+    EXPECT_EQ(answer_to(SVGA_3D_CMD_WAIT_FOR_QUERY).result, 9u);
     EXPECT_EQ(ended().state, uint32_t{SVGA3D_QUERYSTATE_FAILED});
 }
 

@@ -137,27 +137,5 @@ TEST_F(RefusalsTest, ARefusedCommandHasDoneNothing)
     EXPECT_EQ(read_words<uint32_t>(1, 8, 8), std::vector<uint32_t>(64, 5));
 }
 
-TEST_F(RefusalsTest, QueriesAnswerIntoGuestMemory)
-{
-    // The record lies across the border of two pages that are not neighbours.
-    const auto answer = [&] {
-        svga3d_query_result result;
-        std::memcpy(&result, scratch.page(3) + 4090, 6);
-        std::memcpy(reinterpret_cast<std::byte*>(&result) + 6, scratch.page(1), 6);
-        return std::vector<uint32_t>{result.total_size, result.state, result.result};
-    };
-    const svga3d_query query{cid, SVGA3D_QUERYTYPE_OCCLUSION, {region, 4090}};
-    run(stream{}.command(SVGA_3D_CMD_END_QUERY, query));
-    EXPECT_EQ(answer(), (std::vector<uint32_t>{12, SVGA3D_QUERYSTATE_FAILED, 0}));
-    run(stream{}
-            .command(SVGA_3D_CMD_BEGIN_QUERY, svga3d_begin_query{cid, SVGA3D_QUERYTYPE_OCCLUSION})
-            .command(SVGA_3D_CMD_END_QUERY, query));
-    EXPECT_EQ(answer(), (std::vector<uint32_t>{12, SVGA3D_QUERYSTATE_SUCCEEDED, 0}));
-    std::memset(scratch.page(3), 0, 4096);
-    run(stream{}.command(SVGA_3D_CMD_WAIT_FOR_QUERY, query));
-    EXPECT_EQ(answer()[0], 12u);
-    EXPECT_EQ(all_refused(), 0u);
-}
-
 } // namespace
 } // namespace kalix::test

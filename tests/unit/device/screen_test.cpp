@@ -46,7 +46,7 @@ TEST_F(ScreenTest, ASecondDeviceStaysUnnamedAndWorks)
     const std::vector<std::string> lines = take_log_lines();
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].find("device: the screen has no file: lock: "), 0u) << lines[0];
-    run(*second, stream{}.add(svga_cmd_update{SVGA_CMD_UPDATE, 0, 0, 1, 1}, svga_cmd_fence{SVGA_CMD_FENCE, 5}));
+    run_stream(*second, stream{}.add(svga_cmd_update{SVGA_CMD_UPDATE, 0, 0, 1, 1}, svga_cmd_fence{SVGA_CMD_FENCE, 5}));
     EXPECT_EQ(fifo_load(second->fifo(), SVGA_FIFO_FENCE), 5u);
     EXPECT_EQ(view->header().damage, damage);
     run(stream{}.add(svga_cmd_update{SVGA_CMD_UPDATE, 0, 0, 1, 1}));
@@ -55,9 +55,7 @@ TEST_F(ScreenTest, ASecondDeviceStaysUnnamedAndWorks)
 
 TEST_F(ScreenTest, ReadersSeeWholeFrames)
 {
-    bus->write_register(SVGA_REG_WIDTH, 64);
-    bus->write_register(SVGA_REG_HEIGHT, 64);
-    bus->write_register(SVGA_REG_ENABLE, 1);
+    set_mode(64, 64, 32);
     run(stream{}.define_surface(0, SVGA3D_X8R8G8B8, {{64, 64, 1}}).define_surface(1, SVGA3D_X8R8G8B8, {{64, 64, 1}}));
     write_words<uint32_t>(1, 64, 64, std::vector<uint32_t>(64 * 64, 0x00FFFFFF));
     std::atomic<bool> enough{false};

@@ -51,20 +51,6 @@ uint32_t below(std::mt19937& random, uint32_t limit)
     return static_cast<uint32_t>(random() % limit);
 }
 
-stream& stream::define_surface(uint32_t sid, uint32_t format, const std::vector<svga3d_size>& levels)
-{
-    const svga3d_surface_define definition{sid, 0, format, {static_cast<uint32_t>(levels.size()), 0, 0, 0, 0, 0}};
-    return command_with_list(SVGA_3D_CMD_SURFACE_DEFINE, definition, levels);
-}
-
-stream& stream::define_region(uint32_t id, const std::vector<uint64_t>& pages)
-{
-    const auto count = static_cast<uint32_t>(pages.size());
-    add(svga_cmd_define_gmr2{SVGA_CMD_DEFINE_GMR2, id, count});
-    add(svga_cmd_remap_gmr2{SVGA_CMD_REMAP_GMR2, id, SVGA_REMAP_GMR2_PPN64, 0, count});
-    return add_list(pages);
-}
-
 guest_pages::guest_pages(uint32_t count) : mapped_{(size_t{count} + 2) * 4096}
 {
     void* const at = mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -129,20 +115,12 @@ std::unique_ptr<svga_bus> device_test::open()
     return opened;
 }
 
-void device_test::run(svga_bus& on, const stream& commands)
+void device_test::set_mode(uint32_t width, uint32_t height, uint32_t bits)
 {
-    const std::span<uint32_t> fifo = on.fifo();
-    auto* const memory = reinterpret_cast<std::byte*>(fifo.data());
-    const uint32_t min = fifo[SVGA_FIFO_MIN];
-    const uint32_t max = fifo[SVGA_FIFO_MAX];
-    uint32_t next = fifo_load(fifo, SVGA_FIFO_NEXT_CMD);
-    for (const std::byte each : commands.bytes) {
-        memory[next] = each;
-        next = next + 1 == max ? min : next + 1;
-    }
-    fifo_store(fifo, SVGA_FIFO_NEXT_CMD, next);
-    on.ring_doorbell();
-    on.write_register(SVGA_REG_SYNC, 1);
+    bus->write_register(SVGA_REG_WIDTH, width);
+    bus->write_register(SVGA_REG_HEIGHT, height);
+    bus->write_register(SVGA_REG_BITS_PER_PIXEL, bits);
+    bus->write_register(SVGA_REG_ENABLE, 1);
 }
 
 uint64_t device_test::all_refused() const

@@ -1,13 +1,12 @@
 // A device of its own for each test, with guest memory between guard pages, and a writer of streams.
 #pragma once
 
-#include "hardware/gpu/vmware_svga/lib/bus/bus.h"
+#include "tests/unit/device/stream.h"
 
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <kalix/screen.h>
-#include <kalix/svga3d_types.h>
 #include <map>
 #include <memory>
 #include <random>
@@ -21,51 +20,6 @@ uint32_t test_seed();
 
 // A number below limit, which is above 0.
 uint32_t below(std::mt19937& random, uint32_t limit);
-
-// Commands, one behind the other.
-class stream {
-public:
-    template <typename... records>
-    stream& add(const records&... each)
-    {
-        (append(&each, sizeof each), ...);
-        return *this;
-    }
-    template <typename record>
-    stream& add_list(const std::vector<record>& list)
-    {
-        append(list.data(), list.size() * sizeof(record));
-        return *this;
-    }
-    // A 3D command with a body of these records.
-    template <typename... records>
-    stream& command(uint32_t id, const records&... each)
-    {
-        return add(svga3d_command_header{id, static_cast<uint32_t>((sizeof each + ... + 0))}, each...);
-    }
-    template <typename record, typename entry>
-    stream& command_with_list(uint32_t id, const record& fixed, const std::vector<entry>& list)
-    {
-        add(svga3d_command_header{id, static_cast<uint32_t>(sizeof fixed + list.size() * sizeof(entry))}, fixed);
-        return add_list(list);
-    }
-    // A surface with one image; several sizes: levels of face 0.
-    stream& define_surface(uint32_t sid, uint32_t format, const std::vector<svga3d_size>& levels);
-    stream& define_region(uint32_t id, const std::vector<uint64_t>& pages);
-    stream& dma(const svga3d_surface_dma& transfer, const std::vector<svga3d_copy_box>& boxes)
-    {
-        return command_with_list(SVGA_3D_CMD_SURFACE_DMA, transfer, boxes);
-    }
-
-    std::vector<std::byte> bytes;
-
-private:
-    void append(const void* from, size_t count)
-    {
-        const auto* const begin = static_cast<const std::byte*>(from);
-        bytes.insert(bytes.end(), begin, begin + count);
-    }
-};
 
 // Pages 1 to count of guest memory, in one piece with a guard page on either side; no other page exists.
 class guest_pages {
@@ -111,9 +65,8 @@ protected:
     ~device_test() override;
 
     std::unique_ptr<svga_bus> open();
-    // Runs a stream to its end.
-    void run(const stream& commands) { run(*bus, commands); }
-    static void run(svga_bus& on, const stream& commands);
+    void run(const stream& commands) { run_stream(*bus, commands); }
+    void set_mode(uint32_t width, uint32_t height, uint32_t bits);
     uint64_t refused(kalix_refused kind) const { return view->header().statistics.refused[kind]; }
     uint64_t all_refused() const;
     uint32_t pixel(uint32_t x, uint32_t y) const; // of a 32-bit screen
