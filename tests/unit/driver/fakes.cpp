@@ -21,6 +21,7 @@ namespace {
 world* current;
 int allocations_left = -1; // before one fails; -1: none will
 bool failures_last;
+std::atomic<int> live; // allocations
 
 void note(int severity, const char* format, va_list list)
 {
@@ -49,6 +50,11 @@ world& here()
     return *current;
 }
 
+int live_allocations()
+{
+    return live;
+}
+
 void set_world(world* to)
 {
     current = to;
@@ -62,10 +68,11 @@ void fail_allocation(int nth, bool lasting)
 
 } // namespace kalix::test
 
-// NOLINTBEGIN: the replaceable functions, which the driver's own allocations go through
+// NOLINTBEGIN: the replaceable functions, which the driver's own allocations go through, and what the linker
+// puts in the place of functions (--wrap)
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
-    return kalix::test::allocation_fails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return kalix::test::allocation_fails() ? nullptr : operator new(size);
 }
 void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
 {
@@ -73,9 +80,11 @@ void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
 }
 void* operator new(std::size_t size)
 {
-    if (void* const memory = std::malloc(size == 0 ? 1 : size))
-        return memory;
-    std::abort();
+    void* const memory = std::malloc(size == 0 ? 1 : size);
+    if (!memory)
+        std::abort();
+    ++kalix::test::live;
+    return memory;
 }
 void* operator new[](std::size_t size)
 {
@@ -83,19 +92,29 @@ void* operator new[](std::size_t size)
 }
 void operator delete(void* memory) noexcept
 {
+    kalix::test::live -= memory ? 1 : 0;
     std::free(memory);
 }
 void operator delete[](void* memory) noexcept
 {
-    std::free(memory);
+    operator delete(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    operator delete(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    operator delete(memory);
+}
+extern "C" void* __real_calloc(std::size_t, std::size_t);
+extern "C" void* __wrap_calloc(std::size_t count, std::size_t size)
+{
+    return kalix::test::current && kalix::test::current->refuse_calloc ? nullptr : __real_calloc(count, size);
+}
+extern "C" int __wrap__ZN5kalix11client_initEv()
+{
+    return kalix::test::here().refuse_clients ? 1 : 0;
 }
 // NOLINTEND
 
@@ -115,9 +134,9 @@ void slogf_always(int, int severity, const char* format, ...)
 {
     va_list list;
     va_start(list, format);
-    std::fprintf(stderr, "%d ", severity);
-    std::vfprintf(stderr, format, list);
+    test::note(severity, format, list);
     va_end(list);
+    std::fprintf(stderr, "%s\n", here().lines.back().c_str());
 }
 
 name_attach_t* name_attach(void*, const char*, unsigned)
@@ -352,7 +371,11 @@ int SchedGet(int32_t, int32_t, sched_param*)
 {
     return 0;
 }
-void process_begin(void (*)()) {}
+void process_begin(void (*)())
+{
+    if (here().on_begin)
+        here().on_begin();
+}
 void process_watch_signals() {}
 void process_exit(int status)
 {
@@ -387,7 +410,7 @@ void sleep_us(uint64_t microseconds)
 void* dlopen(const char*, int)
 {
     static int library;
-    return here().refuse_device ? nullptr : &library;
+    return here().refuse_library ? nullptr : &library;
 }
 const char* dlerror()
 {
@@ -406,6 +429,8 @@ void SVGA_SetLogFunction(svga_log_function) {}
 svga_device* SVGA_Init()
 {
     svga_device& device = here().device;
+    if (here().refuse_device)
+        return nullptr;
     device.fifo = here().fifo.data();
     device.framebuffer = here().framebuffer.data();
     device.fb_bytes = static_cast<uint32_t>(here().framebuffer.size());
@@ -415,7 +440,7 @@ svga_device* SVGA_Init()
 void SVGA_Disable() {}
 int SVGA3D_Init()
 {
-    return 0;
+    return here().refuse_3d ? 1 : 0;
 }
 uint32_t SVGA_ReadReg(uint32_t index)
 {

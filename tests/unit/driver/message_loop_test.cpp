@@ -132,55 +132,139 @@ TEST_F(driver_test, CommandLine)
 
 struct start_row {
     const char* name;
-    void (*prepare)();
-    std::vector<std::string> lines;
-    int status = 11; // ten and what bring-up returned
+    void (*prepare)(); // with the state as at the start
+    std::string lines; // of errors and warnings, in order
+    int status = 0;    // of the process
+    std::vector<std::string> words{};
 };
 
-// Runs in a child each, since bring-up leaves what it made.
+// Start-up's allocations, in order: four pools, the regions' table, the queue, five tables by type, clients.
+constexpr int regions_table = 5;
+constexpr int work_queue = 6;
+constexpr int first_table = 7;
+constexpr int table_allocations = 514; // itself, its row of 512 buckets, each bucket
+constexpr int client_table = first_table + 5 * table_allocations;
+
+// The whole program in a child, since it leaves what it made.
+struct start : driver_test {
+    void TestBody() override {}
+    start()
+    {
+        testing::FLAGS_gtest_death_test_style = "fast";
+        SetUp(); // a good one first, which proves that the fault alone is to blame
+        here().lines.reserve(64);
+        here().lines.clear();
+    }
+    static int run(const start_row& row)
+    {
+        start test;
+        here().on_begin = row.prepare;
+        std::vector<std::string> words{"kalix"};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        std::vector<char*> argv;
+        for (std::string& word : words)
+            argv.push_back(word.data());
+        const int status = run_driver(static_cast<int>(argv.size()), argv.data());
+        std::string said;
+        for (const std::string& line : here().lines)
+            said += line.find("version") == line.npos && line.find("created GMR") == line.npos ? line + "\n" : "";
+        std::fprintf(stderr, "\n%s", said.c_str());
+        return status;
+    }
+    // How many allocations bring-up leaves when the nth one fails.
+    static int left_by(int nth)
+    {
+        static mutex lock;
+        reset_globals();
+        const int before = live_allocations();
+        fail_allocation(nth);
+        EXPECT_EQ(kalix_init(&lock), 1);
+        here().lines.clear();
+        return live_allocations() - before;
+    }
+};
+
 TEST(Startup, EveryFailureSaysWhatFailed)
 {
-    testing::FLAGS_gtest_death_test_style = "fast";
-    struct bring_up : driver_test {
-        void TestBody() override {}
-        static int run(void (*prepare)())
-        {
-            bring_up test;
-            test.SetUp(); // a good one first, which proves that the fault alone is to blame
-            reset_globals();
-            here().lines.clear();
-            prepare();
-            static mutex lock;
-            const int result = kalix_init(&lock);
-            for (const std::string& line : here().lines)
-                std::fprintf(stderr, "%s\n", line.c_str());
-            return result;
-        }
-    };
+    const std::string begin = "5 kalix: starting gpu driver in hardware mode...\n";
+    const std::string end = "5 kalix: shutting down gpu driver...\n";
+    const std::string open = "5 kalix: channel \"svga_ch\" open\n";
+    const std::string threads = "thread tessra-gpu-worker0\nthread tessra-gpu-worker1\nthread tessra-gpu-worker2\n"
+                                "thread tessra-gpu-worker3\nthread tessra-gpu-worker4\n"
+                                "3 kalix: MsgReceivev error (4).\n2 kalix: msg_loop out of memory!\n";
+    const std::string no_device = "2 kalix: svga_init: failed\n";
+    const std::string no_table = "2 kalix: could not allocate resource tables\n";
     const start_row rows[] = {
-        {"no library",
-         [] { here().refuse_device = true; },
-         {"2 kalix: SVGA loading: failed, no such library", "2 kalix: svga_init: failed"}},
-        {"no channel", [] { here().refuse_attach = true; }, {"2 kalix: could not create channel"}},
-        {"no self connection",
-         [] { here().refuse_self_connection = true; },
-         {"2 kalix: could not connect to channel: "}},
-        {"no gmr2",
-         [] { here().device.capabilities = 0; },
-         {"2 kalix: dma_create_gmr ERROR: SVGA HW cannot support 64bit", "2 kalix: could not allocate dirty gmr id"}},
-        {"no store, which is no failure",
-         [] { here().refuse_config = here().refuse_status = true; },
-         {"2 kalix: pps init failed, persistent config not available", "thread tessra-gpu-worker0"},
-         10},
-        {"already", [] { _globals.initialized = 1; }, {"2 kalix: initialize: already initialized"}},
+        {"unknown word", [] {}, "5 kalix: unsupported argument \"x\"\n", 22, {"X", "software"}},
+        {"software", [] {}, "5 kalix: starting gpu driver in software mode is DISABLED\n", 0, {"Software"}},
+        {"already", [] { _globals.initialized = 1; }, begin + "2 kalix: initialize: already initialized\n" + end},
+        {"no library", [] { here().refuse_library = true; },
+         begin + "2 kalix: SVGA loading: failed, no such library\n" + no_device + end},
+        {"no library in test mode",
+         [] { here().refuse_library = true; },
+         begin + "2 kalix: SVGA loading: failed, no such library\n" + no_device + end,
+         0,
+         {"testmode"}},
+        {"no device", [] { here().refuse_device = true; }, begin + "2 kalix: SVGA_Init: failed\n" + no_device + end},
+        {"no 3D", [] { here().refuse_3d = true; }, begin + "2 kalix: SVGA3D_Init: failed\n" + no_device + end},
+        {"no clients", [] { here().refuse_clients = true; }, begin + "2 kalix: client_init: failed\n" + end},
+        {"no regions", [] { fail_allocation(regions_table); }, begin + "2 kalix: dma_initialize: failed\n" + end},
+        {"no channel", [] { here().refuse_attach = true; }, begin + "2 kalix: could not create channel\n" + end},
+        {"no self connection", [] { here().refuse_self_connection = true; },
+         begin + open + "2 kalix: could not connect to channel: " + std::strerror(EAGAIN) + "\n" + end},
+        {"no queue", [] { fail_allocation(work_queue); },
+         begin + open + "2 kalix: could not allocate app work queue\n" + end},
+        {"no table", [] { fail_allocation(first_table); }, begin + open + no_table + end},
+        {"no bucket of the last table", [] { fail_allocation(client_table - 1); }, begin + open + no_table + end},
+        {"no client table", [] { fail_allocation(client_table); },
+         begin + open + "2 kalix: could not allocate client table\n" + end},
+        {"no store, which is no failure", [] { here().refuse_config = here().refuse_status = true; },
+         begin + open + "2 kalix: pps init failed, persistent config not available\n" + threads + end},
+        {"no buffer", [] { here().refuse_calloc = true; },
+         begin + open + "2 kalix: could not allocate dirty gmr buffer\n" + end},
+        {"no gmr2", [] { here().device.capabilities = 0; },
+         begin + open +
+             "2 kalix: dma_create_gmr ERROR: SVGA HW cannot support 64bit\n"
+             "2 kalix: could not allocate dirty gmr id\n" +
+             end},
+        {"nothing", [] {}, begin + open + threads + end},
     };
     for (const start_row& row : rows) {
         SCOPED_TRACE(row.name);
-        std::string pattern;
-        for (const std::string& line : row.lines)
-            pattern += "(.|\n)*" + line;
-        EXPECT_EXIT(std::_Exit(10 + bring_up::run(row.prepare)), testing::ExitedWithCode(row.status), pattern);
+        EXPECT_EXIT(std::_Exit(start::run(row)), testing::ExitedWithCode(row.status),
+                    testing::EndsWith("\n" + row.lines));
     }
+}
+
+TEST(Startup, TablesMadeBeforeOneThatFailsAreGivenBack)
+{
+    EXPECT_EXIT(
+        {
+            const start test;
+            start::left_by(first_table); // what the fakes keep is made once
+            const int none = start::left_by(first_table);
+            std::_Exit(none > 0 && start::left_by(first_table + 2 * table_allocations) == none &&
+                               start::left_by(client_table - 1) == none
+                           ? 0
+                           : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(Startup, ServesWithoutADeviceMutex)
+{
+    EXPECT_EXIT(
+        {
+            const start test;
+            reset_globals();
+            kalix_init(nullptr);
+            std::_Exit(here().lines.front() == "3 kalix: kalix_init called with NULL mutex, device synchronization "
+                                               "may fail" &&
+                               here().lines.back() == "2 kalix: msg_loop out of memory!"
+                           ? 0
+                           : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -50,7 +50,9 @@ struct world {
     std::vector<std::string> unlinked;
     std::function<uint64_t(const void*)> physical; // identity when empty
     uint32_t regions = 5;                          // that the device has
-    bool refuse_map = false, refuse_attach = false, refuse_device = false, refuse_self_connection = false;
+    bool refuse_map = false, refuse_attach = false, refuse_library = false, refuse_self_connection = false;
+    bool refuse_device = false, refuse_3d = false, refuse_clients = false, refuse_calloc = false;
+    std::function<void()> on_begin; // when the process begins, its state as at the start
     uint64_t slept_us = 0;
     uint32_t own_uid = 0;
 
@@ -75,6 +77,8 @@ struct world {
 };
 
 world& here();
+
+int live_allocations(); // made by the driver and not given back
 
 // Fails the nth allocation from now (1: the next), and all after it when lasting; 0 stops.
 void fail_allocation(int nth, bool lasting = false);
