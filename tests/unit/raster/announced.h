@@ -40,17 +40,9 @@ protected:
         std::fill_n(definition.mip_levels, images, 1u);
         const std::vector<svga3d_size> sizes(images, size);
         ASSERT_TRUE(surfaces.define(definition, sizes));
-        stage(0, SVGA3D_TS_BIND_TEXTURE, texture_sid);
-        for (const uint32_t name : {SVGA3D_TS_COLORARG1, SVGA3D_TS_ALPHAARG1})
-            stage(0, name, SVGA3D_TA_TEXTURE);
         for (const uint32_t name : {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV, SVGA3D_TS_ADDRESSW})
             stage(0, name, SVGA3D_TEX_ADDRESS_CLAMP);
-        filter(SVGA3D_TEX_FILTER_NEAREST);
-    }
-    void filter(uint32_t how)
-    {
-        for (const uint32_t name : {SVGA3D_TS_MAGFILTER, SVGA3D_TS_MINFILTER})
-            stage(0, name, how);
+        show_texture(SVGA3D_TEX_FILTER_NEAREST);
     }
 
     // Something over the whole target, at these coordinates.

@@ -59,7 +59,7 @@ void CapabilityTest::try_flat(const format_row& row, uint32_t operations)
     for (uint32_t x = 0; x < 8; ++x) // a texture that cannot be sampled is one that is not there
         EXPECT_EQ(pixel(x, 3), operations & sampled ? x < 4 ? row.first_color : row.second_color : 0xFF000000) << x;
     clear();
-    filter(SVGA3D_TEX_FILTER_LINEAR);
+    show_texture(SVGA3D_TEX_FILTER_LINEAR);
     quad(0, 0, 16, 4);
     if (operations & filtered)
         expect_mean(pixel(8, 2), row.first_color, row.second_color);
@@ -91,7 +91,7 @@ void CapabilityTest::try_volume(const format_row& row, bool filters)
     put(view(texture_sid), row, row.second, slice, slice);
     EXPECT_EQ(looked_up(0.5f, 0.5f, 0.25f), row.first_color);
     EXPECT_EQ(looked_up(0.5f, 0.5f, 0.75f), row.second_color);
-    filter(SVGA3D_TEX_FILTER_LINEAR);
+    show_texture(SVGA3D_TEX_FILTER_LINEAR);
     if (filters)
         expect_mean(looked_up(0.5f, 0.5f, 0.5f), row.first_color, row.second_color);
 }

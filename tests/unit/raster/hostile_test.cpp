@@ -76,6 +76,31 @@ protected:
         surfaces.define(definition, sizes);
     }
 
+    // Declarations, indices and ranges that are nearly right, over the buffers of the draw before.
+    draw_result draw_what_is_there()
+    {
+        const auto below = [this](uint32_t limit) { return static_cast<uint32_t>(random_() % limit); };
+        define(index_sid, SVGA3D_BUFFER, 64, 1);
+        for (uint32_t at = 0; at < 64; at += 4) {
+            const uint32_t value = word();
+            std::memcpy(view(index_sid).bytes + at, &value, 4);
+        }
+        std::vector<svga3d_vertex_declaration> declarations(1 + below(3));
+        for (auto& each : declarations)
+            each = {below(18), 0, below(13), below(2), {vertex_sid, below(40), below(24)}, 0, 0};
+        declarations[0].usage = below(4) ? uint32_t{SVGA3D_DECLUSAGE_POSITION} : uint32_t{SVGA3D_DECLUSAGE_POSITIONT};
+        const svga3d_primitive_range range{below(8),
+                                           below(9) ? below(8) : word(),
+                                           {below(2) ? SVGA3D_INVALID_ID : index_sid, below(70), below(4)},
+                                           1u << below(3),
+                                           static_cast<int32_t>(below(5)) - 2};
+        const svga3d_image target = state.targets[SVGA3D_RT_COLOR0];
+        state.targets[SVGA3D_RT_COLOR0].sid = below(5) ? color_sid : below(7);
+        const draw_result result = draw_primitives(state, surfaces, declarations, {&range, 1}, {}, workers);
+        state.targets[SVGA3D_RT_COLOR0] = target;
+        return result;
+    }
+
     std::mt19937 random_{test_seed()};
 };
 
@@ -85,7 +110,7 @@ TEST_F(HostileTest, RandomStatesTouchNothingElse)
     workers = &pool;
     constexpr uint32_t bystander = 99;
     define(bystander, SVGA3D_A8R8G8B8, 64, 64);
-    int drawn = 0;
+    int drawn = 0, odd_drawn = 0;
     for (int round = 0; round < 3000; ++round) {
         if (round % 20 == 0) {
             state = new_context(1);
@@ -104,8 +129,10 @@ TEST_F(HostileTest, RandomStatesTouchNothingElse)
             random_() % 2 ? uint32_t{SVGA3D_DECLUSAGE_POSITIONT} : uint32_t{SVGA3D_DECLUSAGE_POSITION};
         drawn += draw(1 + static_cast<uint32_t>(random_() % 6), 1 + static_cast<uint32_t>(random_() % 4), corners,
                       usage) == draw_result::done;
+        odd_drawn += draw_what_is_there() == draw_result::done;
     }
     EXPECT_GT(drawn, 1000); // most are drawn, or nothing was tried
+    EXPECT_GT(odd_drawn, 100);
     workers = nullptr;
     const image_view untouched = view(bystander);
     for (uint64_t at = 0; at < untouched.byte_size(); ++at)

@@ -1,4 +1,4 @@
-// What covered pixels become: textures, the driver's own pass, tests, blending and state that makes no sense.
+// What covered pixels become: textures, the driver's own pass, tests and blending.
 
 #include "tests/unit/raster/scene.h"
 
@@ -269,63 +269,6 @@ TEST_F(scene, FloatsAreNotCutShort)
         std::memcpy(&red, view(color_sid).texel(1, 1), sizeof red);
         EXPECT_EQ(red, wanted);
     }
-}
-
-// State words, declarations and ranges drawn at random: always an answer, never an access outside.
-TEST_F(scene, RandomStateIsHarmless)
-{
-    std::mt19937 random{test_seed()};
-    make_targets(16, 16);
-    define(texture_sid, SVGA3D_R5G6B5, 3, 5);
-    define(index_sid, SVGA3D_BUFFER, 64, 1);
-    define(vertex_sid, SVGA3D_BUFFER, 512, 1);
-    const auto word_of = [&random]() -> uint32_t {
-        const uint32_t odd[] = {0, 1, 2, 0x7FC00000, 0xFF800000, 0x3F800000, ~0u, 0x80000000};
-        return random() % 3 == 0   ? odd[random() % 8]
-               : random() % 3 == 0 ? static_cast<uint32_t>(random())
-                                   : static_cast<uint32_t>(random() % 8);
-    };
-    int drawn = 0;
-    for (int round = 0; round < 4000; ++round) {
-        if (round % 50 == 0) {
-            const auto targets = state.targets;
-            state = new_context(1);
-            state.targets = targets;
-            state.viewport = {0, 0, 16, 16};
-        }
-        const uint32_t which = static_cast<uint32_t>(random() % SVGA3D_RS_MAX);
-        if (which != SVGA3D_RS_LIGHTINGENABLE && which != SVGA3D_RS_VERTEXBLEND)
-            set(which, word_of());
-        stage(static_cast<uint32_t>(random() % 3), static_cast<uint32_t>(random() % SVGA3D_TS_MAX), word_of());
-        stage(static_cast<uint32_t>(random() % 2), SVGA3D_TS_BIND_TEXTURE, static_cast<uint32_t>(random() % 6));
-        state.viewport = {word_of() % 20, word_of() % 20, word_of(), word_of()};
-        state.transforms[1 + random() % 3][random() % 16] = std::bit_cast<float>(word_of());
-        for (const uint32_t sid : {vertex_sid, index_sid})
-            for (uint32_t i = 0; i < 8; ++i) {
-                const uint32_t value = word_of();
-                std::memcpy(view(sid).bytes + random() % 15 * 4, &value, 4);
-            }
-        std::vector<svga3d_vertex_declaration> declarations(1 + random() % 3);
-        for (auto& d : declarations)
-            d = {static_cast<uint32_t>(random() % 18),
-                 0,
-                 static_cast<uint32_t>(random() % 13),
-                 static_cast<uint32_t>(random() % 2),
-                 {vertex_sid, static_cast<uint32_t>(random() % 40), static_cast<uint32_t>(random() % 24)},
-                 0,
-                 0};
-        declarations[0].usage =
-            random() % 4 ? uint32_t{SVGA3D_DECLUSAGE_POSITION} : uint32_t{SVGA3D_DECLUSAGE_POSITIONT};
-        const svga3d_primitive_range range{static_cast<uint32_t>(random() % 8),
-                                           random() % 9 ? static_cast<uint32_t>(random() % 8) : word_of(),
-                                           {random() % 2 ? SVGA3D_INVALID_ID : index_sid,
-                                            static_cast<uint32_t>(random() % 70), static_cast<uint32_t>(random() % 4)},
-                                           static_cast<uint32_t>(1u << random() % 3),
-                                           static_cast<int32_t>(random() % 5) - 2};
-        state.targets[SVGA3D_RT_COLOR0].sid = random() % 5 ? color_sid : static_cast<uint32_t>(random() % 7);
-        drawn += draw_primitives(state, surfaces, declarations, {&range, 1}, {}) == draw_result::done;
-    }
-    EXPECT_GT(drawn, 100) << test_seed();
 }
 
 } // namespace

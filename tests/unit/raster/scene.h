@@ -74,13 +74,18 @@ protected:
     {
         define(texture_sid, SVGA3D_A8R8G8B8, width, height);
         std::memcpy(view(texture_sid).bytes, pixels.data(), pixels.size() * 4);
-        stage(0, SVGA3D_TS_BIND_TEXTURE, texture_sid);
-        stage(0, SVGA3D_TS_COLORARG1, SVGA3D_TA_TEXTURE);
-        stage(0, SVGA3D_TS_ALPHAARG1, SVGA3D_TA_TEXTURE);
-        for (const uint32_t name : {SVGA3D_TS_MAGFILTER, SVGA3D_TS_MINFILTER})
-            stage(0, name, filter);
+        show_texture(filter);
         for (const uint32_t name : {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV})
             stage(0, name, SVGA3D_TEX_ADDRESS_CLAMP);
+    }
+    // Binds the texture to stage 0, which gives its colours as they are.
+    void show_texture(uint32_t filter)
+    {
+        stage(0, SVGA3D_TS_BIND_TEXTURE, texture_sid);
+        for (const uint32_t name : {SVGA3D_TS_COLORARG1, SVGA3D_TS_ALPHAARG1})
+            stage(0, name, SVGA3D_TA_TEXTURE);
+        for (const uint32_t name : {SVGA3D_TS_MAGFILTER, SVGA3D_TS_MINFILTER})
+            stage(0, name, filter);
     }
 
     image_view view(uint32_t sid) { return surfaces.view({sid, 0, 0}); }

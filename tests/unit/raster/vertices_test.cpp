@@ -69,15 +69,7 @@ protected:
                 for (uint64_t at = 0; at < image.byte_size(); ++at)
                     image.bytes[at] = static_cast<std::byte>(random_());
             }
-        bind(filter);
-    }
-    void bind(uint32_t filter)
-    {
-        stage(0, SVGA3D_TS_BIND_TEXTURE, texture_sid);
-        stage(0, SVGA3D_TS_COLORARG1, SVGA3D_TA_TEXTURE);
-        stage(0, SVGA3D_TS_ALPHAARG1, SVGA3D_TA_TEXTURE);
-        stage(0, SVGA3D_TS_MAGFILTER, filter);
-        stage(0, SVGA3D_TS_MINFILTER, filter);
+        show_texture(filter);
     }
     uint32_t texel(uint32_t face, uint32_t x, uint32_t y, uint32_t z = 0)
     {
@@ -265,7 +257,7 @@ TEST_F(VertexTest, VolumesAreLookedUpInThreeDirections)
                 const lit_corner what{0, 0, 0, 0, 0, 1, ~0u, 0, middle(x, 5), middle(y, 3), middle(z, 4)};
                 EXPECT_EQ(shown(what), texel(0, x, y, z < 4 ? z : 7 - z));
             }
-    bind(SVGA3D_TEX_FILTER_LINEAR);
+    show_texture(SVGA3D_TEX_FILTER_LINEAR);
     std::array<double, 4> mean{};
     for (const auto& [x, y, z] : {std::array{1u, 1u, 2u},
                                   {2u, 1u, 2u},
@@ -335,7 +327,7 @@ TEST_F(VertexTest, BlocksHoldTheirTexels)
     for (const row& each : rows) {
         define(texture_sid, each.format, 4, 4);
         std::memcpy(view(texture_sid).bytes, each.block.data(), each.block.size() * 4);
-        bind(SVGA3D_TEX_FILTER_NEAREST);
+        show_texture(SVGA3D_TEX_FILTER_NEAREST);
         for (uint32_t x = 0; x < 4; ++x) {
             const uint32_t got = shown({0, 0, 0, 0, 0, 1, ~0u, 0, (static_cast<float>(x) + 0.5f) / 4, 0.1f, 0});
             EXPECT_EQ(got, each.wanted[x]) << each.format << " " << x;
