@@ -58,7 +58,11 @@ int serve()
     close(shm_open("/svga_dma_1", open_read_write | open_create, 0));
     for (;;) {
         _msg_info info{};
-        const int32_t rcvid = MsgReceivev(attached->chid, {}, &info);
+        _pulse pulse{};
+        const std::span<std::byte> part = std::as_writable_bytes(std::span{&pulse, 1});
+        const int32_t rcvid = MsgReceivev(attached->chid, {&part, 1}, &info);
+        if (rcvid == 0)
+            ConnectDetach(static_cast<uint32_t>(pulse.scoid)); // an end is the only pulse
         if (rcvid > 0 && info.srcmsglen == asks_end)
             process_exit(3);
         if (rcvid > 0 && info.srcmsglen == asks_stuck)
