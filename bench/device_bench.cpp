@@ -4,8 +4,8 @@
 // the work, eight of each, awaited with one fence: the two wakes of idle cores that a fence costs have their own
 // row. Medians of rounds, as ratios. SVGA_DEVICE_THREADS says how many draw.
 
-#include "hardware/gpu/vmware_svga/lib/svga.h"
-#include "hardware/gpu/vmware_svga/lib/svga3d.h"
+#include "svga/svga.h"
+#include "svga/svga3d.h"
 
 #include <algorithm>
 #include <array>

@@ -1,11 +1,11 @@
 #include "platform/process.h"
 
-#include "platform/clock.h"
-#include "platform/log.h"
-#include "platform/logger.h"
-#include "platform/run_directory.h"
+#include "base/unique_fd.h"
+#include "platform/files/run_directory.h"
+#include "platform/log/clock.h"
+#include "platform/log/log.h"
+#include "platform/log/logger.h"
 #include "platform/settings.h"
-#include "platform/unique_fd.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 #include "platform/readiness.h"
 
-#include "platform/log.h"
+#include "base/unique_fd.h"
+#include "platform/log/log.h"
 #include "platform/settings.h"
-#include "platform/unique_fd.h"
 
 #include <algorithm>
 #include <atomic>

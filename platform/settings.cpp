@@ -1,6 +1,6 @@
 #include "platform/settings.h"
 
-#include "platform/log.h"
+#include "platform/log/log.h"
 
 #include <charconv>
 #include <cstdlib>

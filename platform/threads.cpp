@@ -1,7 +1,7 @@
 // Threads of the process, their whole names, and the semaphore.
 #include "base/lock.h"
 #include "base/never_destroyed.h"
-#include "platform/log.h"
+#include "platform/log/log.h"
 #include "platform/process.h"
 
 #include <array>

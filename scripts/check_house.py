@@ -20,7 +20,7 @@ ROOMS = [
     (DEVICE_LIBRARY, [*FACE, "kalix/svga3d_types.h"]),
     ("platform/", ["kalix/protocol.h", "kalix/rundir.h"]),
     ("client/", ["kalix/"]),
-    ("tools/ctl/", ["tools/", "kalix/", "platform/store.h"]), # the zoom lies in the store
+    ("tools/ctl/", ["tools/", "kalix/", "platform/store/store.h"]), # the zoom lies in the store
     ("tools/", ["kalix/"]),
     ("include/kalix/", ["kalix/"]),
     ("base/", []),

@@ -1,4 +1,4 @@
-#include "platform/store.h"
+#include "platform/store/store.h"
 #include "tools/ctl/commands.h"
 #include "tools/screen/screen_reader.h"
 #include "tools/screen/status_reader.h"

@@ -1,6 +1,6 @@
 // What can go wrong between client and server: lost, mad and missing servers, threads, forks.
 
-#include "fake_server.h"
+#include "tests/unit/client/fake_server.h"
 
 #include <cerrno>
 #include <climits>

@@ -1,4 +1,4 @@
-#include "fake_server.h"
+#include "tests/unit/client/fake_server.h"
 
 #include <cstdlib>
 #include <cstring>

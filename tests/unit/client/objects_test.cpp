@@ -1,6 +1,6 @@
 // Shared memory: DMA buffers, command buffers and readback places, and the C++ types that own them.
 
-#include "fake_server.h"
+#include "tests/unit/client/fake_server.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,6 +1,6 @@
 // Every typed call: the message that it sends, byte for byte, and what it makes of the reply.
 
-#include "fake_server.h"
+#include "tests/unit/client/fake_server.h"
 
 #include <cerrno>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 // A writer of command streams, for the tests of the device and the fuzzer.
 #pragma once
 
-#include "hardware/gpu/vmware_svga/lib/bus/bus.h"
+#include "svga/bus.h"
 
 #include <kalix/svga3d_types.h>
 #include <span>

@@ -2,7 +2,7 @@
 // wake-up shows as a test that does not end.
 
 #include "base/futex.h"
-#include "hardware/gpu/vmware_svga/lib/device/raster/workers.h"
+#include "device/raster/workers.h"
 #include "tests/unit/device/support.h"
 
 #include <thread>

@@ -1,11 +1,11 @@
-#include "hardware/gpu/vmware_svga/lib/svga.h"
-#include "hardware/gpu/vmware_svga/lib/svga3d.h"
-#include "platform/channel.h"
-#include "platform/log.h"
+#include "platform/channel/channel.h"
+#include "platform/files/published_file.h"
+#include "platform/files/shared_memory.h"
+#include "platform/log/log.h"
 #include "platform/process.h"
-#include "platform/published_file.h"
-#include "platform/shared_memory.h"
-#include "platform/store.h"
+#include "platform/store/store.h"
+#include "svga/svga.h"
+#include "svga/svga3d.h"
 #include "tests/unit/driver/support.h"
 
 #include <atomic>

@@ -2,7 +2,7 @@
 
 #include "tests/unit/driver/support.h"
 
-#include "hardware/gpu/vmware_svga/gpu/kalix/client.h"
+#include "driver/objects/client.h"
 
 #include <kalix/svga3d_types.h>
 

@@ -2,8 +2,8 @@
 
 #include "tests/unit/driver/support.h"
 
-#include "hardware/gpu/vmware_svga/gpu/kalix/message_loop.h"
-#include "hardware/gpu/vmware_svga/gpu/kalix/startup.h"
+#include "driver/message_loop.h"
+#include "driver/startup.h"
 
 #include <cctype>
 

@@ -1,7 +1,7 @@
 #include "tests/unit/driver/support.h"
 
-#include "hardware/gpu/vmware_svga/gpu/kalix/startup.h"
-#include "hardware/gpu/vmware_svga/gpu/kalix/surface.h"
+#include "driver/objects/surface.h"
+#include "driver/startup.h"
 
 #include <kalix/svga3d_types.h>
 #include <span>

@@ -4,8 +4,8 @@
 // world at a time: driver_test makes it, brings the driver up in it, and takes it down.
 #pragma once
 
-#include "hardware/gpu/vmware_svga/gpu/kalix/dispatch.h"
-#include "hardware/gpu/vmware_svga/gpu/kalix/resource.h"
+#include "driver/dispatch.h"
+#include "driver/objects/resource.h"
 
 #include <cstring>
 #include <deque>

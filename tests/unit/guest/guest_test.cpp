@@ -1,7 +1,7 @@
 // The driver's side over a bus of the test's own: what reaches the ring, fences, modes and cursors.
 
-#include "hardware/gpu/vmware_svga/lib/guest/guest.h"
-#include "hardware/gpu/vmware_svga/lib/svga3d.h"
+#include "guest/guest.h"
+#include "svga/svga3d.h"
 
 #include <algorithm>
 #include <cmath>

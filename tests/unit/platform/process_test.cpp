@@ -1,10 +1,10 @@
 // The server as a process: start, readiness, a second one, every kind of end.
-#include "platform/clock.h"
-#include "platform/log.h"
+#include "platform/files/shared_memory.h"
+#include "platform/log/clock.h"
+#include "platform/log/log.h"
 #include "platform/process.h"
 #include "platform/settings.h"
-#include "platform/shared_memory.h"
-#include "support.h"
+#include "tests/unit/platform/support.h"
 
 #include <csignal>
 #include <cstring>

@@ -1,6 +1,6 @@
-#include "support.h"
+#include "tests/unit/platform/support.h"
 
-#include "platform/logger.h"
+#include "platform/log/logger.h"
 
 #include <algorithm>
 #include <array>

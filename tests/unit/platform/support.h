@@ -1,8 +1,8 @@
 // What the platform's tests share: a private run directory, a raw client, a captured log, children.
 #pragma once
 
-#include "platform/channel.h"
-#include "platform/unique_fd.h"
+#include "base/unique_fd.h"
+#include "platform/channel/channel.h"
 
 #include <chrono>
 #include <cstdint>

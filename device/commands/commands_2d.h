@@ -1,0 +1,25 @@
+// The commands without a length of their own: each says by its fields how long it is.
+#pragma once
+
+#include "device/commands/command_reader.h"
+#include "device/state/state.h"
+
+#include <cstdint>
+#include <limits>
+#include <span>
+
+namespace kalix::device {
+
+inline constexpr uint64_t no_length = std::numeric_limits<uint64_t>::max();
+
+struct command_2d_row {
+    uint32_t id;
+    uint32_t fixed_bytes;                                          // of the fields, the id not counted
+    uint64_t (*following_bytes)(std::span<const std::byte> fixed); // behind them; no_length: cannot be known
+    outcome (*execute)(device_state& device, command_reader body);
+};
+
+// The row of a command, or null for an id that is none.
+const command_2d_row* command_2d_of(uint32_t id);
+
+} // namespace kalix::device

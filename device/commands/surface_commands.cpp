@@ -1,0 +1,52 @@
+// Definition and destruction of surfaces.
+
+#include "device/commands/commands.h"
+#include "device/state/format.h"
+
+#include <numeric>
+
+namespace kalix::device {
+namespace {
+
+constexpr uint64_t levels_max = 144; // of all faces
+
+void unbind_everywhere(device_state& device, uint32_t sid)
+{
+    for (auto& [cid, each] : device.contexts)
+        unbind_surface(each, sid);
+}
+
+} // namespace
+
+outcome surface_define(device_state& device, command_reader body)
+{
+    svga3d_surface_define definition;
+    if (!body.take(definition))
+        return KALIX_REFUSED_SHORT_COMMAND;
+    const uint64_t levels =
+        std::accumulate(std::begin(definition.mip_levels), std::end(definition.mip_levels), uint64_t{0});
+    if (definition.sid == SVGA3D_INVALID_ID || levels > levels_max)
+        return KALIX_REFUSED_BAD_VALUE;
+    std::vector<svga3d_size> sizes;
+    if (!body.take_list(sizes, levels))
+        return KALIX_REFUSED_SHORT_COMMAND;
+    if (device.surfaces.count() >= surfaces_max && !device.surfaces.find(definition.sid))
+        return KALIX_REFUSED_NO_MEMORY;
+    if (!device.surfaces.define(definition, sizes))
+        return KALIX_REFUSED_BAD_VALUE;
+    unbind_everywhere(device, definition.sid);
+    return executed;
+}
+
+outcome surface_destroy(device_state& device, command_reader body)
+{
+    svga3d_surface_destroy command;
+    if (!body.take(command))
+        return KALIX_REFUSED_SHORT_COMMAND;
+    if (!device.surfaces.destroy(command.sid))
+        return KALIX_REFUSED_NO_SURFACE;
+    unbind_everywhere(device, command.sid);
+    return executed;
+}
+
+} // namespace kalix::device

@@ -1,0 +1,23 @@
+#include "device/raster/processor.h"
+
+#include <hwy/highway.h>
+
+namespace kalix::device::raster {
+
+std::vector<int64_t> instruction_sets()
+{
+    return hwy::SupportedAndGeneratedTargets();
+}
+
+std::string instruction_set_name(int64_t set)
+{
+    return hwy::TargetName(set);
+}
+
+void force_instruction_set(int64_t set)
+{
+    hwy::SetSupportedTargetsForTest(set);
+    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+}
+
+} // namespace kalix::device::raster

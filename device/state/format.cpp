@@ -1,0 +1,291 @@
+#include "device/state/format.h"
+
+#include "device/state/dxt.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <kalix/svga3d_types.h>
+
+namespace kalix::device {
+namespace {
+
+template <typename word>
+word load(const std::byte* from)
+{
+    word value;
+    std::memcpy(&value, from, sizeof value);
+    return value;
+}
+
+template <typename word>
+void store(word value, std::byte* to)
+{
+    std::memcpy(to, &value, sizeof value);
+}
+
+// ---- Channels of a packed word: where they lie, and how many bits they have ------------------------
+
+struct channel {
+    int shift = 0;
+    int bits = 0; // 0: the format does not have it
+};
+
+constexpr uint32_t largest(channel c)
+{
+    return (1u << c.bits) - 1;
+}
+
+float unpack(uint64_t word, channel c, float otherwise)
+{
+    if (c.bits == 0)
+        return otherwise;
+    return static_cast<float>(word >> c.shift & largest(c)) / static_cast<float>(largest(c));
+}
+
+// A value of 0..1 as the nearest step of the channel; a value that is not a number packs as 0.
+uint64_t pack(float value, channel c)
+{
+    if (c.bits == 0)
+        return 0;
+    const float clamped = value > 0 ? std::min(value, 1.0f) : 0.0f;
+    const auto step = static_cast<uint64_t>(static_cast<double>(clamped) * largest(c) + 0.5);
+    return step << c.shift;
+}
+
+struct packed_layout {
+    channel r, g, b, a;
+};
+
+template <typename word, packed_layout layout>
+color decode_packed(const std::byte* texel)
+{
+    const uint64_t value = load<word>(texel);
+    return {unpack(value, layout.r, 0), unpack(value, layout.g, 0), unpack(value, layout.b, 0),
+            unpack(value, layout.a, 1)};
+}
+
+// Bits that no channel covers are written as zero, but for the fourth byte of X8R8G8B8 (below).
+template <typename word, packed_layout layout>
+void encode_packed(const color& value, std::byte* texel)
+{
+    store(static_cast<word>(pack(value.r, layout.r) | pack(value.g, layout.g) | pack(value.b, layout.b) |
+                            pack(value.a, layout.a)),
+          texel);
+}
+
+constexpr packed_layout a8r8g8b8{{16, 8}, {8, 8}, {0, 8}, {24, 8}};
+constexpr packed_layout x8r8g8b8{{16, 8}, {8, 8}, {0, 8}, {}};
+constexpr packed_layout r5g6b5{{11, 5}, {5, 6}, {0, 5}, {}};
+constexpr packed_layout x1r5g5b5{{10, 5}, {5, 5}, {0, 5}, {}};
+constexpr packed_layout a1r5g5b5{{10, 5}, {5, 5}, {0, 5}, {15, 1}};
+constexpr packed_layout a4r4g4b4{{8, 4}, {4, 4}, {0, 4}, {12, 4}};
+constexpr packed_layout a2r10g10b10{{20, 10}, {10, 10}, {0, 10}, {30, 2}};
+constexpr packed_layout g16r16{{0, 16}, {16, 16}, {}, {}};
+constexpr packed_layout a16b16g16r16{{0, 16}, {16, 16}, {32, 16}, {48, 16}};
+constexpr packed_layout alpha8{{}, {}, {}, {0, 8}};
+
+// ---- Luminance ----------------------------------------------------------------------------------------
+
+struct luminance_layout {
+    channel l, a;
+};
+
+template <typename word, luminance_layout layout>
+color decode_luminance(const std::byte* texel)
+{
+    const uint64_t value = load<word>(texel);
+    const float l = unpack(value, layout.l, 0);
+    return {l, l, l, unpack(value, layout.a, 1)};
+}
+
+template <typename word, luminance_layout layout>
+void encode_luminance(const color& value, std::byte* texel)
+{
+    store(static_cast<word>(pack(value.r, layout.l) | pack(value.a, layout.a)), texel);
+}
+
+constexpr luminance_layout l8{{0, 8}, {}};
+constexpr luminance_layout l16{{0, 16}, {}};
+constexpr luminance_layout l4a4{{0, 4}, {4, 4}};
+constexpr luminance_layout l8a8{{0, 8}, {8, 8}};
+
+// ---- Floats: halves and singles, one to four channels, missing ones 0, 0, 0, 1 -------------------------
+
+float half_to_float(uint16_t half)
+{
+    const uint32_t sign = uint32_t{half} >> 15 << 31;
+    const uint32_t exponent = half >> 10 & 31;
+    const uint32_t fraction = half & 1023;
+    if (exponent == 0) {
+        const float magnitude = static_cast<float>(fraction) / 16777216.0f; // 2^-24 a step
+        return sign ? -magnitude : magnitude;
+    }
+    if (exponent == 31)
+        return std::bit_cast<float>(sign | 0x7F800000 | fraction << 13);
+    return std::bit_cast<float>(sign | (exponent + 112) << 23 | fraction << 13);
+}
+
+// Rounds to the nearest half, ties to even; what is too large becomes infinite.
+uint16_t float_to_half(float value)
+{
+    const auto bits = std::bit_cast<uint32_t>(value);
+    const auto sign = static_cast<uint16_t>(bits >> 16 & 0x8000);
+    const uint32_t magnitude = bits & 0x7FFFFFFF;
+    if (magnitude > 0x7F800000)
+        return static_cast<uint16_t>(sign | 0x7E00);
+    if (magnitude >= 0x47800000)
+        return static_cast<uint16_t>(sign | 0x7C00);
+    if (magnitude < 0x33000000)
+        return sign;
+    // Denormal halves have steps of 2^-24; the others drop 13 bits of the fraction.
+    const uint32_t exponent = magnitude >> 23;
+    const bool denormal = exponent < 113;
+    const uint32_t fraction = denormal ? (magnitude & 0x7FFFFF) | 0x800000 : magnitude - (112u << 23);
+    const uint32_t dropped = denormal ? 126 - exponent : 13;
+    const uint32_t kept = fraction >> dropped;
+    const uint32_t rest = fraction & ((1u << dropped) - 1);
+    const uint32_t middle = 1u << (dropped - 1);
+    return static_cast<uint16_t>(sign | (kept + (rest > middle || (rest == middle && kept & 1))));
+}
+
+float load_float(const std::byte* from, float)
+{
+    return load<float>(from);
+}
+float load_float(const std::byte* from, uint16_t)
+{
+    return half_to_float(load<uint16_t>(from));
+}
+void store_float(float value, std::byte* to, float)
+{
+    store(value, to);
+}
+void store_float(float value, std::byte* to, uint16_t)
+{
+    store(float_to_half(value), to);
+}
+
+template <typename number, int channels>
+color decode_floats(const std::byte* texel)
+{
+    float c[4] = {0, 0, 0, 1};
+    for (int i = 0; i < channels; ++i)
+        c[i] = load_float(texel + static_cast<size_t>(i) * sizeof(number), number{});
+    return {c[0], c[1], c[2], c[3]};
+}
+
+template <typename number, int channels>
+void encode_floats(const color& value, std::byte* texel)
+{
+    const float c[4] = {value.r, value.g, value.b, value.a};
+    for (int i = 0; i < channels; ++i)
+        store_float(c[i], texel + static_cast<size_t>(i) * sizeof(number), number{});
+}
+
+// ---- The table ----------------------------------------------------------------------------------------
+
+template <typename word, packed_layout layout>
+constexpr format_info packed(bool target = true)
+{
+    return {format_kind::color,         sizeof(word), 1, 1, target, true, decode_packed<word, layout>,
+            encode_packed<word, layout>};
+}
+
+template <typename word, luminance_layout layout>
+constexpr format_info luminance()
+{
+    return {format_kind::color,
+            sizeof(word),
+            1,
+            1,
+            false,
+            true,
+            decode_luminance<word, layout>,
+            encode_luminance<word, layout>};
+}
+
+template <typename number, int channels>
+constexpr format_info floats()
+{
+    return {format_kind::color,
+            sizeof(number) * channels,
+            1,
+            1,
+            true,
+            false,
+            decode_floats<number, channels>,
+            encode_floats<number, channels>};
+}
+
+constexpr format_info plain(format_kind kind, uint8_t bytes)
+{
+    return {.kind = kind, .block_bytes = bytes};
+}
+
+constexpr format_info blocks(uint8_t bytes, uint8_t width, uint8_t height,
+                             color (*decode)(const std::byte*, uint32_t, uint32_t) = nullptr)
+{
+    return {.kind = format_kind::opaque,
+            .block_bytes = bytes,
+            .block_width = width,
+            .block_height = height,
+            .decode_block = decode};
+}
+
+constexpr auto formats = [] {
+    std::array<format_info, SVGA3D_FORMAT_MAX> table{};
+    // Drawing writes alpha into X8R8G8B8's fourth byte; reading takes it as 1.
+    table[SVGA3D_X8R8G8B8] = packed<uint32_t, x8r8g8b8>();
+    table[SVGA3D_X8R8G8B8].encode = encode_packed<uint32_t, a8r8g8b8>;
+    table[SVGA3D_A8R8G8B8] = packed<uint32_t, a8r8g8b8>();
+    table[SVGA3D_R5G6B5] = packed<uint16_t, r5g6b5>();
+    table[SVGA3D_X1R5G5B5] = packed<uint16_t, x1r5g5b5>();
+    table[SVGA3D_A1R5G5B5] = packed<uint16_t, a1r5g5b5>();
+    table[SVGA3D_A4R4G4B4] = packed<uint16_t, a4r4g4b4>();
+    table[SVGA3D_A2R10G10B10] = packed<uint32_t, a2r10g10b10>();
+    table[SVGA3D_G16R16] = packed<uint32_t, g16r16>();
+    table[SVGA3D_A16B16G16R16] = packed<uint64_t, a16b16g16r16>();
+    table[SVGA3D_ALPHA8] = packed<uint8_t, alpha8>(false);
+    table[SVGA3D_LUMINANCE8] = luminance<uint8_t, l8>();
+    table[SVGA3D_LUMINANCE16] = luminance<uint16_t, l16>();
+    table[SVGA3D_LUMINANCE4_ALPHA4] = luminance<uint8_t, l4a4>();
+    table[SVGA3D_LUMINANCE8_ALPHA8] = luminance<uint16_t, l8a8>();
+    table[SVGA3D_ARGB_S10E5] = floats<uint16_t, 4>();
+    table[SVGA3D_ARGB_S23E8] = floats<float, 4>();
+    table[SVGA3D_R_S10E5] = floats<uint16_t, 1>();
+    table[SVGA3D_R_S23E8] = floats<float, 1>();
+    table[SVGA3D_RG_S10E5] = floats<uint16_t, 2>();
+    table[SVGA3D_RG_S23E8] = floats<float, 2>();
+    table[SVGA3D_Z_D16] = plain(format_kind::depth, 2);
+    table[SVGA3D_Z_D15S1] = plain(format_kind::depth, 2);
+    table[SVGA3D_Z_D32] = plain(format_kind::depth, 4);
+    table[SVGA3D_Z_D24S8] = plain(format_kind::depth, 4);
+    table[SVGA3D_Z_D24X8] = plain(format_kind::depth, 4);
+    table[SVGA3D_BUFFER] = plain(format_kind::bytes, 1);
+    table[SVGA3D_DXT1] = blocks(8, 4, 4, dxt1_texel);
+    for (const uint32_t dxt : {SVGA3D_DXT2, SVGA3D_DXT3})
+        table[dxt] = blocks(16, 4, 4, dxt3_texel);
+    for (const uint32_t dxt : {SVGA3D_DXT4, SVGA3D_DXT5})
+        table[dxt] = blocks(16, 4, 4, dxt5_texel);
+    for (const uint32_t pair : {SVGA3D_UYVY, SVGA3D_YUY2})
+        table[pair] = blocks(4, 2, 1);
+    for (const uint32_t two : {SVGA3D_BUMPU8V8, SVGA3D_BUMPL6V5U5, SVGA3D_V8U8, SVGA3D_CXV8U8})
+        table[two] = plain(format_kind::opaque, 2);
+    table[SVGA3D_BUMPL8V8U8] = plain(format_kind::opaque, 3);
+    for (const uint32_t four :
+         {SVGA3D_BUMPX8L8V8U8, SVGA3D_Q8W8V8U8, SVGA3D_X8L8V8U8, SVGA3D_A2W10V10U10, SVGA3D_V16U16})
+        table[four] = plain(format_kind::opaque, 4);
+    return table;
+}();
+static_assert(formats[SVGA3D_ARGB_S23E8].block_bytes == 16 && formats[SVGA3D_ARGB_S10E5].block_bytes == 8);
+
+} // namespace
+
+const format_info& format_of(uint32_t format)
+{
+    return formats[format < formats.size() ? format : uint32_t{SVGA3D_FORMAT_INVALID}];
+}
+
+} // namespace kalix::device

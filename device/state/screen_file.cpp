@@ -1,0 +1,123 @@
+#include "device/state/screen_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <grp.h>
+#include <kalix/rundir.h>
+#include <string>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kalix::device {
+namespace {
+
+// The framebuffer begins behind the header, at a page.
+constexpr uint64_t framebuffer_offset = (sizeof(kalix_screen) + 4095) / 4096 * 4096;
+
+constexpr int warning = 3;
+
+int give_up(int descriptor, log_function log, const char* step, int error)
+{
+    if (log) {
+        char line[256];
+        std::snprintf(line, sizeof line, "device: the screen has no file: %s: %s", step, std::strerror(error));
+        log(warning, line);
+    }
+    if (descriptor >= 0)
+        close(descriptor);
+    return -1;
+}
+
+// Lets the members of the group kalix read a root server's screen, where that group exists.
+void give_to_group(int descriptor)
+{
+    group entry{};
+    group* found = nullptr;
+    char names[4096];
+    if (geteuid() == 0 && getgrnam_r("kalix", &entry, names, sizeof names, &found) == 0 && found &&
+        fchown(descriptor, static_cast<uid_t>(-1), entry.gr_gid) == 0)
+        (void)fchmod(descriptor, 0640);
+}
+
+std::string screen_path()
+{
+    char directory[4096];
+    const int length = kalix_run_directory(directory, sizeof directory);
+    if (length < 0)
+        return {};
+    (void)mkdir(directory, geteuid() == 0 ? 0755 : 0700);
+    return std::string{directory, static_cast<size_t>(length)} + "/" + kalix_screen_file;
+}
+
+// Opens, locks and sizes the file; -1 after a line that says why not.
+int open_screen(uint64_t bytes, log_function log)
+{
+    const std::string path = screen_path();
+    if (path.empty())
+        return give_up(-1, log, "the run directory's name is too long", ENAMETOOLONG);
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+    if (file < 0)
+        return give_up(file, log, "open", errno);
+    struct stat about {};
+    if (fstat(file, &about) != 0)
+        return give_up(file, log, "stat", errno);
+    if (!S_ISREG(about.st_mode) || about.st_uid != geteuid())
+        return give_up(file, log, "not a file of this user", EPERM);
+    if (flock(file, LOCK_EX | LOCK_NB) != 0)
+        return give_up(file, log, "lock", errno);
+    if (fchmod(file, 0600) != 0)
+        return give_up(file, log, "chmod", errno);
+    if (static_cast<uint64_t>(about.st_size) < bytes && ftruncate(file, static_cast<off_t>(bytes)) != 0)
+        return give_up(file, log, "truncate", errno);
+    give_to_group(file);
+    return file;
+}
+
+std::span<std::byte> map(int descriptor, uint64_t bytes)
+{
+    const int flags = descriptor >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+    void* const at = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, flags, descriptor, 0);
+    if (at == MAP_FAILED)
+        return {};
+    return {static_cast<std::byte*>(at), bytes};
+}
+
+} // namespace
+
+screen_file::screen_file(uint64_t framebuffer_bytes, log_function log)
+{
+    const uint64_t bytes = framebuffer_offset + framebuffer_bytes;
+    descriptor_ = open_screen(bytes, log);
+    memory_ = map(descriptor_, bytes);
+    if (memory_.empty() && named()) {
+        descriptor_ = give_up(descriptor_, log, "map", errno);
+        memory_ = map(-1, bytes);
+    }
+    if (memory_.empty())
+        return;
+    kalix_screen& screen = header();
+    screen.magic = KALIX_SCREEN_MAGIC;
+    screen.version = KALIX_SCREEN_VERSION;
+    screen.header_bytes = sizeof(kalix_screen);
+    screen.framebuffer_offset = framebuffer_offset;
+    screen.framebuffer_bytes = framebuffer_bytes;
+}
+
+screen_file::~screen_file()
+{
+    if (!memory_.empty())
+        munmap(memory_.data(), memory_.size());
+    if (descriptor_ >= 0)
+        close(descriptor_);
+}
+
+std::span<std::byte> screen_file::framebuffer() const
+{
+    return memory_.subspan(framebuffer_offset);
+}
+
+} // namespace kalix::device

@@ -1,0 +1,47 @@
+// Client registry: one record per connection, from its first request to its disconnect.
+//
+// client_table owns the records and is guarded by client_lock, under which nothing else is taken. A
+// record is created by client_get before the device mutex is taken, and drained and freed by the
+// disconnect request under it; since a connection has one request outstanding, no other worker holds a
+// record that is being drained. The content of a record is guarded by the device mutex.
+#pragma once
+
+#include "driver/state/driver_state.h"
+
+namespace kalix {
+
+struct client_record {
+    uint32_t scoid; // key in client_table
+    uint32_t pid;   // 0 for a record made by a disconnect
+    uint32_t uid;
+    std::array<hashtable*, RESOURCE_TOTAL> ref_tables; // by object id: client_reference records
+    uint32_t last_cid;                                 // verifier's cache, of one command buffer
+    uint32_t last_sid;
+    linkedlist* retained_sids; // surface ids that it chose; released when it goes
+    uint32_t status_slot;      // in the status file, counted from 1; 0: none yet
+};
+
+// Nothing to prepare: kalix_init makes the table itself. Returns 0.
+int client_init();
+
+// A new record with empty tables, not yet in the table; none when memory runs out.
+client_record* client_new(const platform::_msg_info& info);
+
+// Puts a record into the table: 0; -1 for none; 1 when memory runs out.
+int client_add(client_record* client);
+
+// The record of the sender's connection, made on first contact; none for a connection id of 0 or all
+// ones and when memory runs out.
+client_record* client_get(const platform::_msg_info& info);
+
+// Drops every reference and every retained id of a client, under the device mutex. The record stays.
+// Returns 0; -1 for none.
+int client_destroy(client_record* client);
+
+// Takes a drained record out of the table and frees it. Returns 0; -1 for none.
+int client_remove(client_record* client);
+
+// Notes, once, that a sid goes back to the pool when this client goes. 1 when memory runs out.
+int client_retain_sid(client_record* client, uint32_t sid);
+
+} // namespace kalix

@@ -1,0 +1,134 @@
+#include "driver/objects/resource.h"
+
+#include "driver/state/assert.h"
+
+#include <memory>
+#include <new>
+
+namespace kalix {
+namespace {
+
+constexpr char assert_module[] = "driver/objects/resource";
+
+uint32_t magic_of(resource_type type)
+{
+    return resource_magic + type;
+}
+
+void check_type(resource_type type)
+{
+    KALIX_ASSERT(type < RESOURCE_TOTAL, "(int)type >= 0 && (int)type < RESOURCE_TOTAL");
+}
+
+void check_object(resource_type type, const client_record* client, const resource_object* object)
+{
+    check_type(type);
+    KALIX_ASSERT(client && object, "client && obj");
+    KALIX_ASSERT(object->magic_cookie == magic_of(type), "obj->magic_cookie == 0x0C0FFEE0 + (int)type");
+}
+
+void check_found(resource_type type, const resource_object* object)
+{
+    KALIX_ASSERT(!object || object->magic_cookie == magic_of(type),
+                 "!ret_obj || ( ret_obj->magic_cookie == 0x0C0FFEE0 + (int)type )");
+}
+
+client_reference* reference_of(resource_type type, const client_record* client, uint32_t id)
+{
+    return static_cast<client_reference*>(hashtable_get(client->ref_tables[type], id));
+}
+
+// A reference record of the client, with a count of 0, in its table; none when memory runs out.
+client_reference* add_reference(resource_type type, client_record* client, uint32_t id)
+{
+    std::unique_ptr<client_reference> reference{new (std::nothrow) client_reference{id, 0}};
+    if (!reference || hashtable_insert(client->ref_tables[type], id, reference.get()) != 0)
+        return nullptr;
+    return reference.release();
+}
+
+void drop_reference(resource_type type, client_record* client, client_reference* reference)
+{
+    hashtable_remove(client->ref_tables[type], reference->id);
+    delete reference;
+}
+
+} // namespace
+
+int resource_add(resource_type type, client_record* client, resource_object* object)
+{
+    check_object(type, client, object);
+    hold lock{_globals.resource_lock};
+    if (hashtable_insert(_globals.resource_tables[type], object->id, object) != 0)
+        return 1;
+    client_reference* const reference = add_reference(type, client, object->id);
+    if (!reference) {
+        hashtable_remove(_globals.resource_tables[type], object->id);
+        return 1;
+    }
+    reference->ref_count = 1;
+    object->total_ref_count = 1;
+    return 0;
+}
+
+int resource_ref(resource_type type, client_record* client, resource_object* object)
+{
+    check_object(type, client, object);
+    hold lock{_globals.resource_lock};
+    client_reference* reference = reference_of(type, client, object->id);
+    if (!reference)
+        reference = add_reference(type, client, object->id);
+    if (!reference)
+        return 1;
+    ++object->total_ref_count;
+    ++reference->ref_count;
+    return 0;
+}
+
+int resource_unref(resource_type type, client_record* client, resource_object* object, destroy_function destroy,
+                   uint32_t* destroyed)
+{
+    check_object(type, client, object);
+    if (destroyed)
+        *destroyed = 0;
+    hold lock{_globals.resource_lock};
+    client_reference* const reference = reference_of(type, client, object->id);
+    KALIX_ASSERT(reference, "client_ref");
+    KALIX_ASSERT(reference->ref_count, "client_ref->ref_count");
+    KALIX_ASSERT(static_cast<int32_t>(reference->ref_count) <= static_cast<int32_t>(object->total_ref_count),
+                 "client_ref->ref_count <= obj->total_ref_count");
+    --object->total_ref_count;
+    if (--reference->ref_count == 0)
+        drop_reference(type, client, reference);
+    if (object->total_ref_count != 0)
+        return 0;
+    if (destroy)
+        destroy(object);
+    hashtable_remove(_globals.resource_tables[type], object->id);
+    delete object;
+    if (destroyed)
+        *destroyed = 1;
+    return 0;
+}
+
+resource_object* resource_get_global(resource_type type, uint32_t id)
+{
+    check_type(type);
+    auto* const object = static_cast<resource_object*>(hashtable_get(_globals.resource_tables[type], id));
+    check_found(type, object);
+    return object;
+}
+
+resource_object* resource_get(resource_type type, client_record* client, uint32_t id)
+{
+    return resource_have_ref(type, client, id) ? resource_get_global(type, id) : nullptr;
+}
+
+int resource_have_ref(resource_type type, client_record* client, uint32_t id)
+{
+    check_type(type);
+    KALIX_ASSERT(client, "client");
+    return reference_of(type, client, id) != nullptr;
+}
+
+} // namespace kalix

@@ -1,0 +1,119 @@
+// The driver's shared header: the Driver state record, the resource types and the status values.
+//
+// _globals is the one process-wide record. Locks, outermost first: the device mutex (held by the
+// dispatcher around every handler), fifo_lock (building command streams), resource_lock (registry;
+// destroy functions run inside it), gmr_lock or id_lock (innermost). client_lock is taken under the
+// device mutex or alone, with nothing under it; work_lock is taken alone. None is recursive.
+#pragma once
+
+#include "base/lock.h"
+#include "driver/objects/shares.h"
+#include "driver/state/hashtable.h"
+#include "driver/state/id_pool.h"
+#include "driver/state/linkedlist.h"
+#include "platform/channel/channel.h"
+#include "platform/log/log.h"
+#include "platform/process.h"
+#include "svga/svga.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <kalix/protocol.h>
+
+namespace kalix {
+
+using platform::log_code;
+using platform::log_error;
+using platform::log_information;
+using platform::log_warning;
+using platform::slogf;
+
+enum resource_type : uint32_t {
+    RESOURCE_CONTEXT = 0,
+    RESOURCE_DMA = 1,
+    RESOURCE_SURFACE = 2,
+    RESOURCE_EXECBUF = 3,
+    RESOURCE_OVERLAY = 4,
+    RESOURCE_TOTAL = 5
+};
+
+// Statuses that handlers answer, as they travel.
+inline constexpr int status_invalid = -22;
+inline constexpr int status_no_memory = -12;
+inline constexpr int status_not_found = -2;
+
+// What the environment asked for, read once at start (settings.h).
+struct driver_settings {
+    bool strict;           // refuse what a well-behaved client never needs
+    uint32_t max_delay_us; // bound of a command buffer's delay
+};
+
+inline constexpr uint32_t surface_id_capacity = 32747;
+inline constexpr uint32_t dma_id_capacity = 4096;
+inline constexpr uint32_t context_id_capacity = 246;
+inline constexpr uint32_t overlay_id_capacity = 8;
+// The driver's own objects on the device; the ids are never handed out.
+inline constexpr uint32_t driver_context_id = 246;
+inline constexpr uint32_t driver_surface_id_first = 32747;
+inline constexpr uint32_t driver_surface_id_last = 32751;
+inline constexpr uint32_t postprocess_target_sid = 32747; // of the hardware pass
+inline constexpr uint32_t postprocess_depth_sid = 32748;
+inline constexpr uint32_t postprocess_vertex_sid = 32749;
+inline constexpr uint32_t postprocess_index_sid = 32750;
+inline constexpr uint32_t self_test_sid = 32751;
+
+inline constexpr uint32_t dirty_gmr_bytes = 0x1000000;
+inline constexpr uint32_t dirty_gmr_buffer_bytes = 0x1001000; // and a page, so that an aligned span fits
+static_assert(dma_id_capacity + 1 <= SVGA_GMR_IDS);           // every DMA buffer, and the dirty GMR
+
+struct client_record;
+struct surface_record;
+
+struct present_rectangle { // as a client gave it, pixels of the presented surface
+    int32_t x, y, width, height;
+};
+
+struct driver_state {
+    uint32_t initialized = 0; // 1 once the message loop may run
+    char channel_name[64] = {};
+    platform::name_attach_t* channel = nullptr;
+    int32_t self_coid = 0;                // connection to the own channel, for pulses
+    ::svga_device* svga_device = nullptr; // owned by the device library
+    platform::semaphore work_sem;         // counts what is put on work_queue
+    mutex work_lock;
+    linkedlist* work_queue KALIX_GUARDED_BY(work_lock) = nullptr; // workitems, oldest first
+    mutex id_lock;
+    id_pool surface_ids{};
+    id_pool dma_ids{};
+    id_pool context_ids{};
+    id_pool overlay_ids{};
+    mutex gmr_lock;
+    mutex* device_mutex = nullptr; // borrowed from the caller of kalix_init
+    mutex resource_lock;
+    mutex fifo_lock;
+    std::array<hashtable*, RESOURCE_TOTAL> resource_tables{}; // by id; see resource.h for their locking
+    mutex client_lock;
+    hashtable* client_table KALIX_GUARDED_BY(client_lock) = nullptr; // by scoid
+    hashtable* handed_out_sids = nullptr;                            // sid to the client that asked for it
+    share_books shares{};                                            // of mappings; guarded by the device mutex
+    uint32_t shared_sid = 0;                    // first surface that was defined shared; 0: none yet
+    client_record* shared_sid_client = nullptr; // who referenced it last
+    uint32_t debug_copy_sid = 0;                // when set, presents first copy a box of it into what they show
+    uint32_t debug_show_sid = 0;                // when set, presents show it instead
+    uint32_t last_present_sid = 0;              // 0: none yet; the surface may be gone
+    present_rectangle last_present_rect{};
+    uint32_t postprocess_ready = 0;                        // 1: the hardware pass has all its objects
+    std::array<surface_record*, 4> postprocess_surfaces{}; // target, depth, vertices, indices; see postprocess.h
+    uint32_t dirty_gmr_id = 0;
+    std::byte* dirty_gmr_buffer = nullptr;
+    std::byte* dirty_gmr_base = nullptr; // page-aligned start in it
+    uint32_t mipmap_dma_failed = 0;      // 1 when the capability self-test failed
+    uint32_t software_mode = 0;          // 0 whenever requests are served
+    uint32_t test_mode = 0;
+    driver_settings settings{};
+};
+
+extern driver_state _globals;
+
+} // namespace kalix

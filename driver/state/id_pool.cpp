@@ -1,0 +1,97 @@
+#include "driver/state/id_pool.h"
+
+#include "driver/state/driver_state.h"
+
+#include <bit>
+#include <new>
+
+namespace kalix {
+namespace {
+
+constexpr uint32_t word_bits = 32;
+constexpr uint32_t full_word = 0xFFFFFFFF;
+
+uint32_t& word_of(id_pool* pool, uint32_t id)
+{
+    return pool->bits[(id - 1) / word_bits];
+}
+uint32_t bit_of(uint32_t id)
+{
+    return 1u << (id - 1) % word_bits;
+}
+
+bool holds(const id_pool* pool, uint32_t id)
+{
+    return pool && pool->bits && id != 0 && id <= pool->size;
+}
+
+enum class search { found, full, inconsistent };
+
+search take_lowest(id_pool* pool, uint32_t& id) KALIX_REQUIRES(_globals.id_lock)
+{
+    if (!pool || !pool->bits || pool->usecount == pool->size)
+        return search::full;
+    for (uint32_t base = 0; base < pool->size; base += word_bits) {
+        const uint32_t word = pool->bits[base / word_bits];
+        if (word == full_word)
+            continue;
+        id = base + static_cast<uint32_t>(std::countr_one(word)) + 1;
+        if (id > pool->size)
+            return search::full;
+        word_of(pool, id) |= bit_of(id);
+        ++pool->usecount;
+        return search::found;
+    }
+    return search::inconsistent;
+}
+
+} // namespace
+
+void id_init_pool(id_pool* pool, uint32_t capacity)
+{
+    if (!pool)
+        return;
+    const uint32_t words = capacity / word_bits + (capacity % word_bits != 0);
+    *pool = {new (std::nothrow) uint32_t[words]{}, capacity, 0};
+}
+
+void id_destroy_pool(id_pool* pool)
+{
+    if (!pool)
+        return;
+    delete[] pool->bits;
+    pool->bits = nullptr;
+}
+
+uint32_t id_get(id_pool* pool)
+{
+    uint32_t id = 0;
+    search result;
+    {
+        hold lock{_globals.id_lock};
+        result = take_lowest(pool, id);
+    }
+    if (result == search::inconsistent)
+        slogf(log_code, log_error, "kalix: id_get: usecount is invalid!");
+    return result == search::found ? id : 0;
+}
+
+void id_take(id_pool* pool, uint32_t id)
+{
+    hold lock{_globals.id_lock};
+    if (!holds(pool, id) || word_of(pool, id) & bit_of(id))
+        return;
+    word_of(pool, id) |= bit_of(id);
+    ++pool->usecount;
+}
+
+void id_release(id_pool* pool, uint32_t id)
+{
+    hold lock{_globals.id_lock};
+    if (!holds(pool, id) || !(word_of(pool, id) & bit_of(id)))
+        return;
+    word_of(pool, id) &= ~bit_of(id);
+    --pool->usecount;
+}
+
+} // namespace kalix

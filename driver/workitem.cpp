@@ -1,0 +1,25 @@
+#include "driver/workitem.h"
+
+namespace kalix {
+
+bool queue_workitem(std::unique_ptr<workitem>& item)
+{
+    hold lock{_globals.work_lock};
+    if (linkedlist_insert_tail(_globals.work_queue, reinterpret_cast<uintptr_t>(item.get())) != 0)
+        return false;
+    static_cast<void>(item.release());
+    _globals.work_sem.post();
+    return true;
+}
+
+std::unique_ptr<workitem> take_workitem()
+{
+    for (;;) {
+        _globals.work_sem.wait();
+        hold lock{_globals.work_lock};
+        if (!linkedlist_is_empty(_globals.work_queue))
+            return std::unique_ptr<workitem>{reinterpret_cast<workitem*>(linkedlist_pop_first(_globals.work_queue))};
+    }
+}
+
+} // namespace kalix

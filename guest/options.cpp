@@ -1,0 +1,47 @@
+#include "guest/options.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace kalix::guest {
+namespace {
+
+constexpr int warning = 3;
+constexpr uint32_t framebuffer_mib_max = 1024; // the framebuffer ends below the top of 32-bit addresses
+constexpr uint32_t memory_mib_max = 65536;
+constexpr uint32_t threads_max = 64;
+
+uint32_t number_from(svga_log_function log, const char* name, uint32_t largest, uint32_t otherwise)
+{
+    const char* const given = std::getenv(name);
+    if (!given)
+        return otherwise;
+    const std::string_view text{given};
+    uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error == std::errc{} && end == text.data() + text.size() && value >= 1 && value <= largest)
+        return value;
+    char line[256];
+    std::snprintf(line, sizeof line, "%s=\"%.64s\" is not a number of 1 to %u, using the default", name, given,
+                  largest);
+    if (log)
+        log(warning, line);
+    return otherwise;
+}
+
+} // namespace
+
+device_options options_from_environment(svga_log_function log)
+{
+    const auto mib = [log](const char* name, uint32_t largest, uint32_t otherwise) {
+        return uint64_t{number_from(log, name, largest, otherwise)} << 20;
+    };
+    return {.framebuffer_bytes = mib("SVGA_DEVICE_VRAM", framebuffer_mib_max, 128),
+            .surface_memory_bytes = mib("SVGA_DEVICE_MEMORY", memory_mib_max, 2048),
+            .threads = number_from(log, "SVGA_DEVICE_THREADS", threads_max, 0),
+            .log = log};
+}
+
+} // namespace kalix::guest

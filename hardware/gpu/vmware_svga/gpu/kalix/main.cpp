@@ -1,7 +1,0 @@
-#include "hardware/gpu/vmware_svga/gpu/kalix/startup.h"
-
-int main(int argc, char** argv)
-{
-    // Workers may still run: the process ends without unwinding what they use.
-    kalix::platform::process_exit(kalix::run_driver(argc, argv));
-}

@@ -1,0 +1,17 @@
+#include "platform/files/descriptors.h"
+
+#include <algorithm>
+#include <sys/resource.h>
+
+namespace kalix::platform {
+
+descriptor_shares divide_descriptors()
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const size_t shared = limit.rlim_cur > own_descriptors ? static_cast<size_t>(limit.rlim_cur) - own_descriptors : 0;
+    const size_t connections = std::min(connections_max, shared / 2);
+    return {connections, shared - connections};
+}
+
+} // namespace kalix::platform

@@ -1,0 +1,209 @@
+#include "platform/files/run_directory.h"
+
+#include "base/lock.h"
+#include "base/never_destroyed.h"
+#include "platform/files/directory.h"
+#include "platform/log/log.h"
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <kalix/rundir.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace kalix::platform {
+namespace {
+
+struct taken_directory {
+    mutex lock;
+    unique_fd directory KALIX_GUARDED_BY(lock);
+    unique_fd objects KALIX_GUARDED_BY(lock); // shm/
+    unique_fd lock_file KALIX_GUARDED_BY(lock);
+    std::string socket_name KALIX_GUARDED_BY(lock);
+};
+
+taken_directory& taken()
+{
+    static never_destroyed<taken_directory> only; // the end of the process still needs it
+    return *only;
+}
+
+bool is_root()
+{
+    return geteuid() == 0;
+}
+
+// One line with errno; the descriptor that could not be had.
+unique_fd failed(const char* what, const char* path)
+{
+    slogf(log_code, log_error, "kalix: cannot %s %s: %s (%d)", what, path, std::strerror(errno), errno);
+    return unique_fd{};
+}
+
+unique_fd refused(const char* path, const char* why)
+{
+    slogf(log_code, log_error, "kalix: directory %s is refused: %s", path, why);
+    errno = EACCES;
+    return unique_fd{};
+}
+
+// Opens a directory of ours below another, making it when missing. No link is followed.
+unique_fd open_own(int parent, const char* path, mode_t mode)
+{
+    const bool made = mkdirat(parent, path, mode) == 0;
+    if (!made && errno != EEXIST)
+        return failed("make directory", path);
+    unique_fd directory{openat(parent, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
+    struct stat facts {};
+    if (!directory || fstat(directory.get(), &facts) != 0)
+        return failed("open directory", path);
+    if (facts.st_uid != geteuid())
+        return refused(path, "another user owns it");
+    if (made && fchmod(directory.get(), mode) != 0)
+        return failed("set the mode of", path);
+    return directory;
+}
+
+// Opens the run directory that the environment names; its path goes into path.
+unique_fd open_run_directory(std::string& path)
+{
+    std::array<char, PATH_MAX> room{};
+    if (kalix_run_directory(room.data(), room.size()) < 0) {
+        errno = ENAMETOOLONG;
+        return failed("open directory", "KALIX_RUN_DIR");
+    }
+    path = room.data();
+    unique_fd directory = open_own(AT_FDCWD, room.data(), is_root() ? 0755 : 0700);
+    struct stat facts {};
+    if (directory && (fstat(directory.get(), &facts) != 0 || (facts.st_mode & S_IWOTH) != 0))
+        return refused(room.data(), "every user may write into it");
+    return directory;
+}
+
+unique_fd lock_server(int directory, const std::string& name, const std::string& path)
+{
+    const std::string file = name + ".lock";
+    const std::string whole = path + "/" + file;
+    unique_fd lock{openat(directory, file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)};
+    if (!lock)
+        return failed("open", whole.c_str());
+    if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+        return failed("lock", whole.c_str());
+    return lock;
+}
+
+// Removes what an earlier server or its clients left. Clients are kept out while that goes on, so that
+// it ends; root's shm/ is then open to all users, each file to its owner alone.
+unique_fd open_empty_objects(int directory)
+{
+    unique_fd objects = open_own(directory, kalix_shm_directory, 0700);
+    if (!objects)
+        return objects;
+    if (fchmod(objects.get(), 0700) != 0 || !empty_directory(objects.get()))
+        return failed("empty", kalix_shm_directory);
+    if (is_root() && fchmod(objects.get(), 01777) != 0)
+        return failed("set the mode of", kalix_shm_directory);
+    return objects;
+}
+
+void clean(taken_directory& ours) KALIX_REQUIRES(ours.lock)
+{
+    if (!ours.lock_file || !ours.objects)
+        return;
+    if (unlinkat(ours.directory.get(), ours.socket_name.c_str(), 0) != 0 && errno != ENOENT)
+        failed("remove", ours.socket_name.c_str());
+    if (fchmod(ours.objects.get(), 0700) != 0 || !empty_directory(ours.objects.get()))
+        failed("empty", kalix_shm_directory);
+}
+
+} // namespace
+
+socket_place take_run_directory(const char* name)
+{
+    socket_place place;
+    place.name = name;
+    unique_fd directory = open_run_directory(place.directory_path);
+    if (!directory)
+        return place;
+    unique_fd lock_file = lock_server(directory.get(), place.name, place.directory_path);
+    if (!lock_file)
+        return place;
+    unique_fd objects = open_empty_objects(directory.get());
+    if (!objects)
+        return place;
+    place.directory.reset(fcntl(directory.get(), F_DUPFD_CLOEXEC, 0));
+    if (!place.directory) {
+        failed("duplicate the descriptor of", place.directory_path.c_str());
+        return place;
+    }
+    taken_directory& ours = taken();
+    const hold held{ours.lock};
+    ours.directory = std::move(directory);
+    ours.objects = std::move(objects);
+    ours.lock_file = std::move(lock_file);
+    ours.socket_name = place.name;
+    return place;
+}
+
+void clean_run_directory()
+{
+    taken_directory& ours = taken();
+    const hold held{ours.lock};
+    clean(ours);
+    ours.objects.reset(); // other threads make no more
+}
+
+void leave_run_directory()
+{
+    taken_directory& ours = taken();
+    const hold held{ours.lock};
+    clean(ours);
+    ours.lock_file.reset();
+    ours.objects.reset();
+    ours.directory.reset();
+}
+
+unique_fd open_taken_directory()
+{
+    taken_directory& ours = taken();
+    const hold held{ours.lock};
+    if (ours.directory)
+        return unique_fd{fcntl(ours.directory.get(), F_DUPFD_CLOEXEC, 0)};
+    errno = ENOENT;
+    return unique_fd{};
+}
+
+unique_fd open_objects()
+{
+    {
+        taken_directory& ours = taken();
+        const hold held{ours.lock};
+        if (ours.objects)
+            return unique_fd{fcntl(ours.objects.get(), F_DUPFD_CLOEXEC, 0)};
+    }
+    std::string path;
+    const unique_fd directory = open_run_directory(path);
+    return directory ? open_own(directory.get(), kalix_shm_directory, 0700) : unique_fd{};
+}
+
+void remove_objects_of(uint32_t pid)
+{
+    const unique_fd objects = open_objects();
+    const std::string command_buffers = "execbuf_" + std::to_string(pid) + "_";
+    const std::string readbacks = "vm_svga:" + std::to_string(pid) + ":";
+    const auto remove_if_theirs = [&](const char* name) {
+        const std::string_view file{name};
+        if (!file.starts_with(command_buffers) && !file.starts_with(readbacks))
+            return;
+        if (!remove_entry(objects.get(), name))
+            failed("remove", name);
+    };
+    if (objects && !for_each_entry(objects.get(), remove_if_theirs))
+        failed("read", kalix_shm_directory);
+}
+
+} // namespace kalix::platform

@@ -1,0 +1,13 @@
+#include "platform/log/clock.h"
+
+#include <chrono>
+
+namespace kalix::platform {
+
+int64_t now_ms()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+} // namespace kalix::platform
