@@ -14,6 +14,7 @@
 #include "driver/screen/readback.h"
 #include "driver/screen/status_file.h"
 #include "driver/state/device_hold.h"
+#include "platform/files/sender.h"
 
 #include <algorithm>
 #include <cstring>
@@ -214,7 +215,7 @@ int call_handler(const request_row* row, const workitem& item, const payload_buf
     request what{client, item.rcvid, {payload.bytes.get(), payload.size}, !payload.bytes};
     what.missing |= item.payload_length > 0 && static_cast<uint32_t>(item.payload_length) < row->request_bytes;
     device_hold lock;
-    platform::sender_scope sender{item.info};
+    platform::sender_scope sender{item.info.uid};
     const int status = row->call(what);
     if (client && row->command != KALIX_DISCONNECT)
         status_note_client(*client);

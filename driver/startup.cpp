@@ -4,6 +4,7 @@
 #include "driver/message_loop.h"
 #include "driver/objects/client.h"
 #include "driver/objects/dma.h"
+#include "driver/objects/shares.h"
 #include "driver/screen/capability_probe.h"
 #include "driver/screen/debug.h"
 #include "driver/screen/display.h"

@@ -9,7 +9,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "svga_regs.h"
+#include "svga/svga_regs.h"
 
 #ifdef __cplusplus
 extern "C" {

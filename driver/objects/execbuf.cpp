@@ -1,6 +1,7 @@
 #include "driver/objects/execbuf.h"
 
 #include "driver/objects/parameters.h"
+#include "driver/objects/shares.h"
 #include "driver/objects/verifier.h"
 #include "platform/files/shared_memory.h"
 #include "svga/svga.h"

@@ -7,7 +7,8 @@
 // device mutex. What an object was charged to outlives its client when the object does.
 #pragma once
 
-#include <array>
+#include "driver/state/share_books.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -15,20 +16,10 @@ namespace kalix {
 
 struct client_record;
 
-enum class share_kind : uint32_t { command_buffer, readback_destination, dma_buffer };
-inline constexpr size_t share_kinds = 3;
 inline constexpr uint32_t shares_of_a_kind_max = 4096;
 
 // Which bound kept a share from being taken.
 enum class share_bound { none, client, user, kept_back, memory };
-
-struct share_holder; // a client, as long as anything is charged to it
-
-struct share_books {
-    uint32_t of_a_kind = 0; // shares of every kind
-    std::array<uint32_t, share_kinds> taken{};
-    share_holder* first = nullptr;
-};
 
 // Sizes the pools by the descriptors that objects may take.
 void shares_init(size_t descriptors);

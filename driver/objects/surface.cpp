@@ -1,6 +1,7 @@
 #include "driver/objects/surface.h"
 
 #include "driver/objects/overlay.h"
+#include "driver/objects/shares.h"
 #include "driver/objects/surface_ids.h"
 #include "platform/files/shared_memory.h"
 #include "svga/svga3d.h"

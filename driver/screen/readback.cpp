@@ -1,5 +1,6 @@
 #include "driver/screen/readback.h"
 
+#include "driver/objects/shares.h"
 #include "driver/state/framebuffer.h"
 #include "platform/files/shared_memory.h"
 #include "svga/svga3d.h"

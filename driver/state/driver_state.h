@@ -7,10 +7,10 @@
 #pragma once
 
 #include "base/lock.h"
-#include "driver/objects/shares.h"
 #include "driver/state/hashtable.h"
 #include "driver/state/id_pool.h"
 #include "driver/state/linkedlist.h"
+#include "driver/state/share_books.h"
 #include "platform/channel/channel.h"
 #include "platform/log/log.h"
 #include "platform/process.h"

@@ -86,20 +86,6 @@ int64_t MsgReadv(int32_t rcvid, std::span<const std::span<std::byte>> parts, uin
 int MsgReply(int32_t rcvid, int32_t status, std::span<const std::byte> data);
 int MsgError(int32_t rcvid, int error);
 
-// Declares, on this thread and for a scope, whose request is being served: shared memory that is
-// opened or made meanwhile is that sender's (shared_memory.h).
-class sender_scope {
-public:
-    explicit sender_scope(const _msg_info& sender);
-    ~sender_scope();
-    sender_scope(const sender_scope&) = delete;
-    sender_scope& operator=(const sender_scope&) = delete;
-
-private:
-    bool outer_declared_; // the scope around this one
-    uint32_t outer_uid_;
-};
-
 // How long a message may take from its first byte to its last, before its connection is closed;
 // 5000 ms unless a test says otherwise.
 void set_gather_timeout_ms(int milliseconds);

@@ -1,7 +1,5 @@
 #include "platform/files/sender.h"
 
-#include "platform/channel/channel.h"
-
 #include <unistd.h>
 
 namespace kalix::platform {
@@ -15,9 +13,9 @@ thread_local declared_sender current;
 
 } // namespace
 
-sender_scope::sender_scope(const _msg_info& sender) : outer_declared_{current.declared}, outer_uid_{current.uid}
+sender_scope::sender_scope(uint32_t uid) : outer_declared_{current.declared}, outer_uid_{current.uid}
 {
-    current = {true, sender.uid};
+    current = {true, uid};
 }
 
 sender_scope::~sender_scope()

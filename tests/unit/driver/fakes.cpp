@@ -1,5 +1,6 @@
 #include "platform/channel/channel.h"
 #include "platform/files/published_file.h"
+#include "platform/files/sender.h"
 #include "platform/files/shared_memory.h"
 #include "platform/log/log.h"
 #include "platform/process.h"
@@ -201,10 +202,10 @@ int ConnectDetach(uint32_t scoid)
     return 0;
 }
 
-sender_scope::sender_scope(const _msg_info& sender)
+sender_scope::sender_scope(uint32_t uid)
     : outer_declared_{here().served.has_value()}, outer_uid_{here().served.value_or(0)}
 {
-    here().served = sender.uid;
+    here().served = uid;
 }
 sender_scope::~sender_scope()
 {

@@ -1,6 +1,7 @@
 // Shared memory: whose object may be opened, what is replaced, and what a spoiled mapping does.
 #include "platform/files/descriptors.h"
 #include "platform/files/memory_guard.h"
+#include "platform/files/sender.h"
 #include "platform/files/shared_memory.h"
 #include "tests/unit/platform/support.h"
 
@@ -22,11 +23,6 @@ namespace kalix::platform {
 namespace {
 
 constexpr uint32_t nobody = 65534;
-
-_msg_info sender_of(uint32_t uid)
-{
-    return {static_cast<uint32_t>(getpid()), uid, 1, 0};
-}
 
 void put_file(const std::string& path, const std::string& text)
 {
@@ -118,15 +114,13 @@ TEST(SharedMemory, ObjectsBelongToTheSenderServed)
     own_channel channel;
     const std::string path = channel.directory.object("theirs");
     {
-        const _msg_info theirs = sender_of(nobody);
-        const sender_scope scope{theirs};
+        const sender_scope scope{nobody};
         close(shm_open("/theirs", open_read_write | open_create, 0777));
         struct stat facts {};
         ASSERT_EQ(stat(path.c_str(), &facts), 0);
         EXPECT_TRUE(facts.st_uid == nobody && (facts.st_mode & 07777) == 0600);
         {
-            const _msg_info ours = sender_of(0);
-            const sender_scope inner{ours};
+            const sender_scope inner{0};
             EXPECT_EQ(shm_open("/theirs", open_read_write, 0), -1);
             EXPECT_EQ(errno, EACCES);
         }
