@@ -16,8 +16,9 @@ namespace kalix::device {
 using command_function = outcome (*)(device_state& device, command_reader body);
 
 struct command_row {
-    command_function execute = nullptr;
-    uint32_t least_bytes = 0; // of the body
+    uint32_t id = 0;
+    command_function execute = nullptr; // none for an id between others that is no command
+    uint32_t least_bytes = 0;           // of the body
 };
 
 // The row of a 3D command, or null for an id that is none.
@@ -26,45 +27,17 @@ const command_row* command_of(uint32_t id);
 // Executes a 3D command, and counts it and its refusal.
 void execute(device_state& device, uint32_t id, std::span<const std::byte> body);
 
-// ---- The handlers, by the file that holds them ------------------------------------------------------
+// ---- The kinds: each file's rows, so that a command is added in the file of its kind alone ------------
 
-// surface_commands.cpp
-outcome surface_define(device_state& device, command_reader body);
-outcome surface_destroy(device_state& device, command_reader body);
-// surface_copy.cpp, surface_stretch.cpp, surface_dma.cpp
-outcome surface_copy(device_state& device, command_reader body);
-outcome surface_stretchblt(device_state& device, command_reader body);
-outcome surface_dma(device_state& device, command_reader body);
-// context_commands.cpp
-outcome context_define(device_state& device, command_reader body);
-outcome context_destroy(device_state& device, command_reader body);
-outcome context_set_transform(device_state& device, command_reader body);
-outcome context_set_z_range(device_state& device, command_reader body);
-outcome context_set_render_states(device_state& device, command_reader body);
-outcome context_set_render_target(device_state& device, command_reader body);
-outcome context_set_texture_states(device_state& device, command_reader body);
-outcome context_set_material(device_state& device, command_reader body);
-outcome context_set_light_data(device_state& device, command_reader body);
-outcome context_set_light_enabled(device_state& device, command_reader body);
-outcome context_set_viewport(device_state& device, command_reader body);
-outcome context_set_clip_plane(device_state& device, command_reader body);
-outcome context_set_scissor_rect(device_state& device, command_reader body);
-// shader_commands.cpp
-outcome shader_define(device_state& device, command_reader body);
-outcome shader_destroy(device_state& device, command_reader body);
-outcome shader_set(device_state& device, command_reader body);
-outcome shader_set_constant(device_state& device, command_reader body);
-// draw_commands.cpp
-outcome clear(device_state& device, command_reader body);
-outcome draw(device_state& device, command_reader body);
-// query_commands.cpp
-outcome query_begin(device_state& device, command_reader body);
-outcome query_end(device_state& device, command_reader body);
-outcome query_wait(device_state& device, command_reader body);
-// present_commands.cpp
-outcome present(device_state& device, command_reader body);
-outcome present_readback(device_state& device, command_reader body);
-outcome blit_to_screen(device_state& device, command_reader body);
+std::span<const command_row> surface_commands();
+std::span<const command_row> surface_copies();    // surface_copy.cpp
+std::span<const command_row> surface_stretches(); // surface_stretch.cpp
+std::span<const command_row> surface_transfers(); // surface_dma.cpp
+std::span<const command_row> context_commands();
+std::span<const command_row> draw_commands();
+std::span<const command_row> present_commands();
+std::span<const command_row> shader_commands();
+std::span<const command_row> query_commands();
 
 // The context that a body's first word names; null when there is none, and when the body has no word.
 context* take_context(device_state& device, command_reader& body);

@@ -56,17 +56,6 @@ bool set_scissor_rect(context& to, const svga3d_set_scissor_rect& value)
     return true;
 }
 
-} // namespace
-
-context* take_context(device_state& device, command_reader& body)
-{
-    svga3d_context named;
-    if (!body.take(named))
-        return nullptr;
-    const auto found = device.contexts.find(named.cid);
-    return found == device.contexts.end() ? nullptr : &found->second;
-}
-
 outcome context_define(device_state& device, command_reader body)
 {
     svga3d_context named;
@@ -141,6 +130,29 @@ outcome context_set_clip_plane(device_state& device, command_reader body)
 outcome context_set_scissor_rect(device_state& device, command_reader body)
 {
     return set_one<svga3d_set_scissor_rect, set_scissor_rect>(device, body);
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_CONTEXT_DEFINE, context_define, sizeof(svga3d_context)},
+    {SVGA_3D_CMD_CONTEXT_DESTROY, context_destroy, sizeof(svga3d_context)},
+    {SVGA_3D_CMD_SETTRANSFORM, context_set_transform, sizeof(svga3d_set_transform)},
+    {SVGA_3D_CMD_SETZRANGE, context_set_z_range, sizeof(svga3d_set_z_range)},
+    {SVGA_3D_CMD_SETRENDERSTATE, context_set_render_states, sizeof(svga3d_context)},
+    {SVGA_3D_CMD_SETRENDERTARGET, context_set_render_target, sizeof(svga3d_set_render_target)},
+    {SVGA_3D_CMD_SETTEXTURESTATE, context_set_texture_states, sizeof(svga3d_context)},
+    {SVGA_3D_CMD_SETMATERIAL, context_set_material, sizeof(svga3d_set_material)},
+    {SVGA_3D_CMD_SETLIGHTDATA, context_set_light_data, sizeof(svga3d_set_light_data)},
+    {SVGA_3D_CMD_SETLIGHTENABLED, context_set_light_enabled, sizeof(svga3d_set_light_enabled)},
+    {SVGA_3D_CMD_SETVIEWPORT, context_set_viewport, sizeof(svga3d_set_viewport)},
+    {SVGA_3D_CMD_SETCLIPPLANE, context_set_clip_plane, sizeof(svga3d_set_clip_plane)},
+    {SVGA_3D_CMD_SETSCISSORRECT, context_set_scissor_rect, sizeof(svga3d_set_scissor_rect)},
+};
+
+} // namespace
+
+std::span<const command_row> context_commands()
+{
+    return rows;
 }
 
 } // namespace kalix::device

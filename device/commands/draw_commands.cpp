@@ -24,8 +24,6 @@ outcome outcome_of(draw_result result)
     return KALIX_REFUSED_NOT_SUPPORTED;
 }
 
-} // namespace
-
 outcome clear(device_state& device, command_reader body)
 {
     svga3d_clear command;
@@ -54,6 +52,18 @@ outcome draw(device_state& device, command_reader body)
         return KALIX_REFUSED_NO_CONTEXT;
     ++device.counts.values.draws;
     return outcome_of(draw_primitives(in->second, device.surfaces, declarations, ranges, divisors, device.workers));
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_CLEAR, clear, sizeof(svga3d_clear)},
+    {SVGA_3D_CMD_DRAW_PRIMITIVES, draw, sizeof(svga3d_draw_primitives)},
+};
+
+} // namespace
+
+std::span<const command_row> draw_commands()
+{
+    return rows;
 }
 
 } // namespace kalix::device

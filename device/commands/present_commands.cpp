@@ -184,8 +184,6 @@ outcome plan_blit(device_state& device, const svga3d_blit_to_screen& command, bl
     return executed;
 }
 
-} // namespace
-
 outcome present(device_state& device, command_reader body)
 {
     svga3d_present command;
@@ -233,6 +231,19 @@ outcome present_readback(device_state&, command_reader body)
 {
     std::vector<svga3d_rect> rects;
     return body.take_rest(rects) ? executed : outcome{KALIX_REFUSED_SHORT_COMMAND};
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_PRESENT, present, sizeof(svga3d_present)},
+    {SVGA_3D_CMD_PRESENT_READBACK, present_readback, 0},
+    {SVGA_3D_CMD_BLIT_SURFACE_TO_SCREEN, blit_to_screen, sizeof(svga3d_blit_to_screen)},
+};
+
+} // namespace
+
+std::span<const command_row> present_commands()
+{
+    return rows;
 }
 
 } // namespace kalix::device

@@ -33,8 +33,6 @@ outcome take_query(device_state& device, command_reader& body, svga3d_query& com
     return command.type < SVGA3D_QUERYTYPE_MAX ? executed : outcome{KALIX_REFUSED_BAD_VALUE};
 }
 
-} // namespace
-
 outcome query_begin(device_state& device, command_reader body)
 {
     svga3d_begin_query command;
@@ -73,6 +71,19 @@ outcome query_wait(device_state& device, command_reader body)
     if (in->query.active)
         return answer(device, command, SVGA3D_QUERYSTATE_FAILED, 0);
     return answer(device, command, SVGA3D_QUERYSTATE_SUCCEEDED, in->query.samples);
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_BEGIN_QUERY, query_begin, sizeof(svga3d_begin_query)},
+    {SVGA_3D_CMD_END_QUERY, query_end, sizeof(svga3d_query)},
+    {SVGA_3D_CMD_WAIT_FOR_QUERY, query_wait, sizeof(svga3d_query)},
+};
+
+} // namespace
+
+std::span<const command_row> query_commands()
+{
+    return rows;
 }
 
 } // namespace kalix::device

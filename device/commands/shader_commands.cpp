@@ -34,8 +34,6 @@ bool has_room(const context& in, const std::pair<uint32_t, uint32_t>& key, size_
            (old != in.shaders.end() || in.shaders.size() < context_shaders_max);
 }
 
-} // namespace
-
 outcome shader_define(device_state& device, command_reader body)
 {
     svga3d_shader_define command;
@@ -96,6 +94,20 @@ outcome shader_set_constant(device_state& device, command_reader body)
     in->second.shader_constants[{command.type, command.reg}] = {
         command.constant_type, command.values[0], command.values[1], command.values[2], command.values[3]};
     return executed;
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_SHADER_DEFINE, shader_define, sizeof(svga3d_shader_define)},
+    {SVGA_3D_CMD_SHADER_DESTROY, shader_destroy, sizeof(svga3d_shader_destroy)},
+    {SVGA_3D_CMD_SET_SHADER, shader_set, sizeof(svga3d_set_shader)},
+    {SVGA_3D_CMD_SET_SHADER_CONST, shader_set_constant, sizeof(svga3d_set_shader_const)},
+};
+
+} // namespace
+
+std::span<const command_row> shader_commands()
+{
+    return rows;
 }
 
 } // namespace kalix::device

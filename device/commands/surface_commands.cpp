@@ -16,8 +16,6 @@ void unbind_everywhere(device_state& device, uint32_t sid)
         unbind_surface(each, sid);
 }
 
-} // namespace
-
 outcome surface_define(device_state& device, command_reader body)
 {
     svga3d_surface_define definition;
@@ -47,6 +45,18 @@ outcome surface_destroy(device_state& device, command_reader body)
         return KALIX_REFUSED_NO_SURFACE;
     unbind_everywhere(device, command.sid);
     return executed;
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_SURFACE_DEFINE, surface_define, sizeof(svga3d_surface_define)},
+    {SVGA_3D_CMD_SURFACE_DESTROY, surface_destroy, sizeof(svga3d_surface_destroy)},
+};
+
+} // namespace
+
+std::span<const command_row> surface_commands()
+{
+    return rows;
 }
 
 } // namespace kalix::device

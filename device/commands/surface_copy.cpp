@@ -55,8 +55,6 @@ void copy_box(const image_view& from, const image_view& to, const svga3d_copy_bo
                   {destination + z * to.slice_bytes, to.row_bytes}, shape.rows, shape.row_bytes);
 }
 
-} // namespace
-
 outcome surface_copy(device_state& device, command_reader body)
 {
     svga3d_surface_copy command;
@@ -79,6 +77,17 @@ outcome surface_copy(device_state& device, command_reader body)
     for (const svga3d_copy_box& box : boxes)
         copy_box(from, to, box, device.workers);
     return executed;
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_SURFACE_COPY, surface_copy, sizeof(svga3d_surface_copy)},
+};
+
+} // namespace
+
+std::span<const command_row> surface_copies()
+{
+    return rows;
 }
 
 } // namespace kalix::device

@@ -126,8 +126,6 @@ void run(device_state& device, const transfer& in, std::span<const planned_box> 
     }
 }
 
-} // namespace
-
 outcome surface_dma(device_state& device, command_reader body)
 {
     transfer wanted;
@@ -150,6 +148,17 @@ outcome surface_dma(device_state& device, command_reader body)
     change.damaged();
     run(device, wanted, plan);
     return executed;
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_SURFACE_DMA, surface_dma, sizeof(svga3d_surface_dma)},
+};
+
+} // namespace
+
+std::span<const command_row> surface_transfers()
+{
+    return rows;
 }
 
 } // namespace kalix::device

@@ -115,8 +115,6 @@ outcome check(const svga3d_surface_stretchblt& command, const image_view& from, 
     return executed;
 }
 
-} // namespace
-
 outcome surface_stretchblt(device_state& device, command_reader body)
 {
     svga3d_surface_stretchblt command;
@@ -138,6 +136,17 @@ outcome surface_stretchblt(device_state& device, command_reader body)
     const auto stretch = command.mode == SVGA3D_STRETCH_BLT_LINEAR ? stretch_linear : stretch_point;
     stretch(from, to, command.destination_box);
     return executed;
+}
+
+constexpr command_row rows[] = {
+    {SVGA_3D_CMD_SURFACE_STRETCHBLT, surface_stretchblt, sizeof(svga3d_surface_stretchblt)},
+};
+
+} // namespace
+
+std::span<const command_row> surface_stretches()
+{
+    return rows;
 }
 
 } // namespace kalix::device
