@@ -196,8 +196,12 @@ TEST_F(tools_test, SaysWhatIsWrong)
                             {"screenshot /nowhere/x.png", 1, "cannot write /nowhere/x.png: No such file"},
                             {"frobnicate", 2, "what is frobnicate for?"},
                             {"", 2, "no command given"},
-                            {"info", 2, "sid is required"},
-                            {"info -3", 2, "kalixctl"}}) {
+                            {"bytes 77 --stride -512", 1, "cannot dump surface 77"},
+                            {"info", 2, "sid is required\nTry kalixctl info --help."},
+                            {"info -3", 2, "-3 is not from 0 to 4294967295"},
+                            {"info 7seven", 2, "7seven is no number"},
+                            {"bytes 7 --stride -2147483649", 2, "not from -2147483648 to 2147483647"},
+                            {"dump 7 x.png y.png", 2, "what is y.png for?\nTry kalixctl dump --help."}}) {
         const outcome got = ctl(each.words);
         EXPECT_EQ(got.status, each.status) << each.words;
         EXPECT_THAT(got.text, HasSubstr(each.text)) << each.words;
@@ -207,6 +211,32 @@ TEST_F(tools_test, SaysWhatIsWrong)
     EXPECT_THAT(alone.text, HasSubstr("Is a server running?"));
     for (const char* command : {"", "list", "dump", "frame", "mode"})
         EXPECT_EQ(ctl(std::string{command} + " --help").status, 0);
+}
+
+TEST_F(tools_test, EveryProgramExplainsItself)
+{
+    for (const std::string name : {"kalixctl", "kalix-view", "kalix-run", "kalix-demo", "kalix-bench"}) {
+        EXPECT_THAT(run(program(name) + " --help").text, HasSubstr("Usage: " + name)) << name;
+        EXPECT_EQ(run(program(name) + " --version").text, name + " " KALIX_VERSION "\n");
+        EXPECT_THAT(run(program(name) + " --frob").text, HasSubstr("what is --frob for?")) << name;
+    }
+    struct row {
+        const char* words;
+        int status;
+        const char* text;
+    };
+    for (const row& each : {row{"kalix-demo triangel", 2, "there is no triangel; there are triangle, mesh, "},
+                            {"kalix-demo triangle --size 9x20", 2, "the width of 9x20 is not from 16 to 2048"},
+                            {"kalix-demo mesh --output x.png", 2, "kalixctl screenshot writes the screen"},
+                            {"kalix-demo --help", 0, "SCENE\n  triangle    three shaded triangles"},
+                            {"kalix-view --socket x", 2, "--socket requires --vnc"},
+                            {"kalix-view --vnc 65536", 2, "65536 is not from 0 to 65535"},
+                            {"kalix-bench --rounds 0", 2, "0 is not from 1 to 100000"},
+                            {"kalix-bench --rounds 1 --frames 2", 0, "presents of 1024x768 "}}) {
+        const outcome got = run(program(each.words));
+        EXPECT_EQ(got.status, each.status) << each.words;
+        EXPECT_THAT(got.text, HasSubstr(each.text)) << each.words;
+    }
 }
 
 TEST_F(tools_test, DumpsAndFills)

@@ -1,27 +1,15 @@
 // The commands of kalixctl: each does one thing to a server and reports what came of it.
 //
-// Failures are exceptions whose text says what failed and, where that is known, what to do: std::system_error
+// Each reads the parameters of its own table in main.cpp, by their names. Failures are exceptions whose text says what failed and, where that is known, what to do: std::system_error
 // from libkalix ("cannot " stands before it), std::runtime_error with a whole sentence.
 #pragma once
 
+#include "tools/command_line.h"
 #include "tools/ctl/report.h"
-
-#include <cstdint>
-#include <string>
 
 namespace kalix::ctl {
 
-struct arguments { // what a command line said; a command reads its own
-    uint32_t sid = 0;
-    std::string file;
-    bool raw = false;
-    bool cursor = true;
-    uint32_t pixel = 0;
-    uint32_t offset = 0, row_bytes = 16, rows = 1;
-    int32_t stride = 512;
-    std::string factor;
-    uint32_t width = 0, height = 0, bits_per_pixel = 32;
-};
+using tools::arguments;
 
 report list_surfaces(const arguments&);
 report describe_surface(const arguments&);

@@ -66,8 +66,8 @@ void publish(float factor)
 
 report tell_or_set_zoom(const arguments& given)
 {
-    if (!given.factor.empty()) {
-        const float wanted = parse_factor(given.factor);
+    if (given.has("factor")) {
+        const float wanted = parse_factor(given.text("factor"));
         publish(wanted);
         if (!soon([&] { return current_zoom() == wanted; }))
             throw std::runtime_error{fmt::format("the factor is written, but the server still has {}: it reads another "
@@ -79,8 +79,10 @@ report tell_or_set_zoom(const arguments& given)
 
 report set_mode(const arguments& given)
 {
+    const auto [width, height] = given.extent("size");
+    const auto bits_per_pixel = given.number<uint32_t>("--bpp");
     const client::connection server;
-    client::check(kalix_set_mode(server.get(), given.width, given.height, given.bits_per_pixel), "set the mode");
+    client::check(kalix_set_mode(server.get(), width, height, bits_per_pixel), "set the mode");
     tools::screen_reader reader{tools::run_directory()};
     tools::screen_frame frame;
     if (!reader.read(frame, tools::cursor_drawing::without))
@@ -89,13 +91,12 @@ report set_mode(const arguments& given)
     const auto side = [zoom](uint32_t of) {
         return std::max(1u, static_cast<uint32_t>(static_cast<float>(of) * zoom));
     };
-    if (frame.width != side(given.width) || frame.height != side(given.height) ||
-        frame.bits_per_pixel != given.bits_per_pixel)
+    if (frame.width != side(width) || frame.height != side(height) || frame.bits_per_pixel != bits_per_pixel)
         throw std::runtime_error{fmt::format("the device has no mode {}x{} of {} bits; the screen stays {}x{} of {}",
-                                             given.width, given.height, given.bits_per_pixel, frame.width, frame.height,
+                                             width, height, bits_per_pixel, frame.width, frame.height,
                                              frame.bits_per_pixel)};
-    return {{{"mode", fmt::format("{}x{}", given.width, given.height)},
-             {"bits_per_pixel", uint64_t{given.bits_per_pixel}},
+    return {{{"mode", fmt::format("{}x{}", width, height)},
+             {"bits_per_pixel", uint64_t{bits_per_pixel}},
              {"screen", fmt::format("{}x{}", frame.width, frame.height)}},
             {}};
 }

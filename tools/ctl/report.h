@@ -24,6 +24,7 @@ struct table {
 struct report {
     record head;
     std::vector<table> tables;
+    bool output_taken = false; // standard output has the picture: the report goes to standard error
 };
 
 std::string as_text(const report& what);

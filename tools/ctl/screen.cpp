@@ -54,22 +54,25 @@ table counted(const char* name, const char* kind, const uint64_t (&counters)[cou
 
 report take_screenshot(const arguments& given)
 {
+    const std::string file = given.text("file");
+    const bool cursor = !given.has("--no-cursor");
     tools::screen_reader reader{tools::run_directory()};
     tools::screen_frame frame;
-    if (!reader.read(frame, given.cursor ? tools::cursor_drawing::with : tools::cursor_drawing::without))
+    if (!reader.read(frame, cursor ? tools::cursor_drawing::with : tools::cursor_drawing::without))
         throw std::runtime_error{"cannot take a screenshot: the screen changes too fast"};
     if (frame.width == 0 || frame.height == 0)
         throw std::runtime_error{"cannot take a screenshot: the screen has no size"};
     tools::picture image{frame.width, frame.height, std::vector<std::byte>(frame.pixels.size() * 4)};
     std::memcpy(image.pixels.data(), frame.pixels.data(), image.pixels.size());
-    tools::write_png(image, given.file);
-    return {{{"file", given.file},
+    tools::write_png(image, file);
+    return {{{"file", file},
              {"width", uint64_t{frame.width}},
              {"height", uint64_t{frame.height}},
              {"bits_per_pixel", uint64_t{frame.bits_per_pixel}},
              {"display", std::string{frame.enabled ? "on" : "off"}},
-             {"cursor", given.cursor}},
-            {}};
+             {"cursor", cursor}},
+            {},
+            file == "-"};
 }
 
 report tell_frame(const arguments&)

@@ -97,7 +97,7 @@ report list_surfaces(const arguments&)
 report describe_surface(const arguments& given)
 {
     const client::connection server;
-    const sid_info_req info = ask_about(server, given.sid);
+    const sid_info_req info = ask_about(server, given.number<uint32_t>("sid"));
     return {{{"sid", uint64_t{info.sid}},
              {"width", uint64_t{info.width}},
              {"height", uint64_t{info.height}},
@@ -111,9 +111,10 @@ report describe_surface(const arguments& given)
 
 report show_surface(const arguments& given)
 {
+    const auto sid = given.number<uint32_t>("sid");
     const client::connection server;
-    expect_surface(kalix_debug_show(server.get(), given.sid), given.sid, "show");
-    return {{{"shown", uint64_t{given.sid}}}, {}};
+    expect_surface(kalix_debug_show(server.get(), sid), sid, "show");
+    return {{{"shown", uint64_t{sid}}}, {}};
 }
 
 report reset_display(const arguments&)
@@ -125,37 +126,45 @@ report reset_display(const arguments&)
 
 report dump_surface(const arguments& given)
 {
+    const bool raw = given.has("--raw");
+    const std::string file = given.text("file");
     const client::connection server;
-    const sid_info_req info = ask_about(server, given.sid);
-    if (!given.raw && !can_convert(info.format))
+    const sid_info_req info = ask_about(server, given.number<uint32_t>("sid"));
+    if (!raw && !can_convert(info.format))
         throw std::runtime_error{
             fmt::format("cannot turn format {} into a picture; --raw writes its bytes", format_name(info.format))};
     const std::vector<std::byte> bytes = read_surface(server, info);
-    if (given.raw)
-        tools::write_bytes(bytes, given.file);
+    if (raw)
+        tools::write_bytes(bytes, file);
     else
-        tools::write_png(convert(info.format, info.width, info.height, bytes), given.file, tools::alpha_channel::kept);
+        tools::write_png(convert(info.format, info.width, info.height, bytes), file, tools::alpha_channel::kept);
     return {{{"sid", uint64_t{info.sid}},
              {"size", size_text(info.width, info.height, info.depth)},
              {"format", format_name(info.format)},
-             {"file", given.file},
+             {"file", file},
              {"surface_bytes", uint64_t{bytes.size()}}},
-            {}};
+            {},
+            file == "-"};
 }
 
 report dump_bytes(const arguments& given)
 {
+    const auto sid = given.number<uint32_t>("sid");
+    const auto offset = given.number<uint32_t>("--offset");
+    const auto row_bytes = given.number<uint32_t>("--row-bytes");
+    const auto stride = given.number<int32_t>("--stride");
+    const auto count = given.number<uint32_t>("--rows");
+    dump_sid_req dump{sid, offset, row_bytes, stride, count, 0, {}};
+    if (uint64_t{row_bytes} * count > KALIX_DUMP_BYTES_MAX)
+        throw std::runtime_error{fmt::format("cannot dump {} rows of {} bytes: a dump has at most {} bytes", count,
+                                             row_bytes, static_cast<int>(KALIX_DUMP_BYTES_MAX))};
     const client::connection server;
-    dump_sid_req dump{given.sid, given.offset, given.row_bytes, given.stride, given.rows, 0, {}};
-    if (uint64_t{given.row_bytes} * given.rows > KALIX_DUMP_BYTES_MAX)
-        throw std::runtime_error{fmt::format("cannot dump {} rows of {} bytes: a dump has at most {} bytes", given.rows,
-                                             given.row_bytes, static_cast<int>(KALIX_DUMP_BYTES_MAX))};
-    expect_surface(kalix_debug_dump(server.get(), &dump), given.sid, "dump");
+    expect_surface(kalix_debug_dump(server.get(), &dump), sid, "dump");
     table rows{"rows", {}};
     const std::span data{dump.data};
-    for (uint32_t row = 0; row < given.rows; ++row) {
-        const auto bytes = data.subspan(size_t{row} * given.row_bytes, given.row_bytes);
-        rows.rows.push_back({{"offset", int64_t{given.offset} + int64_t{given.stride} * row},
+    for (uint32_t row = 0; row < count; ++row) {
+        const auto bytes = data.subspan(size_t{row} * row_bytes, row_bytes);
+        rows.rows.push_back({{"offset", int64_t{offset} + int64_t{stride} * row},
                              {"bytes", fmt::format("{:02x}", fmt::join(bytes, " "))}});
     }
     return {{}, {std::move(rows)}};
@@ -163,9 +172,11 @@ report dump_bytes(const arguments& given)
 
 report fill_surface(const arguments& given)
 {
+    const auto sid = given.number<uint32_t>("sid");
+    const auto pixel = given.number<uint32_t>("pixel");
     const client::connection server;
-    expect_surface(kalix_debug_fill(server.get(), given.sid, given.pixel), given.sid, "fill");
-    return {{{"filled", uint64_t{given.sid}}, {"pixel", fmt::format("0x{:08X}", given.pixel)}}, {}};
+    expect_surface(kalix_debug_fill(server.get(), sid, pixel), sid, "fill");
+    return {{{"filled", uint64_t{sid}}, {"pixel", fmt::format("0x{:08X}", pixel)}}, {}};
 }
 
 } // namespace kalix::ctl

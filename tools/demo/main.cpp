@@ -1,85 +1,60 @@
 // kalix-demo: an example client. Draws a scene through a running server: a still one into a PNG file, an
 // animated one onto the screen.
 
+#include "tools/command_line.h"
 #include "tools/demo/scenes.h"
-#include "tools/size.h"
-#include "tools/usage.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstring>
 #include <iostream>
-#include <optional>
 
 namespace {
 
 using kalix::demo::scene;
 using kalix::demo::scenes;
+using kalix::tools::arguments;
+using kalix::tools::choice;
+using kalix::tools::parameter;
 using kalix::tools::picture;
+using kalix::tools::value_kind;
 
-constexpr int exit_failed = 1;
-constexpr int exit_usage = 2;
-constexpr uint32_t extent_min = 16;
-constexpr uint32_t extent_max = KALIX_READBACK_EXTENT_MAX;
+constexpr auto scene_choices = [] {
+    std::array<choice, scenes.size()> choices{};
+    std::ranges::transform(scenes, choices.begin(), [](const scene& one) { return choice{one.name, one.summary}; });
+    return choices;
+}();
 
-struct size {
-    uint32_t width = 0, height = 0;
+constexpr parameter parameters[] = {
+    {.name = "--list", .help = "list the scenes and exit"},
+    {.name = "scene",
+     .kind = value_kind::text,
+     .value = "SCENE",
+     .help = "the scene to draw",
+     .choices = scene_choices},
+    {.name = "--output",
+     .kind = value_kind::file,
+     .value = "FILE",
+     .help = "a still scene: the file to write; otherwise SCENE.png"},
+    {.name = "--size",
+     .kind = value_kind::size,
+     .value = "WxH",
+     .help = "pixels of the picture or the screen, each side 16 to 2048; otherwise 960x600 and 1024x768",
+     .least = 16,
+     .most = KALIX_READBACK_EXTENT_MAX},
+    {.name = "--frames",
+     .kind = value_kind::number,
+     .value = "N",
+     .help = "an animated scene: end after so many frames; otherwise with ctrl-C",
+     .most = INT64_MAX},
 };
-constexpr size still_size{960, 600}, animated_size{1024, 768};
 
-struct options {
-    std::string scene_name;
-    std::string output;
-    std::string size_text;
-    std::optional<size> extent; // none: the scene's own
-    uint64_t frames = 0;
-    bool list = false;
-};
-
-std::string scene_list()
-{
-    std::string text;
-    for (const scene& one : scenes)
-        text += std::string{"  "} + one.name + std::string(16 - std::strlen(one.name), ' ') + one.summary + "\n";
-    return text;
-}
-
-// The size that "WxH" names; none when it names none within the bounds.
-std::optional<size> parse_size(const std::string& text)
-{
-    size read;
-    const auto fits = [](uint32_t extent) { return extent >= extent_min && extent <= extent_max; };
-    if (!kalix::tools::parse_size(text, read.width, read.height) || !fits(read.width) || !fits(read.height))
-        return std::nullopt;
-    return read;
-}
-
-void declare(CLI::App& app, options& chosen)
-{
-    kalix::tools::set_usage(app, "kalix-demo SCENE [--size WxH] [--output FILE.png | --frames N]");
-    app.set_version_flag("--version", "kalix-demo " KALIX_VERSION);
-    app.add_flag("--list", chosen.list, "list the scenes and exit");
-    app.add_option("scene", chosen.scene_name, "the scene to draw")->type_name("SCENE");
-    app.add_option("--output", chosen.output, "a still scene: the file to write; otherwise SCENE.png")
-        ->type_name("FILE");
-    app.add_option("--size", chosen.size_text,
-                   "pixels of the picture or the screen, each side 16 to 2048; otherwise 960x600 and 1024x768")
-        ->type_name("WxH");
-    app.add_option("--frames", chosen.frames, "an animated scene: end after so many frames; otherwise with ctrl-C")
-        ->type_name("N");
-    app.footer("\nSCENES\n" + scene_list() + R"(
-EXIT STATUS
-  0 when the scene was drawn (an animated one: until its end, or ctrl-C), 1 when it could not be drawn or
-  written, 2 for a wrong command line.
-
-ENVIRONMENT
-  KALIX_RUN_DIR   run directory of the server to draw with
-
-EXAMPLES
-  kalix-run -- kalix-demo triangle --output triangle.png      with a server of its own
-  KALIX_RUN_DIR=/run/kalix kalix-demo triangle --size 640x400
-  kalix-demo mesh & kalix-view                                the animated scene in a window)");
-}
+constexpr kalix::tools::section sections[] = {
+    {"EXIT STATUS",
+     R"(0 when the scene was drawn (an animated one: until its end, or ctrl-C), 1 when it could not be drawn or
+written, 2 for a wrong command line.)"},
+    {"ENVIRONMENT", "KALIX_RUN_DIR   run directory of the server to draw with"},
+    {"EXAMPLES", R"(kalix-run -- kalix-demo triangle --output triangle.png      with a server of its own
+KALIX_RUN_DIR=/run/kalix kalix-demo triangle --size 640x400
+kalix-demo mesh & kalix-view                                the animated scene in a window)"}};
 
 kalix::client::connection connect()
 {
@@ -108,72 +83,53 @@ kalix::client::connection connect_to_3d()
     return server;
 }
 
-void draw(const scene& what, const options& chosen)
+void draw(const scene& what, const arguments& given)
 {
     const auto server = connect_to_3d();
-    const size extent = chosen.extent.value_or(still_size);
-    const picture image = what.draw(server, extent.width, extent.height);
+    const auto [width, height] = given.has("--size") ? given.extent("--size") : kalix::tools::size{960, 600};
+    const picture image = what.draw(server, width, height);
     expect_content(image);
-    const std::string path = chosen.output.empty() ? std::string{what.name} + ".png" : chosen.output;
+    const std::string path = given.has("--output") ? given.text("--output") : std::string{what.name} + ".png";
     kalix::tools::write_png(image, path);
     std::cout << "kalix-demo: wrote " << path << " (" << image.width << "x" << image.height << ")\n";
 }
 
-void animate(const scene& what, const options& chosen)
+void animate(const scene& what, const arguments& given)
 {
+    if (given.has("--output"))
+        throw kalix::tools::usage_error{
+            "an animated scene is not written to a file; kalixctl screenshot writes the screen"};
     connect_to_3d(); // tells what is wrong, and is closed again: the scene starts a second process
-    const size extent = chosen.extent.value_or(animated_size);
+    const auto [width, height] = given.has("--size") ? given.extent("--size") : kalix::tools::size{1024, 768};
     kalix::demo::catch_interrupts();
-    what.animate({extent.width, extent.height, chosen.frames});
+    what.animate({width, height, given.number<uint64_t>("--frames")});
 }
 
-int usage_error(const std::string& message)
+int show(const arguments& given)
 {
-    std::cerr << "kalix-demo: " << message << "\nTry kalix-demo --help.\n";
-    return exit_usage;
-}
-
-int run(int argc, char** argv)
-{
-    options chosen;
-    CLI::App app{"An example client of kalix: draws a scene, into a PNG file or, animated, onto the screen.",
-                 "kalix-demo"};
-    declare(app, chosen);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : exit_usage;
-    }
-    if (chosen.list) {
-        std::cout << scene_list();
+    if (given.has("--list")) {
+        std::cout << kalix::tools::listed(scene_choices);
         return 0;
     }
-    if (chosen.scene_name.empty())
-        return usage_error("no scene given");
-    if (!chosen.size_text.empty()) {
-        chosen.extent = parse_size(chosen.size_text);
-        if (!chosen.extent)
-            return usage_error("cannot draw at size " + chosen.size_text + ": give it as WxH, each side 16 to 2048");
-    }
-    const auto found = std::ranges::find_if(scenes, [&](const scene& one) { return one.name == chosen.scene_name; });
-    if (found == scenes.end())
-        return usage_error("no scene " + chosen.scene_name + "; there are:\n" + scene_list());
-    if (found->animate && !chosen.output.empty())
-        return usage_error("an animated scene is not written to a file; kalixctl screenshot writes the screen");
-    found->animate ? animate(*found, chosen) : draw(*found, chosen);
+    if (!given.has("scene"))
+        throw kalix::tools::usage_error{"no scene given"};
+    const scene& wanted = *std::ranges::find(scenes, given.text("scene"), &scene::name);
+    wanted.animate ? animate(wanted, given) : draw(wanted, given);
     return 0;
 }
+
+constexpr kalix::tools::program kalix_demo{
+    .name = "kalix-demo",
+    .summary = "An example client of kalix: draws a scene, into a PNG file or, animated, onto the screen.",
+    .usage = "kalix-demo SCENE [--size WxH] [--output FILE.png | --frames N]",
+    .parameters = parameters,
+    .run = show,
+    .sections = sections,
+};
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    try {
-        return run(argc, argv);
-    } catch (const std::system_error& error) {
-        std::cerr << "kalix-demo: cannot " << error.what() << '\n';
-    } catch (const std::exception& error) {
-        std::cerr << "kalix-demo: " << error.what() << '\n';
-    }
-    return exit_failed;
+    return kalix::tools::run(kalix_demo, argc, argv);
 }

@@ -103,7 +103,7 @@ child::child(const start_options& options)
     const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ < 0)
-        fail("cannot start a process");
+        fail("start a process");
     if (pid_ == 0)
         become(options, arguments.data(), environment.data(), parent);
     process_fd_ = descriptor{open_process(pid_)};
@@ -112,7 +112,7 @@ child::child(const start_options& options)
         kill(pid_, SIGKILL);
         wait();
         errno = error;
-        fail("cannot watch a process");
+        fail("watch a process");
     }
 }
 

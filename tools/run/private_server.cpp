@@ -42,7 +42,7 @@ private_directory::private_directory(const fs::path& given)
     std::string name = given.empty() ? base_directory() + "/kalix-run." + replaced : given.string();
     const bool made = given.empty() ? mkdtemp(name.data()) != nullptr : mkdir(name.c_str(), S_IRWXU) == 0;
     if (!made)
-        throw std::system_error{errno, std::generic_category(), "cannot make a run directory " + name};
+        throw std::system_error{errno, std::generic_category(), "make a run directory " + name};
     path_ = fs::absolute(name);
 }
 
@@ -59,7 +59,7 @@ private_server::private_server(const server_options& options)
     fs::create_directory(pps_);
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
-        throw std::system_error{errno, std::generic_category(), "cannot make a pipe"};
+        throw std::system_error{errno, std::generic_category(), "make a pipe"};
     ready_ = descriptor{ends[0]};
     const descriptor told{ends[1]};
     start_options start;

@@ -25,7 +25,7 @@ public:
         sigprocmask(SIG_BLOCK, &wanted, &before_);
         feed_ = descriptor{signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK)};
         if (!feed_)
-            throw std::system_error{errno, std::generic_category(), "cannot watch for signals"};
+            throw std::system_error{errno, std::generic_category(), "watch for signals"};
     }
     int fd() const { return feed_.get(); }
     const sigset_t* mask_before() const { return &before_; }
@@ -56,7 +56,7 @@ bool watch(child& command, private_server& server, const signal_feed& signals)
                                        {signals.fd(), POLLIN, 0},
                                        {server_lives ? server.process().watch_fd() : -1, POLLIN, 0}}};
         if (poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR)
-            throw std::system_error{errno, std::generic_category(), "cannot wait for the command"};
+            throw std::system_error{errno, std::generic_category(), "wait for the command"};
         if (const auto arrived = signals.take(); arrived.number != 0 && !arrived.from_terminal)
             command.signal(arrived.number);
         if (watched[2].revents & POLLIN) {
