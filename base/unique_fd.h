@@ -1,10 +1,12 @@
-// A descriptor that is closed when its holder ends. Moves, never copies; -1 holds nothing.
+// A descriptor that is closed when its holder ends: the one owner of descriptors for every room, libkalix
+// included, so nothing here throws or needs more than libc. Moves, never copies; -1 holds nothing. Not for
+// sharing between threads.
 #pragma once
 
 #include <unistd.h>
 #include <utility>
 
-namespace kalix::platform {
+namespace kalix {
 
 class unique_fd {
 public:
@@ -34,4 +36,4 @@ private:
     int fd_ = -1;
 };
 
-} // namespace kalix::platform
+} // namespace kalix

@@ -5,6 +5,7 @@
 // and readback places, and is the only lock of the library.
 #pragma once
 
+#include "base/unique_fd.h"
 #include "client/memory.h"
 #include "client/shm.h"
 #include "client/wire.h"
@@ -35,8 +36,8 @@ struct readback_place {
 } // namespace kalix::client_library
 
 struct kalix_connection {
-    kalix::client_library::unique_fd socket;
-    kalix::client_library::unique_fd shm_directory;
+    kalix::unique_fd socket;
+    kalix::unique_fd shm_directory;
     pid_t process = 0; // the one that opened the connection
     kalix::client_library::mutex lock;
     int lost KALIX_GUARDED_BY(lock) = 0; // 0, or the error with which the stream ended

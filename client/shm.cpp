@@ -1,5 +1,7 @@
 #include "client/shm.h"
 
+#include "base/unique_fd.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>

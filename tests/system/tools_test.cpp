@@ -1,5 +1,6 @@
 // kalixctl and kalix-view against a real server with several clients: what they say, write and show.
 
+#include "base/unique_fd.h"
 #include "tests/system/server.h"
 #include "tools/screen/screen_reader.h"
 
@@ -353,11 +354,8 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strcpy(address.sun_path, path.c_str());
-        connected_ = ::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        connected_ = ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
-    ~vnc_viewer() { ::close(socket_); }
-    vnc_viewer(const vnc_viewer&) = delete;
-    vnc_viewer& operator=(const vnc_viewer&) = delete;
     bool is_connected() const { return connected_; }
 
     std::string take(size_t count)
@@ -365,7 +363,7 @@ public:
         std::string out(count, '\0');
         size_t got = 0;
         while (got < count) {
-            const ssize_t part = ::recv(socket_, out.data() + got, count - got, 0);
+            const ssize_t part = ::recv(socket_.get(), out.data() + got, count - got, 0);
             if (part <= 0)
                 return "";
             got += static_cast<size_t>(part);
@@ -379,7 +377,7 @@ public:
             value = value << 8 | static_cast<uint8_t>(byte);
         return value;
     }
-    void send(const std::string& bytes) { ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    void send(const std::string& bytes) { ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL); }
 
     // Version 3.8, no password, shared; leaves the size known.
     void greet()
@@ -422,7 +420,7 @@ public:
     uint32_t width = 0, height = 0;
 
 private:
-    int socket_;
+    unique_fd socket_;
     bool connected_;
 };
 

@@ -106,7 +106,7 @@ child::child(const start_options& options)
         fail("start a process");
     if (pid_ == 0)
         become(options, arguments.data(), environment.data(), parent);
-    process_fd_ = descriptor{open_process(pid_)};
+    process_fd_ = unique_fd{open_process(pid_)};
     if (!process_fd_) {
         const int error = errno;
         kill(pid_, SIGKILL);

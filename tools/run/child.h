@@ -4,7 +4,7 @@
 // taken by another process between a look and a signal. Failures are thrown as std::system_error.
 #pragma once
 
-#include "tools/run/descriptor.h"
+#include "base/unique_fd.h"
 
 #include <csignal>
 #include <string>
@@ -41,7 +41,7 @@ public:
 private:
     pid_t pid_ = -1;
     int status_ = 0;
-    descriptor process_fd_;
+    unique_fd process_fd_;
 };
 
 // What a shell would make of a wait status: the exit status, or 128 and the signal.

@@ -60,8 +60,8 @@ private_server::private_server(const server_options& options)
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
         throw std::system_error{errno, std::generic_category(), "make a pipe"};
-    ready_ = descriptor{ends[0]};
-    const descriptor told{ends[1]};
+    ready_ = unique_fd{ends[0]};
+    const unique_fd told{ends[1]};
     start_options start;
     start.command = {program_.string()};
     start.environment = client_environment();

@@ -58,7 +58,7 @@ public:
 private:
     private_directory directory_;
     std::filesystem::path pps_, log_, program_;
-    descriptor ready_;
+    unique_fd ready_;
     std::optional<child> process_;
 };
 

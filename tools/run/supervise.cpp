@@ -23,7 +23,7 @@ public:
         for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
             sigaddset(&wanted, number);
         sigprocmask(SIG_BLOCK, &wanted, &before_);
-        feed_ = descriptor{signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK)};
+        feed_ = unique_fd{signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK)};
         if (!feed_)
             throw std::system_error{errno, std::generic_category(), "watch for signals"};
     }
@@ -44,7 +44,7 @@ public:
 
 private:
     sigset_t before_{};
-    descriptor feed_;
+    unique_fd feed_;
 };
 
 // Waits for the command, passing signals on; returns false when the server has ended before it did.

@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 namespace kalix::tools {
 namespace {
@@ -33,44 +32,40 @@ std::string run_directory()
 mapped_file::mapped_file(const std::string& path, size_t least)
     : path_{path}, file_{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)}
 {
-    if (file_ < 0)
+    if (!file_)
         fail(errno, "open " + path_);
-    try {
-        remap();
-        if (bytes_.size() < least)
-            throw std::runtime_error{path + " has " + std::to_string(bytes_.size()) +
-                                     " bytes, too few to be a server's"};
-    } catch (...) {
-        release();
-        throw;
-    }
+    remap();
+    const size_t size = bytes_.size();
+    if (size >= least)
+        return;
+    unmap();
+    throw std::runtime_error{path + " has " + std::to_string(size) + " bytes, too few to be a server's"};
 }
 
 mapped_file::~mapped_file()
 {
-    release();
+    unmap();
 }
 
-void mapped_file::release()
+void mapped_file::unmap()
 {
     if (!bytes_.empty())
         munmap(const_cast<std::byte*>(bytes_.data()), bytes_.size());
-    close(file_);
+    bytes_ = {};
 }
 
 void mapped_file::remap()
 {
     struct stat facts {};
-    if (fstat(file_, &facts) != 0)
+    if (fstat(file_.get(), &facts) != 0)
         fail(errno, "look at " + path_);
     const auto size = static_cast<size_t>(facts.st_size);
     if (size == bytes_.size() || size == 0)
         return;
-    void* const at = mmap(nullptr, size, PROT_READ, MAP_SHARED, file_, 0);
+    void* const at = mmap(nullptr, size, PROT_READ, MAP_SHARED, file_.get(), 0);
     if (at == MAP_FAILED)
         fail(errno, "map " + path_);
-    if (!bytes_.empty())
-        munmap(const_cast<std::byte*>(bytes_.data()), bytes_.size());
+    unmap();
     bytes_ = {static_cast<const std::byte*>(at), size};
 }
 

@@ -3,6 +3,8 @@
 // Such a file keeps its inode from server to server and never shrinks, so a mapping stays good; it may grow.
 #pragma once
 
+#include "base/unique_fd.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -28,10 +30,10 @@ public:
     void remap();
 
 private:
-    void release();
+    void unmap();
 
     std::string path_;
-    int file_ = -1;
+    unique_fd file_;
     std::span<const std::byte> bytes_;
 };
 

@@ -22,12 +22,12 @@ constexpr int backlog = 8;
     throw std::system_error{errno, std::generic_category(), "listen on " + name};
 }
 
-int bound(int domain, const sockaddr* address, socklen_t length, const std::string& name)
+unique_fd bound(int domain, const sockaddr* address, socklen_t length, const std::string& name)
 {
-    const int socket = ::socket(domain, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    unique_fd socket{::socket(domain, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
     const int yes = 1;
-    if (socket < 0 || setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) != 0 ||
-        bind(socket, address, length) != 0 || listen(socket, backlog) != 0)
+    if (!socket || setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) != 0 ||
+        bind(socket.get(), address, length) != 0 || listen(socket.get(), backlog) != 0)
         fail(name);
     return socket;
 }
@@ -35,22 +35,19 @@ int bound(int domain, const sockaddr* address, socklen_t length, const std::stri
 // Whether somebody serves the socket of that address.
 bool is_served(const sockaddr_un& address)
 {
-    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    const bool served =
-        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 || errno == EAGAIN;
-    close(probe);
-    return served;
+    const unique_fd probe{::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
+    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 || errno == EAGAIN;
 }
 
 } // namespace
 
-listener::listener(int socket, std::string name, std::string path)
-    : socket_{socket}, name_{std::move(name)}, path_{std::move(path)}
+listener::listener(unique_fd socket, std::string name, std::string path)
+    : socket_{std::move(socket)}, name_{std::move(name)}, path_{std::move(path)}
 {
 }
 
 listener::listener(listener&& other) noexcept
-    : socket_{std::exchange(other.socket_, -1)}, name_{std::move(other.name_)}, path_{std::exchange(other.path_, {})}
+    : socket_{std::move(other.socket_)}, name_{std::move(other.name_)}, path_{std::exchange(other.path_, {})}
 {
 }
 
@@ -58,8 +55,6 @@ listener::~listener()
 {
     if (!path_.empty())
         unlink(path_.c_str());
-    if (socket_ >= 0)
-        close(socket_);
 }
 
 listener listener::on_path(const std::string& path)
@@ -79,9 +74,9 @@ listener listener::on_path(const std::string& path)
     if (lstat(path.c_str(), &facts) == 0 && S_ISSOCK(facts.st_mode))
         unlink(path.c_str());
     const mode_t before = umask(0177); // for this user alone, from the first moment
-    const int socket = bound(AF_UNIX, reinterpret_cast<const sockaddr*>(&address), sizeof address, path);
+    unique_fd socket = bound(AF_UNIX, reinterpret_cast<const sockaddr*>(&address), sizeof address, path);
     umask(before);
-    return {socket, path, path};
+    return {std::move(socket), path, path};
 }
 
 listener listener::on_port(uint16_t port)
@@ -94,14 +89,14 @@ listener listener::on_port(uint16_t port)
     return {bound(AF_INET, reinterpret_cast<const sockaddr*>(&address), sizeof address, name), name, ""};
 }
 
-int listener::accept() const
+unique_fd listener::accept() const
 {
-    return accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
+    return unique_fd{accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
 }
 
 void listener::wait(int milliseconds) const
 {
-    pollfd waiting{socket_, POLLIN, 0};
+    pollfd waiting{socket_.get(), POLLIN, 0};
     poll(&waiting, 1, milliseconds);
 }
 

@@ -1,6 +1,8 @@
 // Where remote viewers connect: a unix socket for this user alone, or a port of the loopback interface.
 #pragma once
 
+#include "base/unique_fd.h"
+
 #include <cstdint>
 #include <string>
 
@@ -17,15 +19,15 @@ public:
 
     // How people find it.
     const std::string& name() const { return name_; }
-    // A viewer that has connected, or -1 when none waits. The caller owns it.
-    int accept() const;
+    // A viewer that has connected; nothing when none waits.
+    unique_fd accept() const;
     // Returns when one waits, or after so many milliseconds.
     void wait(int milliseconds) const;
 
 private:
-    listener(int socket, std::string name, std::string path);
+    listener(unique_fd socket, std::string name, std::string path);
 
-    int socket_;
+    unique_fd socket_;
     std::string name_;
     std::string path_; // to be removed; empty for a port
 };

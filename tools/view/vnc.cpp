@@ -81,8 +81,8 @@ public:
         const listener door = options_.port != 0 ? listener::on_port(options_.port) : listener::on_path(socket_path());
         std::cout << "kalix-view: serving " << door.name() << (options_.control ? "" : ", view-only") << std::endl;
         while (!stopped && !has_sent_enough()) {
-            for (int client = door.accept(); client >= 0; client = door.accept())
-                rfbNewClient(screen_, client);
+            while (unique_fd client = door.accept())
+                rfbNewClient(screen_, client.release()); // the library's from here on
             if (screen_->clientHead)
                 update();
             rfbProcessEvents(screen_, screen_->clientHead ? busy_us : 0);

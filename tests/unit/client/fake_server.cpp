@@ -53,31 +53,28 @@ reaction echo(const received& request)
 
 fake_server::fake_server(script answers, const std::string& below) : directory_{below}, script_{std::move(answers)}
 {
-    const int directory = open(directory_.path().c_str(), O_PATH | O_DIRECTORY);
-    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    const unique_fd directory{open(directory_.path().c_str(), O_PATH | O_DIRECTORY)};
+    listener_ = unique_fd{socket(AF_UNIX, SOCK_STREAM, 0)};
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/svga_ch", directory);
-    if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(listener_, 16) != 0)
+    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/svga_ch", directory.get());
+    if (bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener_.get(), 16) != 0)
         std::abort();
-    close(directory);
     acceptor_ = std::thread{[this] { accept_all(); }};
 }
 
 fake_server::~fake_server()
 {
-    shutdown(listener_, SHUT_RDWR);
+    shutdown(listener_.get(), SHUT_RDWR);
     acceptor_.join();
     {
         const std::lock_guard guard{lock_};
-        for (const int socket : sockets_)
-            shutdown(socket, SHUT_RDWR);
+        for (const unique_fd& socket : sockets_)
+            shutdown(socket.get(), SHUT_RDWR);
     }
     for (std::thread& thread : threads_)
         thread.join();
-    for (const int socket : sockets_)
-        close(socket);
-    close(listener_);
 }
 
 std::vector<received> fake_server::requests()
@@ -89,11 +86,11 @@ std::vector<received> fake_server::requests()
 void fake_server::accept_all()
 {
     for (;;) {
-        const int socket = accept(listener_, nullptr, nullptr);
+        const int socket = accept(listener_.get(), nullptr, nullptr);
         if (socket < 0)
             return;
         const std::lock_guard guard{lock_};
-        sockets_.push_back(socket);
+        sockets_.emplace_back(socket);
         threads_.emplace_back([this, socket] { serve(socket); });
     }
 }

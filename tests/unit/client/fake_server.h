@@ -2,6 +2,8 @@
 // answers each with what the test's function says.
 #pragma once
 
+#include "base/unique_fd.h"
+
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
@@ -65,11 +67,11 @@ private:
 
     run_directory directory_;
     script script_;
-    int listener_ = -1;
+    unique_fd listener_;
     std::atomic<size_t> connects_ = 0;
     std::mutex lock_; // guards what follows, held around the script
     std::vector<received> requests_;
-    std::vector<int> sockets_;
+    std::vector<unique_fd> sockets_;
     std::vector<std::thread> threads_;
     std::thread acceptor_;
 };
