@@ -6,7 +6,7 @@
 #pragma once
 
 #include "base/unique_fd.h"
-#include "client/memory.h"
+#include "client/resources.h"
 #include "client/shm.h"
 #include "client/wire.h"
 

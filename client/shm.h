@@ -5,7 +5,7 @@
 // error here and not a bus error later.
 #pragma once
 
-#include "client/memory.h"
+#include "client/resources.h"
 
 #include <cstddef>
 #include <cstdint>

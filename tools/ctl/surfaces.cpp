@@ -1,6 +1,6 @@
 #include "tools/ctl/commands.h"
-#include "tools/ctl/names.h"
-#include "tools/ctl/pixels.h"
+#include "tools/ctl/surface_picture.h"
+#include "tools/ctl/svga_names.h"
 #include "tools/picture/picture.h"
 
 #include <cerrno>
@@ -130,14 +130,14 @@ report dump_surface(const arguments& given)
     const std::string file = given.text("file");
     const client::connection server;
     const sid_info_req info = ask_about(server, given.number<uint32_t>("sid"));
-    if (!raw && !can_convert(info.format))
+    if (!raw && !has_picture(info.format))
         throw std::runtime_error{
             fmt::format("cannot turn format {} into a picture; --raw writes its bytes", format_name(info.format))};
     const std::vector<std::byte> bytes = read_surface(server, info);
     if (raw)
         tools::write_bytes(bytes, file);
     else
-        tools::write_png(convert(info.format, info.width, info.height, bytes), file, tools::alpha_channel::kept);
+        tools::write_png(picture_of(info.format, info.width, info.height, bytes), file, tools::alpha_channel::kept);
     return {{{"sid", uint64_t{info.sid}},
              {"size", size_text(info.width, info.height, info.depth)},
              {"format", format_name(info.format)},

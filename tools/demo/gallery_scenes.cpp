@@ -1,17 +1,17 @@
 #include "tools/demo/gallery_scenes.h"
 
-#include "tools/demo/gallery.h"
+#include "tools/demo/studio.h"
 #include "tools/demo/textures.h"
 
 namespace kalix::demo {
 namespace {
 
-void tiles(gallery& on, uint32_t stage = 0)
+void tiles(studio& on, uint32_t stage = 0)
 {
     on.texture(stage, SVGA3D_A8R8G8B8, {{tiles_extent, tiles_extent, 1, 0}}, 1, tiles_texture());
 }
 
-void filter(gallery& on, uint32_t which)
+void filter(studio& on, uint32_t which)
 {
     on.texture_state(0, {{SVGA3D_TS_MINFILTER, which}, {SVGA3D_TS_MAGFILTER, which}});
 }
@@ -27,7 +27,7 @@ svga3d_light sun()
     return light;
 }
 
-void porcelain(gallery& on)
+void porcelain(studio& on)
 {
     on.set({{SVGA3D_RS_AMBIENT, 0xFF282830}});
     on.material({{0.85F, 0.8F, 0.72F, 1}, {1, 1, 1, 1}, {0.7F, 0.7F, 0.7F, 1}, {0, 0, 0, 0}, 30});
@@ -45,19 +45,19 @@ void add_face(std::vector<uint32_t>& words, uint32_t color)
 
 } // namespace
 
-void draw_colours(gallery& on)
+void draw_colours(studio& on)
 {
     on.sphere();
 }
 
-void draw_light(gallery& on)
+void draw_light(studio& on)
 {
     porcelain(on);
     on.light(0, sun());
     on.sphere();
 }
 
-void draw_spots(gallery& on)
+void draw_spots(studio& on)
 {
     porcelain(on);
     const svga3d_color4 colors[] = {{1, 0.2F, 0.2F, 1}, {0.2F, 1, 0.3F, 1}, {0.3F, 0.4F, 1, 1}};
@@ -81,13 +81,13 @@ void draw_spots(gallery& on)
     on.sphere();
 }
 
-void draw_flat(gallery& on)
+void draw_flat(studio& on)
 {
     on.set({{SVGA3D_RS_SHADEMODE, SVGA3D_SHADEMODE_FLAT}});
     draw_light(on);
 }
 
-void draw_nearest(gallery& on)
+void draw_nearest(studio& on)
 {
     tiles(on);
     filter(on, SVGA3D_TEX_FILTER_NEAREST);
@@ -95,7 +95,7 @@ void draw_nearest(gallery& on)
     on.square(0.6F, 0xFFFFFFFF, 0.3F);
 }
 
-void draw_linear(gallery& on)
+void draw_linear(studio& on)
 {
     tiles(on);
     on.place(0.4F, 0, 0, -1.6F);
@@ -103,7 +103,7 @@ void draw_linear(gallery& on)
 }
 
 // Each level has a colour of its own, so that it shows which is taken where.
-void draw_mipmaps(gallery& on)
+void draw_mipmaps(studio& on)
 {
     const uint32_t colors[] = {0xFFE05050, 0xFFE0A040, 0xFFE0E060, 0xFF60D060, 0xFF50A0E0, 0xFF8060E0, 0xFFC060C0};
     std::vector<surface_size> sizes;
@@ -124,7 +124,7 @@ void draw_mipmaps(gallery& on)
              {-20, -1, -2, 0, 1, 0, ~0u, -20, -2, 0}});
 }
 
-void draw_addresses(gallery& on)
+void draw_addresses(studio& on)
 {
     tiles(on);
     for (uint32_t mode = SVGA3D_TEX_ADDRESS_WRAP; mode <= SVGA3D_TEX_ADDRESS_EDGE; ++mode) {
@@ -136,7 +136,7 @@ void draw_addresses(gallery& on)
     }
 }
 
-void draw_reflection(gallery& on)
+void draw_reflection(studio& on)
 {
     std::vector<uint32_t> words;
     for (const uint32_t color : {0xFFD04040u, 0xFF40D0D0u, 0xFF70A0FFu, 0xFF705030u, 0xFFD0D040u, 0xFF8040D0u})
@@ -148,7 +148,7 @@ void draw_reflection(gallery& on)
     on.sphere();
 }
 
-void draw_volume(gallery& on)
+void draw_volume(studio& on)
 {
     std::vector<uint32_t> words;
     for (uint32_t z = 0; z < 16; ++z)
@@ -162,7 +162,7 @@ void draw_volume(gallery& on)
 }
 
 // Four formats of blocks, each of two colours and what lies between them.
-void draw_blocks(gallery& on)
+void draw_blocks(studio& on)
 {
     struct block_row {
         uint32_t format;
@@ -183,7 +183,7 @@ void draw_blocks(gallery& on)
     }
 }
 
-void draw_stages(gallery& on)
+void draw_stages(studio& on)
 {
     tiles(on);
     std::vector<uint32_t> glow;
@@ -198,7 +198,7 @@ void draw_stages(gallery& on)
     on.square(1.1F);
 }
 
-void draw_fog(gallery& on)
+void draw_fog(studio& on)
 {
     tiles(on);
     on.set({{SVGA3D_RS_FOGENABLE, 1}, {SVGA3D_RS_FOGMODE, 3 | 2 << 8}, {SVGA3D_RS_FOGCOLOR, 0xFF1B2238}});
@@ -211,7 +211,7 @@ void draw_fog(gallery& on)
     }
 }
 
-void draw_alpha_test(gallery& on)
+void draw_alpha_test(studio& on)
 {
     std::vector<uint32_t> words;
     for (int y = -16; y < 16; ++y)
@@ -225,7 +225,7 @@ void draw_alpha_test(gallery& on)
     on.sphere();
 }
 
-void draw_blending(gallery& on)
+void draw_blending(studio& on)
 {
     on.set({{SVGA3D_RS_ZENABLE, 0},
             {SVGA3D_RS_BLENDENABLE, 1},
@@ -238,7 +238,7 @@ void draw_blending(gallery& on)
     }
 }
 
-void draw_stencil(gallery& on)
+void draw_stencil(studio& on)
 {
     on.set({{SVGA3D_RS_STENCILENABLE, 1},
             {SVGA3D_RS_STENCILPASS, SVGA3D_STENCILOP_REPLACE},
@@ -258,7 +258,7 @@ void draw_stencil(gallery& on)
     on.sphere();
 }
 
-void draw_cut(gallery& on)
+void draw_cut(studio& on)
 {
     const float planes[2][4] = {{0.8F, 0.3F, 0.5F, 0.25F}, {-0.2F, -1, 0.2F, 0.6F}};
     for (uint32_t i = 0; i < 2; ++i)
@@ -267,13 +267,13 @@ void draw_cut(gallery& on)
     on.sphere();
 }
 
-void draw_wires(gallery& on)
+void draw_wires(studio& on)
 {
     on.set({{SVGA3D_RS_FILLMODE, SVGA3D_FILLMODE_LINE}, {SVGA3D_RS_CULLMODE, SVGA3D_FACE_FRONT}});
     on.sphere();
 }
 
-void draw_points(gallery& on)
+void draw_points(studio& on)
 {
     std::vector<uint32_t> words;
     for (int y = -8; y < 8; ++y)
@@ -290,7 +290,7 @@ void draw_points(gallery& on)
     on.set(SVGA3D_RS_POINTSCALE_A, 0);
     on.set(SVGA3D_RS_POINTSCALE_C, 1);
     on.set(SVGA3D_RS_POINTSIZE, 0.22F);
-    std::vector<gallery_vertex> points;
+    std::vector<studio_vertex> points;
     for (int i = 0; i < 400; ++i) {
         const float t = static_cast<float>(i) * 0.11F, rise = static_cast<float>(i) / 200 - 1;
         const uint32_t color = 0xFF000000u | static_cast<uint32_t>(i * 255 / 400) << 16 | 0x60u << 8 |
@@ -300,7 +300,7 @@ void draw_points(gallery& on)
     on.draw(SVGA3D_PRIMITIVE_POINTLIST, 400, points);
 }
 
-void draw_scissor(gallery& on)
+void draw_scissor(studio& on)
 {
     tiles(on);
     on.set({{SVGA3D_RS_SCISSORTESTENABLE, 1}});
@@ -313,10 +313,10 @@ void draw_scissor(gallery& on)
     }
 }
 
-tools::picture draw_in_gallery(const client::connection& server, uint32_t width, uint32_t height,
-                               void (*scene)(gallery& on))
+tools::picture draw_in_studio(const client::connection& server, uint32_t width, uint32_t height,
+                              void (*scene)(studio& on))
 {
-    gallery on{server, width, height};
+    studio on{server, width, height};
     scene(on);
     return on.finish();
 }

@@ -7,31 +7,31 @@
 
 namespace kalix::demo {
 
-class gallery;
+class studio;
 
-void draw_colours(gallery& on);
-void draw_light(gallery& on);
-void draw_spots(gallery& on);
-void draw_flat(gallery& on);
-void draw_nearest(gallery& on);
-void draw_linear(gallery& on);
-void draw_mipmaps(gallery& on);
-void draw_addresses(gallery& on);
-void draw_reflection(gallery& on);
-void draw_volume(gallery& on);
-void draw_blocks(gallery& on);
-void draw_stages(gallery& on);
-void draw_fog(gallery& on);
-void draw_alpha_test(gallery& on);
-void draw_blending(gallery& on);
-void draw_stencil(gallery& on);
-void draw_cut(gallery& on);
-void draw_wires(gallery& on);
-void draw_points(gallery& on);
-void draw_scissor(gallery& on);
+void draw_colours(studio& on);
+void draw_light(studio& on);
+void draw_spots(studio& on);
+void draw_flat(studio& on);
+void draw_nearest(studio& on);
+void draw_linear(studio& on);
+void draw_mipmaps(studio& on);
+void draw_addresses(studio& on);
+void draw_reflection(studio& on);
+void draw_volume(studio& on);
+void draw_blocks(studio& on);
+void draw_stages(studio& on);
+void draw_fog(studio& on);
+void draw_alpha_test(studio& on);
+void draw_blending(studio& on);
+void draw_stencil(studio& on);
+void draw_cut(studio& on);
+void draw_wires(studio& on);
+void draw_points(studio& on);
+void draw_scissor(studio& on);
 
 // A scene's picture.
-tools::picture draw_in_gallery(const client::connection& server, uint32_t width, uint32_t height,
-                               void (*scene)(gallery& on));
+tools::picture draw_in_studio(const client::connection& server, uint32_t width, uint32_t height,
+                              void (*scene)(studio& on));
 
 } // namespace kalix::demo

@@ -28,10 +28,10 @@ struct scene {
 };
 
 // A scene of the gallery as one of these.
-template <void (*scene)(gallery&)>
+template <void (*scene)(studio&)>
 picture draw_scene(const client::connection& server, uint32_t width, uint32_t height)
 {
-    return draw_in_gallery(server, width, height, scene);
+    return draw_in_studio(server, width, height, scene);
 }
 
 inline constexpr std::array scenes{

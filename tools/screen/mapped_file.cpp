@@ -1,10 +1,8 @@
 #include "tools/screen/mapped_file.h"
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
-#include <kalix/rundir.h>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -20,14 +18,6 @@ namespace {
 }
 
 } // namespace
-
-std::string run_directory()
-{
-    std::array<char, 4096> path;
-    if (kalix_run_directory(path.data(), path.size()) < 0)
-        throw std::runtime_error{"the run directory's name is too long"};
-    return path.data();
-}
 
 mapped_file::mapped_file(const std::string& path, size_t least)
     : path_{path}, file_{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)}

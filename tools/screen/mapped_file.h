@@ -13,9 +13,6 @@
 
 namespace kalix::tools {
 
-// The run directory that the environment names. Throws std::runtime_error for a name that is too long.
-std::string run_directory();
-
 class mapped_file {
 public:
     // Maps the whole file. Throws std::system_error ("open .../screen", ...) when it is missing, unreadable or

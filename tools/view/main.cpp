@@ -1,8 +1,9 @@
 // kalix-view: shows a server's screen, in a window or to remote viewers.
 
 #include "tools/command_line.h"
-#include "tools/screen/mapped_file.h"
-#include "tools/view/view.h"
+#include "tools/screen/run_directory.h"
+#include "tools/view/vnc.h"
+#include "tools/view/window.h"
 
 namespace {
 

@@ -1,8 +1,9 @@
+#include "tools/view/vnc.h"
+
 #include "tools/screen/screen_reader.h"
-#include "tools/view/listener.h"
-#include "tools/view/pointer.h"
-#include "tools/view/rate.h"
-#include "tools/view/view.h"
+#include "tools/view/cursor_control.h"
+#include "tools/view/rate_meter.h"
+#include "tools/view/viewer_listener.h"
 
 #include <algorithm>
 #include <atomic>
@@ -47,7 +48,7 @@ rows difference(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b, 
 class vnc_server {
 public:
     explicit vnc_server(const view_options& options)
-        : options_{options}, reader_{options.run_directory}, pointer_{options.run_directory, options.control}
+        : options_{options}, reader_{options.run_directory}, control_{options.run_directory, options.control}
     {
         reader_.read(frame_, tools::cursor_drawing::with);
         shown_ = frame_;
@@ -64,7 +65,7 @@ public:
         screen_->cursor = nullptr; // it is in the picture
         screen_->screenData = this;
         screen_->newClientHook = [](rfbClientPtr client) { return this_of(client).welcome(client); };
-        screen_->ptrAddEvent = [](int, int x, int y, rfbClientPtr client) { this_of(client).pointer_.move(x, y); };
+        screen_->ptrAddEvent = [](int, int x, int y, rfbClientPtr client) { this_of(client).control_.move(x, y); };
         describe_pixels();
         rfbInitServer(screen_);
     }
@@ -78,7 +79,8 @@ public:
 
     void run()
     {
-        const listener door = options_.port != 0 ? listener::on_port(options_.port) : listener::on_path(socket_path());
+        const viewer_listener door =
+            options_.port != 0 ? viewer_listener::on_port(options_.port) : viewer_listener::on_path(socket_path());
         std::cout << "kalix-view: serving " << door.name() << (options_.control ? "" : ", view-only") << std::endl;
         while (!stopped && !has_sent_enough()) {
             while (unique_fd client = door.accept())
@@ -152,7 +154,7 @@ private:
     tools::screen_reader reader_;
     tools::screen_frame frame_, shown_;
     std::vector<uint32_t> pixels_; // what viewers are sent from
-    pointer pointer_;
+    cursor_control control_;
     rate_meter meter_;
     uint64_t sent_ = 0;
     rfbScreenInfoPtr screen_ = nullptr;

@@ -1,7 +1,8 @@
+#include "tools/view/window.h"
+
 #include "tools/screen/screen_reader.h"
-#include "tools/view/pointer.h"
-#include "tools/view/rate.h"
-#include "tools/view/view.h"
+#include "tools/view/cursor_control.h"
+#include "tools/view/rate_meter.h"
 
 #include <SDL.h>
 #include <algorithm>
@@ -42,7 +43,7 @@ using owned = std::unique_ptr<type, sdl_deleter>;
 class window {
 public:
     explicit window(const view_options& options)
-        : options_{options}, reader_{options.run_directory}, pointer_{options.run_directory, options.control},
+        : options_{options}, reader_{options.run_directory}, control_{options.run_directory, options.control},
           window_{SDL_CreateWindow("kalix", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, 640, 480,
                                    SDL_WINDOW_RESIZABLE)}
     {
@@ -80,7 +81,7 @@ private:
             if (event.type == SDL_QUIT)
                 return false;
             if (event.type == SDL_MOUSEMOTION) // in the screen's pixels: the renderer's size is the screen's
-                pointer_.move(event.motion.x, event.motion.y);
+                control_.move(event.motion.x, event.motion.y);
             else if (event.type == SDL_WINDOWEVENT && texture_ && spoils_picture(event.window.event))
                 draw();
         }
@@ -132,7 +133,7 @@ private:
     const view_options& options_;
     tools::screen_reader reader_;
     tools::screen_frame frame_;
-    pointer pointer_;
+    cursor_control control_;
     rate_meter meter_;
     uint64_t shown_ = 0;
     int width_ = 0, height_ = 0;

@@ -13,17 +13,17 @@
 
 namespace kalix::demo {
 
-struct gallery_vertex {
+struct studio_vertex {
     float x, y, z;
     float nx = 0, ny = 0, nz = -1;
     uint32_t color = 0xFFFFFFFF;
     float s = 0, t = 0, r = 0;
 };
-static_assert(sizeof(gallery_vertex) == 40);
+static_assert(sizeof(studio_vertex) == 40);
 
-class gallery {
+class studio {
 public:
-    gallery(const client::connection& server, uint32_t width, uint32_t height);
+    studio(const client::connection& server, uint32_t width, uint32_t height);
 
     client::command_buffer& commands() { return context_.commands(); }
     uint32_t cid() const { return context_.cid(); }
@@ -46,7 +46,7 @@ public:
     void sphere(float radius = 1);
     // A square over x and y of -size..size, its coordinates running from -repeat + 1 to repeat.
     void square(float size = 1, uint32_t color = 0xFFFFFFFF, float repeat = 1);
-    void draw(svga3d_primitive type, uint32_t primitives, const std::vector<gallery_vertex>& vertices);
+    void draw(svga3d_primitive type, uint32_t primitives, const std::vector<studio_vertex>& vertices);
 
     tools::picture finish();
 

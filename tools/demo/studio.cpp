@@ -1,4 +1,4 @@
-#include "tools/demo/gallery.h"
+#include "tools/demo/studio.h"
 
 #include <algorithm>
 #include <bit>
@@ -15,7 +15,7 @@ constexpr uint32_t bands = 32; // of a sphere, from pole to pole
 
 } // namespace
 
-gallery::gallery(const client::connection& server, uint32_t width, uint32_t height)
+studio::studio(const client::connection& server, uint32_t width, uint32_t height)
     : server_{server}, context_{server}, color_{server, SVGA3D_SURFACE_HINT_RENDERTARGET, SVGA3D_A8R8G8B8, width,
                                                 height},
       depth_{server, SVGA3D_SURFACE_HINT_DEPTHSTENCIL, SVGA3D_Z_D24S8, width, height}
@@ -35,17 +35,17 @@ gallery::gallery(const client::connection& server, uint32_t width, uint32_t heig
     place(0);
 }
 
-void gallery::set(std::initializer_list<svga3d_render_state_value> states)
+void studio::set(std::initializer_list<svga3d_render_state_value> states)
 {
     commands().set_render_states({states.begin(), states.size()});
 }
 
-void gallery::set(svga3d_render_state which, float value)
+void studio::set(svga3d_render_state which, float value)
 {
     set({{static_cast<uint32_t>(which), std::bit_cast<uint32_t>(value)}});
 }
 
-void gallery::texture_state(uint32_t stage, std::initializer_list<std::pair<svga3d_texture_state, uint32_t>> states)
+void studio::texture_state(uint32_t stage, std::initializer_list<std::pair<svga3d_texture_state, uint32_t>> states)
 {
     std::vector<svga3d_texture_state_value> values;
     for (const auto& [name, value] : states)
@@ -53,14 +53,14 @@ void gallery::texture_state(uint32_t stage, std::initializer_list<std::pair<svga
     commands().set_texture_states(values);
 }
 
-void gallery::place(float around, float x, float y, float z)
+void studio::place(float around, float x, float y, float z)
 {
     commands().set_transform(SVGA3D_TRANSFORM_WORLD,
                              product(product(rotation_y(around), rotation_x(-0.35F)), translation(x, y, z)));
 }
 
-void gallery::texture(uint32_t stage, uint32_t format, std::vector<surface_size> sizes, uint32_t faces,
-                      const std::vector<uint32_t>& words)
+void studio::texture(uint32_t stage, uint32_t format, std::vector<surface_size> sizes, uint32_t faces,
+                     const std::vector<uint32_t>& words)
 {
     kalix_surface_description wanted{};
     wanted.flags = SVGA3D_SURFACE_HINT_TEXTURE | (faces == 6 ? SVGA3D_SURFACE_CUBEMAP : 0);
@@ -98,38 +98,38 @@ void gallery::texture(uint32_t stage, uint32_t format, std::vector<surface_size>
                           {SVGA3D_TS_MAGFILTER, SVGA3D_TEX_FILTER_LINEAR}});
 }
 
-void gallery::light(uint32_t index, const svga3d_light& light)
+void studio::light(uint32_t index, const svga3d_light& light)
 {
     set({{SVGA3D_RS_LIGHTINGENABLE, 1}, {SVGA3D_RS_SPECULARENABLE, 1}, {SVGA3D_RS_NORMALIZENORMALS, 1}});
     client::check(kalix_cmd_set_light_data(commands().list(), cid(), index, &light), "append a command");
     client::check(kalix_cmd_set_light_enabled(commands().list(), cid(), index, 1), "append a command");
 }
 
-void gallery::material(const svga3d_material& material)
+void studio::material(const svga3d_material& material)
 {
     client::check(kalix_cmd_set_material(commands().list(), cid(), SVGA3D_FACE_FRONT_BACK, &material),
                   "append a command");
 }
 
-void gallery::sphere(float radius)
+void studio::sphere(float radius)
 {
     const auto corner = [radius](uint32_t i, uint32_t j) {
         const float down = std::numbers::pi_v<float> * static_cast<float>(j) / bands;
         const float around = std::numbers::pi_v<float> * static_cast<float>(i) / bands;
         const float x = std::sin(down) * std::cos(around), y = std::cos(down), z = std::sin(down) * std::sin(around);
         const auto channel = [](float v) { return static_cast<uint32_t>((v * 0.5F + 0.5F) * 255); };
-        return gallery_vertex{radius * x,
-                              radius * y,
-                              radius * z,
-                              x,
-                              y,
-                              z,
-                              0xFF000000u | channel(x) << 16 | channel(y) << 8 | channel(z),
-                              static_cast<float>(i) / bands * 2,
-                              static_cast<float>(j) / bands * 2,
-                              z * 0.5F + 0.5F};
+        return studio_vertex{radius * x,
+                             radius * y,
+                             radius * z,
+                             x,
+                             y,
+                             z,
+                             0xFF000000u | channel(x) << 16 | channel(y) << 8 | channel(z),
+                             static_cast<float>(i) / bands * 2,
+                             static_cast<float>(j) / bands * 2,
+                             z * 0.5F + 0.5F};
     };
-    std::vector<gallery_vertex> list;
+    std::vector<studio_vertex> list;
     for (uint32_t j = 0; j < bands; ++j)
         for (uint32_t i = 0; i < 2 * bands; ++i)
             for (const auto& [di, dj] : {std::pair{0u, 0u}, {1u, 0u}, {1u, 1u}, {0u, 0u}, {1u, 1u}, {0u, 1u}})
@@ -137,7 +137,7 @@ void gallery::sphere(float radius)
     draw(SVGA3D_PRIMITIVE_TRIANGLELIST, static_cast<uint32_t>(list.size() / 3), list);
 }
 
-void gallery::square(float size, uint32_t color, float repeat)
+void studio::square(float size, uint32_t color, float repeat)
 {
     const float low = 1 - repeat;
     draw(SVGA3D_PRIMITIVE_TRIANGLEFAN, 2,
@@ -147,25 +147,25 @@ void gallery::square(float size, uint32_t color, float repeat)
           {-size, -size, 0, 0, 0, -1, color, low, repeat, 0}});
 }
 
-void gallery::draw(svga3d_primitive type, uint32_t primitives, const std::vector<gallery_vertex>& vertices)
+void studio::draw(svga3d_primitive type, uint32_t primitives, const std::vector<studio_vertex>& vertices)
 {
     kept_.push_back(upload(SVGA3D_SURFACE_HINT_VERTEXBUFFER, std::as_bytes(std::span{vertices})));
     const uint32_t sid = kept_.back().sid();
     const auto element = [sid](uint32_t kind, uint32_t usage, uint32_t index, size_t offset) {
         return svga3d_vertex_declaration{
-            kind, 0, usage, index, {sid, static_cast<uint32_t>(offset), sizeof(gallery_vertex)}, 0, 0};
+            kind, 0, usage, index, {sid, static_cast<uint32_t>(offset), sizeof(studio_vertex)}, 0, 0};
     };
     const std::array declarations{
-        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_POSITION, 0, offsetof(gallery_vertex, x)),
-        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_NORMAL, 0, offsetof(gallery_vertex, nx)),
-        element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 0, offsetof(gallery_vertex, color)),
-        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_TEXCOORD, 0, offsetof(gallery_vertex, s)),
-        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_TEXCOORD, 1, offsetof(gallery_vertex, s))};
+        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_POSITION, 0, offsetof(studio_vertex, x)),
+        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_NORMAL, 0, offsetof(studio_vertex, nx)),
+        element(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, 0, offsetof(studio_vertex, color)),
+        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_TEXCOORD, 0, offsetof(studio_vertex, s)),
+        element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_TEXCOORD, 1, offsetof(studio_vertex, s))};
     const svga3d_primitive_range range{type, primitives, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
     commands().draw_primitives(declarations, {&range, 1});
 }
 
-tools::picture gallery::finish()
+tools::picture studio::finish()
 {
     submit();
     tools::picture out{width(), height(), color_.read()};
@@ -174,7 +174,7 @@ tools::picture gallery::finish()
     return out;
 }
 
-client::surface gallery::upload(uint32_t hint, std::span<const std::byte> bytes)
+client::surface studio::upload(uint32_t hint, std::span<const std::byte> bytes)
 {
     const auto count = static_cast<uint32_t>(bytes.size());
     client::surface to{server_, hint, SVGA3D_BUFFER, count, 1};
@@ -187,7 +187,7 @@ client::surface gallery::upload(uint32_t hint, std::span<const std::byte> bytes)
 }
 
 // What has been appended runs, and nothing of it is needed any more.
-void gallery::submit()
+void studio::submit()
 {
     server_.wait(commands().submit());
 }

@@ -1,4 +1,4 @@
-#include "tools/view/listener.h"
+#include "tools/view/viewer_listener.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -41,23 +41,23 @@ bool is_served(const sockaddr_un& address)
 
 } // namespace
 
-listener::listener(unique_fd socket, std::string name, std::string path)
+viewer_listener::viewer_listener(unique_fd socket, std::string name, std::string path)
     : socket_{std::move(socket)}, name_{std::move(name)}, path_{std::move(path)}
 {
 }
 
-listener::listener(listener&& other) noexcept
+viewer_listener::viewer_listener(viewer_listener&& other) noexcept
     : socket_{std::move(other.socket_)}, name_{std::move(other.name_)}, path_{std::exchange(other.path_, {})}
 {
 }
 
-listener::~listener()
+viewer_listener::~viewer_listener()
 {
     if (!path_.empty())
         unlink(path_.c_str());
 }
 
-listener listener::on_path(const std::string& path)
+viewer_listener viewer_listener::on_path(const std::string& path)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -79,7 +79,7 @@ listener listener::on_path(const std::string& path)
     return {std::move(socket), path, path};
 }
 
-listener listener::on_port(uint16_t port)
+viewer_listener viewer_listener::on_port(uint16_t port)
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -89,12 +89,12 @@ listener listener::on_port(uint16_t port)
     return {bound(AF_INET, reinterpret_cast<const sockaddr*>(&address), sizeof address, name), name, ""};
 }
 
-unique_fd listener::accept() const
+unique_fd viewer_listener::accept() const
 {
     return unique_fd{accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
 }
 
-void listener::wait(int milliseconds) const
+void viewer_listener::wait(int milliseconds) const
 {
     pollfd waiting{socket_.get(), POLLIN, 0};
     poll(&waiting, 1, milliseconds);

@@ -1,79 +1,11 @@
-// The typed calls that are a record there and back: parameters, fences, surfaces.
+// The typed calls of surfaces: defined, referenced, destroyed, and the pool of their ids.
+//
+// A readback place lives as long as the connection's own use of its surface: it goes with the destroy that the server
+// has granted, so that the next surface of that id starts with memory of its own size.
 
 #include "client/connection.h"
 
 using namespace kalix::client_library;
-
-int kalix_getparam(kalix_connection* connection, uint32_t param, uint64_t* value)
-{
-    if (!value)
-        return -EINVAL;
-    getparam_req req{};
-    req.param = param;
-    if (const int error = call(connection, KALIX_GETPARAM, req, sizeof req))
-        return error;
-    *value = req.value;
-    return 0;
-}
-
-int kalix_fifomap(kalix_connection* connection, uint32_t index, uint32_t* value)
-{
-    if (!value)
-        return -EINVAL;
-    fifomap_req req{index, 0};
-    if (const int error = call(connection, KALIX_FIFOMAP, req, sizeof req))
-        return error;
-    *value = req.value;
-    return 0;
-}
-
-int kalix_fifomap_caps(kalix_connection* connection, fifomap_caps_rep* caps)
-{
-    if (!caps)
-        return -EINVAL;
-    fifomap_caps_rep rep{};
-    if (const int error = call(connection, KALIX_FIFOMAP_CAPS, rep, sizeof rep))
-        return error;
-    *caps = rep;
-    return 0;
-}
-
-int kalix_software_mode(kalix_connection* connection, uint32_t* software_mode)
-{
-    if (!software_mode)
-        return -EINVAL;
-    software_mode_req req{};
-    if (const int error = call(connection, KALIX_SOFTWARE_MODE, req, sizeof req))
-        return error;
-    *software_mode = req.software_mode;
-    return 0;
-}
-
-int kalix_fence_wait(kalix_connection* connection, uint32_t fence)
-{
-    fence_wait_req req{fence};
-    return call(connection, KALIX_FENCE_WAIT, req, 0);
-}
-
-int kalix_fence_signalled(kalix_connection* connection, uint32_t fence, int* signalled, uint32_t* passed)
-{
-    if (!signalled)
-        return -EINVAL;
-    fence_signalled_req req{};
-    req.seqno = fence;
-    if (const int error = call(connection, KALIX_FENCE_SIGNALLED, req, sizeof req))
-        return error;
-    *signalled = req.signalled != 0;
-    if (passed)
-        *passed = req.device_seqno;
-    return 0;
-}
-
-int kalix_fence_unref(kalix_connection* connection, uint32_t fence)
-{
-    fence_wait_req req{fence};
-    return call(connection, KALIX_FENCE_UNREF, req, 0);
-}
 
 int kalix_surface_define(kalix_connection* connection, const kalix_surface_description* description, uint32_t* sid)
 {

@@ -8,9 +8,9 @@
 
 namespace kalix::ctl {
 
-bool can_convert(uint32_t format);
+bool has_picture(uint32_t format);
 
 // Packed rows of a format that can be converted; formats without alpha become opaque.
-tools::picture convert(uint32_t format, uint32_t width, uint32_t height, std::span<const std::byte> rows);
+tools::picture picture_of(uint32_t format, uint32_t width, uint32_t height, std::span<const std::byte> rows);
 
 } // namespace kalix::ctl

@@ -1,13 +1,15 @@
+// What the server says of itself without being asked: the last frame's making, and the counters of driver and device.
+//
+// Read from the status and screen files, so that it works while the server is stuck, and disturbs nothing.
+
 #include "tools/ctl/commands.h"
-#include "tools/ctl/names.h"
-#include "tools/picture/picture.h"
+#include "tools/ctl/svga_names.h"
+#include "tools/screen/run_directory.h"
 #include "tools/screen/screen_reader.h"
 #include "tools/screen/status_reader.h"
 
-#include <cstring>
 #include <fmt/format.h>
 #include <kalix/status.h>
-#include <stdexcept>
 
 namespace kalix::ctl {
 namespace {
@@ -51,29 +53,6 @@ table counted(const char* name, const char* kind, const uint64_t (&counters)[cou
 }
 
 } // namespace
-
-report take_screenshot(const arguments& given)
-{
-    const std::string file = given.text("file");
-    const bool cursor = !given.has("--no-cursor");
-    tools::screen_reader reader{tools::run_directory()};
-    tools::screen_frame frame;
-    if (!reader.read(frame, cursor ? tools::cursor_drawing::with : tools::cursor_drawing::without))
-        throw std::runtime_error{"cannot take a screenshot: the screen changes too fast"};
-    if (frame.width == 0 || frame.height == 0)
-        throw std::runtime_error{"cannot take a screenshot: the screen has no size"};
-    tools::picture image{frame.width, frame.height, std::vector<std::byte>(frame.pixels.size() * 4)};
-    std::memcpy(image.pixels.data(), frame.pixels.data(), image.pixels.size());
-    tools::write_png(image, file);
-    return {{{"file", file},
-             {"width", uint64_t{frame.width}},
-             {"height", uint64_t{frame.height}},
-             {"bits_per_pixel", uint64_t{frame.bits_per_pixel}},
-             {"display", std::string{frame.enabled ? "on" : "off"}},
-             {"cursor", cursor}},
-            {},
-            file == "-"};
-}
 
 report tell_frame(const arguments&)
 {

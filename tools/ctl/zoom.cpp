@@ -1,16 +1,19 @@
+// The zoom: a factor in the server's publish/subscribe store, which the server follows.
+//
+// No request sets it, so it is written where the server watches, and the status file says when the server has it.
+
 #include "platform/store/store.h"
 #include "tools/ctl/commands.h"
-#include "tools/screen/screen_reader.h"
+#include "tools/screen/run_directory.h"
 #include "tools/screen/status_reader.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cstring>
 #include <fmt/format.h>
 #include <functional>
-#include <kalix/client.hpp>
+#include <span>
 #include <stdexcept>
 #include <thread>
 
@@ -75,49 +78,6 @@ report tell_or_set_zoom(const arguments& given)
                                                  current_zoom())};
     }
     return {{{"zoom", double{current_zoom()}}}, {}};
-}
-
-report set_mode(const arguments& given)
-{
-    const auto [width, height] = given.extent("size");
-    const auto bits_per_pixel = given.number<uint32_t>("--bpp");
-    const client::connection server;
-    client::check(kalix_set_mode(server.get(), width, height, bits_per_pixel), "set the mode");
-    tools::screen_reader reader{tools::run_directory()};
-    tools::screen_frame frame;
-    if (!reader.read(frame, tools::cursor_drawing::without))
-        throw std::runtime_error{"the mode was asked for, but the screen changes too fast to tell"};
-    const float zoom = current_zoom();
-    const auto side = [zoom](uint32_t of) {
-        return std::max(1u, static_cast<uint32_t>(static_cast<float>(of) * zoom));
-    };
-    if (frame.width != side(width) || frame.height != side(height) || frame.bits_per_pixel != bits_per_pixel)
-        throw std::runtime_error{fmt::format("the device has no mode {}x{} of {} bits; the screen stays {}x{} of {}",
-                                             width, height, bits_per_pixel, frame.width, frame.height,
-                                             frame.bits_per_pixel)};
-    return {{{"mode", fmt::format("{}x{}", width, height)},
-             {"bits_per_pixel", uint64_t{bits_per_pixel}},
-             {"screen", fmt::format("{}x{}", frame.width, frame.height)}},
-            {}};
-}
-
-report ping(const arguments&)
-{
-    const client::connection server;
-    constexpr int rounds = 16;
-    std::vector<double> microseconds;
-    for (int i = 0; i < rounds; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        server.parameter(KALIX_PARAM_HAVE_3D);
-        microseconds.push_back(
-            std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::ranges::nth_element(microseconds, microseconds.begin() + rounds / 2);
-    return {{{"server", uint64_t{tools::read_status(tools::run_directory())->server_pid}},
-             {"run_directory", tools::run_directory()},
-             {"round_trip_us", microseconds[rounds / 2]},
-             {"requests", uint64_t{rounds}}},
-            {}};
 }
 
 } // namespace kalix::ctl

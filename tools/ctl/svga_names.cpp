@@ -1,4 +1,4 @@
-#include "tools/ctl/names.h"
+#include "tools/ctl/svga_names.h"
 
 #include <array>
 #include <fmt/format.h>

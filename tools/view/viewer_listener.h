@@ -8,14 +8,14 @@
 
 namespace kalix::view {
 
-class listener {
+class viewer_listener {
 public:
     // Throw std::system_error. A socket that nobody serves any more is replaced.
-    static listener on_path(const std::string& path);
-    static listener on_port(uint16_t port);
-    listener(listener&& other) noexcept;
-    listener& operator=(listener&&) = delete;
-    ~listener(); // removes the socket's name
+    static viewer_listener on_path(const std::string& path);
+    static viewer_listener on_port(uint16_t port);
+    viewer_listener(viewer_listener&& other) noexcept;
+    viewer_listener& operator=(viewer_listener&&) = delete;
+    ~viewer_listener(); // removes the socket's name
 
     // How people find it.
     const std::string& name() const { return name_; }
@@ -25,7 +25,7 @@ public:
     void wait(int milliseconds) const;
 
 private:
-    listener(unique_fd socket, std::string name, std::string path);
+    viewer_listener(unique_fd socket, std::string name, std::string path);
 
     unique_fd socket_;
     std::string name_;

@@ -9,9 +9,12 @@
 namespace kalix::view {
 
 // Connects at the first move that it is asked for. A server that has gone ends the control, not the viewer.
-class pointer {
+class cursor_control {
 public:
-    pointer(std::string run_directory, bool enabled) : run_directory_{std::move(run_directory)}, enabled_{enabled} {}
+    cursor_control(std::string run_directory, bool enabled)
+        : run_directory_{std::move(run_directory)}, enabled_{enabled}
+    {
+    }
 
     // Screen pixels; those that lie outside are cut.
     void move(int32_t x, int32_t y)

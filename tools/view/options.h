@@ -1,7 +1,4 @@
-// The two ways of looking at a server's screen: a window, and remote viewers.
-//
-// Both follow mode and zoom, show frames whole, and rest while nothing moves. They return the program's
-// exit status and throw std::runtime_error or std::system_error with a text that says what failed.
+// What the command line asks of a viewer, in a window or remote.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +14,5 @@ struct view_options {
     uint16_t port = 0;       // remote viewers: loopback port; 0: a unix socket
     std::string socket_path; // of that socket; empty: vnc in the run directory
 };
-
-int show_window(const view_options& options);
-int serve_vnc(const view_options& options);
 
 } // namespace kalix::view

@@ -1,4 +1,4 @@
-#include "tools/ctl/pixels.h"
+#include "tools/ctl/surface_picture.h"
 
 #include <algorithm>
 #include <cstring>
@@ -49,12 +49,12 @@ std::byte extract(uint32_t pixel, channel from)
 
 } // namespace
 
-bool can_convert(uint32_t format)
+bool has_picture(uint32_t format)
 {
     return layout_of(format) != nullptr;
 }
 
-tools::picture convert(uint32_t format, uint32_t width, uint32_t height, std::span<const std::byte> rows)
+tools::picture picture_of(uint32_t format, uint32_t width, uint32_t height, std::span<const std::byte> rows)
 {
     const layout& from = *layout_of(format);
     const uint32_t bytes = svga3d_block_of(format).bytes;

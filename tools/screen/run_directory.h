@@ -1,0 +1,12 @@
+// Where the server that a tool looks at keeps its files.
+#pragma once
+
+#include <string>
+
+namespace kalix::tools {
+
+// The run directory that the environment or the host's custom names, which need not exist. Throws std::runtime_error
+// for a name that is too long.
+std::string run_directory();
+
+} // namespace kalix::tools
