@@ -24,6 +24,7 @@ namespace {
 
 constexpr uint32_t cid = 1;
 constexpr int repeats = 8; // of a work in one measurement
+// Surfaces, by what they are for; each keeps its id through the run.
 enum sid : uint32_t { target = 1, depth, frame_texture, small_texture, vertices, indices, other };
 
 struct vertex { // of everything that is drawn here
@@ -47,11 +48,13 @@ double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
+// Until all that was sent has been done.
 void wait()
 {
     SVGA_SyncToFence(SVGA_InsertFence());
 }
 
+// A command into the FIFO, committed by itself: the device may begin while the next is being written.
 void send(uint32_t id, const void* body, size_t bytes)
 {
     const svga3d_command_header header{id, static_cast<uint32_t>(bytes)};
@@ -70,7 +73,7 @@ void define(uint32_t id, uint32_t format, uint32_t width, uint32_t height)
     send(SVGA_3D_CMD_SURFACE_DEFINE, &command, sizeof command);
 }
 
-// Between the framebuffer's memory behind the picture and a surface.
+// Between a surface and the upper half of the framebuffer's memory, which no picture here reaches.
 void transfer(const svga_device& device, uint32_t id, uint32_t direction, uint32_t width, uint32_t height)
 {
     const svga3d_guest_image guest{{SVGA_GMR_FRAMEBUFFER, device.fb_bytes / 2}, 0};
@@ -81,6 +84,7 @@ void transfer(const svga_device& device, uint32_t id, uint32_t direction, uint32
     SVGA_FIFOCommitAll();
 }
 
+// A buffer's bytes, there on return.
 void fill(const svga_device& device, uint32_t id, const void* bytes, size_t count)
 {
     std::memcpy(device.framebuffer + device.fb_bytes / 2, bytes, count);
@@ -114,6 +118,7 @@ void set_texture(uint32_t id, uint32_t filter, uint32_t operation = SVGA3D_TC_MO
     SVGA_FIFOCommitAll();
 }
 
+// All elements of a vertex are declared every time; states and texture decide what is made of them.
 void draw(uint32_t primitive, uint32_t primitives, bool indexed)
 {
     svga3d_vertex_declaration* out = nullptr;
@@ -223,6 +228,7 @@ private:
     {
         if (std::string_view{name}.find(part_) == std::string_view::npos)
             return;
+        // Copies and work in turn, so that a machine that slows down slows both.
         std::vector<double> copies, works;
         std::vector<std::byte> from(size_t{width_} * height_ * 4), to(from.size());
         std::memset(from.data(), 1, from.size());
@@ -232,6 +238,7 @@ private:
             copies.push_back(seconds([&] {
                 for (int i = 0; i < repeats; ++i) {
                     std::memcpy(to.data(), from.data(), to.size());
+                    // The copy is read by nobody, which the compiler must not know.
                     asm volatile("" : : "r"(to.data()) : "memory");
                 }
             }));
@@ -244,6 +251,7 @@ private:
         std::printf("  %-46s %8.3f ms %8.2f m\n", name, median(works) * 1e3 / repeats, median(works) / median(copies));
     }
 
+    // Every texel another: nothing can be skipped for being the same as its neighbour.
     void paint(uint32_t id, uint32_t width, uint32_t height)
     {
         auto* const words = reinterpret_cast<uint32_t*>(device_.framebuffer + device_.fb_bytes / 2);
@@ -274,6 +282,7 @@ private:
         fill(device_, vertices, list.data(), list.size() * sizeof(vertex));
     }
 
+    // The whole frame, in pixels: the transform takes them as they are.
     void quad()
     {
         const auto w = static_cast<float>(width_);
@@ -284,6 +293,7 @@ private:
               {0, h, 0.5f, 0, 0, -1, ~0u, 0, 1}});
     }
 
+    // Half squares of 8 pixels, scattered by strides that repeat late: set-up counts, not pixels.
     void small_triangles()
     {
         std::vector<vertex> list;
@@ -298,6 +308,7 @@ private:
         load(list);
     }
 
+    // Half squares of 100 pixels at a thousand depths, over each other: pixels and their depth test count.
     void gouraud()
     {
         std::vector<vertex> list;
@@ -346,6 +357,7 @@ private:
         SVGA3D_SetMaterial(cid, SVGA3D_FACE_FRONT_BACK, &material);
     }
 
+    // What it costs to ask for anything at all: sixteen pixels, and the wake and the wait for them.
     void one_small_draw()
     {
         quad();

@@ -1,4 +1,9 @@
 // Contexts, and the command buffers that carry their commands to the server.
+//
+// A list's memory is the shared object itself, so a submit copies nothing here. The server copies the commands
+// before it answers: once a submit has returned, the list is empty and may be written again. What the commands point
+// at, DMA buffers above all, is read later; the fence says when. A context's
+// commands go through the buffer of its number.
 
 #include "client/connection.h"
 
@@ -30,6 +35,7 @@ int make_buffer(kalix_connection& connection, uint32_t number, command_buffer*& 
 int execbuf_locked(kalix_connection& connection, const execbuf_req& req, execbuf_rep& reply)
     KALIX_REQUIRES(connection.lock)
 {
+    // The answer comes over the question: one record in two roles.
     static_assert(sizeof reply == sizeof req);
     std::memcpy(&reply, &req, sizeof req);
     return call_locked(connection, KALIX_EXECBUF, reply, sizeof reply).result;
@@ -89,6 +95,7 @@ int kalix_submit(kalix_connection* connection, uint32_t number, uint32_t* fence)
         return -ENOENT;
     execbuf_rep reply{};
     const execbuf_req req{.buffer_id = number, .byte_count = buffer->list.used, .delay_us = 0, .pad = {}};
+    // A refused list stays as it is, for the caller to look at or to submit again.
     if (const int error = execbuf_locked(*connection, req, reply))
         return error;
     buffer->list.used = 0;

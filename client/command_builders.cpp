@@ -1,4 +1,9 @@
 // The builders: each lays one command's header, its fixed record and what follows it behind the list.
+//
+// All of a command is appended or none of it, so that a list stays fit for submission after -ENOSPC: the caller
+// submits and tries again. Arguments are passed on unjudged, ids and enumerations alike; to check them is the
+// server's work, which it cannot leave to a client, and a second check here would only disagree one day. What a null
+// pointer means where it is allowed stands in client.h. No lock: a list belongs to one thread.
 
 #include <kalix/client.h>
 
@@ -37,6 +42,7 @@ int append(kalix_commands* list, std::initializer_list<part> parts)
 {
     if (!list || !list->memory || list->used > list->capacity)
         return -EINVAL;
+    // First whether all of it fits, then the copying.
     size_t left = list->capacity - list->used;
     for (const part& one : parts) {
         if (one.missing)
@@ -67,6 +73,7 @@ int append_3d(kalix_commands* list, uint32_t id, part head, part first = {}, par
 
 int kalix_cmd_update(kalix_commands* list, uint32_t x, uint32_t y, uint32_t width, uint32_t height)
 {
+    // The one 2D command: its id gives its length, so no word for that follows.
     constexpr uint32_t update_id = 1;
     return append(list, {fixed(std::array{update_id, x, y, width, height})});
 }

@@ -1,3 +1,9 @@
+// Opening, keeping and ending a connection; every request of the library passes through request() here.
+//
+// A stream that broke stays broken: after half a frame nobody knows where the next one begins. So the first such
+// error marks the connection as lost, its socket is shut down at once, which lets the server release what was made
+// through it, and all further requests get that error without touching the stream.
+
 #include "client/connection.h"
 
 #include <kalix/rundir.h>
@@ -52,6 +58,7 @@ int open_connection(const char* run_directory, owned<kalix_connection>& out)
     auto connection = make<kalix_connection>();
     if (!connection)
         return -ENOMEM;
+    // Open for its path alone, for the length of this call: search permission will do.
     const unique_fd directory{open(run_directory, O_PATH | O_DIRECTORY | O_CLOEXEC)};
     if (!directory)
         return -errno;
@@ -70,6 +77,7 @@ int open_connection(const char* run_directory, owned<kalix_connection>& out)
 
 } // namespace
 
+// A forked child shares the socket: a request of its own would mix its bytes with the parent's.
 int check_caller(const kalix_connection* connection)
 {
     if (!connection)
@@ -138,6 +146,7 @@ int kalix_connection_error(kalix_connection* connection)
     return connection->lost;
 }
 
+// Names go first, as at the close: once the server has answered, their numbers may be another connection's.
 int kalix_disconnect(kalix_connection* connection)
 {
     if (const int error = check_caller(connection))
@@ -163,6 +172,7 @@ int kalix_request(kalix_connection* connection, int32_t command, const void* pay
         return error;
     if (!status || (!payload && payload_bytes) || (!reply && reply_room))
         return -EINVAL;
+    // The server would end the connection for a longer one; here the caller alone has erred.
     if (payload_bytes > KALIX_MESSAGE_MAX - sizeof(kalix_request_header))
         return -EMSGSIZE;
     const kalix_request_header header{KALIX_REQUEST_MAGIC, command, static_cast<int32_t>(payload_bytes)};

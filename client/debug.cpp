@@ -1,4 +1,6 @@
 // The typed calls of debugging tools: surfaces of any client, looked at and altered.
+//
+// A server under KALIX_STRICT=1 answers them for its own user alone.
 
 #include "client/connection.h"
 
@@ -23,6 +25,7 @@ int ask(kalix_connection* connection, int32_t command, record* question)
 
 int kalix_debug_reset(kalix_connection* connection)
 {
+    // No record goes with it, so the typed call does not fit.
     int32_t status = 0;
     const int error = kalix_request(connection, KALIX_DEBUG_RESET, nullptr, 0, nullptr, 0, nullptr, &status);
     return error ? error : result_of_status(status);

@@ -1,4 +1,7 @@
 // The typed calls of the display: presents, overlays, mode and cursor.
+//
+// Coordinates and sizes are pixels of the mode, before the zoom; those of the cursor are the screen's, after it. To
+// judge them is the server's work; here is refused only what would make the message itself wrong.
 
 #include "client/connection.h"
 
@@ -73,6 +76,7 @@ int kalix_set_cursor(kalix_connection* connection, const kalix_cursor_image* ima
     if (pixel_bytes && !image->pixels)
         return -EINVAL;
     const set_cursor_req req{0, image->hotspot_x, image->hotspot_y, image->width, image->height, 0};
+    // Header and pixels are one payload; at most 256 KiB, too much for a caller's stack.
     auto* const payload = static_cast<std::byte*>(std::malloc(sizeof req + pixel_bytes));
     if (!payload)
         return -ENOMEM;

@@ -1,4 +1,7 @@
 // DMA buffers: the server makes the shared object, the client maps it and finds its bytes at an offset.
+//
+// The mapping is the caller's, not the connection's: it outlives a lost or closed connection, so that a thread that
+// is still writing pixels does not fault, until kalix_dmabuf_unref() or kalix_dmabuf_unmap().
 
 #include "client/connection.h"
 
@@ -36,10 +39,12 @@ int kalix_dmabuf_alloc(kalix_connection* connection, uint32_t size, kalix_dma_bu
     if (!buffer)
         return -EINVAL;
     dmabuf_alloc_req req{};
+    // One word in two roles: the size on the way there, the offset of the bytes on the way back.
     req.data_offset = size;
     if (const int error = call(connection, KALIX_DMABUF_ALLOC, req, sizeof req))
         return error;
     const int error = map_buffer(*connection, req, size, *buffer);
+    // The server has a buffer that nobody here can reach: it is given back.
     if (error) {
         dmabuf_unref_req undo{req.handle};
         call(connection, KALIX_DMABUF_UNREF, undo, 0);
@@ -53,6 +58,7 @@ int kalix_dmabuf_unref(kalix_connection* connection, kalix_dma_buffer* buffer)
         return -EINVAL;
     dmabuf_unref_req req{buffer->handle};
     const int result = call(connection, KALIX_DMABUF_UNREF, req, 0);
+    // Whatever the answer: a server that does not know the buffer does not use it either.
     kalix_dmabuf_unmap(buffer);
     return result;
 }

@@ -1,4 +1,5 @@
 // The typed calls that ask what the device is: parameters, FIFO registers, capabilities.
+// Nothing is kept here: a connection knows its server only by asking.
 
 #include "client/connection.h"
 

@@ -1,3 +1,8 @@
+// The files behind shared objects: made, shared or attached, always through the open directory shm/.
+//
+// Names are fixed by the protocol. The server works out those of command buffers and of readback itself, from the
+// sender's process id and a number, so they cannot be chosen freely to be safe; the flags and checks here make them so.
+
 #include "client/shm.h"
 
 #include "base/unique_fd.h"
@@ -12,8 +17,11 @@ namespace kalix::client_library {
 namespace {
 
 constexpr mode_t owner_only = 0600;
+// No link is followed out of the directory, and a pipe that somebody put there does not block the open.
 constexpr int open_flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
+// Blocks and not only a length, as ftruncate would give: a full file system is an error now, not a signal at the
+// first touch. The error is the function's value; errno says nothing.
 // Room of bytes bytes in the file, or a negative errno.
 int take_room(int fd, size_t bytes)
 {
@@ -62,6 +70,7 @@ object_name dma_buffer_name(uint32_t handle)
     return name;
 }
 
+// What an ended process of the same id has left is taken away and not used: others may still have it mapped.
 int shm_create(int directory, const object_name& name, size_t bytes, mapping& out)
 {
     shm_remove(directory, name);
@@ -79,6 +88,7 @@ int shm_share(int directory, const object_name& name, size_t bytes, mapping& out
     const unique_fd file{openat(directory, name.text, open_flags | O_CREAT, owner_only)};
     if (!file)
         return -errno;
+    // Found and not made, perhaps: another user could have put it there to read along.
     struct stat status {};
     if (fstat(file.get(), &status) != 0)
         return -errno;
@@ -92,6 +102,7 @@ int shm_attach(int directory, const object_name& name, size_t bytes, mapping& ou
     const unique_fd file{openat(directory, name.text, open_flags)};
     if (!file)
         return -errno;
+    // The server made it, whose user may be another; but one that is too short would fault at the first touch.
     struct stat status {};
     if (fstat(file.get(), &status) != 0)
         return -errno;

@@ -1,3 +1,8 @@
+// Sending and receiving of frames, whole, whatever the socket makes of them.
+//
+// A signal handler of the client's may interrupt any call here; it is then made again, for a frame cannot be left
+// half-way. Lengths that the server gives are compared with the room before anything is read into it.
+
 #include "client/wire.h"
 
 #include <kalix/protocol.h>
@@ -41,11 +46,13 @@ std::span<iovec> advanced(std::span<iovec> parts, size_t sent)
 
 int send_all(int socket, std::span<iovec> parts)
 {
+    // Empty parts are dropped, so that the loop ends with the last byte.
     parts = advanced(parts, 0);
     while (!parts.empty()) {
         msghdr header{};
         header.msg_iov = parts.data();
         header.msg_iovlen = parts.size();
+        // A server that has gone is an error to return, not a signal that ends the client.
         const ssize_t sent = sendmsg(socket, &header, MSG_NOSIGNAL);
         if (sent >= 0)
             parts = advanced(parts, static_cast<size_t>(sent));
@@ -59,6 +66,7 @@ int receive_all(int socket, std::span<std::byte> room)
 {
     while (!room.empty()) {
         const ssize_t got = recv(socket, room.data(), room.size(), 0);
+        // The end of the stream in the middle of a reply: whoever waits for it has lost the server.
         if (got == 0)
             return -ECONNRESET;
         if (got > 0)
@@ -108,6 +116,7 @@ int result_of_status(int32_t status)
 {
     if (status > status_last || status < -status_last)
         return -EPROTO;
+    // Some requests answer with positive error numbers; this one is no such number.
     if (status == status_unknown)
         return -ENOSYS;
     return status > 0 ? -status : status;

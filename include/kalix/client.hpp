@@ -75,7 +75,8 @@ private:
     kalix_connection* handle_ = nullptr;
 };
 
-// Memory that this process and the device share.
+// Memory that this process and the device share. Commands name it by at(), and the device reads or writes it while they
+// run: it is written again, read, or given back only behind their fence.
 class dma_buffer {
 public:
     dma_buffer(const connection& server, uint32_t bytes) : server_{server.get()}
@@ -107,7 +108,7 @@ private:
     kalix_dma_buffer buffer_{};
 };
 
-// A reference on a surface of one image and one level.
+// A reference on a surface of one image and one level. It is this connection's; others may hold the surface longer.
 class surface {
 public:
     surface(const connection& server, uint32_t flags, uint32_t format, uint32_t width, uint32_t height)
@@ -140,7 +141,7 @@ public:
     uint32_t height() const { return height_; }
     svga3d_image image() const { return {sid_, 0, 0}; }
 
-    // The whole picture, its rows packed.
+    // The whole picture, its rows packed, in the surface's own format.
     std::vector<std::byte> read() const
     {
         const size_t stride = size_t{width_} * kalix_readback_pixel_bytes(format_);
@@ -171,7 +172,8 @@ public:
 
     kalix_commands* list() const { return list_; }
 
-    // Runs what has been appended and returns the fence behind it.
+    // Hands over what has been appended and returns the fence behind it, without waiting for it. The list is empty
+    // afterwards; what its commands point at is still in use until the fence has passed.
     uint32_t submit()
     {
         uint32_t fence = 0;
@@ -223,6 +225,7 @@ public:
     }
 
 private:
+    // -ENOSPC: the list is full, nothing was appended, and a submit makes room.
     static void append(int result) { check(result, "append a command"); }
 
     kalix_connection* server_;
@@ -236,6 +239,7 @@ public:
     explicit context(const connection& server) : server_{server.get()}
     {
         check(kalix_context_define(server_, &cid_), "define a context");
+        // Without a destructor yet, since no object is made: given back by hand.
         try {
             commands_.emplace(server_, cid_);
         } catch (...) {

@@ -1,4 +1,7 @@
 // kalixctl: looks into a running server, and changes what it shows.
+//
+// A command is a row of the table below: its words, and a function that finds out and returns a report. Printing is
+// the same for all, so that each has its text and its JSON for nothing.
 
 #include "tools/command_line.h"
 #include "tools/ctl/commands.h"
@@ -39,6 +42,7 @@ constexpr parameter file{.name = "file",
                          .help = "the file to write; - for standard output",
                          .required = true};
 
+// What each command takes, in the order in which people type it.
 constexpr parameter of_surface[] = {sid};
 
 constexpr parameter of_dump[] = {
@@ -92,6 +96,7 @@ constexpr parameter of_mode[] = {{.name = "size",
                                   .help = "bits per pixel, 16 or 32",
                                   .initial = "32"}};
 
+// A report on its way out; a pipe that has closed is a failure, too.
 template <report (*find_out)(const arguments& given)>
 int print(const arguments& given)
 {

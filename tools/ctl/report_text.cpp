@@ -1,3 +1,6 @@
+// Reports for people: fields below each other, tables in columns as wide as their widest cell. Scripts take JSON; this
+// text may change from release to release.
+
 #include "tools/ctl/report.h"
 
 #include <algorithm>
@@ -29,6 +32,7 @@ std::string title(std::string name)
     return name;
 }
 
+// The first three kinds of a value: whole numbers with and without sign, and fractions.
 bool is_number(const value& content)
 {
     return content.index() <= 2;

@@ -18,6 +18,7 @@ report take_screenshot(const arguments& given)
     tools::screen_frame frame;
     if (!reader.read(frame, cursor ? tools::cursor_drawing::with : tools::cursor_drawing::without))
         throw std::runtime_error{"cannot take a screenshot: the screen changes too fast"};
+    // A device that has not started yet, or one that has stopped.
     if (frame.width == 0 || frame.height == 0)
         throw std::runtime_error{"cannot take a screenshot: the screen has no size"};
     tools::picture image{frame.width, frame.height, std::vector<std::byte>(frame.pixels.size() * 4)};

@@ -1,3 +1,6 @@
+// One table says where each format keeps its channels, and one loop reads by it: a dump is not fast, but every row of
+// the table can be checked against the format's definition by eye.
+
 #include "tools/ctl/surface_picture.h"
 
 #include <algorithm>
@@ -42,6 +45,7 @@ std::byte extract(uint32_t pixel, channel from)
 {
     if (from.bits == 0)
         return std::byte{255};
+    // The brightest of few bits is the brightest of eight, and what lies between is rounded.
     const uint32_t most = (1u << from.bits) - 1;
     const uint32_t value = pixel >> from.shift & most;
     return static_cast<std::byte>((value * 255 + most / 2) / most);

@@ -1,3 +1,8 @@
+// Surfaces of any client, looked at, shown, dumped and filled.
+//
+// Debug requests find a surface whoever holds it. Its pixels come over the way of every client: a reference, then a
+// transfer into a buffer of one's own, which leaves the screen alone.
+
 #include "tools/ctl/commands.h"
 #include "tools/ctl/surface_picture.h"
 #include "tools/ctl/svga_names.h"
@@ -62,6 +67,7 @@ std::vector<std::byte> read_surface(const client::connection& server, const sid_
 {
     const svga3d_block block = svga3d_block_of(info.format);
     const uint64_t bytes = svga3d_row_bytes(block, info.width) * svga3d_block_rows(block, info.height);
+    // One buffer takes it whole, whose size is a word of 32 bits.
     constexpr uint64_t most = uint64_t{1} << 30;
     if (bytes == 0 || bytes > most)
         throw std::runtime_error{
@@ -83,6 +89,7 @@ report list_surfaces(const arguments&)
     const client::connection server;
     table surfaces{"surfaces", {}};
     list_sids_req list{};
+    // Ten at a time; the server goes on in between, so one that comes or goes meanwhile may be missed.
     do {
         client::check(kalix_debug_list(server.get(), &list),
                       "list surfaces (under KALIX_STRICT=1 only the server's user may)");
@@ -161,6 +168,7 @@ report dump_bytes(const arguments& given)
     const client::connection server;
     expect_surface(kalix_debug_dump(server.get(), &dump), sid, "dump");
     table rows{"rows", {}};
+    // Packed, whatever the stride was.
     const std::span data{dump.data};
     for (uint32_t row = 0; row < count; ++row) {
         const auto bytes = data.subspan(size_t{row} * row_bytes, row_bytes);

@@ -1,3 +1,6 @@
+// Tables in the order of the interface's numbers: a format, command or refusal that is added there without a name here
+// does not compile. A server newer than this tool may still send one that is beyond.
+
 #include "tools/ctl/svga_names.h"
 
 #include <array>

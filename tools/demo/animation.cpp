@@ -1,3 +1,6 @@
+// The end of an animation by ctrl-C is an orderly one: the frame at hand is finished, objects are given back, and the
+// rate is told. A handler does no more than leave a mark.
+
 #include "tools/demo/animation.h"
 
 #include <csignal>

@@ -1,3 +1,6 @@
+// Each scene sets the states that it is about, and no other: it can be read as the recipe for that one feature. What a
+// right picture shows is said where it does not meet the eye.
+
 #include "tools/demo/gallery_scenes.h"
 
 #include "tools/demo/studio.h"
@@ -16,6 +19,7 @@ void filter(studio& on, uint32_t which)
     on.texture_state(0, {{SVGA3D_TS_MINFILTER, which}, {SVGA3D_TS_MAGFILTER, which}});
 }
 
+// From the viewer's upper left, so that highlights lie where they are expected.
 svga3d_light sun()
 {
     svga3d_light light{};
@@ -87,6 +91,7 @@ void draw_flat(studio& on)
     draw_light(on);
 }
 
+// The same square twice, near and turned, with texels larger than pixels: edges here, and none in draw_linear().
 void draw_nearest(studio& on)
 {
     tiles(on);
@@ -124,6 +129,7 @@ void draw_mipmaps(studio& on)
              {-20, -1, -2, 0, 1, 0, ~0u, -20, -2, 0}});
 }
 
+// One square for each mode, its coordinates running from -1 to 2, so that the outer ring is the mode's.
 void draw_addresses(studio& on)
 {
     tiles(on);
@@ -136,6 +142,8 @@ void draw_addresses(studio& on)
     }
 }
 
+// Coordinates are generated from view and normal, so the vertices' own do not matter: each face's white rim shows
+// where the cube's edges are reflected.
 void draw_reflection(studio& on)
 {
     std::vector<uint32_t> words;
@@ -183,6 +191,7 @@ void draw_blocks(studio& on)
     }
 }
 
+// The second stage is clamped: its glow lies once on the square, the first stage's tiles in every part of it.
 void draw_stages(studio& on)
 {
     tiles(on);
@@ -201,6 +210,7 @@ void draw_stages(studio& on)
 void draw_fog(studio& on)
 {
     tiles(on);
+    // Fog of the background's colour: what is far enough away is not there.
     on.set({{SVGA3D_RS_FOGENABLE, 1}, {SVGA3D_RS_FOGMODE, 3 | 2 << 8}, {SVGA3D_RS_FOGCOLOR, 0xFF1B2238}});
     on.set(SVGA3D_RS_FOGSTART, 2);
     on.set(SVGA3D_RS_FOGEND, 11);
@@ -211,6 +221,7 @@ void draw_fog(studio& on)
     }
 }
 
+// Ring or nothing, no blending: through a hole shows what is behind it, in whatever order the triangles come.
 void draw_alpha_test(studio& on)
 {
     std::vector<uint32_t> words;
@@ -225,6 +236,7 @@ void draw_alpha_test(studio& on)
     on.sphere();
 }
 
+// Lights add up: yellow, cyan, magenta where two meet, nearly white in the middle. No depth, so all of them count.
 void draw_blending(studio& on)
 {
     on.set({{SVGA3D_RS_ZENABLE, 0},
@@ -238,6 +250,7 @@ void draw_blending(studio& on)
     }
 }
 
+// First the stencil without colour, then the sphere where the stencil is still clear.
 void draw_stencil(studio& on)
 {
     on.set({{SVGA3D_RS_STENCILENABLE, 1},
@@ -267,12 +280,14 @@ void draw_cut(studio& on)
     on.sphere();
 }
 
+// Faces towards the viewer are culled, so what shows is the inside of the far half.
 void draw_wires(studio& on)
 {
     on.set({{SVGA3D_RS_FILLMODE, SVGA3D_FILLMODE_LINE}, {SVGA3D_RS_CULLMODE, SVGA3D_FACE_FRONT}});
     on.sphere();
 }
 
+// Near points are large, far ones small: a size goes by one over the distance.
 void draw_points(studio& on)
 {
     std::vector<uint32_t> words;
@@ -300,6 +315,7 @@ void draw_points(studio& on)
     on.draw(SVGA3D_PRIMITIVE_POINTLIST, 400, points);
 }
 
+// Depth is cleared behind each window, so that each sphere meets no other's.
 void draw_scissor(studio& on)
 {
     tiles(on);

@@ -1,3 +1,6 @@
+// Rings of vertices along a closed curve, joined by quads. The last ring repeats the first, with texture coordinates
+// of its own: a seam of the texture needs two vertices in one place.
+
 #include "tools/demo/knot.h"
 
 #include <algorithm>
@@ -54,6 +57,7 @@ void add_ring(knot& to, int r)
 {
     const float t = 2 * pi * static_cast<float>(r) / rings;
     const vector3 center = curve(t);
+    // A difference will do for a tangent; the side is taken against a direction that the curve never follows.
     const vector3 forward = unit(curve(t + 0.01F) - center);
     const vector3 side = unit(cross(forward, center + vector3{0, 0, 0.8F}));
     const vector3 up = cross(side, forward);

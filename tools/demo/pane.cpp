@@ -23,6 +23,7 @@ using namespace std::chrono_literals;
 
 constexpr uint32_t pane_width = 300, pane_height = 112;
 constexpr float corner_radius = 22;
+// About a frame: presents show the pane wherever it then is.
 constexpr auto step_time = 16ms;
 constexpr uint32_t glass = 0x70305090, rim = 0xE0C8DCFF, ink = 0xF0FFFFFF; // 0xAARRGGBB
 

@@ -35,6 +35,7 @@ studio::studio(const client::connection& server, uint32_t width, uint32_t height
     place(0);
 }
 
+// Commands are collected until submit(): an upload or the picture's end.
 void studio::set(std::initializer_list<svga3d_render_state_value> states)
 {
     commands().set_render_states({states.begin(), states.size()});
@@ -78,6 +79,7 @@ void studio::texture(uint32_t stage, uint32_t format, std::vector<surface_size> 
     textures_.push_back(sid);
     const client::dma_buffer staging{server_, static_cast<uint32_t>(words.size() * 4)};
     std::ranges::copy(std::as_bytes(std::span{words}), staging.bytes().begin());
+    // Images lie in the buffer as they do in a size list: all levels of a face, then the next face.
     uint32_t offset = 0;
     for (uint32_t image = 0; image < list.size(); ++image) {
         const surface_size& size = list[image];
@@ -113,6 +115,8 @@ void studio::material(const svga3d_material& material)
 
 void studio::sphere(float radius)
 {
+    // A normal is the direction itself, its colour the normal's, its third coordinate its depth: so one shape serves
+    // colours, lights, textures and volumes.
     const auto corner = [radius](uint32_t i, uint32_t j) {
         const float down = std::numbers::pi_v<float> * static_cast<float>(j) / bands;
         const float around = std::numbers::pi_v<float> * static_cast<float>(i) / bands;
@@ -149,12 +153,14 @@ void studio::square(float size, uint32_t color, float repeat)
 
 void studio::draw(svga3d_primitive type, uint32_t primitives, const std::vector<studio_vertex>& vertices)
 {
+    // Kept until the picture is finished: the draw that reads it is only appended here.
     kept_.push_back(upload(SVGA3D_SURFACE_HINT_VERTEXBUFFER, std::as_bytes(std::span{vertices})));
     const uint32_t sid = kept_.back().sid();
     const auto element = [sid](uint32_t kind, uint32_t usage, uint32_t index, size_t offset) {
         return svga3d_vertex_declaration{
             kind, 0, usage, index, {sid, static_cast<uint32_t>(offset), sizeof(studio_vertex)}, 0, 0};
     };
+    // All elements are always declared; the states say which are used.
     const std::array declarations{
         element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_POSITION, 0, offsetof(studio_vertex, x)),
         element(SVGA3D_DECLTYPE_FLOAT3, SVGA3D_DECLUSAGE_NORMAL, 0, offsetof(studio_vertex, nx)),

@@ -39,6 +39,7 @@ public:
 
     std::FILE* file() const { return file_; }
 
+    // The last bytes leave here, and with them the last chance to hear that the disk is full.
     void finish()
     {
         const bool whole = (removable_ ? std::fclose(file_) : std::fflush(file_)) == 0;

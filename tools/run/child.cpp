@@ -1,3 +1,6 @@
+// Between fork and exec nothing allocates and nothing throws: what the child needs, its arguments and environment as
+// arrays of pointers, is laid out before the fork.
+
 #include "tools/run/child.h"
 
 #include <algorithm>
@@ -60,8 +63,10 @@ std::vector<char*> pointers_to(std::vector<std::string>& strings)
 
 void enter_background(pid_t parent)
 {
+    // Its own group, or a ctrl-C at the terminal would end the server before the command it serves.
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGTERM);
+    // A parent that died before the line above has sent no signal.
     if (getppid() != parent)
         _exit(exit_not_executable);
     const int nothing = open("/dev/null", O_RDONLY);
@@ -78,6 +83,7 @@ void tell(const char* text)
 {
     if (options.background)
         enter_background(parent);
+    // Everything is open for this process alone; this one descriptor is for the child.
     if (options.inherited_fd >= 0)
         fcntl(options.inherited_fd, F_SETFD, 0);
     if (options.signal_mask)
@@ -104,6 +110,7 @@ child::child(const start_options& options)
     pid_ = fork();
     if (pid_ < 0)
         fail("start a process");
+    // Does not return.
     if (pid_ == 0)
         become(options, arguments.data(), environment.data(), parent);
     process_fd_ = unique_fd{open_process(pid_)};
@@ -130,6 +137,7 @@ void child::signal(int number) const
 
 int child::wait()
 {
+    // No such child, the one other error, ends the wait as well: there is nothing to wait for.
     while (running())
         if (waitpid(pid_, &status_, 0) == pid_ || errno != EINTR)
             pid_ = -1;
@@ -149,6 +157,7 @@ bool child::wait_for(int milliseconds)
 
 int exit_status_of(int wait_status)
 {
+    // Shells tell a signal's end so; scripts around kalix-run know it.
     constexpr int signal_base = 128;
     return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }

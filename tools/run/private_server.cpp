@@ -1,3 +1,6 @@
+// The order of making is that of the members: directory, store, log, pipe, process; the end goes the other way, so that
+// the server is gone before its directory is.
+
 #include "tools/run/private_server.h"
 
 #include <algorithm>
@@ -26,6 +29,7 @@ std::string base_directory()
     const char* given = std::getenv("TMPDIR");
     if (given && *given)
         return given;
+    // In memory where the host has such a place: clients' buffers lie in the run directory, too.
     return access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
 }
 
@@ -72,6 +76,7 @@ private_server::private_server(const server_options& options)
     start.signal_mask = options.signal_mask;
     start.inherited_fd = told.get();
     start.background = true;
+    // This process's writing end closes on return; the pipe ends when the server's does.
     process_.emplace(start);
 }
 
@@ -86,6 +91,7 @@ private_server::~private_server()
 bool private_server::await_ready(int interrupt_fd)
 {
     std::array<pollfd, 2> watched{{{ready_.get(), POLLIN, 0}, {interrupt_fd, POLLIN, 0}}};
+    // Signals come through interrupt_fd, so an interrupted wait is rare, and starting it anew does no harm.
     int events = 0;
     do
         events = poll(watched.data(), watched.size(), ready_ms);
@@ -117,6 +123,7 @@ std::string private_server::log_tail() const
     if (!file.seekg(0, std::ios::end))
         return "(no log)";
     const std::streamoff length = file.tellg();
+    // The end says why it ended; a server that wrote for hours would fill the terminal.
     file.seekg(std::max<std::streamoff>(0, length - log_tail_bytes));
     std::string text{std::istreambuf_iterator<char>{file}, {}};
     return text.empty() ? "(empty)" : text;

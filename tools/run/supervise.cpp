@@ -1,3 +1,6 @@
+// One poll waits for the command, the server and signals together, each as a descriptor: no handler runs, and no
+// signal slips in between a look and a wait.
+
 #include "tools/run/supervise.h"
 
 #include "tools/run/private_server.h"
@@ -22,6 +25,7 @@ public:
         sigemptyset(&wanted);
         for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
             sigaddset(&wanted, number);
+        // For the whole life of the process; children get the mask from before.
         sigprocmask(SIG_BLOCK, &wanted, &before_);
         feed_ = unique_fd{signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK)};
         if (!feed_)
@@ -39,6 +43,7 @@ public:
         signalfd_siginfo info{};
         if (read(feed_.get(), &info, sizeof info) != sizeof info)
             return {};
+        // The kernel itself sends what a key at the terminal asks for, to all of the foreground group.
         return {static_cast<int>(info.ssi_signo), info.ssi_code == SI_KERNEL};
     }
 
@@ -59,6 +64,7 @@ bool watch(child& command, private_server& server, const signal_feed& signals)
             throw std::system_error{errno, std::generic_category(), "wait for the command"};
         if (const auto arrived = signals.take(); arrived.number != 0 && !arrived.from_terminal)
             command.signal(arrived.number);
+        // The command may do without its server, or want to tell its own story, so it goes on.
         if (watched[2].revents & POLLIN) {
             server_lives = false;
             std::cerr << "kalix-run: the server ended with " << description_of(server.process().wait())
@@ -84,6 +90,7 @@ int supervise(const run_options& options)
     start.command = options.command;
     start.environment = server.client_environment();
     start.signal_mask = signals.mask_before();
+    // Made after the server, so it ends first, whatever happens.
     child command{start};
     const bool server_lived = watch(command, server, signals);
     const int status = exit_status_of(command.wait());

@@ -1,3 +1,6 @@
+// Files that another process writes: they may be missing, too short, or growing while they are looked at, and none of
+// that may fault here. Mapped read-only; a reader cannot harm its server.
+
 #include "tools/screen/mapped_file.h"
 
 #include <cerrno>
@@ -49,6 +52,7 @@ void mapped_file::remap()
     struct stat facts {};
     if (fstat(file_.get(), &facts) != 0)
         fail(errno, "look at " + path_);
+    // No bytes yet is a server that has made the file and not given it room: what is mapped stays.
     const auto size = static_cast<size_t>(facts.st_size);
     if (size == bytes_.size() || size == 0)
         return;
@@ -61,6 +65,7 @@ void mapped_file::remap()
 
 void wait_a_little(int attempt)
 {
+    // A writer is done in microseconds, unless it has lost its processor to this very loop.
     constexpr int yields = 20;
     if (attempt < yields)
         std::this_thread::yield();

@@ -1,3 +1,6 @@
+// Copy first, make sense of it later: what lies between two looks at the sequence counter is copying alone, so that a
+// frame is caught between two changes; every number is judged in the copy, where nobody changes it any more.
+
 #include "tools/screen/screen_reader.h"
 
 #include <algorithm>
@@ -50,6 +53,7 @@ void draw_cursor(const kalix_screen_cursor& cursor, screen_frame& frame)
 {
     if (!cursor.visible || cursor.width > KALIX_SCREEN_CURSOR_EXTENT || cursor.height > KALIX_SCREEN_CURSOR_EXTENT)
         return;
+    // In 64 bits: positions and hotspots are any 32-bit numbers.
     const int64_t left = int64_t{cursor.x} - cursor.hotspot_x;
     const int64_t top = int64_t{cursor.y} - cursor.hotspot_y;
     for (uint32_t row = 0; row < cursor.height; ++row)
@@ -105,6 +109,7 @@ bool screen_reader::read(screen_frame& frame, cursor_drawing cursor)
     frame.bits_per_pixel = state_.bits_per_pixel;
     frame.damage = state_.damage;
     frame.pixels.assign(size_t{frame.width} * frame.height, opaque);
+    // A server of another mind, or a file cut short, shows black and not what happens to lie behind.
     const bool whole = picture_.size() == size_t{state_.pitch} * state_.height &&
                        uint64_t{state_.width} * state_.bits_per_pixel / 8 <= state_.pitch;
     if (!frame.enabled || !whole)
@@ -120,6 +125,7 @@ bool screen_reader::read(screen_frame& frame, cursor_drawing cursor)
 bool screen_reader::changed()
 {
     const std::atomic_ref<uint32_t> counter{const_cast<uint32_t&>(header().sequence)};
+    // An odd number, a change under way, counts as one: read() waits for its end.
     const uint32_t now = counter.load(std::memory_order_acquire);
     return now != std::exchange(sequence_, now);
 }

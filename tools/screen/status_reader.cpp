@@ -14,6 +14,7 @@ std::unique_ptr<kalix_status> read_status(const std::string& directory)
     auto copy = std::make_unique<kalix_status>();
     if (!snapshot(from.sequence, [&] { std::memcpy(copy.get(), &from, sizeof from); }))
         throw std::runtime_error{path + " changes too fast to be read"};
+    // Judged in the copy, which nobody changes any more.
     if (copy->magic != KALIX_STATUS_MAGIC || copy->version != KALIX_STATUS_VERSION ||
         copy->header_bytes < sizeof(kalix_status))
         throw std::runtime_error{path + " is not a status that this version reads"};

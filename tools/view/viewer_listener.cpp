@@ -1,3 +1,6 @@
+// Sockets that only this machine reaches: whoever may connect sees the screen, so a unix socket is made with its final
+// rights, and a port is bound to the loopback interface and nothing else.
+
 #include "tools/view/viewer_listener.h"
 
 #include <arpa/inet.h>
@@ -25,6 +28,7 @@ constexpr int backlog = 8;
 unique_fd bound(int domain, const sockaddr* address, socklen_t length, const std::string& name)
 {
     unique_fd socket{::socket(domain, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
+    // Otherwise connections that ended within the last minute keep the port from being bound again.
     const int yes = 1;
     if (!socket || setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) != 0 ||
         bind(socket.get(), address, length) != 0 || listen(socket.get(), backlog) != 0)
@@ -36,6 +40,7 @@ unique_fd bound(int domain, const sockaddr* address, socklen_t length, const std
 bool is_served(const sockaddr_un& address)
 {
     const unique_fd probe{::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
+    // A full queue answers EAGAIN: somebody serves, and has much to do.
     return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 || errno == EAGAIN;
 }
 
@@ -70,6 +75,7 @@ viewer_listener viewer_listener::on_path(const std::string& path)
         errno = EADDRINUSE;
         fail(path);
     }
+    // Left by one that was killed. Anything else of that name is not ours to remove: bind refuses.
     struct stat facts {};
     if (lstat(path.c_str(), &facts) == 0 && S_ISSOCK(facts.st_mode))
         unlink(path.c_str());

@@ -62,6 +62,7 @@ public:
         screen_->httpPort = 0;
         screen_->autoPort = FALSE;
         screen_->port = screen_->ipv6port = -1;
+        // A shape of its own would be drawn by viewers at once, but not where the server has it.
         screen_->cursor = nullptr; // it is in the picture
         screen_->screenData = this;
         screen_->newClientHook = [](rfbClientPtr client) { return this_of(client).welcome(client); };
@@ -87,6 +88,7 @@ public:
                 rfbNewClient(screen_, client.release()); // the library's from here on
             if (screen_->clientHead)
                 update();
+            // The library waits for its sockets so long; without viewers there are none.
             rfbProcessEvents(screen_, screen_->clientHead ? busy_us : 0);
             if (!screen_->clientHead)
                 door.wait(idle_ms);
@@ -113,6 +115,7 @@ private:
     // Words of 0xAARRGGBB, whose address the library keeps.
     void describe_pixels()
     {
+        // One more, so that there is an address even for a screen without pixels.
         pixels_.resize(size_t{shown_.width} * shown_.height + 1);
         screen_->frameBuffer = reinterpret_cast<char*>(pixels_.data());
         screen_->serverFormat.redShift = 16;
@@ -127,6 +130,7 @@ private:
         const bool resized = frame_.width != shown_.width || frame_.height != shown_.height;
         const rows changed = resized ? rows{0, static_cast<int>(frame_.height)}
                                      : difference(frame_.pixels, shown_.pixels, frame_.width, frame_.height);
+        // The old frame's memory is read into next time.
         std::swap(frame_, shown_);
         if (resized)
             resize();

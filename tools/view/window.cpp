@@ -49,6 +49,7 @@ public:
     {
         if (!window_)
             fail("open a window");
+        // In step with the display where it can be, which also bounds the rate; else on the processor.
         renderer_.reset(SDL_CreateRenderer(window_.get(), -1, SDL_RENDERER_PRESENTVSYNC));
         if (!renderer_)
             renderer_.reset(SDL_CreateRenderer(window_.get(), -1, SDL_RENDERER_SOFTWARE));
@@ -56,6 +57,7 @@ public:
             fail("draw into the window");
     }
 
+    // Polls, for the screen file tells nobody that it changed; a look costs one load.
     void run()
     {
         while (handle_events() && !has_shown_enough())
@@ -101,6 +103,7 @@ private:
             SDL_CreateTexture(renderer_.get(), SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STREAMING, width, height));
         if (!texture_)
             fail("make a texture of the screen's size");
+        // A window that its user has resized shows the picture scaled; a new mode gives it its own size again.
         SDL_SetWindowSize(window_.get(), width, height);
         SDL_RenderSetLogicalSize(renderer_.get(), width, height);
     }
@@ -137,6 +140,7 @@ private:
     rate_meter meter_;
     uint64_t shown_ = 0;
     int width_ = 0, height_ = 0;
+    // In this order: what was made last ends first.
     owned<SDL_Window> window_;
     owned<SDL_Renderer> renderer_;
     owned<SDL_Texture> texture_;
