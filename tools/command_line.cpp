@@ -186,14 +186,18 @@ public:
         return std::nullopt;
     }
 
-    int act() const { return (chosen() ? chosen()->run : what_.run)(given_); }
+    int act() const
+    {
+        const command* const of = chosen();
+        return (of ? of->run : what_.run)(given_);
+    }
 
     // Tells a complaint, and whose help answers it: the command's once one is chosen.
     int refuse(const std::string& text) const
     {
+        const command* const of = chosen();
         const std::string name = what_.name;
-        std::cerr << name << ": " << text << "\nTry " << (chosen() ? name + " " + chosen()->name : name)
-                  << " --help.\n";
+        std::cerr << name << ": " << text << "\nTry " << (of ? name + " " + of->name : name) << " --help.\n";
         return what_.usage_status;
     }
 

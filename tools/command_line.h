@@ -42,12 +42,12 @@ std::string listed(std::span<const choice> choices);
 struct parameter {
     const char* name;
     value_kind kind = value_kind::flag;
-    const char* value = ""; // what help calls the value
+    bool required = false;
+    bool value_optional = false; // the option may stand alone; its text then is ""
+    const char* value = "";      // what help calls the value
     const char* help = "";
     const char* initial = "";             // the value that holds when none is given
     int64_t least = 0, most = UINT32_MAX; // bounds of a number or of a size's sides, both included
-    bool required = false;
-    bool value_optional = false;          // the option may stand alone; its value then is ""
     const char* needs = "";               // the option without which this one means nothing
     std::span<const choice> choices = {}; // the words that it may be, when there are any
 };

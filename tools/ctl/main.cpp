@@ -33,14 +33,14 @@ constexpr parameter parameters[] = {{.name = "--json", .help = "print JSON inste
 
 constexpr parameter sid{.name = "sid",
                         .kind = value_kind::number,
+                        .required = true,
                         .value = "SID",
-                        .help = "a surface id; kalixctl list shows them",
-                        .required = true};
+                        .help = "a surface id; kalixctl list shows them"};
 constexpr parameter file{.name = "file",
                          .kind = value_kind::file,
+                         .required = true,
                          .value = "FILE",
-                         .help = "the file to write; - for standard output",
-                         .required = true};
+                         .help = "the file to write; - for standard output"};
 
 // What each command takes, in the order in which people type it.
 constexpr parameter of_surface[] = {sid};
@@ -74,9 +74,9 @@ constexpr parameter of_bytes[] = {
 constexpr parameter of_fill[] = {sid,
                                  {.name = "pixel",
                                   .kind = value_kind::number,
+                                  .required = true,
                                   .value = "PIXEL",
-                                  .help = "the word of every pixel, say 0xFF336699",
-                                  .required = true}};
+                                  .help = "the word of every pixel, say 0xFF336699"}};
 
 constexpr parameter of_screenshot[] = {file, {.name = "--no-cursor", .help = "leave the cursor out"}};
 
@@ -87,9 +87,9 @@ constexpr parameter of_zoom[] = {{.name = "factor",
 
 constexpr parameter of_mode[] = {{.name = "size",
                                   .kind = value_kind::size,
+                                  .required = true,
                                   .value = "WxH",
-                                  .help = "pixels of the mode; the screen is this times the zoom",
-                                  .required = true},
+                                  .help = "pixels of the mode; the screen is this times the zoom"},
                                  {.name = "--bpp",
                                   .kind = value_kind::number,
                                   .value = "BITS",

@@ -13,10 +13,10 @@ using kalix::tools::value_kind;
 constexpr parameter parameters[] = {
     {.name = "--vnc",
      .kind = value_kind::number,
+     .value_optional = true,
      .value = "[PORT]",
      .help = "serve VNC viewers, on loopback port PORT or a unix socket",
-     .most = UINT16_MAX,
-     .value_optional = true},
+     .most = UINT16_MAX},
     {.name = "--socket",
      .kind = value_kind::file,
      .value = "PATH",
