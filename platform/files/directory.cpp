@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,7 @@ bool remove_tree_level(int directory, const char* name)
 
 } // namespace
 
-bool for_each_entry(int directory, const std::function<void(const char*)>& visit)
+bool for_each_entry(int directory, void (*visit)(void* self, const char* name), void* self)
 {
     unique_fd own{openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
     if (!own)
@@ -50,12 +51,17 @@ bool for_each_entry(int directory, const std::function<void(const char*)>& visit
         return false;
     own.release();
     std::vector<std::string> names;
-    while (const dirent* entry = readdir(stream.get())) {
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-            names.emplace_back(entry->d_name);
+    try {
+        while (const dirent* entry = readdir(stream.get())) {
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+                names.emplace_back(entry->d_name);
+        }
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return false;
     }
     for (const std::string& name : names)
-        visit(name.c_str());
+        visit(self, name.c_str());
     return true;
 }
 

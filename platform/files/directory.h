@@ -5,14 +5,21 @@
 #pragma once
 
 #include <array>
-#include <functional>
-#include <string_view>
 
 namespace kalix::platform {
 
-// Calls visit(name) for every entry but "." and "..", as the directory was when the call began.
-// Returns whether it could be read.
-bool for_each_entry(int directory, const std::function<void(const char* name)>& visit);
+// Calls visit(self, name) for every entry but "." and "..", as the directory was when the call began.
+// Returns whether it could be read. Throws nothing, since the process may end with it: without memory it
+// visits nothing and answers false with ENOMEM.
+bool for_each_entry(int directory, void (*visit)(void* self, const char* name), void* self);
+
+// The same for anything that can be called with a name.
+template <typename visitor>
+bool for_each_entry(int directory, visitor visit)
+{
+    const auto call = [](void* self, const char* name) { (*static_cast<visitor*>(self))(name); };
+    return for_each_entry(directory, call, &visit);
+}
 
 // Removes a file, link or empty directory. True also when there was none of that name.
 bool remove_entry(int directory, const char* name);
