@@ -173,7 +173,8 @@ TEST(Servers, RawFrames)
 void release_from_debugger(pid_t server)
 {
     const std::string process = "/proc/" + std::to_string(server);
-    const std::string listing = "nm -C " + std::filesystem::read_symlink(process + "/exe").string();
+    const std::string program = std::filesystem::read_symlink(process + "/exe").string();
+    const std::string listing = "nm -C " + program;
     FILE* const symbols = ::popen(listing.c_str(), "r"); // NOLINT(cert-env33-c): a path of our own
     uint64_t address = 0;
     char line[4096];
@@ -182,8 +183,13 @@ void release_from_debugger(pid_t server)
             address = std::strtoull(line, nullptr, 16);
     ::pclose(symbols);
     ASSERT_NE(address, 0u);
+    // Its first mapping; a sanitizer's lie before it.
     uint64_t base = 0;
-    std::ifstream{process + "/maps"} >> std::hex >> base;
+    std::ifstream maps{process + "/maps"};
+    for (std::string mapping; base == 0 && std::getline(maps, mapping);)
+        if (mapping.ends_with(program))
+            base = std::strtoull(mapping.c_str(), nullptr, 16);
+    ASSERT_NE(base, 0u);
     const uint8_t answer_one[] = {0xB8, 1, 0, 0, 0, 0xC3};
     const int memory = ::open((process + "/mem").c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_EQ(::pwrite(memory, answer_one, sizeof answer_one, static_cast<off_t>(base + address)),
