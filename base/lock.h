@@ -34,6 +34,25 @@ private:
     std::mutex mutex_;
 };
 
+// Another's mutex, or none: then whoever holds it is merely the only one there is.
+class KALIX_CAPABILITY("mutex") borrowed_mutex {
+public:
+    void borrow(mutex* owners) { mutex_ = owners; }
+    void lock() KALIX_ACQUIRE()
+    {
+        if (mutex_)
+            mutex_->lock();
+    }
+    void unlock() KALIX_RELEASE()
+    {
+        if (mutex_)
+            mutex_->unlock();
+    }
+
+private:
+    mutex* mutex_ = nullptr;
+};
+
 // Holds one mutex for the length of a scope.
 class KALIX_SCOPED_CAPABILITY hold {
 public:

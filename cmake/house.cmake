@@ -35,6 +35,8 @@ function(kalix_test_headers name)
   # The first lets ccache follow a precompiled header. The second: g++ 12 warns of the insides of std::string when
   # they come from such a header, which it does not take for the system's any more.
   target_compile_options(${name} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess;-Wno-array-bounds;-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-restrict>)
+  # A test is alone with what it calls and holds no locks.
+  target_compile_options(${name} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-thread-safety-analysis>)
 endfunction()
 
 # kalix_test(NAME SOURCES ... LIBRARIES ... [TIMEOUT seconds] [LABEL quick|system])

@@ -6,6 +6,8 @@
 // message loop's thread, outside the device mutex.
 #pragma once
 
+#include "driver/state/driver_state.h"
+
 #include <cstdint>
 
 namespace kalix {
@@ -13,13 +15,13 @@ namespace kalix {
 inline constexpr int8_t pulse_code_config = 0;
 
 // Opens the object. 0, or 22 when it cannot be opened or the machine has no name.
-int pps_init();
+int pps_init() KALIX_EXCLUDES(_globals.device_mutex);
 
 // Applies what the object holds and has not been read, and arms the next change's pulse to a connection.
 void pps_monitor(int32_t coid);
 
 // Reads the object and applies it: 0, 22 without an object or behind an attribute without a value, or 12.
-int pps_load_config();
+int pps_load_config() KALIX_EXCLUDES(_globals.device_mutex);
 
 // Writes the zoom factor that is in force into the object: 0, or 22.
 int pps_save_config();

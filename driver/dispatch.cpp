@@ -44,7 +44,7 @@ struct request_row {
 
 // Lets a handler work on a copy of the record at the buffer's start, or on none when it is missing.
 template <typename record, typename function>
-int with_record(const request& what, function handler)
+int with_record(const request& what, function handler) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (what.missing)
         return handler(static_cast<record*>(nullptr));
@@ -58,25 +58,28 @@ int with_record(const request& what, function handler)
 }
 
 template <typename record, int (*handler)(client_record*, record*)>
-int call(const request& what)
+int call(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return with_record<record>(what, [&what](record* req) { return handler(what.client, req); });
+    return with_record<record>(what, [&what](record* req)
+                                         KALIX_REQUIRES(_globals.device_mutex) { return handler(what.client, req); });
 }
 
-int define_surface(const request& what)
+int define_surface(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return with_record<surface_define_req>(
-        what, [&what](surface_define_req* req) { return vmw_surface_define_ioctl(what.client, req, what.rcvid); });
+    return with_record<surface_define_req>(what,
+                                           [&what](surface_define_req* req) KALIX_REQUIRES(_globals.device_mutex) {
+                                               return vmw_surface_define_ioctl(what.client, req, what.rcvid);
+                                           });
 }
 
-int set_cursor(const request& what)
+int set_cursor(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return with_record<set_cursor_req>(what, [&what](set_cursor_req* req) {
+    return with_record<set_cursor_req>(what, [&what](set_cursor_req* req) KALIX_REQUIRES(_globals.device_mutex) {
         return nebo_adapter_set_cursor(what.client, req, what.buffer.subspan(req ? sizeof *req : 0));
     });
 }
 
-int reset_debug(const request& what)
+int reset_debug(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
     return vmw_debug_reset_debug_state_msg(what.client);
 }
@@ -86,7 +89,7 @@ int accept_without_doing(const request&)
     return 0;
 }
 
-int allocate_sid(client_record* client, alloc_sid_req* req)
+int allocate_sid(client_record* client, alloc_sid_req* req) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (!req)
         return status_failed;
@@ -103,7 +106,7 @@ int query_software_mode(client_record*, software_mode_req* req)
     return 0;
 }
 
-int disconnect(const request& what)
+int disconnect(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (!what.client)
         return 0;
@@ -207,6 +210,14 @@ std::optional<payload_buffer> read_payload(const workitem& item, uint32_t reply_
     return std::nullopt;
 }
 
+int answer(const request_row& row, const request& what) KALIX_REQUIRES(_globals.device_mutex)
+{
+    const int status = row.call(what);
+    if (what.client && row.command != KALIX_DISCONNECT)
+        status_note_client(*what.client);
+    return status;
+}
+
 int call_handler(const request_row* row, const workitem& item, const payload_buffer& payload)
 {
     client_record* const client = client_get(item.info);
@@ -216,10 +227,7 @@ int call_handler(const request_row* row, const workitem& item, const payload_buf
     what.missing |= item.payload_length > 0 && static_cast<uint32_t>(item.payload_length) < row->request_bytes;
     device_hold lock;
     platform::sender_scope sender{item.info.uid};
-    const int status = row->call(what);
-    if (client && row->command != KALIX_DISCONNECT)
-        status_note_client(*client);
-    return status;
+    return answer(*row, what);
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include "driver/screen/display.h"
 #include "driver/screen/postprocess.h"
 #include "driver/screen/status_file.h"
+#include "driver/state/device_hold.h"
 #include "driver/state/settings.h"
 #include "platform/files/shared_memory.h"
 #include "svga/svga3d.h"
@@ -107,7 +108,7 @@ int open_channel()
     return 1;
 }
 
-int make_resource_tables()
+int make_resource_tables() KALIX_REQUIRES(_globals.device_mutex)
 {
     for (size_t type = 0; type < RESOURCE_TOTAL; ++type) {
         _globals.resource_tables[type] = hashtable_create(resource_buckets);
@@ -120,7 +121,7 @@ int make_resource_tables()
     return 0;
 }
 
-int make_tables()
+int make_tables() KALIX_REQUIRES(_globals.device_mutex)
 {
     {
         hold lock{_globals.work_lock};
@@ -159,6 +160,38 @@ void begin_configuration()
         slogf(log_code, log_error, "kalix: pps init failed, persistent config not available");
     else
         pps_monitor(_globals.self_coid);
+}
+
+// Pools, channel and tables. 1 after a line.
+int make_records() KALIX_REQUIRES(_globals.device_mutex)
+{
+    make_pools();
+    if (client_init() != 0)
+        return fail("kalix: client_init: failed");
+    shares_init(platform::objects_max());
+    if (dma_initialize() != 0)
+        return fail("kalix: dma_initialize: failed");
+    if (open_channel() != 0 || make_tables() != 0)
+        return 1;
+    status_begin();
+    return 0;
+}
+
+// All process-wide state. Nobody else is there yet; the device mutex is taken since the record asks for it, and
+// not around the configuration, which takes it itself.
+int bring_up()
+{
+    {
+        device_hold lock;
+        if (make_records() != 0)
+            return 1;
+    }
+    begin_configuration();
+    device_hold lock;
+    if (make_dirty_gmr() != 0)
+        return 1;
+    reset_debug_state();
+    return 0;
 }
 
 } // namespace
@@ -227,7 +260,7 @@ int kalix_init(mutex* device_mutex)
 {
     if (_globals.initialized)
         return fail("kalix: initialize: already initialized");
-    _globals.device_mutex = device_mutex;
+    _globals.device_mutex.borrow(device_mutex);
     if (!device_mutex)
         slogf(log_code, log_warning, "kalix: kalix_init called with NULL mutex, device synchronization may fail");
     if (svga_init() != 0)
@@ -236,19 +269,8 @@ int kalix_init(mutex* device_mutex)
         report_test();
     slogf(log_code, log_information, "kalix: SVGA device version 0x%x capabilities: 0x%x",
           _globals.svga_device->version, _globals.svga_device->capabilities);
-    make_pools();
-    if (client_init() != 0)
-        return fail("kalix: client_init: failed");
-    shares_init(platform::objects_max());
-    if (dma_initialize() != 0)
-        return fail("kalix: dma_initialize: failed");
-    if (open_channel() != 0 || make_tables() != 0)
+    if (bring_up() != 0)
         return 1;
-    status_begin();
-    begin_configuration();
-    if (make_dirty_gmr() != 0)
-        return 1;
-    reset_debug_state();
     _globals.initialized = 1;
     return msg_loop();
 }

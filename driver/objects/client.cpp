@@ -46,7 +46,7 @@ bool make_tables(client_record* client)
     return made;
 }
 
-void destroy_callback(void* value)
+void destroy_callback(void* value) KALIX_REQUIRES(_globals.device_mutex)
 {
     const auto* const reference = static_cast<client_reference*>(value);
     KALIX_ASSERT(reference, "ref");

@@ -36,10 +36,10 @@ client_record* client_get(const platform::_msg_info& info);
 
 // Drops every reference and every retained id of a client, under the device mutex. The record stays.
 // Returns 0; -1 for none.
-int client_destroy(client_record* client);
+int client_destroy(client_record* client) KALIX_REQUIRES(_globals.device_mutex);
 
 // Takes a drained record out of the table and frees it. Returns 0; -1 for none.
-int client_remove(client_record* client);
+int client_remove(client_record* client) KALIX_REQUIRES(_globals.device_mutex);
 
 // Notes, once, that a sid goes back to the pool when this client goes. 1 when memory runs out.
 int client_retain_sid(client_record* client, uint32_t sid);

@@ -20,10 +20,10 @@ context_record* context_create();
 void context_destroy(resource_object* context);
 
 // 0 when the client holds that context, else -22.
-int context_check(client_record* client, uint32_t cid);
+int context_check(client_record* client, uint32_t cid) KALIX_REQUIRES(_globals.device_mutex);
 
 // Requests 7 and 8: 0, -22, or -12 when no context could be made.
-int vmw_context_define_ioctl(client_record* client, context_define_req* req);
-int vmw_context_destroy_ioctl(client_record* client, context_destroy_req* req);
+int vmw_context_define_ioctl(client_record* client, context_define_req* req) KALIX_REQUIRES(_globals.device_mutex);
+int vmw_context_destroy_ioctl(client_record* client, context_destroy_req* req) KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

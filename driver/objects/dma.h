@@ -46,10 +46,10 @@ dma_buffer* dma_create(const char* name, uint32_t size);
 
 // Gives back all that a buffer holds; the registry's destroy function. Pages that the device could not be
 // made to forget stay mapped, and charged, for good.
-void dma_destroy(resource_object* buffer);
+void dma_destroy(resource_object* buffer) KALIX_REQUIRES(_globals.device_mutex);
 
 // Requests 1 and 2: 0, -22 or -12.
-int vmw_dmabuf_alloc_ioctl(client_record* client, dmabuf_alloc_req* req);
-int vmw_dmabuf_unref_ioctl(client_record* client, dmabuf_unref_req* req);
+int vmw_dmabuf_alloc_ioctl(client_record* client, dmabuf_alloc_req* req) KALIX_REQUIRES(_globals.device_mutex);
+int vmw_dmabuf_unref_ioctl(client_record* client, dmabuf_unref_req* req) KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

@@ -36,7 +36,7 @@ struct fence_pair {
 };
 
 // Gives back mapping, descriptor and share; the name stays.
-void unmap(execbuf& buffer)
+void unmap(execbuf& buffer) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (buffer.map)
         platform::munmap(const_cast<std::byte*>(buffer.map), KALIX_COMMAND_BUFFER_BYTES);
@@ -45,7 +45,7 @@ void unmap(execbuf& buffer)
     share_give_back(share_kind::command_buffer, buffer.share);
 }
 
-bool belongs_to_another(client_record* client, uint32_t number)
+bool belongs_to_another(client_record* client, uint32_t number) KALIX_REQUIRES(_globals.device_mutex)
 {
     const bool anothers_context =
         resource_get_global(RESOURCE_CONTEXT, number) && !resource_have_ref(RESOURCE_CONTEXT, client, number);
@@ -53,7 +53,7 @@ bool belongs_to_another(client_record* client, uint32_t number)
 }
 
 // Opens and maps the client's object; no map, with nothing left behind, when that fails.
-command_buffer_use open_buffer(client_record* client, uint32_t number)
+command_buffer_use open_buffer(client_record* client, uint32_t number) KALIX_REQUIRES(_globals.device_mutex)
 {
     std::unique_ptr<execbuf> buffer{new (std::nothrow) execbuf};
     if (!buffer)
@@ -75,7 +75,7 @@ command_buffer_use open_buffer(client_record* client, uint32_t number)
     return {};
 }
 
-command_buffer_use cmd_getbuf(client_record* client, uint32_t number)
+command_buffer_use cmd_getbuf(client_record* client, uint32_t number) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (auto* const known = static_cast<execbuf*>(resource_get(RESOURCE_EXECBUF, client, number)))
         return {known->map};
@@ -96,7 +96,7 @@ void commit(uint32_t reserved, uint32_t committed)
 
 // From the reservation to the fence. 0 or the status that refuses the request, and then *why.
 int execute(client_record* client, const execbuf_req& req, fence_pair* fence, refusal* why)
-    KALIX_REQUIRES(_globals.fifo_lock)
+    KALIX_REQUIRES(_globals.device_mutex, _globals.fifo_lock)
 {
     const uint32_t bytes = req.byte_count;
     auto* const space = static_cast<std::byte*>(SVGA_FIFOReserve(bytes));

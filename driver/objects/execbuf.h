@@ -22,16 +22,16 @@ struct execbuf : resource_object {  // id: the buffer's number
 };
 
 // Drops the client's command buffer of that number: 0, or -22 after a line when it has none.
-int execbuf_release_cmdbuf(client_record* client, uint32_t number);
+int execbuf_release_cmdbuf(client_record* client, uint32_t number) KALIX_REQUIRES(_globals.device_mutex);
 
 // Gives a context's number to its client: whoever else held a buffer under it loses it.
-void execbuf_evict(client_record* client, uint32_t number);
+void execbuf_evict(client_record* client, uint32_t number) KALIX_REQUIRES(_globals.device_mutex);
 
 // Releases mapping, descriptor and name; the registry's destroy function.
-void execbuf_destroy(resource_object* buffer);
+void execbuf_destroy(resource_object* buffer) KALIX_REQUIRES(_globals.device_mutex);
 
 // Request 12: 0; -12 without FIFO space and when the client may hold no more buffers; -22 when the buffer cannot be mapped or its commands are refused,
 // and then the request stays as it was.
-int vmw_execbuf_ioctl(client_record* client, execbuf_req* req);
+int vmw_execbuf_ioctl(client_record* client, execbuf_req* req) KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

@@ -31,6 +31,7 @@ bool translate(const overlay_record& overlay, uint64_t physical, std::byte*& pix
 
 // Takes over what the request says. False when shown pixels would leave the framebuffer.
 bool fill(const client_record& client, overlay_record& overlay, const overlay_define_req& req)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     overlay.magic_cookie = resource_magic + RESOURCE_OVERLAY;
     overlay.x = req.x;
@@ -48,7 +49,7 @@ bool fill(const client_record& client, overlay_record& overlay, const overlay_de
     return true;
 }
 
-overlay_record* held_overlay(client_record* client, uint32_t id)
+overlay_record* held_overlay(client_record* client, uint32_t id) KALIX_REQUIRES(_globals.device_mutex)
 {
     return static_cast<overlay_record*>(resource_get(RESOURCE_OVERLAY, client, id));
 }

@@ -27,7 +27,7 @@ inline size_t shown_buffer(const overlay_record& overlay)
 
 // Calls back with every overlay, in the order in which they are drawn.
 template <typename function>
-void for_each_overlay(function callback)
+void for_each_overlay(function callback) KALIX_REQUIRES(_globals.device_mutex)
 {
     const hashtable* const table = _globals.resource_tables[RESOURCE_OVERLAY];
     hashtable_iterator walk{};
@@ -42,19 +42,19 @@ int overlay_init(overlay_record* overlay);
 void overlay_destroy(resource_object* overlay);
 
 // An overlay that has this surface in any buffer, or null.
-overlay_record* overlay_get_by_surface(const surface_record* surface);
+overlay_record* overlay_get_by_surface(const surface_record* surface) KALIX_REQUIRES(_globals.device_mutex);
 
 // Makes every overlay forget a surface that is about to go.
-void overlays_forget(const surface_record* surface);
+void overlays_forget(const surface_record* surface) KALIX_REQUIRES(_globals.device_mutex);
 
 // Exchanges the two buffers of a double-buffered overlay; leaves any other as it is.
 void overlay_flip(overlay_record& overlay);
 
 // Request 208: 0; -22 without a payload; 22 for a buffer count other than 1 and 2, when all ids are in use,
 // and for pixels outside the framebuffer; 12 without memory.
-int nebo_overlay_define(client_record* client, overlay_define_req* req);
+int nebo_overlay_define(client_record* client, overlay_define_req* req) KALIX_REQUIRES(_globals.device_mutex);
 // Requests 209 and 210: 0, or -22 after a line when the client holds no such overlay.
-int nebo_overlay_destroy(client_record* client, overlay_destroy_req* req);
-int nebo_overlay_visible(client_record* client, overlay_visible_req* req);
+int nebo_overlay_destroy(client_record* client, overlay_destroy_req* req) KALIX_REQUIRES(_globals.device_mutex);
+int nebo_overlay_visible(client_record* client, overlay_visible_req* req) KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

@@ -40,6 +40,7 @@ client_reference* reference_of(resource_type type, const client_record* client, 
 
 // A reference record of the client, with a count of 0, in its table; none when memory runs out.
 client_reference* add_reference(resource_type type, client_record* client, uint32_t id)
+    KALIX_REQUIRES(_globals.resource_lock)
 {
     std::unique_ptr<client_reference> reference{new (std::nothrow) client_reference{id, 0}};
     if (!reference || hashtable_insert(client->ref_tables[type], id, reference.get()) != 0)
@@ -48,6 +49,7 @@ client_reference* add_reference(resource_type type, client_record* client, uint3
 }
 
 void drop_reference(resource_type type, client_record* client, client_reference* reference)
+    KALIX_REQUIRES(_globals.resource_lock)
 {
     hashtable_remove(client->ref_tables[type], reference->id);
     delete reference;

@@ -31,7 +31,8 @@ using destroy_function = void (*)(resource_object*); // gives back what the obje
 
 // Registers a new object; the client gets its first reference. Returns 0, or 1 when memory runs out, and
 // then nothing has changed. The caller makes sure that no live object of the type has its id.
-[[nodiscard]] int resource_add(resource_type type, client_record* client, resource_object* object);
+[[nodiscard]] int resource_add(resource_type type, client_record* client, resource_object* object)
+    KALIX_REQUIRES(_globals.device_mutex);
 
 // Adds one reference of the client. Returns 0, or 1 when memory runs out, and then nothing has changed.
 [[nodiscard]] int resource_ref(resource_type type, client_record* client, resource_object* object);
@@ -39,13 +40,14 @@ using destroy_function = void (*)(resource_object*); // gives back what the obje
 // Drops one reference of the client, which must hold one; destroys and frees the object when it was the
 // last of all, and says so in *destroyed (may be null). Returns 0.
 int resource_unref(resource_type type, client_record* client, resource_object* object, destroy_function destroy,
-                   uint32_t* destroyed);
+                   uint32_t* destroyed) KALIX_REQUIRES(_globals.device_mutex);
 
 // Any client's object of that id, or none.
-resource_object* resource_get_global(resource_type type, uint32_t id);
+resource_object* resource_get_global(resource_type type, uint32_t id) KALIX_REQUIRES(_globals.device_mutex);
 
 // The object of that id when the client holds a reference, else none.
-resource_object* resource_get(resource_type type, client_record* client, uint32_t id);
+resource_object* resource_get(resource_type type, client_record* client, uint32_t id)
+    KALIX_REQUIRES(_globals.device_mutex);
 
 // 1 when the client holds a reference on that id, else 0.
 int resource_have_ref(resource_type type, client_record* client, uint32_t id);

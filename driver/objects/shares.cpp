@@ -21,22 +21,22 @@ static_assert(share_kinds * shares_of_a_kind_max + 1024 <= platform::guarded_map
 
 constexpr const char* plural[share_kinds] = {"command buffers", "readback destinations", "DMA buffers"};
 
-uint32_t client_bound()
+uint32_t client_bound() KALIX_REQUIRES(_globals.device_mutex)
 {
     return _globals.shares.of_a_kind / 4;
 }
 
-uint32_t user_bound()
+uint32_t user_bound() KALIX_REQUIRES(_globals.device_mutex)
 {
     return _globals.shares.of_a_kind / 2;
 }
 
-uint32_t kept_back()
+uint32_t kept_back() KALIX_REQUIRES(_globals.device_mutex)
 {
     return _globals.shares.of_a_kind / 4;
 }
 
-share_holder* holder_of(const client_record& client)
+share_holder* holder_of(const client_record& client) KALIX_REQUIRES(_globals.device_mutex)
 {
     for (share_holder* each = _globals.shares.first; each; each = each->next)
         if (each->scoid == client.scoid && each->uid == client.uid)
@@ -47,7 +47,7 @@ share_holder* holder_of(const client_record& client)
     return added;
 }
 
-uint32_t held_by_user(size_t kind, uint32_t uid)
+uint32_t held_by_user(size_t kind, uint32_t uid) KALIX_REQUIRES(_globals.device_mutex)
 {
     uint32_t sum = 0;
     for (const share_holder* each = _globals.shares.first; each; each = each->next)
@@ -66,7 +66,7 @@ void forget_if_empty(share_holder* holder)
     delete holder;
 }
 
-share_bound bound_reached(size_t kind, const share_holder& holder)
+share_bound bound_reached(size_t kind, const share_holder& holder) KALIX_REQUIRES(_globals.device_mutex)
 {
     const uint32_t of_user = held_by_user(kind, holder.uid);
     if (holder.held[kind] >= client_bound())

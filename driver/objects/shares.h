@@ -7,7 +7,7 @@
 // device mutex. What an object was charged to outlives its client when the object does.
 #pragma once
 
-#include "driver/state/share_books.h"
+#include "driver/state/driver_state.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,15 +22,17 @@ inline constexpr uint32_t shares_of_a_kind_max = 4096;
 enum class share_bound { none, client, user, kept_back, memory };
 
 // Sizes the pools by the descriptors that objects may take.
-void shares_init(size_t descriptors);
+void shares_init(size_t descriptors) KALIX_REQUIRES(_globals.device_mutex);
 
 // Charges one share to the client and notes whom in *holder; none, or the bound that is reached.
-[[nodiscard]] share_bound share_take(share_kind kind, const client_record& client, share_holder** holder);
+[[nodiscard]] share_bound share_take(share_kind kind, const client_record& client, share_holder** holder)
+    KALIX_REQUIRES(_globals.device_mutex);
 
 // Gives back what a holder was charged with.
-void share_give_back(share_kind kind, share_holder* holder);
+void share_give_back(share_kind kind, share_holder* holder) KALIX_REQUIRES(_globals.device_mutex);
 
 // Says, in one line, which bound a client has reached.
-void share_log_refusal(share_kind kind, const client_record& client, share_bound bound);
+void share_log_refusal(share_kind kind, const client_record& client, share_bound bound)
+    KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

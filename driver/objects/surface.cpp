@@ -28,14 +28,14 @@ uint64_t sizes_offset(const surface_define_req& req)
 
 // Whether the device may only be given the top level: its mipmap transfers are broken, or the client is
 // the one that holds the shared surface.
-bool single_level(const client_record* client, const surface_define_req& req)
+bool single_level(const client_record* client, const surface_define_req& req) KALIX_REQUIRES(_globals.device_mutex)
 {
     return (client == _globals.shared_sid_client || _globals.mipmap_dma_failed) &&
            req.flags & SVGA3D_SURFACE_HINT_TEXTURE && (req.format == SVGA3D_X8R8G8B8 || req.format == SVGA3D_A8R8G8B8);
 }
 
 // Gives the record its sid, the client's choice or one of the pool. 0, or the status that refuses it.
-int choose_sid(client_record* client, surface_record& surface, uint32_t wanted)
+int choose_sid(client_record* client, surface_record& surface, uint32_t wanted) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (wanted == 0) {
         surface.id = surface_id_get();
@@ -53,6 +53,7 @@ int choose_sid(client_record* client, surface_record& surface, uint32_t wanted)
 
 // Levels and sizes as the request says, the missing end of the list zero. 0, -22 or -12.
 int read_levels(const client_record* client, surface_record& surface, const surface_define_req& req, int32_t rcvid)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     if (single_level(client, req))
         surface.face_mips[0] = 1;
@@ -73,6 +74,7 @@ int read_levels(const client_record* client, surface_record& surface, const surf
 // Fills the record and defines it on the device. 0 or the status that refuses it; what was taken from the
 // pool is the caller's to give back.
 int define(client_record* client, surface_record& surface, const surface_define_req& req, int32_t rcvid)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     surface.magic_cookie = resource_magic + RESOURCE_SURFACE;
     surface.flags = req.flags;
@@ -94,7 +96,7 @@ void release_pool_sid(const surface_record& surface)
 }
 
 // The name may be that of a newer object: the surface can outlive the connection that opened its own.
-void release_readback_destination(const surface_record& surface)
+void release_readback_destination(const surface_record& surface) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (surface.shm_fd == -1)
         return;

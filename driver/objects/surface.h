@@ -49,23 +49,25 @@ int surface_destroy_on_hw(surface_record* surface);
 
 // Gives back all that a surface holds; the registry's destroy function. Without FIFO space the device
 // keeps the surface, and with it its sid and readback destination stay.
-void surface_destroy(resource_object* surface);
+void surface_destroy(resource_object* surface) KALIX_REQUIRES(_globals.device_mutex);
 
 // 0 when the client holds a reference on that sid, else -22.
-int surface_check(client_record* client, uint32_t sid);
+int surface_check(client_record* client, uint32_t sid) KALIX_REQUIRES(_globals.device_mutex);
 
 // The surface that a client means by a sid, for every request that names one; none when there is none or the
 // client may not name it. By default it may name every surface; under strict settings those that its own user
 // defined, and as the server's own user all.
-surface_record* surface_named(const client_record& client, uint32_t sid);
+surface_record* surface_named(const client_record& client, uint32_t sid) KALIX_REQUIRES(_globals.device_mutex);
 
 // The same, for requests that need the client to hold a reference.
-surface_record* surface_held(client_record& client, uint32_t sid);
+surface_record* surface_held(client_record& client, uint32_t sid) KALIX_REQUIRES(_globals.device_mutex);
 
 // Requests 9, 10 and 11: 0, -22, -12, or -2 for a reference to an unknown sid. The receive id reaches the
 // size list behind the payload.
-int vmw_surface_define_ioctl(client_record* client, surface_define_req* req, int32_t rcvid);
-int vmw_surface_destroy_ioctl(client_record* client, surface_destroy_req* req);
-int vmw_surface_reference_ioctl(client_record* client, surface_reference_req* req);
+int vmw_surface_define_ioctl(client_record* client, surface_define_req* req, int32_t rcvid)
+    KALIX_REQUIRES(_globals.device_mutex);
+int vmw_surface_destroy_ioctl(client_record* client, surface_destroy_req* req) KALIX_REQUIRES(_globals.device_mutex);
+int vmw_surface_reference_ioctl(client_record* client, surface_reference_req* req)
+    KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

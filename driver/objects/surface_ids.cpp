@@ -12,7 +12,7 @@ bool is_driver_sid(uint32_t sid)
     return sid >= driver_surface_id_first && sid <= driver_surface_id_last;
 }
 
-const void* holder_of(uint32_t sid)
+const void* holder_of(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {
     return hashtable_get(_globals.handed_out_sids, sid);
 }

@@ -59,7 +59,7 @@ record front_of(body_span body) // the table has made sure that body holds it
 
 // ---- Identity: ids that a command names, and where in the driver's copy they stand ----------------
 
-int cmd_cid_check(client_record* client, body_span body)
+int cmd_cid_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     const auto cid = front_of<uint32_t>(body);
     if (cid == client->last_cid)
@@ -73,7 +73,7 @@ int cmd_cid_check(client_record* client, body_span body)
     return 0;
 }
 
-int cmd_sid_check(client_record* client, uint32_t sid, const void* field)
+int cmd_sid_check(client_record* client, uint32_t sid, const void* field) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (sid == SVGA3D_INVALID_ID || sid == client->last_sid)
         return 0;
@@ -87,7 +87,7 @@ int cmd_sid_check(client_record* client, uint32_t sid, const void* field)
     return 0;
 }
 
-int sid_at(client_record* client, body_span body, size_t offset)
+int sid_at(client_record* client, body_span body, size_t offset) KALIX_REQUIRES(_globals.device_mutex)
 {
     const body_span field = body.subspan(offset);
     return cmd_sid_check(client, front_of<uint32_t>(field), field.data());
@@ -131,60 +131,60 @@ int cmd_invalid(client_record*, body_span)
     return _globals.settings.strict ? status_invalid : 0;
 }
 
-int cmd_surface_copy_check(client_record* client, body_span body)
+int cmd_surface_copy_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const int refused = sid_at(client, body, offsetof(svga3d_surface_copy, source)))
         return refused;
     return sid_at(client, body, offsetof(svga3d_surface_copy, destination));
 }
 
-int cmd_stretch_blt_check(client_record* client, body_span body)
+int cmd_stretch_blt_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     static_assert(offsetof(svga3d_surface_stretchblt, destination) == offsetof(svga3d_surface_copy, destination));
     return cmd_surface_copy_check(client, body);
 }
 
-int cmd_surface_dma_check(client_record* client, body_span body)
+int cmd_surface_dma_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const int refused = check_region<svga3d_surface_dma>(client, body, offsetof(svga3d_surface_dma, guest)))
         return refused;
     return _globals.settings.strict ? sid_at(client, body, offsetof(svga3d_surface_dma, host)) : 0;
 }
 
-int cmd_set_render_target_check(client_record* client, body_span body)
+int cmd_set_render_target_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const int refused = cmd_cid_check(client, body))
         return refused;
     return sid_at(client, body, offsetof(svga3d_set_render_target, target));
 }
 
-int cmd_present_check(client_record* client, body_span body)
+int cmd_present_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     return sid_at(client, body, 0);
 }
 
-int cmd_blt_surf_screen_check(client_record* client, body_span body)
+int cmd_blt_surf_screen_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     return sid_at(client, body, offsetof(svga3d_blit_to_screen, source));
 }
 
-int cmd_query(client_record* client, body_span body)
+int cmd_query(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const int refused = cmd_cid_check(client, body))
         return refused;
     return check_region<svga3d_query>(client, body, offsetof(svga3d_query, result));
 }
 
-int cmd_end_query(client_record* client, body_span body)
+int cmd_end_query(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     return cmd_query(client, body);
 }
-int cmd_wait_query(client_record* client, body_span body)
+int cmd_wait_query(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     return cmd_query(client, body);
 }
 
-int cmd_tex_state(client_record* client, body_span body)
+int cmd_tex_state(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const int refused = cmd_cid_check(client, body))
         return refused;
@@ -205,6 +205,7 @@ int cmd_tex_state(client_record* client, body_span body)
 // Checks count records of one kind, each naming an array surface at the offset given.
 template <typename record>
 int check_arrays(client_record* client, body_reader& reader, uint32_t count, size_t sid_offset, void (*say_too_many)())
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     if (count > reader.left() / sizeof(record)) {
         say_too_many();
@@ -223,7 +224,7 @@ int check_arrays(client_record* client, body_reader& reader, uint32_t count, siz
     return 0;
 }
 
-int cmd_draw(client_record* client, body_span body)
+int cmd_draw(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const int refused = cmd_cid_check(client, body))
         return refused;

@@ -26,6 +26,7 @@ bool may_debug(const client_record* client)
 // The surface, or null after the line, which takes the sid.
 __attribute__((format(printf, 3, 0))) surface_record* known_surface(const client_record& client, uint32_t sid,
                                                                     const char* unknown)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     surface_record* const surface = surface_named(client, sid);
     if (!surface)
@@ -49,7 +50,7 @@ sid_entry describe(const surface_record& surface)
 }
 
 // One transfer of a surface's whole first level between it and the framebuffer's start; waits for it.
-bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch)
+bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch) KALIX_REQUIRES(_globals.fifo_lock)
 {
     const auto [width, height] = dimensions_of(surface);
     const svga3d_guest_image guest{{SVGA_GMR_FRAMEBUFFER, 0}, pitch};
@@ -64,7 +65,7 @@ bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch)
 }
 
 // A surface of any client, or the pass's vertex or index buffer.
-const surface_record* dumped_surface(const client_record& client, uint32_t sid)
+const surface_record* dumped_surface(const client_record& client, uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const surface_record* const known = surface_named(client, sid))
         return known;

@@ -27,6 +27,7 @@ surface_dimensions screen()
 }
 
 int make_surface(postprocess_surface place, uint32_t sid, surface_dimensions size, uint32_t format, uint32_t flags)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     surface_record*& slot = _globals.postprocess_surfaces[place];
     if (!slot)
@@ -42,7 +43,7 @@ surface_dimensions cut_to_largest_mode(surface_dimensions size)
 }
 
 // What an earlier, failed attempt made is kept and used.
-int postprocess_init(const surface_record& surface)
+int postprocess_init(const surface_record& surface) KALIX_REQUIRES(_globals.device_mutex)
 {
     const surface_dimensions size = cut_to_largest_mode(dimensions_of(surface));
     if (SVGA3D_DefineContext(driver_context_id) != 0 ||
@@ -81,7 +82,7 @@ int grow(surface_record& surface)
     return status_no_memory;
 }
 
-int grow_targets()
+int grow_targets() KALIX_REQUIRES(_globals.device_mutex)
 {
     const int target = grow(*_globals.postprocess_surfaces[POSTPROCESS_TARGET]);
     return target != 0 ? target : grow(*_globals.postprocess_surfaces[POSTPROCESS_DEPTH]);
@@ -214,7 +215,7 @@ int show_overlay(const overlay_record& overlay)
     return status;
 }
 
-int show_overlays()
+int show_overlays() KALIX_REQUIRES(_globals.device_mutex)
 {
     int status = 0;
     for_each_overlay([&status](const overlay_record& overlay) {

@@ -20,7 +20,7 @@ enum postprocess_surface : size_t { POSTPROCESS_TARGET, POSTPROCESS_DEPTH, POSTP
 // Composes the surface's rectangle and the overlays in the target, from (0, 0) on, screen pixels. Returns 0;
 // -22 without a surface; -12 when an object could not be made, and then the target holds no picture.
 int postprocess_present(const surface_record* surface, const present_rectangle& rectangle)
-    KALIX_REQUIRES(_globals.fifo_lock);
+    KALIX_REQUIRES(_globals.device_mutex, _globals.fifo_lock);
 
 // What the last pass cost.
 struct postprocess_cost {

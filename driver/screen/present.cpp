@@ -23,7 +23,7 @@ int zoomed(int32_t value)
     return truncated(static_cast<float>(value) * _globals.svga_device->zoom);
 }
 
-void copy_debug_box(uint32_t sid)
+void copy_debug_box(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {
     const svga3d_image from{_globals.debug_copy_sid, 0, 0};
     const svga3d_image to{sid, 0, 0};
@@ -35,7 +35,7 @@ void copy_debug_box(uint32_t sid)
 }
 
 int show_postprocessed(const surface_record& surface, const present_rectangle& rectangle)
-    KALIX_REQUIRES(_globals.fifo_lock)
+    KALIX_REQUIRES(_globals.device_mutex, _globals.fifo_lock)
 {
     if (postprocess_present(&surface, rectangle) != 0)
         return status_invalid;
@@ -77,6 +77,7 @@ int show_blitted(const surface_record& surface, const present_rectangle& rectang
 
 // One transfer of a box, of the same place in surface and guest memory.
 bool read_surface(uint32_t sid, const svga3d_guest_image& guest, const svga3d_copy_box& wanted)
+    KALIX_REQUIRES(_globals.fifo_lock)
 {
     const svga3d_image host{sid, 0, 0};
     svga3d_copy_box* box = nullptr;
@@ -87,7 +88,7 @@ bool read_surface(uint32_t sid, const svga3d_guest_image& guest, const svga3d_co
     return true;
 }
 
-int show_copied(const surface_record& surface, const present_rectangle& rectangle)
+int show_copied(const surface_record& surface, const present_rectangle& rectangle) KALIX_REQUIRES(_globals.fifo_lock)
 {
     const auto x = static_cast<uint32_t>(rectangle.x);
     const auto y = static_cast<uint32_t>(rectangle.y);
@@ -101,7 +102,7 @@ int show_copied(const surface_record& surface, const present_rectangle& rectangl
 }
 
 int show(present_technique technique, const surface_record& surface, const present_rectangle& rectangle)
-    KALIX_REQUIRES(_globals.fifo_lock)
+    KALIX_REQUIRES(_globals.device_mutex, _globals.fifo_lock)
 {
     switch (technique) {
     case present_technique::blit:
@@ -114,7 +115,7 @@ int show(present_technique technique, const surface_record& surface, const prese
     return show_postprocessed(surface, rectangle);
 }
 
-surface_record* shown_for_debugging()
+surface_record* shown_for_debugging() KALIX_REQUIRES(_globals.device_mutex)
 {
     return static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, _globals.debug_show_sid));
 }

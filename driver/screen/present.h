@@ -20,15 +20,17 @@ enum class present_technique {
 
 // Shows a rectangle of a surface: 0; -22 after a line for a surface without dimensions, and when nothing
 // could be composed. The surface may be null in software mode alone, where the software pass does it all.
-int present(surface_record* surface, int32_t x, int32_t y, int32_t width, int32_t height);
-int present_with(present_technique technique, surface_record* surface, const present_rectangle& rectangle);
+int present(surface_record* surface, int32_t x, int32_t y, int32_t width, int32_t height)
+    KALIX_REQUIRES(_globals.device_mutex);
+int present_with(present_technique technique, surface_record* surface, const present_rectangle& rectangle)
+    KALIX_REQUIRES(_globals.device_mutex);
 
 // What was presented last, or none. A surface that has got the sid since is none under strict settings: nobody
 // shows a picture for another user.
-surface_record* last_presented();
+surface_record* last_presented() KALIX_REQUIRES(_globals.device_mutex);
 
 // Shows the last presented surface again, unless it is gone or there is none.
-void present_again();
+void present_again() KALIX_REQUIRES(_globals.device_mutex);
 
 // Shows one surface alone, at its own size, over magenta. Returns 0.
 int present_debug(const surface_record* surface);
@@ -39,8 +41,8 @@ int present_to_phys_addr(const surface_record* surface, uint64_t phys_addr, uint
                          uint32_t height);
 
 // Requests 200, 211 and 206: 0 or -22; 211 answers 1 when there is nothing to show.
-int nebo_present_ioctl(client_record* client, present_req* req);
-int nebo_oob_present(client_record* client, oob_present_req* req);
-int nebo_present_to_phys_addr_ioctl(client_record* client, present_phys_req* req);
+int nebo_present_ioctl(client_record* client, present_req* req) KALIX_REQUIRES(_globals.device_mutex);
+int nebo_oob_present(client_record* client, oob_present_req* req) KALIX_REQUIRES(_globals.device_mutex);
+int nebo_present_to_phys_addr_ioctl(client_record* client, present_phys_req* req) KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

@@ -49,6 +49,7 @@ bool open_destination(const client_record& client, surface_record& surface, cons
 
 // The same within what the client may hold; a bound that it has reached.
 share_bound share_destination(const client_record& client, surface_record& surface, const readback_req& req)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     const share_bound reached = share_take(destination_kind, client, &surface.shm_share);
     if (reached == share_bound::none && !open_destination(client, surface, req))
@@ -58,6 +59,7 @@ share_bound share_destination(const client_record& client, surface_record& surfa
 
 // Where the pixels go; no memory at all, after a line, when there is no destination.
 std::span<std::byte> resolve_destination(const client_record& client, surface_record& surface, const readback_req& req)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
     share_bound reached = share_bound::none;
     if (req.use_shm && surface.shm_fd == -1)

@@ -12,6 +12,6 @@ namespace kalix {
 
 // Request 207: 0; -22 for an unknown surface, a refused pitch and a rectangle that leaves the surface or the
 // destination; -12 when there is no destination.
-int nebo_readback_surface(client_record* client, readback_req* req);
+int nebo_readback_surface(client_record* client, readback_req* req) KALIX_REQUIRES(_globals.device_mutex);
 
 } // namespace kalix

@@ -63,7 +63,7 @@ kalix_status_overlay as_drawn(const overlay_record& overlay, const surface_recor
     return drawn;
 }
 
-void write_overlays()
+void write_overlays() KALIX_REQUIRES(_globals.device_mutex)
 {
     std::ranges::fill(status->overlays, kalix_status_overlay{});
     for_each_overlay([](const overlay_record& overlay) { status->overlays[overlay.id - 1] = as_defined(overlay); });

@@ -89,27 +89,30 @@ struct driver_state {
     id_pool context_ids{};
     id_pool overlay_ids{};
     mutex gmr_lock;
-    mutex* device_mutex = nullptr; // borrowed from the caller of kalix_init
+    borrowed_mutex device_mutex; // of the caller of kalix_init
     mutex resource_lock;
     mutex fifo_lock;
-    std::array<hashtable*, RESOURCE_TOTAL> resource_tables{}; // by id; see resource.h for their locking
+    std::array<hashtable*, RESOURCE_TOTAL>
+        resource_tables KALIX_GUARDED_BY(device_mutex){}; // by id; see resource.h for their locking
     mutex client_lock;
-    hashtable* client_table KALIX_GUARDED_BY(client_lock) = nullptr; // by scoid
-    hashtable* handed_out_sids = nullptr;                            // sid to the client that asked for it
-    share_books shares{};                                            // of mappings; guarded by the device mutex
-    uint32_t shared_sid = 0;                    // first surface that was defined shared; 0: none yet
-    client_record* shared_sid_client = nullptr; // who referenced it last
-    uint32_t debug_copy_sid = 0;                // when set, presents first copy a box of it into what they show
-    uint32_t debug_show_sid = 0;                // when set, presents show it instead
-    uint32_t last_present_sid = 0;              // 0: none yet; the surface may be gone
-    present_rectangle last_present_rect{};
-    uint32_t postprocess_ready = 0;                        // 1: the hardware pass has all its objects
-    std::array<surface_record*, 4> postprocess_surfaces{}; // target, depth, vertices, indices; see postprocess.h
+    hashtable* client_table KALIX_GUARDED_BY(client_lock) = nullptr;     // by scoid
+    hashtable* handed_out_sids KALIX_GUARDED_BY(device_mutex) = nullptr; // sid to the client that asked for it
+    share_books shares KALIX_GUARDED_BY(device_mutex){};                 // of mappings; guarded by the device mutex
+    uint32_t shared_sid KALIX_GUARDED_BY(device_mutex) = 0; // first surface that was defined shared; 0: none yet
+    client_record* shared_sid_client KALIX_GUARDED_BY(device_mutex) = nullptr; // who referenced it last
+    uint32_t debug_copy_sid KALIX_GUARDED_BY(device_mutex) =
+        0; // when set, presents first copy a box of it into what they show
+    uint32_t debug_show_sid KALIX_GUARDED_BY(device_mutex) = 0;   // when set, presents show it instead
+    uint32_t last_present_sid KALIX_GUARDED_BY(device_mutex) = 0; // 0: none yet; the surface may be gone
+    present_rectangle last_present_rect KALIX_GUARDED_BY(device_mutex){};
+    uint32_t postprocess_ready KALIX_GUARDED_BY(device_mutex) = 0; // 1: the hardware pass has all its objects
+    std::array<surface_record*, 4>
+        postprocess_surfaces KALIX_GUARDED_BY(device_mutex){}; // target, depth, vertices, indices; see postprocess.h
     uint32_t dirty_gmr_id = 0;
     std::byte* dirty_gmr_buffer = nullptr;
-    std::byte* dirty_gmr_base = nullptr; // page-aligned start in it
-    uint32_t mipmap_dma_failed = 0;      // 1 when the capability self-test failed
-    uint32_t software_mode = 0;          // 0 whenever requests are served
+    std::byte* dirty_gmr_base = nullptr;                           // page-aligned start in it
+    uint32_t mipmap_dma_failed KALIX_GUARDED_BY(device_mutex) = 0; // 1 when the capability self-test failed
+    uint32_t software_mode = 0;                                    // 0 whenever requests are served
     uint32_t test_mode = 0;
     driver_settings settings{};
 };

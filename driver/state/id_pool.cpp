@@ -11,7 +11,7 @@ namespace {
 constexpr uint32_t word_bits = 32;
 constexpr uint32_t full_word = 0xFFFFFFFF;
 
-uint32_t& word_of(id_pool* pool, uint32_t id)
+uint32_t& word_of(id_pool* pool, uint32_t id) KALIX_REQUIRES(_globals.id_lock)
 {
     return pool->bits[(id - 1) / word_bits];
 }

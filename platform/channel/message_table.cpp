@@ -60,7 +60,7 @@ int32_t message_table::add(connection& from, whole_message message)
     const hold held{lock_};
     const int32_t rcvid = next_id();
     messages_.emplace(rcvid, outstanding{&from, std::move(message)});
-    from.whose = turn::server;
+    turn_in(from) = turn::server;
     return rcvid;
 }
 
@@ -83,7 +83,7 @@ int message_table::give(int32_t rcvid, const answer& given)
     const bool taken = send_answer(to.socket.get(), given, found->second.message.reply_room);
     const int error = errno;
     messages_.erase(found);
-    to.whose = taken ? turn::client : turn::over;
+    turn_in(to) = taken ? turn::client : turn::over;
     if (!taken)
         end_untaken(to, error);
     if (!poll_once(epoll_, to, EPOLL_CTL_MOD))
@@ -92,10 +92,10 @@ int message_table::give(int32_t rcvid, const answer& given)
     return taken ? 0 : -1;
 }
 
-turn message_table::turn_of(const connection& of)
+turn message_table::turn_of(connection& of)
 {
     const hold held{lock_};
-    return of.whose;
+    return turn_in(of);
 }
 
 bool message_table::poll_once(int epoll, const connection& which, int operation)

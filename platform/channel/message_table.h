@@ -32,14 +32,17 @@ struct connection {
     const uint32_t pid;
     const uint32_t uid;
     const uint32_t scoid;
-    const uint64_t age;        // rises from one connection to the next
-    turn whose = turn::client; // guarded by the message table's lock
+    const uint64_t age; // rises from one connection to the next
 
     // The receive loop's alone.
     message_gatherer gatherer;
     bool entered = false; // its first message was handed out
     bool waits = false;   // not polled, until others of its process have come back
     bool ended = false;   // its end was told
+
+private:
+    friend class message_table;
+    turn whose_ = turn::client; // reached by message_table::turn_in, which asks for the lock
 };
 
 struct answer {
@@ -66,7 +69,7 @@ public:
     // the client did not take the answer, and its connection is then over.
     int give(int32_t rcvid, const answer& given);
 
-    turn turn_of(const connection& of);
+    turn turn_of(connection& of);
 
     // Has the connection polled for one event; false with errno.
     static bool poll_once(int epoll, const connection& which, int operation);
@@ -77,6 +80,7 @@ private:
         whole_message message;
     };
     int32_t next_id() KALIX_REQUIRES(lock_);
+    turn& turn_in(connection& of) KALIX_REQUIRES(lock_) { return of.whose_; }
 
     mutex lock_;
     int epoll_ KALIX_GUARDED_BY(lock_) = -1;
