@@ -20,7 +20,7 @@
 namespace kalix::platform {
 
 inline constexpr size_t log_line_max = 2048; // bytes with time and newline; a pipe takes as many whole or not at all
-inline constexpr size_t log_backlog_bytes = 64 * 1024;
+inline constexpr size_t log_backlog_bytes = size_t{64} * 1024;
 inline constexpr size_t log_backlog_kept_back = 2 * log_line_max;
 inline constexpr int64_t log_retry_ms = 100;
 
