@@ -17,8 +17,8 @@ using command_function = outcome (*)(device_state& device, command_reader body);
 
 struct command_row {
     uint32_t id = 0;
-    command_function execute = nullptr; // none for an id between others that is no command
     uint32_t least_bytes = 0;           // of the body
+    command_function execute = nullptr; // none for an id between others that is no command
 };
 
 // The row of a 3D command, or null for an id that is none.

@@ -133,19 +133,19 @@ outcome context_set_scissor_rect(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_CONTEXT_DEFINE, context_define, sizeof(svga3d_context)},
-    {SVGA_3D_CMD_CONTEXT_DESTROY, context_destroy, sizeof(svga3d_context)},
-    {SVGA_3D_CMD_SETTRANSFORM, context_set_transform, sizeof(svga3d_set_transform)},
-    {SVGA_3D_CMD_SETZRANGE, context_set_z_range, sizeof(svga3d_set_z_range)},
-    {SVGA_3D_CMD_SETRENDERSTATE, context_set_render_states, sizeof(svga3d_context)},
-    {SVGA_3D_CMD_SETRENDERTARGET, context_set_render_target, sizeof(svga3d_set_render_target)},
-    {SVGA_3D_CMD_SETTEXTURESTATE, context_set_texture_states, sizeof(svga3d_context)},
-    {SVGA_3D_CMD_SETMATERIAL, context_set_material, sizeof(svga3d_set_material)},
-    {SVGA_3D_CMD_SETLIGHTDATA, context_set_light_data, sizeof(svga3d_set_light_data)},
-    {SVGA_3D_CMD_SETLIGHTENABLED, context_set_light_enabled, sizeof(svga3d_set_light_enabled)},
-    {SVGA_3D_CMD_SETVIEWPORT, context_set_viewport, sizeof(svga3d_set_viewport)},
-    {SVGA_3D_CMD_SETCLIPPLANE, context_set_clip_plane, sizeof(svga3d_set_clip_plane)},
-    {SVGA_3D_CMD_SETSCISSORRECT, context_set_scissor_rect, sizeof(svga3d_set_scissor_rect)},
+    {SVGA_3D_CMD_CONTEXT_DEFINE, sizeof(svga3d_context), context_define},
+    {SVGA_3D_CMD_CONTEXT_DESTROY, sizeof(svga3d_context), context_destroy},
+    {SVGA_3D_CMD_SETTRANSFORM, sizeof(svga3d_set_transform), context_set_transform},
+    {SVGA_3D_CMD_SETZRANGE, sizeof(svga3d_set_z_range), context_set_z_range},
+    {SVGA_3D_CMD_SETRENDERSTATE, sizeof(svga3d_context), context_set_render_states},
+    {SVGA_3D_CMD_SETRENDERTARGET, sizeof(svga3d_set_render_target), context_set_render_target},
+    {SVGA_3D_CMD_SETTEXTURESTATE, sizeof(svga3d_context), context_set_texture_states},
+    {SVGA_3D_CMD_SETMATERIAL, sizeof(svga3d_set_material), context_set_material},
+    {SVGA_3D_CMD_SETLIGHTDATA, sizeof(svga3d_set_light_data), context_set_light_data},
+    {SVGA_3D_CMD_SETLIGHTENABLED, sizeof(svga3d_set_light_enabled), context_set_light_enabled},
+    {SVGA_3D_CMD_SETVIEWPORT, sizeof(svga3d_set_viewport), context_set_viewport},
+    {SVGA_3D_CMD_SETCLIPPLANE, sizeof(svga3d_set_clip_plane), context_set_clip_plane},
+    {SVGA_3D_CMD_SETSCISSORRECT, sizeof(svga3d_set_scissor_rect), context_set_scissor_rect},
 };
 
 } // namespace

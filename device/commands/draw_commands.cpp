@@ -55,8 +55,8 @@ outcome draw(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_CLEAR, clear, sizeof(svga3d_clear)},
-    {SVGA_3D_CMD_DRAW_PRIMITIVES, draw, sizeof(svga3d_draw_primitives)},
+    {SVGA_3D_CMD_CLEAR, sizeof(svga3d_clear), clear},
+    {SVGA_3D_CMD_DRAW_PRIMITIVES, sizeof(svga3d_draw_primitives), draw},
 };
 
 } // namespace

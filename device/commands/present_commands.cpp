@@ -234,9 +234,9 @@ outcome present_readback(device_state&, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_PRESENT, present, sizeof(svga3d_present)},
-    {SVGA_3D_CMD_PRESENT_READBACK, present_readback, 0},
-    {SVGA_3D_CMD_BLIT_SURFACE_TO_SCREEN, blit_to_screen, sizeof(svga3d_blit_to_screen)},
+    {SVGA_3D_CMD_PRESENT, sizeof(svga3d_present), present},
+    {SVGA_3D_CMD_PRESENT_READBACK, 0, present_readback},
+    {SVGA_3D_CMD_BLIT_SURFACE_TO_SCREEN, sizeof(svga3d_blit_to_screen), blit_to_screen},
 };
 
 } // namespace

@@ -74,9 +74,9 @@ outcome query_wait(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_BEGIN_QUERY, query_begin, sizeof(svga3d_begin_query)},
-    {SVGA_3D_CMD_END_QUERY, query_end, sizeof(svga3d_query)},
-    {SVGA_3D_CMD_WAIT_FOR_QUERY, query_wait, sizeof(svga3d_query)},
+    {SVGA_3D_CMD_BEGIN_QUERY, sizeof(svga3d_begin_query), query_begin},
+    {SVGA_3D_CMD_END_QUERY, sizeof(svga3d_query), query_end},
+    {SVGA_3D_CMD_WAIT_FOR_QUERY, sizeof(svga3d_query), query_wait},
 };
 
 } // namespace

@@ -97,10 +97,10 @@ outcome shader_set_constant(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_SHADER_DEFINE, shader_define, sizeof(svga3d_shader_define)},
-    {SVGA_3D_CMD_SHADER_DESTROY, shader_destroy, sizeof(svga3d_shader_destroy)},
-    {SVGA_3D_CMD_SET_SHADER, shader_set, sizeof(svga3d_set_shader)},
-    {SVGA_3D_CMD_SET_SHADER_CONST, shader_set_constant, sizeof(svga3d_set_shader_const)},
+    {SVGA_3D_CMD_SHADER_DEFINE, sizeof(svga3d_shader_define), shader_define},
+    {SVGA_3D_CMD_SHADER_DESTROY, sizeof(svga3d_shader_destroy), shader_destroy},
+    {SVGA_3D_CMD_SET_SHADER, sizeof(svga3d_set_shader), shader_set},
+    {SVGA_3D_CMD_SET_SHADER_CONST, sizeof(svga3d_set_shader_const), shader_set_constant},
 };
 
 } // namespace

@@ -48,8 +48,8 @@ outcome surface_destroy(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_SURFACE_DEFINE, surface_define, sizeof(svga3d_surface_define)},
-    {SVGA_3D_CMD_SURFACE_DESTROY, surface_destroy, sizeof(svga3d_surface_destroy)},
+    {SVGA_3D_CMD_SURFACE_DEFINE, sizeof(svga3d_surface_define), surface_define},
+    {SVGA_3D_CMD_SURFACE_DESTROY, sizeof(svga3d_surface_destroy), surface_destroy},
 };
 
 } // namespace

@@ -80,7 +80,7 @@ outcome surface_copy(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_SURFACE_COPY, surface_copy, sizeof(svga3d_surface_copy)},
+    {SVGA_3D_CMD_SURFACE_COPY, sizeof(svga3d_surface_copy), surface_copy},
 };
 
 } // namespace

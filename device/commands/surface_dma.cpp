@@ -151,7 +151,7 @@ outcome surface_dma(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_SURFACE_DMA, surface_dma, sizeof(svga3d_surface_dma)},
+    {SVGA_3D_CMD_SURFACE_DMA, sizeof(svga3d_surface_dma), surface_dma},
 };
 
 } // namespace

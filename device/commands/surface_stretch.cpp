@@ -139,7 +139,7 @@ outcome surface_stretchblt(device_state& device, command_reader body)
 }
 
 constexpr command_row rows[] = {
-    {SVGA_3D_CMD_SURFACE_STRETCHBLT, surface_stretchblt, sizeof(svga3d_surface_stretchblt)},
+    {SVGA_3D_CMD_SURFACE_STRETCHBLT, sizeof(svga3d_surface_stretchblt), surface_stretchblt},
 };
 
 } // namespace
