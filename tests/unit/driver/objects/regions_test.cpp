@@ -258,7 +258,7 @@ TEST_F(SharesTest, NobodyTakesWhatIsKeptForOthers)
             disconnect(each.client);
         disconnect(9);
         here().own_uid = 0; // the server's own user is held to what is kept back alone
-        for (const uint32_t client : {1, 1, 2, 2, 3, 3})
+        for (const uint32_t client : {1u, 1u, 2u, 2u, 3u, 3u})
             EXPECT_EQ(row.take(*this, client, ++nth), 0) << nth;
         EXPECT_EQ(row.take(*this, 4, ++nth), -12);
         for (uint32_t client = 1; client <= 4; ++client)
