@@ -7,7 +7,8 @@ target_compile_definitions(kalix_house INTERFACE KALIX_VERSION="${PROJECT_VERSIO
 target_compile_options(kalix_house INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -ffp-contract=off
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast>
-  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
+  # A test is alone with what it calls and holds no locks (KALIX_ALONE).
+  $<$<AND:$<COMPILE_LANG_AND_ID:CXX,Clang>,$<NOT:$<BOOL:$<TARGET_PROPERTY:KALIX_ALONE>>>>:-Wthread-safety>)
 target_link_options(kalix_house INTERFACE -Wl,--no-undefined)
 
 if(KALIX_SANITIZE STREQUAL "address")
@@ -35,8 +36,7 @@ function(kalix_test_headers name)
   # The first lets ccache follow a precompiled header. The second: g++ 12 warns of the insides of std::string when
   # they come from such a header, which it does not take for the system's any more.
   target_compile_options(${name} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess;-Wno-array-bounds;-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-restrict>)
-  # A test is alone with what it calls and holds no locks.
-  target_compile_options(${name} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-thread-safety-analysis>)
+  set_target_properties(${name} PROPERTIES KALIX_ALONE ON)
 endfunction()
 
 # kalix_test(NAME SOURCES ... LIBRARIES ... [TIMEOUT seconds] [LABEL quick|system])

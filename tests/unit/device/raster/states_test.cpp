@@ -310,14 +310,14 @@ TEST_F(StateTest, SomeStatesChangeNothing)
     };
     const std::vector<std::byte> wanted = drawn();
     const context before = state;
-    for (const uint32_t which :
-         {4, 31, 44, 65, 66, 68, 69, 70, 71, 72, 73, 74, 75, 76, 77, 78, 79, 80, 81, 82, 83, 84, 89, 90, 91})
+    for (const uint32_t which : std::initializer_list<uint32_t>{4,  31, 44, 65, 66, 68, 69, 70, 71, 72, 73, 74, 75,
+                                                                76, 77, 78, 79, 80, 81, 82, 83, 84, 89, 90, 91})
         for (const uint32_t value : {0u, 1u, 0x3F000000u, 0x40800000u}) {
             set(which, value);
             EXPECT_EQ(drawn(), wanted) << which;
             state = before;
         }
-    for (const uint32_t which : {17, 18, 19, 20, 23, 25, 26, 27}) {
+    for (const uint32_t which : std::initializer_list<uint32_t>{17, 18, 19, 20, 23, 25, 26, 27}) {
         stage(0, which, 0x40800000);
         EXPECT_EQ(drawn(), wanted) << which;
     }
