@@ -315,7 +315,7 @@ bytes command(uint32_t id, const records&... each)
 template <typename function>
 void await(const function& condition)
 {
-    for (int i = 0; i < 50'000 && !condition(); ++i)
+    for (int i = 0; i < 20'000 && !condition(); ++i)
         std::this_thread::sleep_for(std::chrono::microseconds{100});
 }
 
@@ -415,7 +415,7 @@ void ServingWithoutMemory::expect_that_it_passes(const request& what, bool is_kn
         std::this_thread::sleep_for(std::chrono::milliseconds{7});
         return before == std::exchange(before, count()) && before.clients == 1;
     });
-    sweep(is_known ? 64 : 2, [&](int nth, bool lasting) {
+    const auto attempt = [&](int nth, bool lasting) {
         bool failed = false;
         const answer got =
             converse(what, is_known, [&](const auto& run) { failed = without_memory(nth, lasting, victim, run); });
@@ -429,10 +429,20 @@ void ServingWithoutMemory::expect_that_it_passes(const request& what, bool is_kn
             EXPECT_EQ(got.value, normal.value);
         }
         EXPECT_EQ(normally().value, normal.value);
-        books after{};
-        await([&] { return (after = count()) == before; });
-        EXPECT_EQ(after, before);
-        return failed && !HasFailure();
+        return failed;
+    };
+    sweep(is_known ? 64 : 2, [&](int nth, bool lasting) {
+        // What comes once and stays, such as a worker's own memory, is no loss: a loss is one each time.
+        for (int round = 0;; ++round) {
+            const bool failed = attempt(nth, lasting);
+            books after{};
+            await([&] { return (after = count()) == before; });
+            if (after == before || round == 2) {
+                EXPECT_EQ(after, before);
+                return failed && !HasFailure();
+            }
+            before = after;
+        }
     });
 }
 
