@@ -1,9 +1,8 @@
 #include "guest/options.h"
 
-#include <charconv>
+#include "base/environment.h"
+
 #include <cstdio>
-#include <cstdlib>
-#include <string_view>
 
 namespace kalix::guest {
 namespace {
@@ -15,20 +14,13 @@ constexpr uint32_t threads_max = 64;
 
 uint32_t number_from(svga_log_function log, const char* name, uint32_t largest, uint32_t otherwise)
 {
-    const char* const given = std::getenv(name);
-    if (!given)
-        return otherwise;
-    const std::string_view text{given};
-    uint32_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error == std::errc{} && end == text.data() + text.size() && value >= 1 && value <= largest)
-        return value;
-    char line[256];
-    std::snprintf(line, sizeof line, "%s=\"%.64s\" is not a number of 1 to %u, using the default", name, given,
-                  largest);
-    if (log)
-        log(warning, line);
-    return otherwise;
+    return environment_number(name, 1, largest, otherwise, [=](const char* given) {
+        char line[256];
+        std::snprintf(line, sizeof line, "%s=\"%.64s\" is not a number of 1 to %u, using the default", name, given,
+                      largest);
+        if (log)
+            log(warning, line);
+    });
 }
 
 } // namespace

@@ -1,13 +1,12 @@
 #include "platform/settings.h"
 
+#include "base/environment.h"
 #include "platform/log/log.h"
 
-#include <charconv>
+#include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <optional>
-#include <string_view>
 
 namespace kalix::platform {
 namespace {
@@ -26,12 +25,12 @@ void warn_unreadable(const char* name, const char* value, const char* used)
 bool read_foreground()
 {
     const char* value = value_of("KALIX_FOREGROUND");
-    if (value == nullptr || std::strcmp(value, "0") == 0)
+    if (value == nullptr)
         return false;
-    if (std::strcmp(value, "1") == 0)
-        return true;
-    warn_unreadable("KALIX_FOREGROUND", value, "0");
-    return false;
+    const std::optional<uint32_t> foreground = number_in(value, 0, 1);
+    if (!foreground)
+        warn_unreadable("KALIX_FOREGROUND", value, "0");
+    return foreground.value_or(0) != 0;
 }
 
 int read_ready_fd()
@@ -39,12 +38,9 @@ int read_ready_fd()
     const char* value = value_of("KALIX_READY_FD");
     if (value == nullptr)
         return -1;
-    const std::string_view text{value};
-    int fd = -1;
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), fd);
-    const bool whole = failure == std::errc{} && end == text.data() + text.size() && fd >= 0;
-    if (whole && fcntl(fd, F_SETFD, FD_CLOEXEC) == 0)
-        return fd;
+    const std::optional<uint32_t> fd = number_in(value, 0, INT_MAX);
+    if (fd && fcntl(static_cast<int>(*fd), F_SETFD, FD_CLOEXEC) == 0)
+        return static_cast<int>(*fd);
     warn_unreadable("KALIX_READY_FD", value, "none");
     return -1;
 }
