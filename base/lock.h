@@ -20,6 +20,7 @@
 #define KALIX_ACQUIRE(...) KALIX_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define KALIX_RELEASE(...) KALIX_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define KALIX_REQUIRES(...) KALIX_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define KALIX_HELD_BY_CALLER(lock) KALIX_THREAD_ATTRIBUTE(assert_capability(lock))
 #define KALIX_EXCLUDES(...) KALIX_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define KALIX_NO_THREAD_SAFETY_ANALYSIS KALIX_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
@@ -38,6 +39,8 @@ private:
 class KALIX_CAPABILITY("mutex") borrowed_mutex {
 public:
     void borrow(mutex* owners) { mutex_ = owners; }
+    // Says, in a callback, what the function that calls back through templates requires of its own caller.
+    void is_held_by_caller() const KALIX_HELD_BY_CALLER(this) {}
     void lock() KALIX_ACQUIRE()
     {
         if (mutex_)

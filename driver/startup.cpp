@@ -111,11 +111,11 @@ int open_channel()
 int make_resource_tables() KALIX_REQUIRES(_globals.device_mutex)
 {
     for (size_t type = 0; type < RESOURCE_TOTAL; ++type) {
-        _globals.resource_tables[type] = hashtable_create(resource_buckets);
+        _globals.resource_tables[type] = hashtable_create<resource_object>(resource_buckets);
         if (_globals.resource_tables[type])
             continue;
         for (size_t made = type; made-- > 0; _globals.resource_tables[made] = nullptr)
-            hashtable_destroy(_globals.resource_tables[made], nullptr);
+            hashtable_destroy(_globals.resource_tables[made]);
         return fail("kalix: could not allocate resource tables");
     }
     return 0;
@@ -125,15 +125,15 @@ int make_tables() KALIX_REQUIRES(_globals.device_mutex)
 {
     {
         hold lock{_globals.work_lock};
-        _globals.work_queue = linkedlist_create();
+        _globals.work_queue = linkedlist_create<workitem*>();
         if (!_globals.work_queue)
             return fail("kalix: could not allocate app work queue");
     }
     if (make_resource_tables() != 0)
         return 1;
     hold lock{_globals.client_lock};
-    _globals.client_table = hashtable_create(client_buckets);
-    _globals.handed_out_sids = hashtable_create(resource_buckets);
+    _globals.client_table = hashtable_create<client_record>(client_buckets);
+    _globals.handed_out_sids = hashtable_create<client_record>(resource_buckets);
     if (!_globals.client_table || !_globals.handed_out_sids)
         return fail("kalix: could not allocate client table");
     return 0;

@@ -5,7 +5,7 @@ namespace kalix {
 bool queue_workitem(std::unique_ptr<workitem>& item)
 {
     hold lock{_globals.work_lock};
-    if (linkedlist_insert_tail(_globals.work_queue, reinterpret_cast<uintptr_t>(item.get())) != 0)
+    if (linkedlist_insert_tail(_globals.work_queue, item.get()) != 0)
         return false;
     static_cast<void>(item.release());
     _globals.work_sem.post();
@@ -17,8 +17,8 @@ std::unique_ptr<workitem> take_workitem()
     for (;;) {
         _globals.work_sem.wait();
         hold lock{_globals.work_lock};
-        if (!linkedlist_is_empty(_globals.work_queue))
-            return std::unique_ptr<workitem>{reinterpret_cast<workitem*>(linkedlist_pop_first(_globals.work_queue))};
+        if (workitem* const oldest = linkedlist_pop_first(_globals.work_queue))
+            return std::unique_ptr<workitem>{oldest};
     }
 }
 

@@ -22,42 +22,36 @@ constexpr uint32_t no_scoid = 0xFFFFFFFF;
 constexpr std::array<destroy_function, RESOURCE_TOTAL> destroy_functions = {
     context_destroy, dma_destroy, surface_destroy, execbuf_destroy, overlay_destroy};
 
-// The client and the type being drained, for destroy_callback, which gets a reference alone. Valid only
-// during client_destroy, which one disconnect at a time runs.
-client_record* destroy_client;
-resource_type destroy_type;
-
 void free_record(client_record* client)
 {
-    for (hashtable* table : client->ref_tables)
-        hashtable_destroy(table, nullptr);
+    for (hashtable<client_reference>* table : client->ref_tables)
+        hashtable_destroy(table);
     linkedlist_destroy(client->retained_sids);
     delete client;
 }
 
 bool make_tables(client_record* client)
 {
-    client->retained_sids = linkedlist_create();
+    client->retained_sids = linkedlist_create<uint32_t>();
     bool made = client->retained_sids;
-    for (hashtable*& table : client->ref_tables) {
-        table = made ? hashtable_create(reference_buckets) : nullptr;
+    for (hashtable<client_reference>*& table : client->ref_tables) {
+        table = made ? hashtable_create<client_reference>(reference_buckets) : nullptr;
         made = table;
     }
     return made;
 }
 
-void destroy_callback(void* value) KALIX_REQUIRES(_globals.device_mutex)
+// Drops all references that a client holds on one object. The last takes the reference out of its table.
+void destroy_callback(resource_type type, client_record* client, const client_reference* reference)
+    KALIX_REQUIRES(_globals.device_mutex)
 {
-    const auto* const reference = static_cast<client_reference*>(value);
     KALIX_ASSERT(reference, "ref");
-    const uint32_t id = reference->id;
-    resource_object* const object = resource_get(destroy_type, destroy_client, id);
+    resource_object* const object = reference->object;
     KALIX_ASSERT(object, "obj");
-    const destroy_function callback = destroy_functions[destroy_type];
+    const destroy_function callback = destroy_functions[type];
     KALIX_ASSERT(callback, "callback");
-    uint32_t destroyed = 0;
-    while (!destroyed && resource_have_ref(destroy_type, destroy_client, id))
-        resource_unref(destroy_type, destroy_client, object, callback, &destroyed);
+    for (uint32_t left = reference->ref_count; left > 0; --left)
+        resource_unref(type, client, object, callback, nullptr);
 }
 
 } // namespace
@@ -97,8 +91,8 @@ client_record* client_get(const platform::_msg_info& info)
         return nullptr;
     {
         hold lock{_globals.client_lock};
-        if (void* const known = hashtable_get(_globals.client_table, info.scoid))
-            return static_cast<client_record*>(known);
+        if (client_record* const known = hashtable_get(_globals.client_table, info.scoid))
+            return known;
     }
     // A connection has one request outstanding, so no other worker makes this record meanwhile.
     client_record* const client = client_new(info);
@@ -113,10 +107,11 @@ int client_destroy(client_record* client)
 {
     if (!client)
         return -1;
-    destroy_client = client;
     for (uint32_t type = 0; type < RESOURCE_TOTAL; ++type) {
-        destroy_type = static_cast<resource_type>(type);
-        hashtable_destroy(client->ref_tables[type], destroy_callback);
+        hashtable_destroy(client->ref_tables[type], [type, client](const client_reference* reference) {
+            _globals.device_mutex.is_held_by_caller();
+            destroy_callback(static_cast<resource_type>(type), client, reference);
+        });
         client->ref_tables[type] = nullptr;
     }
     surface_ids_give_back(client);
@@ -141,7 +136,7 @@ int client_remove(client_record* client)
 
 int client_retain_sid(client_record* client, uint32_t sid)
 {
-    for (const linkedlist_node* node = client->retained_sids->head; node; node = node->next)
+    for (const auto* node = client->retained_sids->head; node; node = node->next)
         if (node->data == sid)
             return 0;
     return linkedlist_insert_tail(client->retained_sids, sid);

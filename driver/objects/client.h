@@ -10,15 +10,17 @@
 
 namespace kalix {
 
+struct client_reference; // see resource.h
+
 struct client_record {
     uint32_t scoid; // key in client_table
     uint32_t pid;   // 0 for a record made by a disconnect
     uint32_t uid;
-    std::array<hashtable*, RESOURCE_TOTAL> ref_tables; // by object id: client_reference records
-    uint32_t last_cid;                                 // verifier's cache, of one command buffer
+    std::array<hashtable<client_reference>*, RESOURCE_TOTAL> ref_tables; // by object id; own the records
+    uint32_t last_cid;                   // verifier's cache, of one command buffer
     uint32_t last_sid;
-    linkedlist* retained_sids; // surface ids that it chose; released when it goes
-    uint32_t status_slot;      // in the status file, counted from 1; 0: none yet
+    linkedlist<uint32_t>* retained_sids; // surface ids that it chose; released when it goes
+    uint32_t status_slot;                // in the status file, counted from 1; 0: none yet
 };
 
 // Nothing to prepare: kalix_init makes the table itself. Returns 0.

@@ -29,10 +29,9 @@ inline size_t shown_buffer(const overlay_record& overlay)
 template <typename function>
 void for_each_overlay(function callback) KALIX_REQUIRES(_globals.device_mutex)
 {
-    const hashtable* const table = _globals.resource_tables[RESOURCE_OVERLAY];
-    hashtable_iterator walk{};
-    while (void* const overlay = hashtable_iterate(table, &walk))
-        callback(*static_cast<overlay_record*>(static_cast<resource_object*>(overlay)));
+    hashtable_iterator<resource_object> walk;
+    while (resource_object* const overlay = hashtable_iterate(_globals.resource_tables[RESOURCE_OVERLAY], &walk))
+        callback(*static_cast<overlay_record*>(overlay));
 }
 
 // Gives a new record an id, shows it and clears its buffers. 0, or 1 when all ids are in use.

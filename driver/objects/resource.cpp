@@ -35,24 +35,17 @@ void check_found(resource_type type, const resource_object* object)
 
 client_reference* reference_of(resource_type type, const client_record* client, uint32_t id)
 {
-    return static_cast<client_reference*>(hashtable_get(client->ref_tables[type], id));
+    return hashtable_get(client->ref_tables[type], id);
 }
 
 // A reference record of the client, with a count of 0, in its table; none when memory runs out.
-client_reference* add_reference(resource_type type, client_record* client, uint32_t id)
+client_reference* add_reference(resource_type type, client_record* client, resource_object* object)
     KALIX_REQUIRES(_globals.resource_lock)
 {
-    std::unique_ptr<client_reference> reference{new (std::nothrow) client_reference{id, 0}};
-    if (!reference || hashtable_insert(client->ref_tables[type], id, reference.get()) != 0)
+    std::unique_ptr<client_reference> reference{new (std::nothrow) client_reference{object->id, 0, object}};
+    if (!reference || hashtable_insert(client->ref_tables[type], object->id, reference.get()) != 0)
         return nullptr;
     return reference.release();
-}
-
-void drop_reference(resource_type type, client_record* client, client_reference* reference)
-    KALIX_REQUIRES(_globals.resource_lock)
-{
-    hashtable_remove(client->ref_tables[type], reference->id);
-    delete reference;
 }
 
 } // namespace
@@ -63,7 +56,7 @@ int resource_add(resource_type type, client_record* client, resource_object* obj
     hold lock{_globals.resource_lock};
     if (hashtable_insert(_globals.resource_tables[type], object->id, object) != 0)
         return 1;
-    client_reference* const reference = add_reference(type, client, object->id);
+    client_reference* const reference = add_reference(type, client, object);
     if (!reference) {
         hashtable_remove(_globals.resource_tables[type], object->id);
         return 1;
@@ -79,7 +72,7 @@ int resource_ref(resource_type type, client_record* client, resource_object* obj
     hold lock{_globals.resource_lock};
     client_reference* reference = reference_of(type, client, object->id);
     if (!reference)
-        reference = add_reference(type, client, object->id);
+        reference = add_reference(type, client, object);
     if (!reference)
         return 1;
     ++object->total_ref_count;
@@ -94,14 +87,17 @@ int resource_unref(resource_type type, client_record* client, resource_object* o
     if (destroyed)
         *destroyed = 0;
     hold lock{_globals.resource_lock};
-    client_reference* const reference = reference_of(type, client, object->id);
+    const auto place = hashtable_find(client->ref_tables[type], object->id);
+    client_reference* const reference = place.value();
     KALIX_ASSERT(reference, "client_ref");
     KALIX_ASSERT(reference->ref_count, "client_ref->ref_count");
     KALIX_ASSERT(static_cast<int32_t>(reference->ref_count) <= static_cast<int32_t>(object->total_ref_count),
                  "client_ref->ref_count <= obj->total_ref_count");
     --object->total_ref_count;
-    if (--reference->ref_count == 0)
-        drop_reference(type, client, reference);
+    if (--reference->ref_count == 0) {
+        hashtable_remove_at(client->ref_tables[type], place);
+        delete reference;
+    }
     if (object->total_ref_count != 0)
         return 0;
     if (destroy)
@@ -116,14 +112,20 @@ int resource_unref(resource_type type, client_record* client, resource_object* o
 resource_object* resource_get_global(resource_type type, uint32_t id)
 {
     check_type(type);
-    auto* const object = static_cast<resource_object*>(hashtable_get(_globals.resource_tables[type], id));
+    resource_object* const object = hashtable_get(_globals.resource_tables[type], id);
     check_found(type, object);
     return object;
 }
 
 resource_object* resource_get(resource_type type, client_record* client, uint32_t id)
 {
-    return resource_have_ref(type, client, id) ? resource_get_global(type, id) : nullptr;
+    check_type(type);
+    KALIX_ASSERT(client, "client");
+    const client_reference* const reference = reference_of(type, client, id);
+    if (!reference)
+        return nullptr;
+    check_found(type, reference->object);
+    return reference->object;
 }
 
 int resource_have_ref(resource_type type, client_record* client, uint32_t id)

@@ -25,6 +25,7 @@ struct resource_object { // begins every registered record
 struct client_reference { // one per client and object
     uint32_t id;
     uint32_t ref_count;
+    resource_object* object; // registered as long as anyone holds a reference
 };
 
 using destroy_function = void (*)(resource_object*); // gives back what the object owns; never frees it

@@ -12,7 +12,7 @@ bool is_driver_sid(uint32_t sid)
     return sid >= driver_surface_id_first && sid <= driver_surface_id_last;
 }
 
-const void* holder_of(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
+const client_record* holder_of(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {
     return hashtable_get(_globals.handed_out_sids, sid);
 }
@@ -52,7 +52,7 @@ bool surface_id_in_use(const client_record* client, uint32_t sid)
 {
     if (sid == SVGA3D_INVALID_ID || is_driver_sid(sid) || resource_get_global(RESOURCE_SURFACE, sid))
         return true;
-    const void* const holder = holder_of(sid);
+    const client_record* const holder = holder_of(sid);
     return holder && holder != client;
 }
 
@@ -68,11 +68,13 @@ int surface_id_claim(client_record* client, uint32_t sid)
 
 void surface_ids_give_back(client_record* client)
 {
-    for (const linkedlist_node* node = client->retained_sids->head; node; node = node->next) {
-        const auto sid = static_cast<uint32_t>(node->data);
-        if (holder_of(sid) == client)
-            hashtable_remove(_globals.handed_out_sids, sid);
-        if (!is_driver_sid(sid) && !holder_of(sid))
+    for (const auto* node = client->retained_sids->head; node; node = node->next) {
+        const uint32_t sid = node->data;
+        const auto handed_out = hashtable_find(_globals.handed_out_sids, sid);
+        const client_record* const holder = handed_out.value();
+        if (holder == client)
+            hashtable_remove_at(_globals.handed_out_sids, handed_out);
+        if (!is_driver_sid(sid) && (!holder || holder == client))
             id_release(&_globals.surface_ids, sid);
     }
 }

@@ -137,9 +137,8 @@ int get_surface_pids(const surface_record& surface, std::span<uint32_t> pids)
 {
     hold lock{_globals.client_lock};
     size_t stored = 0;
-    hashtable_iterator walk{};
-    while (void* const each = hashtable_iterate(_globals.client_table, &walk)) {
-        auto* const client = static_cast<client_record*>(each);
+    hashtable_iterator<client_record> walk;
+    while (client_record* const client = hashtable_iterate(_globals.client_table, &walk)) {
         if (!resource_have_ref(RESOURCE_SURFACE, client, surface.id))
             continue;
         if (stored == pids.size())
@@ -210,14 +209,14 @@ int vmw_debug_list_sids_msg(client_record* client, list_sids_req* req)
     req->more = 0;
     int32_t position = 0;
     size_t filled = 0;
-    hashtable_iterator walk{};
-    while (void* const each = hashtable_iterate(_globals.resource_tables[RESOURCE_SURFACE], &walk)) {
+    hashtable_iterator<resource_object> walk;
+    while (const resource_object* const each = hashtable_iterate(_globals.resource_tables[RESOURCE_SURFACE], &walk)) {
         if (filled == std::size(req->entries)) {
             req->more = 1;
             break;
         }
         if (position++ >= req->first)
-            req->entries[filled++] = describe(*static_cast<surface_record*>(static_cast<resource_object*>(each)));
+            req->entries[filled++] = describe(*static_cast<const surface_record*>(each));
     }
     return 0;
 }

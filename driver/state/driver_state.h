@@ -67,8 +67,11 @@ inline constexpr uint32_t dirty_gmr_bytes = 0x1000000;
 inline constexpr uint32_t dirty_gmr_buffer_bytes = 0x1001000; // and a page, so that an aligned span fits
 static_assert(dma_id_capacity + 1 <= SVGA_GMR_IDS);           // every DMA buffer, and the dirty GMR
 
+// What the tables hold; the objects and the message loop define them.
 struct client_record;
+struct resource_object;
 struct surface_record;
+struct workitem;
 
 struct present_rectangle { // as a client gave it, pixels of the presented surface
     int32_t x, y, width, height;
@@ -82,7 +85,7 @@ struct driver_state {
     ::svga_device* svga_device = nullptr; // owned by the device library
     platform::semaphore work_sem;         // counts what is put on work_queue
     mutex work_lock;
-    linkedlist* work_queue KALIX_GUARDED_BY(work_lock) = nullptr; // workitems, oldest first
+    linkedlist<workitem*>* work_queue KALIX_GUARDED_BY(work_lock) = nullptr; // oldest first
     mutex id_lock;
     id_pool surface_ids{};
     id_pool dma_ids{};
@@ -92,13 +95,14 @@ struct driver_state {
     borrowed_mutex device_mutex; // of the caller of kalix_init
     mutex resource_lock;
     mutex fifo_lock;
-    std::array<hashtable*, RESOURCE_TOTAL>
+    std::array<hashtable<resource_object>*, RESOURCE_TOTAL>
         resource_tables KALIX_GUARDED_BY(device_mutex){}; // by id; see resource.h for their locking
     mutex client_lock;
-    hashtable* client_table KALIX_GUARDED_BY(client_lock) = nullptr;     // by scoid
-    hashtable* handed_out_sids KALIX_GUARDED_BY(device_mutex) = nullptr; // sid to the client that asked for it
-    share_books shares KALIX_GUARDED_BY(device_mutex){};                 // of mappings; guarded by the device mutex
-    uint32_t shared_sid KALIX_GUARDED_BY(device_mutex) = 0; // first surface that was defined shared; 0: none yet
+    hashtable<client_record>* client_table KALIX_GUARDED_BY(client_lock) = nullptr; // by scoid
+    hashtable<client_record>*
+        handed_out_sids KALIX_GUARDED_BY(device_mutex) = nullptr; // sid to the client that asked for it
+    share_books shares KALIX_GUARDED_BY(device_mutex){};          // of mappings; guarded by the device mutex
+    uint32_t shared_sid KALIX_GUARDED_BY(device_mutex) = 0;       // first surface that was defined shared; 0: none yet
     client_record* shared_sid_client KALIX_GUARDED_BY(device_mutex) = nullptr; // who referenced it last
     uint32_t debug_copy_sid KALIX_GUARDED_BY(device_mutex) =
         0; // when set, presents first copy a box of it into what they show

@@ -68,17 +68,17 @@ void driver_test::TearDown()
     here().reservations_left = -1;
     for (uint32_t client = 1; client < 16; ++client)
         disconnect(client);
-    for (hashtable* table : _globals.resource_tables) {
+    for (hashtable<resource_object>* table : _globals.resource_tables) {
         EXPECT_TRUE(hashtable_is_empty(table));
-        hashtable_destroy(table, nullptr);
+        hashtable_destroy(table);
     }
     {
         hold lock{_globals.client_lock};
         EXPECT_TRUE(hashtable_is_empty(_globals.client_table));
-        hashtable_destroy(_globals.client_table, nullptr);
+        hashtable_destroy(_globals.client_table);
     }
     EXPECT_TRUE(hashtable_is_empty(_globals.handed_out_sids));
-    hashtable_destroy(_globals.handed_out_sids, nullptr);
+    hashtable_destroy(_globals.handed_out_sids);
     hold lock{_globals.work_lock};
     linkedlist_destroy(_globals.work_queue);
     std::free(_globals.dirty_gmr_buffer);

@@ -9,10 +9,10 @@
 namespace kalix::test {
 namespace {
 
-std::vector<uintptr_t> contents(const linkedlist* list)
+std::vector<uintptr_t> contents(const linkedlist<uintptr_t>* list)
 {
     std::vector<uintptr_t> out;
-    for (const linkedlist_node* node = list->head; node; node = node->next)
+    for (const auto* node = list->head; node; node = node->next)
         out.push_back(node->data);
     return out;
 }
@@ -20,7 +20,7 @@ std::vector<uintptr_t> contents(const linkedlist* list)
 TEST_F(driver_test, LinkedListWalksLikeAList)
 {
     std::mt19937 random{test_seed()};
-    linkedlist* const list = linkedlist_create();
+    linkedlist<uintptr_t>* const list = linkedlist_create<uintptr_t>();
     std::list<uintptr_t> model;
     for (int step = 0; step < 5000; ++step) {
         const uintptr_t value = below(random, 6); // 0 is refused
@@ -45,7 +45,7 @@ TEST_F(driver_test, LinkedListWalksLikeAList)
             break;
         default:
             fail_allocation(1);
-            ASSERT_EQ(linkedlist_insert_tail(list, 9), 1);
+            ASSERT_EQ(linkedlist_insert_tail(list, uintptr_t{9}), 1);
         }
         ASSERT_EQ(contents(list), std::vector(model.begin(), model.end())) << test_seed() << " step " << step;
         ASSERT_EQ(list->count, static_cast<int32_t>(model.size()));
@@ -53,36 +53,35 @@ TEST_F(driver_test, LinkedListWalksLikeAList)
         ASSERT_EQ(list->tail ? list->tail->data : 0, model.empty() ? 0 : model.back());
     }
     linkedlist_destroy(list);
-    linkedlist_destroy(nullptr);
-    EXPECT_EQ(linkedlist_is_empty(nullptr), 0);
-    EXPECT_EQ(linkedlist_insert_tail(nullptr, 1), 1);
+    const linkedlist<uintptr_t>* const none = nullptr;
+    EXPECT_EQ(linkedlist_is_empty(none), 0);
+    EXPECT_EQ(linkedlist_insert_tail<int>(nullptr, 1), 1);
+    linkedlist_destroy<int>(nullptr);
 }
 
-std::vector<void*> walk(const hashtable* table)
+std::vector<const char*> walk(const hashtable<char>* table)
 {
-    hashtable_iterator* const at = hashtable_iterator_create();
-    std::vector<void*> out;
-    while (void* const value = hashtable_iterate(table, at))
+    hashtable_iterator<char>* const at = hashtable_iterator_create<char>();
+    std::vector<const char*> out;
+    while (const char* const value = hashtable_iterate(table, at))
         out.push_back(value);
     EXPECT_EQ(hashtable_iterate(table, at), nullptr);
     hashtable_iterator_destroy(at);
     return out;
 }
 
-hashtable* drained;
-std::map<void*, uint32_t> drained_keys;
-
 TEST_F(driver_test, HashTableWalksLikeBucketsOfPairs)
 {
+    using pair = std::pair<uint32_t, const char*>;
     std::mt19937 random{test_seed()};
     for (const int32_t size : {1, 3, 128}) {
-        hashtable* const table = hashtable_create(size);
-        std::vector<std::vector<std::pair<uint32_t, void*>>> model(static_cast<size_t>(size));
+        hashtable<char>* const table = hashtable_create<char>(size);
+        std::vector<std::vector<pair>> model(static_cast<size_t>(size));
         std::vector<char> values(3000);
         for (size_t step = 0; step < values.size(); ++step) {
             const uint32_t key = below(random, 40);
             auto& bucket = model[key % static_cast<uint32_t>(size)];
-            const auto at = std::ranges::find(bucket, key, &std::pair<uint32_t, void*>::first);
+            const auto at = std::ranges::find(bucket, key, &pair::first);
             if (below(random, 2)) {
                 ASSERT_EQ(hashtable_insert(table, key, &values[step]), 0);
                 bucket.emplace_back(key, &values[step]);
@@ -91,25 +90,24 @@ TEST_F(driver_test, HashTableWalksLikeBucketsOfPairs)
                 if (at != bucket.end())
                     bucket.erase(at);
             }
-            const auto first = std::ranges::find(bucket, key, &std::pair<uint32_t, void*>::first);
+            const auto first = std::ranges::find(bucket, key, &pair::first);
             ASSERT_EQ(hashtable_get(table, key), first == bucket.end() ? nullptr : first->second);
         }
-        std::vector<void*> all;
-        drained_keys.clear();
+        std::vector<const char*> all;
+        std::map<const char*, uint32_t> keys;
         for (const auto& bucket : model)
             for (const auto& [key, value] : bucket) {
                 all.push_back(value);
-                drained_keys[value] = key;
+                keys[value] = key;
             }
         EXPECT_EQ(walk(table), all) << test_seed();
         EXPECT_EQ(table->count, static_cast<int32_t>(all.size()));
-        drained = table;
-        hashtable_destroy(table, [](void* value) {
-            EXPECT_EQ(drained_keys.count(value), 1u);
-            hashtable_remove(drained, drained_keys[value]);
-            drained_keys.erase(value);
+        hashtable_destroy(table, [&](const char* value) {
+            EXPECT_EQ(keys.count(value), 1u);
+            hashtable_remove(table, keys[value]);
+            keys.erase(value);
         });
-        EXPECT_TRUE(drained_keys.empty());
+        EXPECT_TRUE(keys.empty());
     }
 }
 
@@ -117,15 +115,15 @@ TEST_F(driver_test, HashTableLeavesNothingBehindWithoutMemory)
 {
     for (int nth = 1;; ++nth) {
         fail_allocation(nth);
-        hashtable* const table = hashtable_create(4);
+        hashtable<int>* const table = hashtable_create<int>(4);
         fail_allocation(0);
         if (table) {
-            hashtable_destroy(table, nullptr);
+            hashtable_destroy(table);
             break;
         }
         ASSERT_LT(nth, 20);
     }
-    hashtable* const table = hashtable_create(1);
+    hashtable<int>* const table = hashtable_create<int>(1);
     int value = 0;
     for (const int nth : {1, 2}) {
         fail_allocation(nth);
@@ -134,9 +132,9 @@ TEST_F(driver_test, HashTableLeavesNothingBehindWithoutMemory)
         EXPECT_EQ(hashtable_get(table, 1), nullptr);
     }
     EXPECT_EQ(hashtable_insert(table, 1, nullptr), 1);
-    hashtable_destroy(table, nullptr);
-    EXPECT_EQ(hashtable_create(0), nullptr);
-    EXPECT_EQ(hashtable_is_empty(nullptr), 1);
+    hashtable_destroy(table);
+    EXPECT_EQ(hashtable_create<int>(0), nullptr);
+    EXPECT_EQ(hashtable_is_empty<int>(nullptr), 1);
 }
 
 uint32_t lowest_gap(const std::set<uint32_t>& in_use, uint32_t capacity)
