@@ -3,7 +3,7 @@
 #include "driver/config.h"
 #include "driver/message_loop.h"
 #include "driver/objects/client.h"
-#include "driver/objects/dma.h"
+#include "driver/objects/gmr.h"
 #include "driver/objects/shares.h"
 #include "driver/screen/capability_probe.h"
 #include "driver/screen/debug.h"
@@ -25,9 +25,6 @@
 #include <string_view>
 
 namespace kalix {
-
-driver_state _globals;
-
 namespace {
 
 constexpr int exit_unknown_word = 22;

@@ -5,8 +5,8 @@
 // entry, or a part of one at the end, makes the whole list do nothing.
 #pragma once
 
-#include "device/commands/command_reader.h"
 #include "device/state/state.h"
+#include "svga/command_reader.h"
 
 #include <cstdint>
 #include <span>

@@ -1,8 +1,8 @@
 // The commands without a length of their own: each says by its fields how long it is.
 #pragma once
 
-#include "device/commands/command_reader.h"
 #include "device/state/state.h"
+#include "svga/command_reader.h"
 
 #include <cstdint>
 #include <limits>

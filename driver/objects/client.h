@@ -17,8 +17,6 @@ struct client_record {
     uint32_t pid;   // 0 for a record made by a disconnect
     uint32_t uid;
     std::array<hashtable<client_reference>*, RESOURCE_TOTAL> ref_tables; // by object id; own the records
-    uint32_t last_cid;                   // verifier's cache, of one command buffer
-    uint32_t last_sid;
     linkedlist<uint32_t>* retained_sids; // surface ids that it chose; released when it goes
     uint32_t status_slot;                // in the status file, counted from 1; 0: none yet
 };

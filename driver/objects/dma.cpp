@@ -1,5 +1,6 @@
 #include "driver/objects/dma.h"
 
+#include "driver/objects/gmr.h"
 #include "driver/objects/shares.h"
 #include "platform/files/shared_memory.h"
 

@@ -1,9 +1,7 @@
-// Guest memory regions (GMRs) and the DMA buffers of clients.
+// DMA buffers: memory that a client shares with the device.
 //
-// The device reaches guest memory only through GMRs, whose pages the driver describes to it. usedGmrs, the
-// table of region ids, is guarded by gmr_lock, held from the choice of an id until it is marked, across the
-// device's answer. A DMA buffer is a shared-memory object that its client maps, with a GMR of its own; its
-// record owns descriptor, mapping, name and GMR until dma_destroy.
+// A DMA buffer is a shared-memory object that its client maps, with a region of its own (gmr.h) through which
+// the device reaches it. The record owns descriptor, mapping, name and region until dma_destroy.
 #pragma once
 
 #include "driver/objects/resource.h"
@@ -21,25 +19,6 @@ struct dma_buffer : resource_object { // id: the handle, 1 to 4096
     int32_t map_len = 0;
     share_holder* share = nullptr; // charged with its slot and descriptor
 };
-
-// Makes the table of region ids, and makes the device forget regions of an earlier run. Returns 0, or 1
-// when memory runs out.
-int dma_initialize();
-
-// Makes a region of size bytes that starts at the first physical page boundary behind address, which is
-// buffer_length bytes of driver memory, at least size and a page. *offset receives the distance from
-// address to that start, 1 to 4096. Returns the region's id, or -1 after a line that says why.
-int32_t dma_create_gmr(std::byte* address, uint32_t* offset, uint32_t size, uint32_t buffer_length, dma_buffer* owner);
-
-// Makes the device forget a region and frees its id. When that cannot be queued, false: the id stays used,
-// without an owner, and the device goes on reaching the region's pages.
-bool removeGmr(uint32_t gmr_id) KALIX_REQUIRES(_globals.gmr_lock);
-
-// The lowest free region id, or -1.
-int32_t getFreeGmrId() KALIX_REQUIRES(_globals.gmr_lock);
-
-// The buffer that a region backs; none for the driver's own and for ids that are not regions.
-dma_buffer* dma_get_by_gmrId(uint32_t gmr_id);
 
 // Makes the shared object of that name and its region; none after a line that says why.
 dma_buffer* dma_create(const char* name, uint32_t size);

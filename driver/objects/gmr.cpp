@@ -1,4 +1,4 @@
-#include "driver/objects/dma.h"
+#include "driver/objects/gmr.h"
 
 #include "platform/files/shared_memory.h"
 #include "svga/svga.h"

@@ -93,24 +93,4 @@ int nebo_getparam_fifomap_caps(client_record* client, fifomap_caps_rep* rep)
     return 0;
 }
 
-int vmw_fence_wait_ioctl(client_record*, fence_wait_req* req)
-{
-    if (!req)
-        return status_invalid;
-    SVGA_SyncToFence(req->seqno);
-    return 0;
-}
-
-int vmw_fence_signalled_ioctl(client_record*, fence_signalled_req* req)
-{
-    if (!req)
-        return status_invalid;
-    const uint32_t passed = fifo_register(SVGA_FIFO_FENCE);
-    const bool signalled = req->seqno == 0 || passed >= req->seqno;
-    req->signalled = signalled;
-    req->signal_mask = signalled ? 3 : 0;
-    req->device_seqno = passed;
-    return 0;
-}
-
 } // namespace kalix

@@ -1,9 +1,7 @@
-// Device parameters, FIFO registers and fences, as clients ask for them.
+// Device parameters and FIFO registers, as clients ask for them.
 //
-// Everything is read from the device at the moment of the request; nothing is kept. A fence is its
-// sequence number, and the device's fence register is the only fence state: releasing one (request 16) has
-// nothing to do, and the dispatcher accepts it. Handlers run under the device mutex, which a fence wait holds
-// while it waits.
+// Everything is read from the device at the moment of the request; nothing is kept. Handlers run under the device
+// mutex.
 #pragma once
 
 #include "driver/objects/client.h"
@@ -16,11 +14,9 @@ uint32_t fifo_register(uint32_t index);
 // 1 when the device offers 3D through its FIFO, else 0.
 int vmw_fifo_have_3d();
 
-// Requests 0, 201, 202, 14 and 15: 0 or -22.
+// Requests 0, 201 and 202: 0 or -22.
 int vmw_getparam_ioctl(client_record* client, getparam_req* req);
 int nebo_getparam_fifomap(client_record* client, fifomap_req* req);
 int nebo_getparam_fifomap_caps(client_record* client, fifomap_caps_rep* rep);
-int vmw_fence_wait_ioctl(client_record* client, fence_wait_req* req);
-int vmw_fence_signalled_ioctl(client_record* client, fence_signalled_req* req);
 
 } // namespace kalix

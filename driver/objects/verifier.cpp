@@ -2,7 +2,9 @@
 
 #include "driver/objects/context.h"
 #include "driver/objects/dma.h"
+#include "driver/objects/gmr.h"
 #include "driver/objects/surface.h"
+#include "svga/command_reader.h"
 
 #include <cstring>
 #include <kalix/svga3d_types.h>
@@ -16,81 +18,54 @@ constexpr uint32_t update_bytes = sizeof(svga_cmd_update); // the one command wi
 constexpr uint32_t table_last = 1081;                      // the interface reserves ids up to here
 constexpr uint32_t no_id = SVGA3D_INVALID_ID;              // of a context, surface or region
 
-// Empties the client's cache before a buffer and behind it: an id that was another's meanwhile is looked up again.
-class buffer_scope {
-public:
-    explicit buffer_scope(client_record& client) : client_{client} { empty(); }
-    ~buffer_scope() { empty(); }
-    buffer_scope(const buffer_scope&) = delete;
-    buffer_scope& operator=(const buffer_scope&) = delete;
-
-private:
-    void empty() { client_.last_cid = client_.last_sid = no_id; }
-    client_record& client_;
+// One walk over a command buffer: whose it is, and what was accepted last in it, so that a run of commands that
+// name the same is looked up once. It ends with the buffer: an id may be another's in the next.
+struct buffer_walk {
+    client_record* client;
+    uint32_t last_cid = no_id;
+    uint32_t last_sid = no_id;
 };
 
-// Takes records out of a command's body, front to back; it can only shrink.
-class body_reader {
-public:
-    explicit body_reader(body_span rest) : rest_{rest} {}
-    size_t left() const { return rest_.size(); }
-    template <typename record>
-    [[nodiscard]] bool take(record& out)
-    {
-        if (rest_.size() < sizeof out)
-            return false;
-        std::memcpy(&out, rest_.data(), sizeof out);
-        rest_ = rest_.subspan(sizeof out);
-        return true;
-    }
-    const void* position() const { return rest_.data(); }
-
-private:
-    body_span rest_;
-};
-
-template <typename record>
-record front_of(body_span body) // the table has made sure that body holds it
+uint32_t word_at(body_span body, size_t offset) // the table has made sure that body holds it
 {
-    record out;
-    std::memcpy(&out, body.data(), sizeof out);
-    return out;
+    uint32_t word;
+    std::memcpy(&word, body.data() + offset, sizeof word);
+    return word;
 }
 
 // ---- Identity: ids that a command names, and where in the driver's copy they stand ----------------
 
-int cmd_cid_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_cid_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    const auto cid = front_of<uint32_t>(body);
-    if (cid == client->last_cid)
+    const uint32_t cid = word_at(body, 0);
+    if (cid == walk.last_cid)
         return 0;
-    const int status = context_check(client, cid);
+    const int status = context_check(walk.client, cid);
     if (status != 0) {
         slogf(log_code, log_error, "kalix: cmd_cid_check: could not find or use context 0x%x", cid);
         return status;
     }
-    client->last_cid = cid;
+    walk.last_cid = cid;
     return 0;
 }
 
-int cmd_sid_check(client_record* client, uint32_t sid, const void* field) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_sid_check(buffer_walk& walk, uint32_t sid, const void* field) KALIX_REQUIRES(_globals.device_mutex)
 {
-    if (sid == SVGA3D_INVALID_ID || sid == client->last_sid)
+    if (sid == SVGA3D_INVALID_ID || sid == walk.last_sid)
         return 0;
-    const int status = surface_check(client, sid);
+    const int status = surface_check(walk.client, sid);
     if (status != 0) {
         slogf(log_code, log_error, "kalix: cmd_sid_check: could not find or use surface 0x%08x address 0x%08lx", sid,
               reinterpret_cast<unsigned long>(field));
         return status;
     }
-    client->last_sid = sid;
+    walk.last_sid = sid;
     return 0;
 }
 
-int sid_at(client_record* client, body_span body, size_t offset) KALIX_REQUIRES(_globals.device_mutex)
+int sid_at(buffer_walk& walk, body_span body, size_t offset) KALIX_REQUIRES(_globals.device_mutex)
 {
-    const body_span field = body.subspan(offset);
-    return cmd_sid_check(client, front_of<uint32_t>(field), field.data());
+    return cmd_sid_check(walk, word_at(body, offset), body.data() + offset);
 }
 
 bool is_own_region(client_record* client, uint32_t region)
@@ -103,100 +78,99 @@ bool is_own_region(client_record* client, uint32_t region)
 // strict settings it must be the client's own. Otherwise the driver's region alone is nobody's to name: the device
 // gets none in its place, and so refuses this command and no other. It refuses what is cut short as well.
 template <typename record>
-int check_region(client_record* client, body_span body, size_t offset)
+int check_region(buffer_walk& walk, body_span body, size_t offset)
 {
     if (_globals.settings.strict && body.size() < sizeof(record))
         return status_invalid;
     if (body.size() < offset + sizeof(uint32_t))
         return 0;
-    const body_span field = body.subspan(offset);
-    const auto region = front_of<uint32_t>(field);
+    const uint32_t region = word_at(body, offset);
     if (_globals.settings.strict)
-        return is_own_region(client, region) ? 0 : status_invalid;
+        return is_own_region(walk.client, region) ? 0 : status_invalid;
     if (region == _globals.dirty_gmr_id)
-        std::memcpy(field.data(), &no_id, sizeof no_id);
+        std::memcpy(body.data() + offset, &no_id, sizeof no_id);
     return 0;
 }
 
 // ---- Checks, one per kind of command ----------------------------------------------------------------
 
-int cmd_ok(client_record*, body_span)
+int cmd_ok(buffer_walk&, body_span)
 {
     return 0;
 }
 
 // Defining and destroying goes through requests; commands that do it pass unless settings are strict.
-int cmd_invalid(client_record*, body_span)
+int cmd_invalid(buffer_walk&, body_span)
 {
     return _globals.settings.strict ? status_invalid : 0;
 }
 
-int cmd_surface_copy_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_surface_copy_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    if (const int refused = sid_at(client, body, offsetof(svga3d_surface_copy, source)))
+    if (const int refused = sid_at(walk, body, offsetof(svga3d_surface_copy, source)))
         return refused;
-    return sid_at(client, body, offsetof(svga3d_surface_copy, destination));
+    return sid_at(walk, body, offsetof(svga3d_surface_copy, destination));
 }
 
-int cmd_stretch_blt_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_stretch_blt_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     static_assert(offsetof(svga3d_surface_stretchblt, destination) == offsetof(svga3d_surface_copy, destination));
-    return cmd_surface_copy_check(client, body);
+    return cmd_surface_copy_check(walk, body);
 }
 
-int cmd_surface_dma_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_surface_dma_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    if (const int refused = check_region<svga3d_surface_dma>(client, body, offsetof(svga3d_surface_dma, guest)))
+    if (const int refused = check_region<svga3d_surface_dma>(walk, body, offsetof(svga3d_surface_dma, guest)))
         return refused;
-    return _globals.settings.strict ? sid_at(client, body, offsetof(svga3d_surface_dma, host)) : 0;
+    return _globals.settings.strict ? sid_at(walk, body, offsetof(svga3d_surface_dma, host)) : 0;
 }
 
-int cmd_set_render_target_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_set_render_target_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    if (const int refused = cmd_cid_check(client, body))
+    if (const int refused = cmd_cid_check(walk, body))
         return refused;
-    return sid_at(client, body, offsetof(svga3d_set_render_target, target));
+    return sid_at(walk, body, offsetof(svga3d_set_render_target, target));
 }
 
-int cmd_present_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_present_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return sid_at(client, body, 0);
+    return sid_at(walk, body, 0);
 }
 
-int cmd_blt_surf_screen_check(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_blt_surf_screen_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return sid_at(client, body, offsetof(svga3d_blit_to_screen, source));
+    return sid_at(walk, body, offsetof(svga3d_blit_to_screen, source));
 }
 
-int cmd_query(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_query(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    if (const int refused = cmd_cid_check(client, body))
+    if (const int refused = cmd_cid_check(walk, body))
         return refused;
-    return check_region<svga3d_query>(client, body, offsetof(svga3d_query, result));
+    return check_region<svga3d_query>(walk, body, offsetof(svga3d_query, result));
 }
 
-int cmd_end_query(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_end_query(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return cmd_query(client, body);
+    return cmd_query(walk, body);
 }
-int cmd_wait_query(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_wait_query(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return cmd_query(client, body);
+    return cmd_query(walk, body);
 }
 
-int cmd_tex_state(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_tex_state(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    if (const int refused = cmd_cid_check(client, body))
+    if (const int refused = cmd_cid_check(walk, body))
         return refused;
-    body_reader reader{body.subspan(sizeof(uint32_t))};
+    command_reader reader{body.subspan(sizeof(uint32_t))};
     svga3d_texture_state_value state;
     while (reader.left() > 0) {
-        const auto* const at = static_cast<const std::byte*>(reader.position());
+        const std::byte* const at = reader.position();
         if (!reader.take(state))
             return status_invalid; // the last state is cut short
         if (state.name != SVGA3D_TS_BIND_TEXTURE)
             continue;
-        if (const int refused = cmd_sid_check(client, state.value, at + offsetof(svga3d_texture_state_value, value)))
+        if (const int refused = cmd_sid_check(walk, state.value, at + offsetof(svga3d_texture_state_value, value)))
             return refused;
     }
     return 0;
@@ -204,7 +178,7 @@ int cmd_tex_state(client_record* client, body_span body) KALIX_REQUIRES(_globals
 
 // Checks count records of one kind, each naming an array surface at the offset given.
 template <typename record>
-int check_arrays(client_record* client, body_reader& reader, uint32_t count, size_t sid_offset, void (*say_too_many)())
+int check_arrays(buffer_walk& walk, command_reader& reader, uint32_t count, size_t sid_offset, void (*say_too_many)())
     KALIX_REQUIRES(_globals.device_mutex)
 {
     if (count > reader.left() / sizeof(record)) {
@@ -213,37 +187,39 @@ int check_arrays(client_record* client, body_reader& reader, uint32_t count, siz
     }
     record each;
     for (; count > 0; --count) {
-        const auto* const at = static_cast<const std::byte*>(reader.position());
+        const std::byte* const at = reader.position();
         if (!reader.take(each))
             return status_invalid;
         uint32_t sid;
         std::memcpy(&sid, reinterpret_cast<const std::byte*>(&each) + sid_offset, sizeof sid);
-        if (const int refused = cmd_sid_check(client, sid, at + sid_offset))
+        if (const int refused = cmd_sid_check(walk, sid, at + sid_offset))
             return refused;
     }
     return 0;
 }
 
-int cmd_draw(client_record* client, body_span body) KALIX_REQUIRES(_globals.device_mutex)
+int cmd_draw(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
-    if (const int refused = cmd_cid_check(client, body))
+    if (const int refused = cmd_cid_check(walk, body))
         return refused;
-    const auto draw = front_of<svga3d_draw_primitives>(body);
-    body_reader reader{body.subspan(sizeof draw)};
+    svga3d_draw_primitives draw;
+    command_reader reader{body};
+    if (!reader.take(draw))
+        return status_invalid;
     if (const int refused = check_arrays<svga3d_vertex_declaration>(
-            client, reader, draw.declarations, offsetof(svga3d_vertex_declaration, array),
+            walk, reader, draw.declarations, offsetof(svga3d_vertex_declaration, array),
             [] { slogf(log_code, log_error, "kalix: cmd_draw: illegal number of vertex declarations."); }))
         return refused;
     return check_arrays<svga3d_primitive_range>(
-        client, reader, draw.ranges, offsetof(svga3d_primitive_range, index_array),
+        walk, reader, draw.ranges, offsetof(svga3d_primitive_range, index_array),
         [] { slogf(log_code, log_error, "kalix: cmd_draw: illegal number of index ranges."); });
 }
 
 // ---- The table ----------------------------------------------------------------------------------------
 
 struct command_row {
-    int (*check)(client_record*, body_span) = nullptr; // none: refused
-    uint32_t body_min = 0;                             // bytes that the check reads without asking
+    int (*check)(buffer_walk&, body_span) = nullptr; // none: refused
+    uint32_t body_min = 0;                           // bytes that the check reads without asking
 };
 
 constexpr uint32_t cid_bytes = sizeof(uint32_t);
@@ -278,37 +254,18 @@ constexpr auto cmd_funcs = [] {
 static_assert(std::size(cmd_funcs) == 42);
 
 // Whether the command at the start of left, whose length is known, may pass.
-bool is_accepted(client_record* client, body_span left, uint32_t id, uint64_t length)
+bool is_accepted(buffer_walk& walk, body_span left, uint32_t id, uint64_t length)
 {
     if (length > left.size() || id < SVGA_3D_CMD_BASE || id > table_last)
         return false;
     const command_row& row = cmd_funcs[id - SVGA_3D_CMD_BASE];
     const body_span body = left.subspan(sizeof(svga3d_command_header), length - sizeof(svga3d_command_header));
-    return row.check && body.size() >= row.body_min && row.check(client, body) == 0;
+    return row.check && body.size() >= row.body_min && row.check(walk, body) == 0;
 }
 
-} // namespace
-
-int cmd_check_all(client_record* client, std::span<std::byte> commands)
-{
-    const buffer_scope cache{*client};
-    // A count of 2^31 or more is negative to the walk, which then has nothing to look at.
-    const bool countable = commands.size() <= INT32_MAX;
-    while (countable && !commands.empty()) {
-        uint64_t length = 0;
-        if (const int refused = cmd_check(client, commands, &length))
-            return refused;
-        if (length > commands.size())
-            break;
-        commands = commands.subspan(length);
-    }
-    if (commands.empty())
-        return 0;
-    slogf(log_code, log_error, "kalix: command verifier out of sync.");
-    return status_invalid;
-}
-
-int cmd_check(client_record* client, std::span<std::byte> left, uint64_t* length)
+// Checks the command at the start of what is left. 0 or -22; *length receives the command's bytes, which may be more
+// than are left.
+int cmd_check(buffer_walk& walk, body_span left, uint64_t* length)
 {
     svga3d_command_header header{}; // what is missing of it is zero
     std::memcpy(&header, left.data(), std::min(left.size(), sizeof header));
@@ -317,9 +274,30 @@ int cmd_check(client_record* client, std::span<std::byte> left, uint64_t* length
         return 0;
     }
     *length = uint64_t{sizeof header} + header.size;
-    if (is_accepted(client, left, header.id, *length))
+    if (is_accepted(walk, left, header.id, *length))
         return 0;
     slogf(log_code, log_error, "kalix: cmd_check: illegal / invalid SVGA3D command: %d", static_cast<int>(header.id));
+    return status_invalid;
+}
+
+} // namespace
+
+int cmd_check_all(client_record* client, body_span commands)
+{
+    buffer_walk walk{client};
+    // A count of 2^31 or more is negative to the walk, which then has nothing to look at.
+    const bool countable = commands.size() <= INT32_MAX;
+    while (countable && !commands.empty()) {
+        uint64_t length = 0;
+        if (const int refused = cmd_check(walk, commands, &length))
+            return refused;
+        if (length > commands.size())
+            break;
+        commands = commands.subspan(length);
+    }
+    if (commands.empty())
+        return 0;
+    slogf(log_code, log_error, "kalix: command verifier out of sync.");
     return status_invalid;
 }
 

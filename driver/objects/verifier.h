@@ -4,8 +4,7 @@
 // a whole; it never sees the client's memory. It checks identity and structure: contexts and surfaces that
 // commands name are the client's, commands lie within the buffer, the counts of a draw fit its size. One word
 // it changes: the driver's own region, where a command names it, becomes one that is none. Runs under the
-// device mutex and fifo_lock; the client's last_cid and last_sid cache what was accepted last in this buffer,
-// and are empty outside of one.
+// device mutex and fifo_lock, and keeps nothing from one buffer to the next.
 #pragma once
 
 #include "driver/objects/client.h"
@@ -17,9 +16,5 @@ namespace kalix {
 // 0 when every command is accepted and the commands end exactly at the buffer's end; -22 otherwise, after
 // the lines that say why.
 int cmd_check_all(client_record* client, std::span<std::byte> commands);
-
-// Checks the command at the start of what is left. 0 or -22; *length receives the command's bytes, which may
-// be more than are left.
-int cmd_check(client_record* client, std::span<std::byte> left, uint64_t* length);
 
 } // namespace kalix

@@ -3,6 +3,7 @@
 #include "tests/unit/driver/support.h"
 
 #include "driver/objects/dma.h"
+#include "driver/objects/gmr.h"
 #include "driver/objects/shares.h"
 
 #include <memory>

@@ -1,4 +1,4 @@
-// A command's body, as a value that can only shrink.
+// The words of a command, as a value that can only shrink: for whoever verifies commands and whoever executes them.
 //
 // What is taken is copied out before anything looks at it: the ring is memory that others write.
 #pragma once
@@ -10,13 +10,14 @@
 #include <type_traits>
 #include <vector>
 
-namespace kalix::device {
+namespace kalix {
 
 class command_reader {
 public:
     explicit command_reader(std::span<const std::byte> rest) : rest_{rest} {}
 
     size_t left() const { return rest_.size(); }
+    const std::byte* position() const { return rest_.data(); } // of what is taken next
 
     // The next record; false, and nothing taken, when less is left.
     template <typename record>
@@ -55,4 +56,4 @@ private:
     std::span<const std::byte> rest_;
 };
 
-} // namespace kalix::device
+} // namespace kalix
