@@ -1,10 +1,10 @@
 #include "driver/screen/display.h"
 
-#include "base/saturate.h"
 #include "driver/screen/capability_probe.h"
 #include "driver/screen/present.h"
 #include "driver/screen/scaling.h"
 #include "driver/screen/status_file.h"
+#include "driver/screen/zoom.h"
 #include "driver/state/device_hold.h"
 
 #include <cmath>
@@ -38,12 +38,6 @@ bool is_mode(const set_mode_req& asked)
 {
     const svga_device& device = *_globals.svga_device;
     return device.mode_width == asked.width && device.mode_height == asked.height && device.bits_per_pixel == asked.bpp;
-}
-
-// A position of the unzoomed picture, on the screen of the software pass.
-uint32_t scaled(uint32_t position)
-{
-    return truncated_unsigned(static_cast<float>(position) * _globals.svga_device->zoom);
 }
 
 } // namespace
@@ -92,8 +86,10 @@ int nebo_adapter_move_cursor(client_record*, move_cursor_req* req)
 {
     if (!req)
         return payload_missing;
-    const bool scales = _globals.software_mode != 0;
-    SVGA_MoveCursor(req->visible, scales ? scaled(req->x) : req->x, scales ? scaled(req->y) : req->y, req->screen_id);
+    const bool scales = _globals.software_mode != 0; // the hardware pass leaves the cursor to the device
+    const uint32_t x = scales ? zoomed_unsigned(req->x) : req->x;
+    const uint32_t y = scales ? zoomed_unsigned(req->y) : req->y;
+    SVGA_MoveCursor(req->visible, x, y, req->screen_id);
     return 0;
 }
 

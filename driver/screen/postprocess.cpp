@@ -3,6 +3,7 @@
 #include "base/saturate.h"
 #include "driver/screen/matrix.h"
 #include "driver/screen/quad.h"
+#include "driver/screen/zoom.h"
 #include "svga/svga3d.h"
 
 #include <algorithm>
@@ -188,10 +189,8 @@ int draw_overlay(surface_dimensions size, int32_t x, int32_t y)
 {
     if (!glb_overlay)
         return status_invalid;
-    const float zoom = _globals.svga_device->zoom;
-    const uint32_t width = truncated_unsigned(static_cast<float>(size.width) * zoom);
-    const uint32_t height = truncated_unsigned(static_cast<float>(size.height) * zoom);
-    const int status = update_buffers(glb_overlay, {x, y, width, height, 1, 1, white});
+    const int status =
+        update_buffers(glb_overlay, {x, y, zoomed_unsigned(size.width), zoomed_unsigned(size.height), 1, 1, white});
     return status != 0 ? status : draw_rect(glb_overlay);
 }
 
@@ -203,15 +202,13 @@ int show_overlay(const overlay_record& overlay)
     const surface_dimensions size = dimensions_of(*surface);
     if (size.width == 0)
         return 0;
-    const float zoom = _globals.svga_device->zoom;
     int status = setup_matrix(screen(), postprocess_turns(*surface) ? quarter_turn : 0);
     if (status == 0)
         status = setup_renderstate(1);
     if (status == 0)
         status = setup_texture(surface->id);
     if (status == 0)
-        status = draw_overlay(size, truncated(static_cast<float>(overlay.x) * zoom),
-                              truncated(static_cast<float>(overlay.y) * zoom));
+        status = draw_overlay(size, zoomed(overlay.x), zoomed(overlay.y));
     return status;
 }
 

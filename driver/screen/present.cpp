@@ -6,6 +6,7 @@
 #include "driver/screen/postprocess.h"
 #include "driver/screen/software_pass.h"
 #include "driver/screen/status_file.h"
+#include "driver/screen/zoom.h"
 #include "driver/state/framebuffer.h"
 #include "svga/svga3d.h"
 
@@ -17,11 +18,6 @@ namespace {
 constexpr uint64_t phys_addr_max = 0x80000000;
 constexpr int nothing_to_show = 1;
 constexpr uint32_t debug_copy_side = 400; // pixels
-
-int zoomed(int32_t value)
-{
-    return truncated(static_cast<float>(value) * _globals.svga_device->zoom);
-}
 
 void copy_debug_box(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {

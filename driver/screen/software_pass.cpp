@@ -1,8 +1,8 @@
 #include "driver/screen/software_pass.h"
 
-#include "base/saturate.h"
 #include "driver/objects/overlay.h"
 #include "driver/screen/scaling.h"
+#include "driver/screen/zoom.h"
 #include "driver/state/framebuffer.h"
 
 #include <algorithm>
@@ -112,10 +112,7 @@ int postprocess_software_present(const present_rectangle& rectangle)
         return 0;
     software_draw_overlays(rectangle);
     scale_down(of, frame);
-    const float zoom = _globals.svga_device->zoom;
-    SVGA_Update(truncated_unsigned(0 * zoom), truncated_unsigned(0 * zoom),
-                truncated_unsigned(static_cast<float>(of.width) * zoom),
-                truncated_unsigned(static_cast<float>(of.height) * zoom));
+    SVGA_Update(0, 0, zoomed_unsigned(of.width), zoomed_unsigned(of.height));
     return 0;
 }
 

@@ -1,7 +1,7 @@
 #include "driver/screen/status_file.h"
 
-#include "base/saturate.h"
 #include "driver/screen/postprocess.h"
+#include "driver/screen/zoom.h"
 #include "platform/files/published_file.h"
 #include "platform/process.h"
 
@@ -52,13 +52,12 @@ kalix_status_overlay as_defined(const overlay_record& overlay)
 
 kalix_status_overlay as_drawn(const overlay_record& overlay, const surface_record& surface)
 {
-    const float zoom = _globals.svga_device->zoom;
     const surface_dimensions size = dimensions_of(surface);
     kalix_status_overlay drawn = as_defined(overlay);
-    drawn.x = truncated(static_cast<float>(overlay.x) * zoom);
-    drawn.y = truncated(static_cast<float>(overlay.y) * zoom);
-    drawn.width = truncated_unsigned(static_cast<float>(size.width) * zoom);
-    drawn.height = truncated_unsigned(static_cast<float>(size.height) * zoom);
+    drawn.x = zoomed(overlay.x);
+    drawn.y = zoomed(overlay.y);
+    drawn.width = zoomed_unsigned(size.width);
+    drawn.height = zoomed_unsigned(size.height);
     drawn.turned = postprocess_turns(surface);
     return drawn;
 }

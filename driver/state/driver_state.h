@@ -78,47 +78,63 @@ struct present_rectangle { // as a client gave it, pixels of the presented surfa
 };
 
 struct driver_state {
+    // Set by the start before a worker runs, and read by anyone after that.
     uint32_t initialized = 0; // 1 once the message loop may run
     char channel_name[64] = {};
     platform::name_attach_t* channel = nullptr;
     int32_t self_coid = 0;                // connection to the own channel, for pulses
-    ::svga_device* svga_device = nullptr; // owned by the device library
-    platform::semaphore work_sem;         // counts what is put on work_queue
+    ::svga_device* svga_device = nullptr; // owned by the device library; it and the device write it
+    borrowed_mutex device_mutex;          // of the caller of kalix_init
+    uint32_t dirty_gmr_id = 0;
+    std::byte* dirty_gmr_buffer = nullptr; // its bytes belong to whoever holds the device mutex
+    std::byte* dirty_gmr_base = nullptr;   // page-aligned start in it
+    uint32_t software_mode = 0;            // 0 whenever requests are served
+    uint32_t test_mode = 0;
+    driver_settings settings{};
+
+    // Requests between the message loop and the workers.
+    platform::semaphore work_sem; // counts what is put on work_queue
     mutex work_lock;
     linkedlist<workitem*>* work_queue KALIX_GUARDED_BY(work_lock) = nullptr; // oldest first
+
+    // The pools lock themselves; see id_pool.h.
     mutex id_lock;
     id_pool surface_ids{};
     id_pool dma_ids{};
     id_pool context_ids{};
     id_pool overlay_ids{};
+
+    // Inner locks: of the table of regions (gmr.cpp), of the counts in the registry (resource.h), and of command
+    // streams while they are built.
     mutex gmr_lock;
-    borrowed_mutex device_mutex; // of the caller of kalix_init
     mutex resource_lock;
     mutex fifo_lock;
-    std::array<hashtable<resource_object>*, RESOURCE_TOTAL>
-        resource_tables KALIX_GUARDED_BY(device_mutex){}; // by id; see resource.h for their locking
+
     mutex client_lock;
     hashtable<client_record>* client_table KALIX_GUARDED_BY(client_lock) = nullptr; // by scoid
-    hashtable<client_record>*
-        handed_out_sids KALIX_GUARDED_BY(device_mutex) = nullptr; // sid to the client that asked for it
-    share_books shares KALIX_GUARDED_BY(device_mutex){};          // of mappings; guarded by the device mutex
-    uint32_t shared_sid KALIX_GUARDED_BY(device_mutex) = 0;       // first surface that was defined shared; 0: none yet
-    client_record* shared_sid_client KALIX_GUARDED_BY(device_mutex) = nullptr; // who referenced it last
-    uint32_t debug_copy_sid KALIX_GUARDED_BY(device_mutex) =
-        0; // when set, presents first copy a box of it into what they show
-    uint32_t debug_show_sid KALIX_GUARDED_BY(device_mutex) = 0;   // when set, presents show it instead
-    uint32_t last_present_sid KALIX_GUARDED_BY(device_mutex) = 0; // 0: none yet; the surface may be gone
+
+    // All objects by their id, and each sid that was asked for to the client that asked for it.
+    std::array<hashtable<resource_object>*, RESOURCE_TOTAL> resource_tables KALIX_GUARDED_BY(device_mutex){};
+    hashtable<client_record>* handed_out_sids KALIX_GUARDED_BY(device_mutex) = nullptr;
+    share_books shares KALIX_GUARDED_BY(device_mutex){}; // of mappings
+
+    // The first surface that was defined shared (0: none yet), and who referenced it last.
+    uint32_t shared_sid KALIX_GUARDED_BY(device_mutex) = 0;
+    client_record* shared_sid_client KALIX_GUARDED_BY(device_mutex) = nullptr;
+
+    // When set, presents first copy a box of the one into what they show, or show the other instead.
+    uint32_t debug_copy_sid KALIX_GUARDED_BY(device_mutex) = 0;
+    uint32_t debug_show_sid KALIX_GUARDED_BY(device_mutex) = 0;
+
+    // What was presented last; 0: nothing yet. The surface may be gone.
+    uint32_t last_present_sid KALIX_GUARDED_BY(device_mutex) = 0;
     present_rectangle last_present_rect KALIX_GUARDED_BY(device_mutex){};
-    uint32_t postprocess_ready KALIX_GUARDED_BY(device_mutex) = 0; // 1: the hardware pass has all its objects
-    std::array<surface_record*, 4>
-        postprocess_surfaces KALIX_GUARDED_BY(device_mutex){}; // target, depth, vertices, indices; see postprocess.h
-    uint32_t dirty_gmr_id = 0;
-    std::byte* dirty_gmr_buffer = nullptr;
-    std::byte* dirty_gmr_base = nullptr;                           // page-aligned start in it
+
+    // Whether the hardware pass has all its objects (1), and its surfaces; see postprocess.h.
+    uint32_t postprocess_ready KALIX_GUARDED_BY(device_mutex) = 0;
+    std::array<surface_record*, 4> postprocess_surfaces KALIX_GUARDED_BY(device_mutex){};
+
     uint32_t mipmap_dma_failed KALIX_GUARDED_BY(device_mutex) = 0; // 1 when the capability self-test failed
-    uint32_t software_mode = 0;                                    // 0 whenever requests are served
-    uint32_t test_mode = 0;
-    driver_settings settings{};
 };
 
 extern driver_state _globals;
