@@ -6,6 +6,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <kalix/svga3d_formats.h>
 #include <kalix/svga3d_types.h>
 
 namespace kalix::device {
@@ -189,49 +190,44 @@ void encode_floats(const color& value, std::byte* texel)
 template <typename word, packed_layout layout>
 constexpr format_info packed(bool target = true)
 {
-    return {format_kind::color,         sizeof(word), 1, 1, target, true, decode_packed<word, layout>,
-            encode_packed<word, layout>};
+    return {.kind = format_kind::color,
+            .block_bytes = sizeof(word),
+            .target = target,
+            .decode = decode_packed<word, layout>,
+            .encode = encode_packed<word, layout>};
 }
 
 template <typename word, luminance_layout layout>
 constexpr format_info luminance()
 {
-    return {format_kind::color,
-            sizeof(word),
-            1,
-            1,
-            false,
-            true,
-            decode_luminance<word, layout>,
-            encode_luminance<word, layout>};
+    return {.kind = format_kind::color,
+            .block_bytes = sizeof(word),
+            .decode = decode_luminance<word, layout>,
+            .encode = encode_luminance<word, layout>};
 }
 
 template <typename number, int channels>
 constexpr format_info floats()
 {
-    return {format_kind::color,
-            sizeof(number) * channels,
-            1,
-            1,
-            true,
-            false,
-            decode_floats<number, channels>,
-            encode_floats<number, channels>};
+    return {.kind = format_kind::color,
+            .block_bytes = sizeof(number) * channels,
+            .target = true,
+            .normalized = false,
+            .decode = decode_floats<number, channels>,
+            .encode = encode_floats<number, channels>};
 }
 
-constexpr format_info plain(format_kind kind, uint8_t bytes)
+// What a texel or a block costs stands in one table for all, kalix/svga3d_formats.h; the decoders read what it says.
+constexpr format_info sized(format_info info, const svga3d_block& block)
 {
-    return {.kind = kind, .block_bytes = bytes};
-}
-
-constexpr format_info blocks(uint8_t bytes, uint8_t width, uint8_t height,
-                             color (*decode)(const std::byte*, uint32_t, uint32_t) = nullptr)
-{
-    return {.kind = format_kind::opaque,
-            .block_bytes = bytes,
-            .block_width = width,
-            .block_height = height,
-            .decode_block = decode};
+    if (info.block_bytes != 0 && info.block_bytes != block.bytes)
+        throw "a decoder reads another number of bytes"; // ends the build
+    info.block_bytes = static_cast<uint8_t>(block.bytes);
+    info.block_width = static_cast<uint8_t>(block.width);
+    info.block_height = static_cast<uint8_t>(block.height);
+    if (info.kind == format_kind::none && block.bytes != 0)
+        info.kind = format_kind::opaque;
+    return info;
 }
 
 constexpr auto formats = [] {
@@ -258,28 +254,18 @@ constexpr auto formats = [] {
     table[SVGA3D_R_S23E8] = floats<float, 1>();
     table[SVGA3D_RG_S10E5] = floats<uint16_t, 2>();
     table[SVGA3D_RG_S23E8] = floats<float, 2>();
-    table[SVGA3D_Z_D16] = plain(format_kind::depth, 2);
-    table[SVGA3D_Z_D15S1] = plain(format_kind::depth, 2);
-    table[SVGA3D_Z_D32] = plain(format_kind::depth, 4);
-    table[SVGA3D_Z_D24S8] = plain(format_kind::depth, 4);
-    table[SVGA3D_Z_D24X8] = plain(format_kind::depth, 4);
-    table[SVGA3D_BUFFER] = plain(format_kind::bytes, 1);
-    table[SVGA3D_DXT1] = blocks(8, 4, 4, dxt1_texel);
+    for (const uint32_t depth : {SVGA3D_Z_D16, SVGA3D_Z_D15S1, SVGA3D_Z_D32, SVGA3D_Z_D24S8, SVGA3D_Z_D24X8})
+        table[depth].kind = format_kind::depth;
+    table[SVGA3D_BUFFER].kind = format_kind::bytes;
+    table[SVGA3D_DXT1].decode_block = dxt1_texel;
     for (const uint32_t dxt : {SVGA3D_DXT2, SVGA3D_DXT3})
-        table[dxt] = blocks(16, 4, 4, dxt3_texel);
+        table[dxt].decode_block = dxt3_texel;
     for (const uint32_t dxt : {SVGA3D_DXT4, SVGA3D_DXT5})
-        table[dxt] = blocks(16, 4, 4, dxt5_texel);
-    for (const uint32_t pair : {SVGA3D_UYVY, SVGA3D_YUY2})
-        table[pair] = blocks(4, 2, 1);
-    for (const uint32_t two : {SVGA3D_BUMPU8V8, SVGA3D_BUMPL6V5U5, SVGA3D_V8U8, SVGA3D_CXV8U8})
-        table[two] = plain(format_kind::opaque, 2);
-    table[SVGA3D_BUMPL8V8U8] = plain(format_kind::opaque, 3);
-    for (const uint32_t four :
-         {SVGA3D_BUMPX8L8V8U8, SVGA3D_Q8W8V8U8, SVGA3D_X8L8V8U8, SVGA3D_A2W10V10U10, SVGA3D_V16U16})
-        table[four] = plain(format_kind::opaque, 4);
+        table[dxt].decode_block = dxt5_texel;
+    for (uint32_t format = 0; format < table.size(); ++format)
+        table[format] = sized(table[format], svga3d_block_of(format));
     return table;
 }();
-static_assert(formats[SVGA3D_ARGB_S23E8].block_bytes == 16 && formats[SVGA3D_ARGB_S10E5].block_bytes == 8);
 
 } // namespace
 

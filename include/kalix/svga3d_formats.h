@@ -14,16 +14,28 @@ struct svga3d_block {
     uint32_t bytes;              /* 0 for a format that does not exist */
 };
 
+/* Bytes of a block of each format. The one table of them: the device's formats are sized by it. */
+#ifdef __cplusplus
+constexpr
+#else
+static const
+#endif
+uint8_t svga3d_block_bytes[SVGA3D_FORMAT_MAX] = {
+    0, 4, 4, 2, 2, 2, 2, 4, 2, 4, 2, 1, 1, 2, 2, 8, 16, 16, 16, 16, 2, 2,
+    4, 3, 8, 16, 4, 2, 4, 2, 4, 4, 1, 2, 4, 4, 8, 1, 4, 4, 4, 8, 4, 4,
+};
+
 /* The smallest unit of a format (enum svga3d_surface_format, or anything). */
-static inline struct svga3d_block svga3d_block_of(uint32_t format)
+#ifdef __cplusplus
+constexpr inline
+#else
+static inline
+#endif
+struct svga3d_block svga3d_block_of(uint32_t format)
 {
-    static const uint8_t bytes[SVGA3D_FORMAT_MAX] = {
-        0, 4, 4, 2, 2, 2, 2, 4, 2, 4, 2, 1, 1, 2, 2, 8, 16, 16, 16, 16, 2, 2,
-        4, 3, 8, 16, 4, 2, 4, 2, 4, 4, 1, 2, 4, 4, 8, 1, 4, 4, 4, 8, 4, 4,
-    };
     struct svga3d_block block = {1, 1, 0};
     if (format < SVGA3D_FORMAT_MAX)
-        block.bytes = bytes[format];
+        block.bytes = svga3d_block_bytes[format];
     if (format >= SVGA3D_DXT1 && format <= SVGA3D_DXT5)
         block.width = block.height = 4;
     else if (format == SVGA3D_UYVY || format == SVGA3D_YUY2)
