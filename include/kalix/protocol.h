@@ -25,7 +25,7 @@ static_assert(sizeof(struct kalix_request_frame) == 8, "wire record");
 
 enum kalix_reply_kind {
     KALIX_REPLY_STATUS = 0, /* value is the request's status */
-    KALIX_REPLY_ERROR = 1   /* value is an error number of the original platform, e.g. 89 ENOSYS */
+    KALIX_REPLY_ERROR = 1   /* value is one of the wire's error numbers, e.g. 89 ENOSYS */
 };
 
 struct kalix_reply_frame {       /* server to client, before the reply's data */
@@ -35,7 +35,7 @@ struct kalix_reply_frame {       /* server to client, before the reply's data */
 };
 static_assert(sizeof(struct kalix_reply_frame) == 12, "wire record");
 
-enum kalix_wire_error {          /* error numbers of the original platform, as they travel */
+enum kalix_wire_error {          /* error numbers as they travel, whatever the host calls them */
     KALIX_EMSGSIZE = 90,
     KALIX_ENOSYS = 89
 };

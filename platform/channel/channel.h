@@ -80,7 +80,7 @@ int64_t MsgRead(int32_t rcvid, std::span<std::byte> buffer, uint64_t offset);
 int64_t MsgReadv(int32_t rcvid, std::span<const std::span<std::byte>> parts, uint64_t offset);
 
 // Answers a message and ends its receive id: a status with data (cut to the room that the sender
-// gave), or an error number of the original platform. Never blocks: a client that does not read is
+// gave), or one of the wire's error numbers. Never blocks: a client that does not read is
 // disconnected. Returns 0, or -1 with errno (ESRCH: no such message; EAGAIN, EPIPE: the client did not
 // take the answer, which has ended its receive id all the same).
 int MsgReply(int32_t rcvid, int32_t status, std::span<const std::byte> data);

@@ -17,7 +17,7 @@
 
 namespace kalix::platform {
 
-inline constexpr unsigned open_read_write = 0x002; // the original platform's flag words
+inline constexpr unsigned open_read_write = 0x002; // flag words of the interface, not the host's
 inline constexpr unsigned open_create = 0x100;
 
 inline constexpr unsigned protect_read = 0x1;
