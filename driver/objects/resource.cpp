@@ -48,6 +48,13 @@ client_reference* add_reference(resource_type type, client_record* client, resou
     return reference.release();
 }
 
+void drop_reference(hashtable<client_reference>* table, const hashtable_place<client_reference>& place)
+    KALIX_REQUIRES(_globals.resource_lock)
+{
+    const std::unique_ptr<client_reference> reference{place.value()};
+    hashtable_remove_at(table, place);
+}
+
 } // namespace
 
 int resource_add(resource_type type, client_record* client, resource_object* object)
@@ -94,10 +101,8 @@ int resource_unref(resource_type type, client_record* client, resource_object* o
     KALIX_ASSERT(static_cast<int32_t>(reference->ref_count) <= static_cast<int32_t>(object->total_ref_count),
                  "client_ref->ref_count <= obj->total_ref_count");
     --object->total_ref_count;
-    if (--reference->ref_count == 0) {
-        hashtable_remove_at(client->ref_tables[type], place);
-        delete reference;
-    }
+    if (--reference->ref_count == 0)
+        drop_reference(client->ref_tables[type], place);
     if (object->total_ref_count != 0)
         return 0;
     if (destroy)
