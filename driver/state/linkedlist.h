@@ -56,10 +56,10 @@ int32_t linkedlist_remove_node(linkedlist<value>* list, linkedlist_node<value>* 
 {
     if (!list || !list->head || !node)
         return 1;
-    if (node == list->head)
-        list->head = node->next;
-    else
+    if (predecessor)
         predecessor->next = node->next;
+    else
+        list->head = node->next;
     if (node == list->tail)
         list->tail = predecessor;
     --list->count;
