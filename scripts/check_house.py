@@ -26,7 +26,7 @@ VECTOR_GUARD = re.compile(r"\bdefine KALIX_\w+_INL\b")
 
 # Headers that do not come with the C++ language, by the start of their name, and the rooms that may use them.
 FOREIGN = [
-    ("CLI/", ("tools/",)),
+    ("CLI/", ("tools/command_line",)),
     ("fmt/", ("tools/", "device/")),
     ("nlohmann/", ("tools/ctl/", "tests/")),
     ("png.h", ("tools/picture/", "tests/")),
@@ -37,7 +37,7 @@ FOREIGN = [
     ("gmock/", ("tests/",)),
     ("benchmark/", ("bench/",)),
     # C's own headers serve the faces that C programs include.
-    *[(name, ("include/kalix/", "svga/", "tests/", "client/"))
+    *[(name, ("include/kalix/", "svga/", "tests/", "client/", "examples/"))
       for name in ("assert.h", "stddef.h", "stdint.h", "stdio.h", "stdlib.h", "string.h")],
     ("pthread.h", ("platform/", "client/", "device/", "tests/")),  # the device names its threads and blocks signals
     # All others are the host's: the driver and the raster core work without them.

@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""The examples as an author meets them: kalix installed into a prefix, the examples built outside of the tree by
+pkg-config and by CMake, run with the installed programs, and their pictures looked at.
+
+examples_test.py SOURCE_DIR BUILD_DIR CMAKE
+"""
+import os
+import pathlib
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+import zlib
+
+SOURCE, BUILD, CMAKE = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3]
+EXAMPLES = SOURCE / "examples"
+
+
+def run(*words, **options):
+    return subprocess.run([str(word) for word in words], check=True, capture_output=True, timeout=240, **options).stdout
+
+
+class Picture:
+    """An 8-bit RGB or RGBA PNG; pixel(x, y) is its colour."""
+
+    def __init__(self, data):
+        chunks, at = {}, 8
+        while at < len(data):
+            length, kind = struct.unpack(">I4s", data[at:at + 8])
+            chunks[kind] = chunks.get(kind, b"") + data[at + 8:at + 8 + length]
+            at += length + 12
+        self.width, self.height, _, colours = struct.unpack(">IIBB", chunks[b"IHDR"][:10])
+        self.size = {2: 3, 6: 4}[colours]
+        packed, stride = zlib.decompress(chunks[b"IDAT"]), self.width * self.size
+        self.rows, above = [], bytes(stride)
+        for y in range(self.height):
+            method, row = packed[y * (stride + 1)], bytearray(packed[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
+            for i in range(stride):
+                left, up, corner = (row[i - self.size], above[i], above[i - self.size]) if i >= self.size \
+                    else (0, above[i], 0)
+                row[i] = row[i] + (0, left, up, (left + up) // 2, self.nearest(left, up, corner))[method] & 0xFF
+            self.rows.append(row)
+            above = row
+
+    @staticmethod
+    def nearest(left, up, corner):
+        guess = left + up - corner
+        return min((left, up, corner), key=lambda each: abs(guess - each))
+
+    def pixel(self, x, y):
+        return tuple(self.rows[y][x * self.size:x * self.size + 3])
+
+
+class Examples(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.prefix = pathlib.Path(cls.folder.name) / "elsewhere"
+        run(CMAKE, "--install", BUILD, "--prefix", cls.prefix)
+        cls.package = next(cls.prefix.rglob("libkalix.pc")).parent
+        cls.libraries = cls.package.parent
+        cls.built = pathlib.Path(cls.folder.name) / "built"
+        cls.built.mkdir()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.folder.cleanup()
+
+    def screen_after(self, program):
+        """What the program prints, and the screen that it leaves, with a server of its own."""
+        picture = self.built / "screen.png"
+        shell = f'"{program}" && "{self.prefix}/bin/kalixctl" screenshot "{picture}" >&2'
+        printed = run(self.prefix / "bin/kalix-run", "--", "sh", "-c", shell,
+                      env=os.environ | {"LD_LIBRARY_PATH": str(self.libraries)})
+        return printed.decode(), Picture(picture.read_bytes())
+
+    def compile(self, *compiler, source):
+        flags = run("pkg-config", "--cflags", "--libs", "libkalix",
+                    env=os.environ | {"PKG_CONFIG_PATH": str(self.package)}).decode().split()
+        program = self.built / source
+        run(*compiler, "-Wall", "-Wextra", "-Wpedantic", "-Werror", EXAMPLES / source, "-o", program, *flags)
+        return program
+
+    def expect_triangle(self, program):
+        _, screen = self.screen_after(program)
+        self.assertEqual((screen.width, screen.height), (800, 600))
+        self.assertEqual(screen.pixel(2, 2), (0x20, 0x20, 0x30))
+        for (x, y), strongest in {(400, 80): 1, (100, 530): 0, (700, 530): 2}.items():
+            colour = screen.pixel(x, y)
+            self.assertEqual(max(range(3), key=colour.__getitem__), strongest, colour)
+
+    def test_triangles_by_pkg_config(self):
+        self.expect_triangle(self.compile("cc", "-std=c11", source="triangle.c"))
+        self.expect_triangle(self.compile("c++", "-std=c++20", source="triangle.cpp"))
+
+    def test_all_by_cmake(self):
+        folder = self.built / "cmake"
+        run(CMAKE, "-S", EXAMPLES, "-B", folder, f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        run(CMAKE, "--build", folder)
+        self.expect_triangle(folder / "triangle_c")
+        printed, screen = self.screen_after(folder / "tour")
+        self.assertEqual(printed, "the middle is %02x%02x%02x%02x\n" % (255, *screen.pixel(400, 300)))
+        # The near half of each triangle shows, whichever was drawn last; and the board in a corner.
+        for (x, y), near, far in [((180, 460), 0, 2), ((350, 330), 0, 2), ((690, 190), 2, 0), ((450, 330), 2, 0)]:
+            colour = screen.pixel(x, y)
+            self.assertGreater(colour[near], colour[far], (x, y))
+        self.assertEqual({screen.pixel(22 + 8 * i, 22) for i in range(2)}, {(0xE0,) * 3, (0x40, 0x50, 0x60)})
+
+    def test_the_guide_shows_what_is_run(self):
+        code = (EXAMPLES / "tour.cpp").read_text(encoding="utf-8")
+        guide = (SOURCE / "docs/client.md").read_text(encoding="utf-8")
+        shown = [line.strip() for line in guide.splitlines() if line.startswith("    ") and line.endswith(";")]
+        self.assertGreater(len(shown), 5)
+        for line in shown:
+            self.assertIn(line, code)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
