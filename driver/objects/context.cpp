@@ -29,6 +29,7 @@ context_record* context_create()
     const uint32_t cid = id_get(&_globals.context_ids);
     if (cid == 0)
         return nullptr;
+    // All that can fail comes before the command is written: a context that the device knows has a record.
     std::unique_ptr<context_record> context{new (std::nothrow) context_record};
     void* const space = context ? SVGA_FIFOReserve(sizeof(context_command)) : nullptr;
     if (!space) {

@@ -49,7 +49,8 @@ sid_entry describe(const surface_record& surface)
     return entry;
 }
 
-// One transfer of a surface's whole first level between it and the framebuffer's start; waits for it.
+// One transfer of a surface's whole first level between it and the framebuffer's start; waits for it, since the bytes
+// are looked at or written again next. False when it could not be sent.
 bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch) KALIX_REQUIRES(_globals.fifo_lock)
 {
     const auto [width, height] = dimensions_of(surface);
@@ -64,7 +65,8 @@ bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch)
     return true;
 }
 
-// A surface of any client, or the pass's vertex or index buffer.
+// A surface of any client, or the pass's vertex or index buffer: those are in no registry, and hold what a tool that
+// looks for a wrong quad wants to see.
 const surface_record* dumped_surface(const client_record& client, uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const surface_record* const known = surface_named(client, sid))

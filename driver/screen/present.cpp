@@ -216,7 +216,7 @@ int nebo_present_ioctl(client_record* client, present_req* req)
 {
     if (!client || !req)
         return status_invalid;
-    // Held by the presenting client in either case: debug display shows nothing to one that could not show it itself.
+    // The presenting client must hold what is shown, also while debug display chooses it: else nothing is shown.
     const bool debugging = _globals.debug_show_sid != 0;
     const uint32_t sid = debugging ? _globals.debug_show_sid : req->sid;
     surface_record* const surface = surface_held(*client, sid);

@@ -53,7 +53,7 @@ void id_init_pool(id_pool* pool, uint32_t capacity)
 {
     if (!pool)
         return;
-    const uint32_t words = capacity / word_bits + (capacity % word_bits != 0);
+    const uint32_t words = capacity / word_bits + (capacity % word_bits != 0); // rounding up a sum could wrap
     *pool = {new (std::nothrow) uint32_t[words]{}, capacity, 0};
 }
 
