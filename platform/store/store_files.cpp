@@ -52,6 +52,7 @@ std::string_view inside(std::string_view path)
     return good ? path : std::string_view{};
 }
 
+// From the beginning, wherever the descriptor stands; short only where the file ends.
 int64_t read_all(int file, std::span<std::byte> buffer)
 {
     size_t count = 0;
