@@ -57,6 +57,7 @@ settings from_environment()
     return read;
 }
 
+// None until first asked for, so that a program without process_begin has settings as well.
 std::optional<settings> in_force;
 
 } // namespace

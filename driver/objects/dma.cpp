@@ -49,6 +49,7 @@ void close_object(dma_buffer& buffer)
     platform::shm_unlink(buffer.name);
 }
 
+// Mapping and region of an object that has its size; false with what was made still noted, for the caller to undo.
 bool make_region(dma_buffer& buffer)
 {
     buffer.map = platform::mmap(buffer.alloc_size, platform::protect_read | platform::protect_write, buffer.fd);

@@ -32,7 +32,8 @@ constexpr parameter parameters[] = {
 };
 static_assert(std::size(parameters) == KALIX_PARAM_LAST + 1);
 
-// Whether the capability area holds a record of device capabilities. The walk stays inside the area.
+// Whether the capability area holds a record of device capabilities. The walk stays inside the area, and ends: every
+// length but 0 leads on.
 bool has_device_capabilities(const fifomap_caps_rep& area)
 {
     for (uint32_t at = 0; caps_words - at >= 2 && area.words[at] != 0;) {

@@ -39,7 +39,8 @@ client_reference* reference_of(resource_type type, const client_record* client, 
     return hashtable_get(client->ref_tables[type], id);
 }
 
-// A reference record of the client, with a count of 0, in its table; none when memory runs out.
+// A reference record of the client, with a count of 0, in its table; none when memory runs out. The caller sets the
+// count before it gives the lock back: no record with 0 may be seen.
 client_reference* add_reference(resource_type type, client_record* client, resource_object* object)
     KALIX_REQUIRES(_globals.resource_lock)
 {

@@ -43,7 +43,7 @@ surface_dimensions cut_to_largest_mode(surface_dimensions size)
             std::min(size.height, SVGA_ReadReg(SVGA_REG_MAX_HEIGHT))};
 }
 
-// What an earlier, failed attempt made is kept and used.
+// What an earlier, failed attempt made is kept and used: ids and slots are fixed, and there are no others to take.
 int postprocess_init(const surface_record& surface) KALIX_REQUIRES(_globals.device_mutex)
 {
     const surface_dimensions size = cut_to_largest_mode(dimensions_of(surface));
@@ -255,7 +255,8 @@ int setup_target(surface_dimensions size)
     return sent ? 0 : status_no_memory;
 }
 
-// The pass, step by step; the first step that finds no FIFO space ends it.
+// The pass, step by step; the first step that finds no FIFO space ends it. The render state comes before the texture,
+// whose stage is set up by whether the state blends.
 int compose(const surface_record& surface, const present_rectangle& rectangle)
 {
     const surface_dimensions size = screen();
@@ -270,6 +271,7 @@ int compose(const surface_record& surface, const present_rectangle& rectangle)
     then([&] { return setup_texture(surface.id); });
     then([&] { return draw_lcd(size, rectangle, surface, get_gray_color(1)); });
     then(show_overlays);
+    // The last two leave the context unturned and opaque; no picture depends on that, since each pass begins with both.
     then([&] { return setup_matrix(size, 0); });
     then([] { return setup_renderstate(0); });
     return status;

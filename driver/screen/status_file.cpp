@@ -124,6 +124,7 @@ void status_forget_client(const client_record& client)
     if (!status)
         return;
     const change now;
+    // The overlays that went with the client, too: this is the last that is heard of it.
     if (client.status_slot != 0)
         status->clients[client.status_slot - 1] = {};
     write_overlays();

@@ -102,7 +102,7 @@ turn message_table::turn_of(connection& of)
 }
 
 // One event and then silence, until it is asked for again: what a client sends while the server owes it an answer
-// stays in its socket, and so costs the server nothing.
+// stays in its socket, and takes no memory of ours.
 bool message_table::poll_once(int epoll, const connection& which, int operation)
 {
     epoll_event event{};

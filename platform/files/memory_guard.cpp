@@ -27,7 +27,7 @@ static_assert(std::atomic<uintptr_t>::is_always_lock_free && std::atomic<int>::i
 constinit std::array<watched, guarded_mappings_max> table{};
 constinit std::atomic<size_t> table_used{0}; // entries that were ever in use
 constinit std::atomic<int> single_pages_left{static_cast<int>(single_pages_max)};
-// Written before the handler can run, and never again.
+// What was there before us, from the one installation on.
 struct sigaction action_before_bus;
 struct sigaction action_before_segv;
 
