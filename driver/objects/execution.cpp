@@ -88,7 +88,7 @@ int vmw_execbuf_ioctl(client_record* client, execbuf_req* req)
     static_assert(sizeof reply == sizeof *req);
     std::memcpy(&reply, req, sizeof reply);
     reply.fence_handle = reply.seqno = fence.inserted;
-    reply.fence_flags = 3; // always
+    reply.fence_flags = 3; // a constant of the wire
     reply.passed_seqno = fence.passed;
     reply.error = 0;
     std::memcpy(req, &reply, sizeof reply);
