@@ -2,8 +2,8 @@
 //
 // A list's memory is the shared object itself, so a submit copies nothing here. The server copies the commands
 // before it answers: once a submit has returned, the list is empty and may be written again. What the commands point
-// at, DMA buffers above all, is read later; the fence says when. A context's
-// commands go through the buffer of its number.
+// at, DMA buffers above all, is read later; the fence says when. A context's commands go through the buffer of its
+// number.
 
 #include "client/connection.h"
 

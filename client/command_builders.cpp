@@ -117,6 +117,7 @@ int kalix_cmd_context_destroy(kalix_commands* list, uint32_t cid)
     return append_3d(list, SVGA_3D_CMD_CONTEXT_DESTROY, fixed(svga3d_context{cid}));
 }
 
+// Here and below, what the caller points at is a part apart from the record's head, so that a null pointer is told.
 int kalix_cmd_set_transform(kalix_commands* list, uint32_t cid, uint32_t type, const float matrix[16])
 {
     return append_3d(list, SVGA_3D_CMD_SETTRANSFORM, fixed(std::array{cid, type}), array(matrix, 16));
@@ -135,7 +136,7 @@ int kalix_cmd_set_render_states(kalix_commands* list, uint32_t cid, const svga3d
 
 int kalix_cmd_set_render_target(kalix_commands* list, uint32_t cid, uint32_t type, const svga3d_image* target)
 {
-    const svga3d_image none{SVGA3D_INVALID_ID, 0, 0};
+    const svga3d_image none{SVGA3D_INVALID_ID, 0, 0}; // takes the target away
     return append_3d(list, SVGA_3D_CMD_SETRENDERTARGET,
                      fixed(svga3d_set_render_target{cid, type, target ? *target : none}));
 }
@@ -205,6 +206,7 @@ int kalix_cmd_set_shader_const(kalix_commands* list, const svga3d_set_shader_con
     return append_3d(list, SVGA_3D_CMD_SET_SHADER_CONST, array(constant, 1));
 }
 
+// Divisors, when there are any, are one for each declaration; their count is told by the command's length alone.
 int kalix_cmd_draw_primitives(kalix_commands* list, uint32_t cid, const svga3d_vertex_declaration* declarations,
                               uint32_t declaration_count, const svga3d_primitive_range* ranges, uint32_t range_count,
                               const uint32_t* divisors)

@@ -66,6 +66,7 @@ int open_connection(const char* run_directory, owned<kalix_connection>& out)
         return error;
     if (const int error = greet(connection->socket.get()))
         return error;
+    // Behind the greeting, whose answer says that a server is there: it has made the directory, and emptied it.
     connection->shm_directory =
         unique_fd{openat(directory.get(), kalix_shm_directory, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
     if (!connection->shm_directory)

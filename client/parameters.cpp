@@ -1,5 +1,6 @@
 // The typed calls that ask what the device is: parameters, FIFO registers, capabilities.
-// Nothing is kept here: a connection knows its server only by asking.
+// Nothing is kept here: a connection knows its server only by asking. Each works on a record of its own, zero where the
+// request has nothing to say, so that the caller's variable changes on success alone.
 
 #include "client/connection.h"
 

@@ -57,6 +57,7 @@ int place_for(kalix_connection& connection, uint32_t sid, uint32_t bytes, readba
         find(connection.readback_places, [sid](const readback_place& place) { return place.sid == sid; });
     if (known) {
         out = known;
+        // The server keeps the memory that it mapped first: a place cannot grow while its surface lives.
         return known->memory.bytes() < bytes ? -EINVAL : 0;
     }
     auto place = make<readback_place>();

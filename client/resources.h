@@ -27,7 +27,7 @@ struct destroy_and_free {
 template <typename type>
 using owned = std::unique_ptr<type, destroy_and_free>;
 
-// A new object, or null when memory runs out.
+// A new object, or null when memory runs out. Not by new, which is the C++ runtime's.
 template <typename type>
 owned<type> make()
 {
@@ -43,7 +43,7 @@ public:
         : address_{std::exchange(other.address_, nullptr)}, bytes_{std::exchange(other.bytes_, 0)}
     {
     }
-    mapping& operator=(mapping&& other) noexcept
+    mapping& operator=(mapping&& other) noexcept // what was held before goes with the other
     {
         std::swap(address_, other.address_);
         std::swap(bytes_, other.bytes_);

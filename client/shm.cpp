@@ -20,9 +20,9 @@ constexpr mode_t owner_only = 0600;
 // No link is followed out of the directory, and a pipe that somebody put there does not block the open.
 constexpr int open_flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
-// Blocks and not only a length, as ftruncate would give: a full file system is an error now, not a signal at the
-// first touch. The error is the function's value; errno says nothing.
-// Room of bytes bytes in the file, or a negative errno.
+// Takes room for so many bytes in the file: 0 or a negative errno. Blocks and not only a length, as ftruncate would
+// give: a full file system is an error now, not a signal at the first touch. The host's call gives its error as its
+// value; errno says nothing.
 int take_room(int fd, size_t bytes)
 {
     int error = EINTR;

@@ -17,14 +17,14 @@ int kalix_surface_define(kalix_connection* connection, const kalix_surface_descr
     req.flags = description->flags;
     req.format = description->format;
     std::memcpy(req.mip_levels, description->mip_levels, sizeof req.mip_levels);
-    req.sizes_offset_low = sizeof(kalix_request_header) + sizeof req;
+    req.sizes_offset_low = sizeof(kalix_request_header) + sizeof req; // the list follows the record at once
     req.shared = description->shared;
     req.sid = description->sid;
     const std::span sizes{description->sizes, description->size_count};
     constexpr size_t reply_bytes = offsetof(surface_define_req, mip_levels);
     if (const int error = call(connection, KALIX_SURFACE_DEFINE, req, reply_bytes, std::as_bytes(sizes)))
         return error;
-    *sid = req.flags;
+    *sid = req.flags; // the word that took the flags there brings the sid back
     return 0;
 }
 

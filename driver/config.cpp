@@ -17,9 +17,10 @@ namespace {
 constexpr int config_failed = 22;
 constexpr int no_memory = 12;
 constexpr char object_path[] = "/pps/services/mesa";
-constexpr size_t object_bytes = 256; // of the object that are looked at
+constexpr size_t object_bytes = 256; // of the object that count, which those who write it are told
 constexpr std::string_view separator = "::";
 
+// Written before a worker runs, and read on the main thread alone.
 int32_t pps_fd = -1;
 char pps_key[40]; // empty until the object is open and the machine's name known
 
@@ -32,7 +33,8 @@ std::unique_ptr<char[]> copy_of(std::string_view text)
     return copy;
 }
 
-// One line; one that is no attribute is passed over.
+// One line; one that is no attribute is passed over, and so is an attribute of another name: the object is shared with
+// other programs. Without a value it ends the text, and lines behind it are not looked at.
 int process_line(std::string_view line)
 {
     const size_t middle = line.find(separator);
@@ -66,6 +68,8 @@ int pps_init()
     return 0;
 }
 
+// Arms, and applies whatever had changed before that, until arming finds nothing unread: a change between a read and
+// the next arming is not lost, and the loop ends since every reading clears the condition.
 void pps_monitor(int32_t coid)
 {
     platform::sched_param scheduling{};
@@ -105,6 +109,7 @@ int process_keyvalue(const char* name, const char* value)
 {
     if (!name || !value || !*pps_key || std::strcmp(name, pps_key) != 0)
         return config_failed;
+    // What is no number reads as 0, and becomes the least zoom.
     adapter_set_zoom_level(static_cast<float>(std::strtod(value, nullptr)));
     return 0;
 }
@@ -114,6 +119,7 @@ int pps_save_config()
     if (pps_fd == -1 || !*pps_key)
         return config_failed;
     char text[80];
+    // The qualifier asks for an attribute that persists.
     std::snprintf(text, sizeof text, "[-n]%s::%f", pps_key, static_cast<double>(_globals.svga_device->zoom));
     if (platform::write(pps_fd, std::as_bytes(std::span{text, std::strlen(text)})) == -1)
         return config_failed;

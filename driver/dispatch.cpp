@@ -43,7 +43,8 @@ struct request_row {
     uint32_t reply_bytes;
 };
 
-// Lets a handler work on a copy of the record at the buffer's start, or on none when it is missing.
+// Lets a handler work on a copy of the record at the buffer's start, or on none when it is missing. A copy, since the
+// buffer may be shorter than the record. What a handler leaves alone goes back as sent.
 template <typename record, typename function>
 int with_record(const request& what, function handler) KALIX_REQUIRES(_globals.device_mutex)
 {
@@ -90,6 +91,7 @@ int accept_without_doing(const request&)
     return 0;
 }
 
+// An empty pool answers with the whole record and an id of 0, by which clients tell it from an unknown request.
 int allocate_sid(client_record* client, alloc_sid_req* req) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (!req)
@@ -107,6 +109,8 @@ int query_software_mode(client_record*, software_mode_req* req)
     return 0;
 }
 
+// Also what a client sends that wants to give back all at once: its connection goes on, with a new record at its next
+// request. The status file is told before the record goes, which knows its slot there.
 int disconnect(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (!what.client)
@@ -118,12 +122,16 @@ int disconnect(const request& what) KALIX_REQUIRES(_globals.device_mutex)
     return 0;
 }
 
+// Bytes up to and with the last field that a handler reads: clients may leave out what lies behind, as long as nobody
+// looks at it. A reply may be longer than the request, or a part of it.
 constexpr uint32_t readback_bytes = offsetof(readback_req, use_shm) + sizeof(readback_req::use_shm);
 constexpr uint32_t dump_bytes = offsetof(dump_sid_req, rows) + sizeof(dump_sid_req::rows);
 constexpr uint32_t execbuf_bytes = offsetof(execbuf_req, delay_us) + sizeof(execbuf_req::delay_us);
 constexpr uint32_t define_reply = offsetof(surface_define_req, mip_levels);
 constexpr uint32_t param_bytes = offsetof(getparam_req, param) + sizeof(getparam_req::param);
 
+// In the order of their codes, for the search. The codes without a name are requests that need nothing done here;
+// clients may send them.
 // clang-format off
 constexpr request_row requests[] = {
     {KALIX_GETPARAM,          call<getparam_req, vmw_getparam_ioctl>,                   param_bytes, sizeof(getparam_req)},
@@ -198,6 +206,7 @@ std::optional<payload_buffer> read_payload(const workitem& item, uint32_t reply_
     const auto declared = static_cast<size_t>(item.payload_length);
     int64_t got = std::min<int64_t>(payload_held(item), item.payload_length);
     if (got == item.payload_length) {
+        // Zero-filled: a reply that is longer than the payload carries nothing of what the heap held before.
         payload_buffer payload{nullptr, std::max<size_t>(declared, reply_bytes)};
         payload.bytes.reset(new (std::nothrow) std::byte[payload.size]{});
         const std::span<std::byte> part{payload.bytes.get(), payload.bytes ? declared : 0};
@@ -214,11 +223,14 @@ std::optional<payload_buffer> read_payload(const workitem& item, uint32_t reply_
 int answer(const request_row& row, const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
     const int status = row.call(what);
+    // Behind a disconnect the record is freed.
     if (what.client && row.command != KALIX_DISCONNECT)
         status_note_client(*what.client);
     return status;
 }
 
+// The record is looked up before the device mutex is taken, so that looking does not wait for a handler; an unknown
+// request makes one too. A client without a record, for want of memory, is each handler's to refuse.
 int call_handler(const request_row* row, const workitem& item, const payload_buffer& payload)
 {
     client_record* const client = client_get(item.info);
@@ -244,7 +256,7 @@ void dispatch(const workitem& item)
     const request_row* const row = row_of(item.command);
     const uint32_t reply_bytes = row ? row->reply_bytes : 0;
     const std::optional<payload_buffer> payload = read_payload(item, reply_bytes);
-    if (!payload) {
+    if (!payload) { // answered all the same: its sender waits, and would for ever
         platform::MsgError(item.rcvid, platform::error_no_function);
         return;
     }
@@ -253,6 +265,7 @@ void dispatch(const workitem& item)
         platform::ConnectDetach(item.info.scoid); // a disconnect: nobody to answer
         return;
     }
+    // Whether the client takes it is the platform's care: one that does not is disconnected, and then drained.
     const size_t replied = payload->bytes ? reply_bytes : 0;
     platform::MsgReply(item.rcvid, status, {payload->bytes.get(), replied});
 }

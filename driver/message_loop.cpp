@@ -13,10 +13,12 @@ namespace kalix {
 namespace {
 
 constexpr uint32_t no_scoid = 0xFFFFFFFF;
+// A pulse is the longest that is looked at here; a message's header is shorter, and workers read the rest.
 using receive_buffer = std::array<std::byte, sizeof(platform::_pulse)>;
 
 std::array<platform::thread_id, dispatch_threads> dispatchThreads;
 
+// A worker that cannot be started is told by the platform; the others answer its share.
 void start_workers()
 {
     for (uint32_t index = 0; index < dispatch_threads; ++index) {
@@ -41,6 +43,8 @@ outcome accept_pulse(workitem& item, const receive_buffer& received)
         create_disconnect_workitem(&item);
         return outcome::queue;
     }
+    // Here, not on a worker: the zoom's setter takes the device mutex itself. Read first and armed behind that, as the
+    // pulse has disarmed the notification.
     if (pulse.code == pulse_code_config) {
         pps_load_config();
         pps_monitor(_globals.self_coid);
@@ -51,12 +55,14 @@ outcome accept_pulse(workitem& item, const receive_buffer& received)
     return outcome::done;
 }
 
+// The first 16 bits are an I/O message's type. A request's are the low half of its magic, 0x2B4E, which is no such
+// type, so that none is taken for the other.
 outcome accept_message(workitem& item, const receive_buffer& received)
 {
     kalix_request_header header;
     uint16_t type;
     std::memcpy(&header, received.data(), sizeof header);
-    std::memcpy(&type, received.data(), sizeof type);
+    std::memcpy(&type, received.data(), sizeof type); // of a shorter message the rest is zero
     item.magic = header.magic;
     item.command = header.command;
     item.payload_length = header.payload_length;
@@ -96,6 +102,7 @@ void receive(std::unique_ptr<workitem> item)
         slogf(log_code, log_warning, "kalix: MsgReceivev error (%d).", errno);
         return;
     }
+    // A disconnect passes the check as a request does: it was given the magic.
     const outcome first = item->rcvid == 0 ? accept_pulse(*item, received) : accept_message(*item, received);
     if (first == outcome::done || check(*item) == outcome::done)
         return;
@@ -119,6 +126,7 @@ int msg_loop()
         return 1;
     start_workers();
     for (;;) {
+        // Before anything is received: what has come in would have to be dropped, a disconnect among it.
         std::unique_ptr<workitem> item{new (std::nothrow) workitem{}};
         if (!item) {
             slogf(log_code, log_error, "kalix: msg_loop out of memory!");

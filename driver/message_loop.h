@@ -8,6 +8,7 @@
 
 namespace kalix {
 
+// Handlers run one at a time, under the device mutex; what goes on beside them is reading payloads and answering.
 inline constexpr uint32_t dispatch_threads = 5;
 
 // Starts the workers and receives until a workitem cannot be allocated: 0. Returns 1 at once before bring-up

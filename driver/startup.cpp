@@ -29,11 +29,12 @@ namespace {
 
 constexpr int exit_unknown_word = 22;
 constexpr uint64_t second_us = 1'000'000;
-constexpr int32_t resource_buckets = 512;
+constexpr int32_t resource_buckets = 512; // ids are dense: a table of as many objects has one in each bucket
 constexpr int32_t client_buckets = 64;
 
 void* _hSVGA; // keeps the device library loaded
 
+// The device has no log of its own; it lies on the far side of the bus and knows no platform.
 void forward_device_line(int severity, const char* text)
 {
     slogf(log_code, severity, "kalix: %s", text);
@@ -51,6 +52,7 @@ int fail(const char* line)
     return 1;
 }
 
+// Before the process goes into the background, where a debugger would have to follow the fork.
 void wait_for_debugger()
 {
     while (gdb_check() == 0) {
@@ -69,7 +71,8 @@ constexpr word words[] = {
     {"testmode", [] { _globals.test_mode = 1; }},
 };
 
-// Test mode ends here: the device could be started.
+// Test mode ends here: the device could be started. Whoever tries it reads the one number on standard output, so that
+// the process has stayed in the foreground; a start that failed prints nothing.
 [[noreturn]] void report_test()
 {
     slogf(log_code, log_information, "kalix: software test result = %d", static_cast<int>(_globals.software_mode));
@@ -91,6 +94,7 @@ void make_pools()
     id_take(&_globals.context_ids, driver_context_id);
 }
 
+// From here on clients can connect and send; what they send waits until the message loop receives.
 int open_channel()
 {
     std::snprintf(_globals.channel_name, sizeof _globals.channel_name, "%s", "svga_ch");
@@ -105,6 +109,7 @@ int open_channel()
     return 1;
 }
 
+// Takes back what it has made, still empty, when one cannot be had: the record has all the tables or none.
 int make_resource_tables() KALIX_REQUIRES(_globals.device_mutex)
 {
     for (size_t type = 0; type < RESOURCE_TOTAL; ++type) {
@@ -136,6 +141,8 @@ int make_tables() KALIX_REQUIRES(_globals.device_mutex)
     return 0;
 }
 
+// The driver's own region, through which it moves bytes between its memory and surfaces. Without an owner in the table
+// of regions, no client can be found to hold it.
 int make_dirty_gmr()
 {
     // Zero-filled without touching its pages.
@@ -159,7 +166,8 @@ void begin_configuration()
         pps_monitor(_globals.self_coid);
 }
 
-// Pools, channel and tables. 1 after a line.
+// Pools, channel and tables. 1 after a line. The status file comes behind the channel, which takes the directory that
+// it lies in.
 int make_records() KALIX_REQUIRES(_globals.device_mutex)
 {
     make_pools();
@@ -193,6 +201,7 @@ int bring_up()
 
 } // namespace
 
+// The record and the modules' own statics, which refer to it. Made anew in place: locks cannot be assigned.
 void reset_globals()
 {
     postprocess_reset();
@@ -227,6 +236,8 @@ int process_arguments(int argc, char** argv)
 
 int svga_init()
 {
+    // No symbol is looked up through the handle, since the program is linked with the library. Loading it says, in a
+    // line of ours, whether the library lies where the environment says.
     char path[1024] = "libvmwsvga_g.so";
     if (const char* const root = std::getenv("GRAPHICS_ROOT"))
         std::snprintf(path, sizeof path, "%s/libvmwsvga_g.so", root);
@@ -235,7 +246,7 @@ int svga_init()
         slogf(log_code, log_error, "kalix: SVGA loading: failed, %s", platform::dlerror());
         return 1;
     }
-    SVGA_SetLogFunction(forward_device_line);
+    SVGA_SetLogFunction(forward_device_line); // before the start, which has lines of its own
     _globals.svga_device = SVGA_Init();
     if (!_globals.svga_device)
         return fail("kalix: SVGA_Init: failed");
@@ -249,7 +260,7 @@ int svga_shutdown()
     if (_hSVGA)
         platform::dlclose(_hSVGA);
     _hSVGA = nullptr;
-    SVGA_Disable();
+    SVGA_Disable(); // still there: the program's own link keeps the library loaded
     return 0;
 }
 
@@ -266,15 +277,19 @@ int kalix_init(mutex* device_mutex)
         report_test();
     slogf(log_code, log_information, "kalix: SVGA device version 0x%x capabilities: 0x%x",
           _globals.svga_device->version, _globals.svga_device->capabilities);
+    // A failure leaves what was made: the process ends, and with it everything.
     if (bring_up() != 0)
         return 1;
     _globals.initialized = 1;
     return msg_loop();
 }
 
+// In the order in which each step needs the one before: signals are heeded from the beginning, the fork comes before
+// any thread, the thread that waits for signals behind the fork. What kalix_init returns is not the exit status:
+// whoever starts the server learns of failures from its log, and of success from its readiness.
 int run_driver(int argc, char** argv)
 {
-    static mutex device_mutex;
+    static mutex device_mutex; // lives as long as the workers, who go on when this function returns
     reset_globals();
     platform::process_begin(say_farewell);
     if (process_arguments(argc, argv) != 0)

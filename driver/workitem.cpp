@@ -2,12 +2,13 @@
 
 namespace kalix {
 
+// Posted under the lock, so that the worker which the post wakes finds the item behind it.
 bool queue_workitem(std::unique_ptr<workitem>& item)
 {
     hold lock{_globals.work_lock};
     if (linkedlist_insert_tail(_globals.work_queue, item.get()) != 0)
         return false;
-    static_cast<void>(item.release());
+    static_cast<void>(item.release()); // the queue's now, and then the worker's
     _globals.work_sem.post();
     return true;
 }

@@ -24,7 +24,7 @@
 namespace kalix::platform {
 namespace {
 
-std::atomic<void (*)()> farewell_call{nullptr};
+std::atomic<void (*)()> farewell_call{nullptr}; // set before there are threads, called on the one that ends the process
 // Who looks for SIGTERM and SIGINT: nobody yet, the main thread whenever it sleeps, a thread of their own.
 enum class watch { nobody, sleeper, thread };
 std::atomic<watch> watched_by{watch::nobody};
@@ -51,6 +51,8 @@ void take_signals()
     watched_by = watch::sleeper;
 }
 
+// Not in a signal handler, where neither logging nor removing files is allowed: the signals are blocked, and waited
+// for by a thread that may do anything.
 [[noreturn]] void end_on_signal()
 {
     if (void (*farewell)() = farewell_call)
@@ -89,6 +91,8 @@ void sleep_or_end(uint64_t microseconds)
     }
 }
 
+// Many hosts allow few descriptors unless asked, for the sake of programs that use select, which the server does not.
+// A limit that stays low is no reason not to serve: the bounds follow it (descriptors.h).
 void raise_descriptor_limit()
 {
     rlimit limit{};
@@ -105,6 +109,7 @@ void raise_descriptor_limit()
 // Closes everything but the standard streams, the log's file and the readiness descriptor.
 void close_inherited()
 {
+    // In gaps between what is kept, so that one call closes many: a descriptor limit may lie in the millions.
     std::array kept{STDERR_FILENO, log_descriptor(), current_settings().ready_fd};
     std::ranges::sort(kept);
     unsigned first = STDERR_FILENO + 1;
@@ -134,7 +139,7 @@ bool silence_streams()
 // What the flags ask of the process in the background.
 bool leave_foreground(unsigned flags)
 {
-    if (setsid() < 0)
+    if (setsid() < 0) // the terminal's interrupts and its hanging up are no longer for us
         return false;
     if ((flags & daemon_keep_directory) == 0 && chdir("/") != 0)
         return false;
@@ -151,6 +156,7 @@ int background_failed()
 
 } // namespace
 
+// The log first, since all that follows may write to it; the signals last, when there is an end to bring about.
 void process_begin(void (*farewell)())
 {
     log_open();
@@ -162,6 +168,7 @@ void process_begin(void (*farewell)())
 
 int procmgr_daemon(int status, unsigned flags)
 {
+    // A service manager watches the process that it started, and would take the parent's exit for the server's.
     if (current_settings().foreground || !current_settings().notify_socket.empty())
         return 0;
     if (watched_by == watch::sleeper)
@@ -170,7 +177,7 @@ int procmgr_daemon(int status, unsigned flags)
     if (child < 0)
         return background_failed();
     if (child > 0)
-        _exit(status);
+        _exit(status); // not exit: what the streams have buffered is the child's to write, once
     return leave_foreground(flags) ? 0 : background_failed();
 }
 
@@ -190,6 +197,8 @@ void process_watch_signals()
     watched_by = watch::nobody;
 }
 
+// No destructor runs: workers go on to the last, and would use what is destroyed. The files first, since removing them
+// may log.
 void process_exit(int status)
 {
     clean_run_directory();
@@ -219,6 +228,7 @@ void sleep_us(uint64_t microseconds)
     if (watched_by == watch::sleeper)
         return sleep_or_end(microseconds);
     timespec left = time_of(microseconds);
+    // The call gives its error as its value, and what is left of the time behind an interruption.
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
     }
 }

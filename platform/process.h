@@ -1,4 +1,8 @@
-// The process: background start, its end, threads and their names, loading of libraries.
+// The process: background start, its end, threads and their names, sleeping, loading of libraries.
+//
+// Names and flag words are the platform's own; what the host has no use for is accepted and ignored. Order matters at
+// the start: process_begin, procmgr_daemon, process_watch_signals, and only then threads. Everything else may be
+// called on any thread.
 #pragma once
 
 #include <cstddef>

@@ -16,6 +16,7 @@
 namespace kalix::platform {
 namespace {
 
+// A warning alone: clients can be served, whoever waits to hear of it.
 void told_nobody(const char* whom)
 {
     slogf(log_code, log_warning, "kalix: cannot report readiness to %s: %s (%d)", whom, std::strerror(errno), errno);
@@ -54,6 +55,7 @@ bool notify(std::string_view name)
 void report_ready()
 {
     static std::atomic<bool> reported{false};
+    // Asked at every receive, so that the usual answer costs a load and no exchange.
     if (reported.load(std::memory_order_relaxed) || reported.exchange(true))
         return;
     const settings& given = current_settings();
@@ -61,7 +63,7 @@ void report_ready()
         told_nobody("NOTIFY_SOCKET");
     if (given.ready_fd < 0)
         return;
-    const unique_fd ready{given.ready_fd};
+    const unique_fd ready{given.ready_fd}; // closed behind the byte: who reads to the end must not wait for ours
     if (::write(ready.get(), "\n", 1) != 1)
         told_nobody("KALIX_READY_FD");
 }

@@ -11,6 +11,7 @@
 namespace kalix::platform {
 namespace {
 
+// Set and empty counts as not set, as scripts have it that clear a variable by assigning nothing.
 const char* value_of(const char* name)
 {
     const char* value = std::getenv(name);
@@ -39,6 +40,7 @@ int read_ready_fd()
     if (value == nullptr)
         return -1;
     const std::optional<uint32_t> fd = number_in(value, 0, INT_MAX);
+    // The call also tells whether the descriptor is open. What the process starts must not keep it open.
     if (fd && fcntl(static_cast<int>(*fd), F_SETFD, FD_CLOEXEC) == 0)
         return static_cast<int>(*fd);
     warn_unreadable("KALIX_READY_FD", value, "none");
@@ -55,6 +57,7 @@ settings from_environment()
     return read;
 }
 
+// None until first asked for, so that a program without process_begin has settings as well.
 std::optional<settings> in_force;
 
 } // namespace

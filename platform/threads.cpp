@@ -18,6 +18,7 @@ namespace {
 
 constexpr size_t host_name_max = 15; // bytes of a thread's name in the kernel
 
+// Only grows: threads live as long as the process, which starts fewer than ten.
 struct name_book {
     mutex lock;
     std::map<thread_id, std::string> names KALIX_GUARDED_BY(lock);
@@ -36,7 +37,7 @@ int pthread_create(thread_id* thread, void* (*entry)(void*), void* argument)
     pthread_attr_t attributes;
     if (const int error = pthread_attr_init(&attributes); error != 0)
         return error;
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED); // nobody joins: they end with the process
     pthread_t started{};
     const int error = ::pthread_create(&started, &attributes, entry, argument);
     pthread_attr_destroy(&attributes);
@@ -77,6 +78,7 @@ std::string thread_name(thread_id thread)
 
 namespace {
 
+// The header keeps the host's semaphore out of sight, as bytes that are large enough.
 sem_t* host_semaphore(std::byte* state)
 {
     return std::launder(reinterpret_cast<sem_t*>(state));

@@ -18,10 +18,11 @@ constexpr char assert_module[] = "driver/objects/client";
 constexpr int32_t reference_buckets = 128;
 constexpr uint32_t no_scoid = 0xFFFFFFFF;
 
-// What gives back an object of each type.
+// What gives back an object of each type. A client is drained in this order: contexts first, which use the others.
 constexpr std::array<destroy_function, RESOURCE_TOTAL> destroy_functions = {
     context_destroy, dma_destroy, surface_destroy, execbuf_destroy, overlay_destroy};
 
+// Of a record that holds nothing: one never used, or one that was drained and has no tables any more.
 void free_record(client_record* client)
 {
     for (hashtable<client_reference>* table : client->ref_tables)
@@ -50,6 +51,7 @@ void destroy_callback(resource_type type, client_record* client, const client_re
     KALIX_ASSERT(object, "obj");
     const destroy_function callback = destroy_functions[type];
     KALIX_ASSERT(callback, "callback");
+    // Counted in a copy: the last of them frees the reference.
     for (uint32_t left = reference->ref_count; left > 0; --left)
         resource_unref(type, client, object, callback, nullptr);
 }
@@ -128,12 +130,13 @@ int client_remove(client_record* client)
         hold lock{_globals.client_lock};
         hashtable_remove(_globals.client_table, client->scoid);
     }
-    if (_globals.shared_sid_client == client)
+    if (_globals.shared_sid_client == client) // the record's last borrower
         _globals.shared_sid_client = nullptr;
     free_record(client);
     return 0;
 }
 
+// Once: a client may define and destroy under one sid again and again, and the list must not grow by that.
 int client_retain_sid(client_record* client, uint32_t sid)
 {
     for (const auto* node = client->retained_sids->head; node; node = node->next)

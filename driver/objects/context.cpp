@@ -16,6 +16,7 @@ struct context_command {
 };
 static_assert(sizeof(context_command) == 12);
 
+// Defining and destroying have the same body.
 context_command command(uint32_t id, uint32_t cid)
 {
     return {{id, sizeof(svga3d_context)}, {cid}};
@@ -28,6 +29,7 @@ context_record* context_create()
     const uint32_t cid = id_get(&_globals.context_ids);
     if (cid == 0)
         return nullptr;
+    // All that can fail comes before the command is written: a context that the device knows has a record.
     std::unique_ptr<context_record> context{new (std::nothrow) context_record};
     void* const space = context ? SVGA_FIFOReserve(sizeof(context_command)) : nullptr;
     if (!space) {
@@ -48,7 +50,7 @@ void context_destroy(resource_object* context)
         return;
     void* const space = SVGA_FIFOReserve(sizeof(context_command));
     if (!space)
-        return;
+        return; // the device still has the context, so that its cid must not meet another
     const context_command destroy = command(SVGA_3D_CMD_CONTEXT_DESTROY, context->id);
     std::memcpy(space, &destroy, sizeof destroy);
     SVGA_FIFOCommit(sizeof destroy);
@@ -75,6 +77,7 @@ int vmw_context_define_ioctl(client_record* client, context_define_req* req)
         delete context;
         return status_no_memory;
     }
+    // The number is the client's from now on, before it hears of it.
     execbuf_evict(client, context->id);
     req->cid = context->id;
     return 0;
@@ -87,6 +90,7 @@ int vmw_context_destroy_ioctl(client_record* client, context_destroy_req* req)
     resource_object* const context = resource_get(RESOURCE_CONTEXT, client, req->cid);
     if (!context)
         return status_invalid;
+    // Of a context that never had a buffer this says so, in a line that means nothing: no buffer is no error here.
     execbuf_release_cmdbuf(client, req->cid);
     resource_unref(RESOURCE_CONTEXT, client, context, context_destroy, nullptr);
     return 0;

@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t spare_bytes = SVGA_PAGE_BYTES;       // so that an aligned span always fits
 constexpr uint32_t size_max = 0x7FFFFFFF - spare_bytes; // the object's length stays a positive int
-constexpr unsigned object_mode = 0777;
+constexpr unsigned object_mode = 0777; // without effect: the platform makes every object its user's alone
 
 // Opens the object and gives it its size; false after a line, and then nothing is left of it.
 bool make_object(dma_buffer& buffer)
@@ -24,6 +24,7 @@ bool make_object(dma_buffer& buffer)
         slogf(log_code, log_error, "kalix: dma_create: failed to open shared object for dma, errno=%d", errno);
         return false;
     }
+    // A size that is too large fails as the host's call would, in the same line; alloc_size has wrapped by then.
     const bool fits = buffer.size <= size_max;
     if (!fits)
         errno = EINVAL;
@@ -41,12 +42,14 @@ void unmap(dma_buffer& buffer)
         platform::munmap(buffer.map, buffer.alloc_size);
 }
 
+// By its name, without a look at what has it: the handle's name is the driver's to give and to take.
 void close_object(dma_buffer& buffer)
 {
     platform::close(buffer.fd);
     platform::shm_unlink(buffer.name);
 }
 
+// Mapping and region of an object that has its size; false with what was made still noted, for the caller to undo.
 bool make_region(dma_buffer& buffer)
 {
     buffer.map = platform::mmap(buffer.alloc_size, platform::protect_read | platform::protect_write, buffer.fd);
@@ -93,6 +96,7 @@ void dma_destroy(resource_object* object)
         hold lock{_globals.gmr_lock};
         forgotten = removeGmr(buffer.gmr_id);
     }
+    // Else the device goes on reaching the pages: they stay mapped, and the client stays charged with them.
     if (forgotten) {
         unmap(buffer);
         share_give_back(share_kind::dma_buffer, buffer.share);
@@ -105,6 +109,7 @@ int vmw_dmabuf_alloc_ioctl(client_record* client, dmabuf_alloc_req* req)
 {
     if (!client || !req)
         return status_invalid;
+    // Each step gives back, when it fails, what those before it have taken.
     share_holder* share = nullptr;
     const share_bound reached = share_take(share_kind::dma_buffer, *client, &share);
     if (reached != share_bound::none) {
@@ -118,9 +123,10 @@ int vmw_dmabuf_alloc_ioctl(client_record* client, dmabuf_alloc_req* req)
     }
     char name[32];
     std::snprintf(name, sizeof name, "/svga_dma_%d", static_cast<int>(handle));
+    // The size comes in the low half of the word that takes the offset back.
     dma_buffer* const buffer = dma_create(name, static_cast<uint32_t>(req->data_offset));
     if (!buffer) {
-        req->handle = 0;
+        req->handle = 0; // replied beside the status, as 0 is no handle
         req->data_offset = 0;
         id_release(&_globals.dma_ids, handle);
         share_give_back(share_kind::dma_buffer, share);

@@ -9,7 +9,7 @@
 namespace kalix {
 namespace {
 
-constexpr unsigned object_mode = 0777;
+constexpr unsigned object_mode = 0777; // without effect: the object is the client's to make
 
 // Gives back mapping, descriptor and share; the name stays.
 void unmap(execbuf& buffer) KALIX_REQUIRES(_globals.device_mutex)
@@ -21,6 +21,7 @@ void unmap(execbuf& buffer) KALIX_REQUIRES(_globals.device_mutex)
     share_give_back(share_kind::command_buffer, buffer.share);
 }
 
+// The global table is keyed by the number alone: two buffers under one would be found by either client.
 bool belongs_to_another(client_record* client, uint32_t number) KALIX_REQUIRES(_globals.device_mutex)
 {
     const bool anothers_context =
@@ -28,7 +29,8 @@ bool belongs_to_another(client_record* client, uint32_t number) KALIX_REQUIRES(_
     return anothers_context || resource_get_global(RESOURCE_EXECBUF, number);
 }
 
-// Opens and maps the client's object; no map, with nothing left behind, when that fails.
+// Opens and maps the client's object; no map, with nothing left behind, when that fails. Its name holds the sender's
+// process, so that a client reaches its own process's objects alone, whatever number it gives.
 command_buffer_use open_buffer(client_record* client, uint32_t number) KALIX_REQUIRES(_globals.device_mutex)
 {
     std::unique_ptr<execbuf> buffer{new (std::nothrow) execbuf};
@@ -60,6 +62,7 @@ command_buffer_use cmd_getbuf(client_record* client, uint32_t number)
     if (belongs_to_another(client, number))
         return {};
     command_buffer_use opened = open_buffer(client, number);
+    // What finds no memory to be registered serves this one request, and is opened again by the next.
     if (opened.map && resource_add(RESOURCE_EXECBUF, client, opened.unregistered.get()) == 0)
         static_cast<void>(opened.unregistered.release()); // the registry's now
     return opened;
@@ -95,6 +98,7 @@ void execbuf_destroy(resource_object* object)
     if (!object)
         return;
     auto& buffer = *static_cast<execbuf*>(object);
+    // The client may have made a new object of that name, for the number's next use: that one stays.
     platform::shm_unlink_open(buffer.name, buffer.fd);
     unmap(buffer);
 }

@@ -33,13 +33,14 @@ void commit(uint32_t reserved, uint32_t committed)
 int execute(client_record* client, const execbuf_req& req, fence_pair* fence, refusal* why)
     KALIX_REQUIRES(_globals.device_mutex, _globals.fifo_lock)
 {
+    // Space first, as clients know it: a count beyond any reservation answers -12, whatever buffer it names.
     const uint32_t bytes = req.byte_count;
     auto* const space = static_cast<std::byte*>(SVGA_FIFOReserve(bytes));
     if (!space) {
         why->say = [] { slogf(log_code, log_error, "kalix: fifo reserve failed for execbuf."); };
         return status_no_memory;
     }
-    command_buffer_use buffer;
+    command_buffer_use buffer; // a count beyond the mapping names a buffer that no client has
     if (bytes <= KALIX_COMMAND_BUFFER_BYTES)
         buffer = cmd_getbuf(client, static_cast<uint32_t>(req.buffer_id));
     if (!buffer.map) {
@@ -47,6 +48,7 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, re
         *why = {[] { slogf(log_code, log_error, "kalix: could not map to user command buffer"); }, buffer.reached};
         return buffer.reached == share_bound::none ? status_invalid : status_no_memory;
     }
+    // The one look at the client's memory, which may change under it: what counts from here on is the copy.
     std::memcpy(space, buffer.map, bytes);
     cmd_putbuf(buffer);
     if (const int refused = cmd_check_all(client, {space, bytes})) {
@@ -54,9 +56,10 @@ int execute(client_record* client, const execbuf_req& req, fence_pair* fence, re
         why->say = [] { slogf(log_code, log_error, "kalix: command validation failed"); };
         return refused;
     }
+    // With both locks held: nothing else reaches the device between what it has and these commands.
     platform::sleep_us(std::min(req.delay_us, _globals.settings.max_delay_us));
     commit(bytes, bytes);
-    fence->inserted = SVGA_InsertFence();
+    fence->inserted = SVGA_InsertFence(); // behind no commands too: a client may wait for what went before
     fence->passed = fifo_register(SVGA_FIFO_FENCE);
     return 0;
 }
@@ -80,11 +83,12 @@ int vmw_execbuf_ioctl(client_record* client, execbuf_req* req)
         why.say();
     if (status != 0)
         return status;
+    // Question and answer share the record's bytes, some of which go back as sent.
     execbuf_rep reply;
     static_assert(sizeof reply == sizeof *req);
     std::memcpy(&reply, req, sizeof reply);
     reply.fence_handle = reply.seqno = fence.inserted;
-    reply.fence_flags = 3;
+    reply.fence_flags = 3; // a constant of the wire
     reply.passed_seqno = fence.passed;
     reply.error = 0;
     std::memcpy(req, &reply, sizeof reply);

@@ -17,6 +17,8 @@ int vmw_fence_signalled_ioctl(client_record*, fence_signalled_req* req)
 {
     if (!req)
         return status_invalid;
+    // Read once, so that the two answers agree. Compared as it is, without allowance for numbers that have wrapped, as
+    // clients know it; 0 names no fence and has always passed.
     const uint32_t passed = fifo_register(SVGA_FIFO_FENCE);
     const bool signalled = req->seqno == 0 || passed >= req->seqno;
     req->signalled = signalled;

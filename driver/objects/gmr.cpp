@@ -13,12 +13,12 @@ namespace kalix {
 namespace {
 
 constexpr uint32_t page_bytes = SVGA_PAGE_BYTES;
-constexpr uint64_t no_address = ~uint64_t{0};
-constexpr uint32_t pages_per_remap = 3968; // keeps one remap command below 32 KiB
+constexpr uint64_t no_address = ~uint64_t{0}; // on no page's boundary, so that the walk refuses it like any such
+constexpr uint32_t pages_per_remap = 3968;    // keeps one remap command below 32 KiB
 
 struct gmr_entry {
-    uint32_t used;
-    dma_buffer* owner;
+    uint32_t used;     // 1: the device may know the region
+    dma_buffer* owner; // borrowed, until it is destroyed; none for the driver's own region
 };
 uint32_t maxGmrIds KALIX_GUARDED_BY(_globals.gmr_lock);
 std::unique_ptr<gmr_entry[]> usedGmrs KALIX_GUARDED_BY(_globals.gmr_lock);
@@ -36,7 +36,8 @@ uint64_t physical_address(const std::byte* address)
     return platform::mem_offset(address, &physical) == 0 ? physical : no_address;
 }
 
-// Notes one page of a region; false after a line when it cannot be part of one.
+// Notes one page of a region; false after a line when it cannot be part of one. With a page twice in a row the device
+// would write one page of the buffer over the other.
 bool append_page(page_list& pages, uint64_t physical)
 {
     if (physical % page_bytes != 0) {
@@ -56,7 +57,8 @@ bool append_page(page_list& pages, uint64_t physical)
     return true;
 }
 
-// Where a region in that memory starts: bytes behind address. None after a line.
+// Where a region in that memory starts: bytes behind address, 1 to 4096. Memory that begins on a page gives up its
+// first one; clients add the offset that they are told, and rely on no other. None after a line.
 std::optional<uint32_t> first_page_offset(const std::byte* address)
 {
     const uint64_t physical = physical_address(address);
@@ -67,6 +69,8 @@ std::optional<uint32_t> first_page_offset(const std::byte* address)
     return page_bytes - static_cast<uint32_t>(physical % page_bytes);
 }
 
+// Page by page, since memory that follows on in the process may lie anywhere. The list is as long as the memory, which
+// is a page more than the region at least. Runs without a lock: the memory is its caller's.
 std::optional<page_list> walk_pages(const std::byte* start, uint32_t size, uint32_t buffer_length)
 {
     const uint64_t first = physical_address(start);
@@ -88,6 +92,7 @@ std::optional<page_list> walk_pages(const std::byte* start, uint32_t size, uint3
     return pages;
 }
 
+// In one reservation, 4 MiB for the largest region: half a definition must never reach the device.
 uint32_t stream_bytes(uint32_t pages)
 {
     const uint32_t remaps = pages / pages_per_remap + (pages % pages_per_remap != 0);
@@ -128,7 +133,7 @@ bool define_region(uint32_t id, const page_list& pages)
         return false;
     }
     SVGA_FIFOCommitAll();
-    SVGA_SyncToFence(SVGA_InsertFence());
+    SVGA_SyncToFence(SVGA_InsertFence()); // a client may name the region in its very next command
     return true;
 }
 
@@ -146,6 +151,7 @@ int dma_initialize()
     usedGmrs.reset(new (std::nothrow) gmr_entry[maxGmrIds]{});
     if (!usedGmrs)
         return 1;
+    // One fence each, some thousands: a region of an earlier run would reach pages that hold something else by now.
     for (uint32_t id = 0; id < maxGmrIds; ++id)
         removeGmr(id);
     return 0;
@@ -157,13 +163,13 @@ bool removeGmr(uint32_t gmr_id)
         void* const space = SVGA_FIFOReserve(sizeof(svga_cmd_define_gmr2));
         if (!space) {
             slogf(log_code, log_error, "kalix: removeGmr: GMR2 SVGA_FIFOReserve FAILED");
-            usedGmrs[gmr_id].owner = nullptr;
+            usedGmrs[gmr_id].owner = nullptr; // its record goes all the same
             return false;
         }
         const svga_cmd_define_gmr2 remove{SVGA_CMD_DEFINE_GMR2, gmr_id, 0};
         std::memcpy(space, &remove, sizeof remove);
         SVGA_FIFOCommitAll();
-        SVGA_SyncToFence(SVGA_InsertFence());
+        SVGA_SyncToFence(SVGA_InsertFence()); // the caller releases the pages next
     } else {
         SVGA_WriteReg(SVGA_REG_GMR_ID, gmr_id);
         SVGA_WriteReg(SVGA_REG_GMR_DESCRIPTOR, 0);

@@ -9,7 +9,7 @@
 namespace kalix {
 namespace {
 
-// Statuses of the define request alone.
+// Statuses of the define request alone, positive as its clients know them.
 constexpr int define_invalid = 22;
 constexpr int define_no_memory = 12;
 constexpr uint64_t pixel_bytes = 4;
@@ -39,6 +39,7 @@ bool fill(const client_record& client, overlay_record& overlay, const overlay_de
     overlay.width = req.width;
     overlay.height = req.height;
     overlay.buffer_count = req.buffer_count;
+    // Both buffers, whatever the count; only those in use are judged, the other may name anything.
     const uint64_t addresses[2] = {req.phys_addr0, req.phys_addr1};
     const uint32_t sids[2] = {req.sid0, req.sid1};
     for (size_t i = 0; i < 2; ++i) {
@@ -66,6 +67,7 @@ int overlay_init(overlay_record* overlay)
     return 0;
 }
 
+// The surfaces are borrowed and the pixels the framebuffer's: the id is all that an overlay owns.
 void overlay_destroy(resource_object* overlay)
 {
     if (overlay)
@@ -86,12 +88,14 @@ overlay_record* overlay_get_by_surface(const surface_record* surface)
 
 void overlays_forget(const surface_record* surface)
 {
+    // Each round clears what the search found, so that it ends; buffers that no pass draws count too.
     while (overlay_record* const overlay = overlay_get_by_surface(surface))
         for (surface_record*& slot : overlay->surface)
             if (slot == surface)
                 slot = nullptr;
 }
 
+// Both names of each buffer, so that either pass shows the same one.
 void overlay_flip(overlay_record& overlay)
 {
     if (overlay.buffer_count != 2)
@@ -114,7 +118,7 @@ int nebo_overlay_define(client_record* client, overlay_define_req* req)
     overlay->owner_pid = client->pid;
     const bool inside = fill(*client, *overlay, *req);
     if (!inside || resource_add(RESOURCE_OVERLAY, client, overlay.get()) != 0) {
-        overlay_destroy(overlay.get());
+        overlay_destroy(overlay.get()); // gives the id back; the record is still ours
         return inside ? define_no_memory : define_invalid;
     }
     req->id = overlay.release()->id;

@@ -19,6 +19,7 @@ uint64_t no_value()
     return 0;
 }
 
+// By number; the first two have no value here and are answered with 0.
 using parameter = uint64_t (*)();
 constexpr parameter parameters[] = {
     no_value,
@@ -31,7 +32,8 @@ constexpr parameter parameters[] = {
 };
 static_assert(std::size(parameters) == KALIX_PARAM_LAST + 1);
 
-// Whether the capability area holds a record of device capabilities. The walk stays inside the area.
+// Whether the capability area holds a record of device capabilities. The walk stays inside the area, and ends: every
+// length but 0 leads on.
 bool has_device_capabilities(const fifomap_caps_rep& area)
 {
     for (uint32_t at = 0; caps_words - at >= 2 && area.words[at] != 0;) {
@@ -48,6 +50,7 @@ bool has_device_capabilities(const fifomap_caps_rep& area)
 
 } // namespace
 
+// The acquire orders it behind what the device wrote before, as a fence's results.
 uint32_t fifo_register(uint32_t index)
 {
     return std::atomic_ref{_globals.svga_device->fifo[index]}.load(std::memory_order_acquire);
@@ -74,6 +77,7 @@ int vmw_getparam_ioctl(client_record* client, getparam_req* req)
 
 int nebo_getparam_fifomap(client_record* client, fifomap_req* req)
 {
+    // The first page and one word more: that is the bound which clients know, and the FIFO is longer.
     if (!client || !req || uint64_t{req->index} * sizeof(uint32_t) > platform::getpagesize())
         return status_invalid;
     req->value = fifo_register(req->index);
@@ -84,6 +88,7 @@ int nebo_getparam_fifomap_caps(client_record* client, fifomap_caps_rep* rep)
 {
     if (!client || !rep)
         return status_invalid;
+    // A copy, so that what was looked through is what is replied.
     fifomap_caps_rep area;
     for (uint32_t i = 0; i < caps_words; ++i)
         area.words[i] = fifo_register(SVGA_FIFO_3D_CAPS + i);

@@ -10,6 +10,7 @@ namespace {
 
 constexpr char assert_module[] = "driver/objects/resource";
 
+// A record of another type, or one that was freed, is an error of the driver that would spread: the process ends.
 uint32_t magic_of(resource_type type)
 {
     return resource_magic + type;
@@ -38,7 +39,8 @@ client_reference* reference_of(resource_type type, const client_record* client, 
     return hashtable_get(client->ref_tables[type], id);
 }
 
-// A reference record of the client, with a count of 0, in its table; none when memory runs out.
+// A reference record of the client, with a count of 0, in its table; none when memory runs out. The caller sets the
+// count before it gives the lock back: no record with 0 may be seen.
 client_reference* add_reference(resource_type type, client_record* client, resource_object* object)
     KALIX_REQUIRES(_globals.resource_lock)
 {
@@ -61,6 +63,7 @@ int resource_add(resource_type type, client_record* client, resource_object* obj
 {
     check_object(type, client, object);
     hold lock{_globals.resource_lock};
+    // Both tables or neither: counts are set when nothing can fail any more.
     if (hashtable_insert(_globals.resource_tables[type], object->id, object) != 0)
         return 1;
     client_reference* const reference = add_reference(type, client, object);
@@ -77,6 +80,7 @@ int resource_ref(resource_type type, client_record* client, resource_object* obj
 {
     check_object(type, client, object);
     hold lock{_globals.resource_lock};
+    // A client that references again what it holds counts up in the one record that it has.
     client_reference* reference = reference_of(type, client, object->id);
     if (!reference)
         reference = add_reference(type, client, object);
@@ -94,6 +98,7 @@ int resource_unref(resource_type type, client_record* client, resource_object* o
     if (destroyed)
         *destroyed = 0;
     hold lock{_globals.resource_lock};
+    // The place is kept for the removal: nothing changes the table between the two.
     const auto place = hashtable_find(client->ref_tables[type], object->id);
     client_reference* const reference = place.value();
     KALIX_ASSERT(reference, "client_ref");
@@ -122,6 +127,7 @@ resource_object* resource_get_global(resource_type type, uint32_t id)
     return object;
 }
 
+// By the client's own table, which leads to the object: an id that it holds no reference on is none to it.
 resource_object* resource_get(resource_type type, client_record* client, uint32_t id)
 {
     check_type(type);

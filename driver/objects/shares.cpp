@@ -8,6 +8,8 @@
 
 namespace kalix {
 
+// By connection and user: a destination that outlives its connection stays charged, and a later connection that gets
+// the same scoid takes the charge over only if it is the same user's.
 struct share_holder {
     uint32_t scoid, uid;
     std::array<uint32_t, share_kinds> held{};
@@ -21,6 +23,7 @@ static_assert(share_kinds * shares_of_a_kind_max + 1024 <= platform::guarded_map
 
 constexpr const char* plural[share_kinds] = {"command buffers", "readback destinations", "DMA buffers"};
 
+// Fractions and not numbers, so that the bounds keep their proportions where the host allows few descriptors.
 uint32_t client_bound() KALIX_REQUIRES(_globals.device_mutex)
 {
     return _globals.shares.of_a_kind / 4;
@@ -36,6 +39,8 @@ uint32_t kept_back() KALIX_REQUIRES(_globals.device_mutex)
     return _globals.shares.of_a_kind / 4;
 }
 
+// A list, searched from the front: it is as long as there are clients that hold something, 1024 at most but for those
+// that left a destination behind.
 share_holder* holder_of(const client_record& client) KALIX_REQUIRES(_globals.device_mutex)
 {
     for (share_holder* each = _globals.shares.first; each; each = each->next)
@@ -55,6 +60,7 @@ uint32_t held_by_user(size_t kind, uint32_t uid) KALIX_REQUIRES(_globals.device_
     return sum;
 }
 
+// A holder lives as long as anything is charged to it, so that the list cannot grow by clients that come and go.
 void forget_if_empty(share_holder* holder)
 {
     if (std::ranges::any_of(holder->held, [](uint32_t count) { return count != 0; }))
@@ -66,6 +72,7 @@ void forget_if_empty(share_holder* holder)
     delete holder;
 }
 
+// From the narrowest bound to the widest, so that the line names the one that its client can do something about.
 share_bound bound_reached(size_t kind, const share_holder& holder) KALIX_REQUIRES(_globals.device_mutex)
 {
     const uint32_t of_user = held_by_user(kind, holder.uid);
@@ -73,6 +80,7 @@ share_bound bound_reached(size_t kind, const share_holder& holder) KALIX_REQUIRE
         return share_bound::client;
     if (of_user >= user_bound() && holder.uid != platform::own_user())
         return share_bound::user;
+    // The last quarter is for those who come late: half for each of two users would leave the third with nothing.
     const uint32_t left = _globals.shares.of_a_kind - _globals.shares.taken[kind];
     return left == 0 || (of_user != 0 && left <= kept_back()) ? share_bound::kept_back : share_bound::none;
 }

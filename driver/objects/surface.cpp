@@ -16,6 +16,8 @@
 namespace kalix {
 namespace {
 
+// By format number; 0 where a pixel has no bytes of its own. Part of the wire's contract: clients work out pitches of
+// readback by the same numbers, libkalix among them.
 constexpr uint8_t bytes_per_pixel[SVGA3D_FORMAT_MAX] = {
     0, 4, 4, 2, 2, 2, 2, 4, 2, 4, 2, 1, 1, 2, 2, 0, 0, 0, 0, 0, 2, 2,
     4, 3, 2, 4, 4, 2, 4, 2, 4, 4, 1, 2, 4, 2, 4, 0, 4, 4, 4, 8, 4, 4,
@@ -46,6 +48,7 @@ int choose_sid(client_record* client, surface_record& surface, uint32_t wanted) 
               static_cast<int>(wanted));
         return status_invalid;
     }
+    // Retained before anything can fail: a refused definition leaves the sid with the client, until that goes.
     surface.id = wanted;
     surface.client_sid = 1;
     return surface_id_claim(client, wanted) == 0 ? 0 : status_no_memory;
@@ -59,6 +62,7 @@ int read_levels(const client_record* client, surface_record& surface, const surf
         surface.face_mips[0] = 1;
     else
         std::copy(std::begin(req.mip_levels), std::end(req.mip_levels), surface.face_mips);
+    // Six counts of 32 bits, so that their sum is made in 64.
     const uint64_t levels = std::accumulate(std::begin(surface.face_mips), std::end(surface.face_mips), uint64_t{0});
     if (levels > KALIX_SURFACE_MIPS_MAX)
         return status_invalid;
@@ -66,6 +70,8 @@ int read_levels(const client_record* client, surface_record& surface, const surf
     surface.sizes.reset(new (std::nothrow) surface_size[surface.mip_count]{});
     if (!surface.sizes)
         return status_no_memory;
+    // The list lies in the message, behind the payload, wherever the client says. One that is short leaves zeros, which
+    // the device refuses as sizes: an error of this surface alone.
     const std::span<surface_size> list{surface.sizes.get(), surface.mip_count};
     platform::MsgRead(rcvid, std::as_writable_bytes(list), sizes_offset(req));
     return 0;
@@ -89,6 +95,7 @@ int define(client_record* client, surface_record& surface, const surface_define_
     return status;
 }
 
+// What the client chose goes back with the client, not with the surface: it may define another under the same sid.
 void release_pool_sid(const surface_record& surface)
 {
     if (!surface.client_sid)
@@ -125,6 +132,7 @@ uint32_t format_to_bpp(uint32_t format)
     return format < std::size(bytes_per_pixel) ? bytes_per_pixel[format] : 0;
 }
 
+// Not waited for: whatever names the surface comes behind it in the FIFO.
 int surface_init(surface_record* surface)
 {
     const auto body = static_cast<uint32_t>(sizeof(svga3d_surface_define) + sizeof(svga3d_size) * surface->mip_count);
@@ -184,7 +192,7 @@ void surface_destroy(resource_object* object)
     auto* const surface = static_cast<surface_record*>(object);
     overlays_forget(surface); // the record goes, whatever the device says
     if (!surface || surface_destroy_on_hw(surface) != 0)
-        return;
+        return; // the device keeps it, so that its sid must not name another surface
     surface->sizes.reset();
     release_pool_sid(*surface);
     release_readback_destination(*surface);
@@ -223,9 +231,10 @@ int vmw_surface_define_ioctl(client_record* client, surface_define_req* req, int
         surface_destroy(surface.get());
         return status_no_memory;
     }
+    // The first for good, also when it has gone: the contract knows one shared surface.
     if (surface->shared && _globals.shared_sid == 0)
         _globals.shared_sid = surface->id;
-    req->flags = surface.release()->id;
+    req->flags = surface.release()->id; // the reply's first word, whatever it was in the request
     return 0;
 }
 
@@ -252,7 +261,7 @@ int vmw_surface_reference_ioctl(client_record* client, surface_reference_req* re
         return status_not_found;
     if (resource_ref(RESOURCE_SURFACE, client, surface) != 0)
         return status_no_memory;
-    req->sid = surface->flags;
+    req->sid = surface->flags; // likewise: the word that named the surface brings its flags back
     req->format = surface->format;
     std::copy(std::begin(surface->face_mips), std::end(surface->face_mips), req->mip_levels);
     if (static_cast<int32_t>(_globals.shared_sid) >= 1 && _globals.shared_sid == surface->id)

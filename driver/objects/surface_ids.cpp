@@ -19,6 +19,7 @@ const client_record* holder_of(uint32_t sid) KALIX_REQUIRES(_globals.device_mute
 
 } // namespace
 
+// A sid that is passed over stays taken in the pool, so that each round meets another one, and the search ends.
 uint32_t surface_id_get()
 {
     for (;;) {
@@ -36,6 +37,7 @@ uint32_t surface_id_hand_out(client_record* client)
     const uint32_t sid = surface_id_get();
     if (sid == 0)
         return 0;
+    // In the table, so that no other client may choose it, and in the client's list, so that it comes back.
     if (hashtable_insert(_globals.handed_out_sids, sid, client) != 0) {
         id_release(&_globals.surface_ids, sid);
         return 0;
@@ -74,6 +76,7 @@ void surface_ids_give_back(client_record* client)
         const client_record* const holder = handed_out.value();
         if (holder == client)
             hashtable_remove_at(_globals.handed_out_sids, handed_out);
+        // One that was handed out to another client since then is that one's, and goes back with it.
         if (!is_driver_sid(sid) && (!holder || holder == client))
             id_release(&_globals.surface_ids, sid);
     }

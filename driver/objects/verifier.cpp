@@ -35,6 +35,7 @@ uint32_t word_at(body_span body, size_t offset) // the table has made sure that 
 
 // ---- Identity: ids that a command names, and where in the driver's copy they stand ----------------
 
+// A cid of all ones equals the walk's beginning and passes before any context was named: it names nothing.
 int cmd_cid_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.device_mutex)
 {
     const uint32_t cid = word_at(body, 0);
@@ -270,7 +271,7 @@ int cmd_check(buffer_walk& walk, body_span left, uint64_t* length)
     svga3d_command_header header{}; // what is missing of it is zero
     std::memcpy(&header, left.data(), std::min(left.size(), sizeof header));
     if (left.size() >= sizeof header.id && header.id == SVGA_CMD_UPDATE) {
-        *length = update_bytes;
+        *length = update_bytes; // not compared with what is left: one that is cut off ends the walk out of step
         return 0;
     }
     *length = uint64_t{sizeof header} + header.size;

@@ -13,8 +13,10 @@ namespace {
 constexpr int test_failed = 22;
 constexpr int no_fifo_space = 12;
 constexpr uint32_t side = 184; // pixels of the top level, four bytes each
-constexpr uint32_t levels = 8;
+constexpr uint32_t levels = 8; // all of them, down to a pixel
 
+// Bytes without an order, so that no shift or repetition of them passes for them; they do not begin as what dma_read
+// marks its room with.
 constexpr std::array<uint8_t, 128> pattern = {
     0x05, 0xE5, 0x73, 0x60, 0x7C, 0xAA, 0x59, 0xBB, 0xC6, 0x27, 0xD1, 0xD6, 0x88, 0x7E, 0xFF, 0xE0, 0xC0, 0x75, 0xFD,
     0x49, 0x2E, 0x86, 0xB7, 0xD3, 0x0C, 0x43, 0xAB, 0x48, 0x3D, 0x2E, 0x53, 0xB4, 0x45, 0xAF, 0xA6, 0x9F, 0xE0, 0x58,
@@ -24,8 +26,9 @@ constexpr std::array<uint8_t, 128> pattern = {
     0x40, 0xCB, 0x0A, 0xD8, 0x1C, 0x3D, 0x9B, 0xFD, 0x49, 0xA5, 0xBA, 0x0C, 0x2C, 0xA0, 0xAB, 0xF6, 0xBD, 0xCA, 0x84,
     0x1D, 0xDE, 0xBE, 0xB5, 0xB4, 0x4F, 0x09, 0xA7, 0xF0, 0x48, 0x46, 0x9F, 0x22, 0x8D};
 
+// Under the device mutex.
 bool created; // the surface's definition was tried
-bool tested;
+bool tested;  // before anything is tried, so that a test that failed is not tried again
 int test_result;
 
 struct define_command {
@@ -83,6 +86,7 @@ void transfer(uint32_t direction, uint32_t offset, size_t bytes)
     SVGA_FIFOCommitAll();
 }
 
+// Not waited for: the FIFO keeps the read behind it, and the write's bytes stay in place until then.
 int dma_write(std::span<const uint8_t> bytes)
 {
     std::memcpy(_globals.dirty_gmr_base, bytes.data(), bytes.size());
@@ -132,6 +136,7 @@ int mipmap_dma_test()
 int gpu_cap_test()
 {
     _globals.mipmap_dma_failed = mipmap_dma_test() != 0;
+    // An error's severity for either outcome, as readers of the log know the line.
     slogf(log_code, log_error, "kalix: gpu cap test: mipmap dma... %s",
           _globals.mipmap_dma_failed ? "failed" : "passed");
     return 0;

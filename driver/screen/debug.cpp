@@ -14,7 +14,7 @@
 namespace kalix {
 namespace {
 
-constexpr uint32_t dump_pitch = 512; // bytes between a dumped surface's rows in the framebuffer
+constexpr uint32_t dump_pitch = 512; // bytes between a dumped surface's rows in the framebuffer, whatever its width
 constexpr uint64_t pixel_bytes = 4;
 
 // Under strict settings what every surface holds is for the server's own user alone.
@@ -34,7 +34,7 @@ __attribute__((format(printf, 3, 0))) surface_record* known_surface(const client
     return surface;
 }
 
-// The first level's size, each side as it is.
+// The first level's size, each side as it is: tools are shown what a surface was defined with, valid or not.
 surface_size first_size(const surface_record& surface)
 {
     return surface.mip_count != 0 ? surface.sizes[0] : surface_size{};
@@ -49,7 +49,8 @@ sid_entry describe(const surface_record& surface)
     return entry;
 }
 
-// One transfer of a surface's whole first level between it and the framebuffer's start; waits for it.
+// One transfer of a surface's whole first level between it and the framebuffer's start; waits for it, since the bytes
+// are looked at or written again next. False when it could not be sent.
 bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch) KALIX_REQUIRES(_globals.fifo_lock)
 {
     const auto [width, height] = dimensions_of(surface);
@@ -64,7 +65,8 @@ bool transfer(const surface_record& surface, uint32_t direction, uint32_t pitch)
     return true;
 }
 
-// A surface of any client, or the pass's vertex or index buffer.
+// A surface of any client, or the pass's vertex or index buffer: those are in no registry, and hold what a tool that
+// looks for a wrong quad wants to see.
 const surface_record* dumped_surface(const client_record& client, uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (const surface_record* const known = surface_named(client, sid))
@@ -76,7 +78,8 @@ const surface_record* dumped_surface(const client_record& client, uint32_t sid) 
     return nullptr;
 }
 
-// Whether the surface, laid out for a dump, and all rows asked for lie inside the framebuffer.
+// Whether the surface, laid out for a dump, and all rows asked for lie inside the framebuffer. The stride is signed:
+// rows may be read upwards, so that either end may be the lowest.
 bool dump_fits(const surface_record& surface, const dump_sid_req& req)
 {
     const auto [width, height] = dimensions_of(surface);
@@ -111,7 +114,7 @@ bool fill_fits(const surface_record& surface)
     return width != 0 && uint64_t{width} * height <= framebuffer_bytes().size() / pixel_bytes;
 }
 
-// The device may still be writing the picture that lies there.
+// The device may still be writing the picture that lies there: the bytes would be mixed with it.
 void wait_until_idle()
 {
     SVGA_WriteReg(SVGA_REG_SYNC, 1);
@@ -135,6 +138,7 @@ void reset_debug_state()
 
 int get_surface_pids(const surface_record& surface, std::span<uint32_t> pids)
 {
+    // The lock is for the table; what a client holds is guarded by the device mutex, which every caller has.
     hold lock{_globals.client_lock};
     size_t stored = 0;
     hashtable_iterator<client_record> walk;
@@ -148,6 +152,7 @@ int get_surface_pids(const surface_record& surface, std::span<uint32_t> pids)
     return 0;
 }
 
+// No request comes here. Made for modes of four bytes a pixel; in others it stays inside the framebuffer all the same.
 void clear_screen(uint8_t b0, uint8_t b1, uint8_t b2, uint8_t b3)
 {
     const svga_device& device = *_globals.svga_device;
@@ -175,7 +180,7 @@ int vmw_debug_show_sid_msg(client_record* client, show_sid_req* req)
         known_surface(*client, req->sid, "kalix: vmw_debug_show_sid: surface with sid %d is unknown!");
     if (!surface)
         return status_invalid;
-    _globals.debug_show_sid = req->sid;
+    _globals.debug_show_sid = req->sid; // stays when the surface goes: presents then show nothing until a reset
     status_note_display();
     present_debug(surface);
     return 0;
@@ -205,6 +210,7 @@ int vmw_debug_list_sids_msg(client_record* client, list_sids_req* req)
 {
     if (!client || !req || !may_debug(client))
         return status_invalid;
+    // Paged by position in the table: while others define and destroy, the next page may repeat or miss a surface.
     std::ranges::fill(req->entries, sid_entry{});
     req->more = 0;
     int32_t position = 0;
@@ -230,6 +236,7 @@ int vmw_debug_dump_sid_msg(client_record* client, dump_sid_req* req)
     const surface_record* const surface = dumped_surface(*client, req->sid);
     if (!surface || !dump_fits(*surface, *req))
         return status_invalid;
+    // Until the rows are copied: a present in between would write its picture over them.
     hold lock{_globals.fifo_lock};
     if (!transfer(*surface, SVGA3D_READ_HOST_VRAM, dump_pitch))
         return status_invalid;

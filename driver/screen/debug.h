@@ -15,7 +15,7 @@ namespace kalix {
 void reset_debug_state() KALIX_REQUIRES(_globals.device_mutex);
 
 // Process ids of the clients that hold a surface, in the client table's order, as many as there is room
-// for. Returns 1 when there are more, else 0.
+// for. Returns 1 when there are more, else 0. Takes client_lock, under the device mutex.
 int get_surface_pids(const surface_record& surface, std::span<uint32_t> pids);
 
 // Fills the screen, of four bytes a pixel, with one pixel's bytes, and waits until it shows.

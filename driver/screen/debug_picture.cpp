@@ -13,6 +13,7 @@ namespace {
 using pixel = std::array<uint8_t, 4>; // blue, green, red, alpha
 constexpr pixel magenta = {255, 0, 255, 255};
 
+// Each part is cut before the sum, which may so be one less than a rounded one.
 uint8_t over(uint8_t background, uint8_t color, float alpha)
 {
     return static_cast<uint8_t>(static_cast<int>(static_cast<float>(background) * (1 - alpha)) +
@@ -48,6 +49,7 @@ debug_picture plan_debug_picture(const surface_record& surface)
                           surface.format == SVGA3D_X8R8G8B8};
     if (block.bytes == 0)
         return picture;
+    // Rows of the copy are as far apart as the screen's: a longer one would run into the next.
     const uint64_t in_a_row = uint64_t{device.pitch} / block.bytes * block.width;
     picture.box_width = whole_blocks(std::min<uint64_t>(picture.width, in_a_row), size.width, block.width);
     picture.box_height = whole_blocks(picture.height, size.height, block.height);

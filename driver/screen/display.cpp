@@ -55,9 +55,11 @@ int nebo_adapter_set_mode(client_record*, set_mode_req* req)
     if (!req)
         return payload_missing;
     SVGA_SetMode(req->width, req->height, req->bpp, 1);
+    // Once in a process, and at the first mode only, also when that was refused or the test left out.
     if (!once && !_globals.software_mode)
         gpu_cap_test();
     once = 1;
+    // The device has cleared the screen: what was shown last fills the new one, until its client presents again.
     surface_record* const surface = is_mode(*req) ? last_presented() : nullptr;
     if (surface)
         present(surface, 0, 0, static_cast<int32_t>(req->width), static_cast<int32_t>(req->height));
@@ -77,8 +79,8 @@ int nebo_adapter_set_cursor(client_record*, set_cursor_req* req, std::span<const
     if (bytes != 0)
         std::memcpy(area, image.data(), bytes);
     SVGA_FIFOCommitAll();
-    NEBO_SVGA_PreserveCursor(image.data(), &header);
-    _globals.svga_device->cursor = 0;
+    NEBO_SVGA_PreserveCursor(image.data(), &header); // for the mode set of a zoom, after which it is defined again
+    _globals.svga_device->cursor = 0;                // the library's word, which it wants cleared
     return 0;
 }
 
@@ -101,7 +103,7 @@ void adapter_set_zoom_level(float zoom)
     if (zoom > zoom_most)
         zoom = zoom_most;
     svga_device& device = *_globals.svga_device;
-    if (zoom == device.zoom)
+    if (zoom == device.zoom) // without the mutex: this function alone writes it, on one thread
         return;
     device_hold lock;
     if (_globals.software_mode && zoom != zoom_most)

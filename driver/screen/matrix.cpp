@@ -18,6 +18,7 @@ void Matrix_Copy(float* destination, const float* source)
     std::memcpy(destination, source, sizeof gIdentityMatrix);
 }
 
+// By way of a matrix of its own, since a may be b.
 void Matrix_Multiply(float* a, const float* b)
 {
     float product[16];
@@ -42,6 +43,7 @@ void Matrix_Translate(float* m, float tx, float ty, float tz)
     m[14] += tz;
 }
 
+// With row vectors a positive angle turns y towards z here, z towards x and x towards y below.
 void Matrix_RotateX(float* m, float angle)
 {
     const float cs = cosf(angle);
@@ -66,6 +68,7 @@ void Matrix_RotateZ(float* m, float angle)
     Matrix_Multiply(m, rotation);
 }
 
+// Both projections set every element of m, whatever it held.
 void Matrix_Ortho(float* m, float left, float right, float bottom, float top, float near, float far)
 {
     std::fill_n(m, 16, 0.0f);

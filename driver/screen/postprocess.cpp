@@ -14,12 +14,12 @@ namespace {
 
 constexpr uint32_t vertex_surface_bytes = drawable_slots * slot_vertex_bytes;
 constexpr uint32_t index_surface_bytes = drawable_slots * slot_index_bytes;
-constexpr float quarter_turn = 1.5707964f; // radians
+constexpr float quarter_turn = 1.5707964f; // radians, the nearest in single precision
 constexpr uint32_t white = 0xFFFFFFFF;
 
-uint32_t blend_state; // of the last render-state set-up; selects the texture stage's
-drawable_object* lcd;
-drawable_object* glb_overlay;
+uint32_t blend_state;         // of the last render-state set-up; selects the texture stage's
+drawable_object* lcd;         // the client's picture
+drawable_object* glb_overlay; // shared by all overlays: with more than one of them each frame uploads it anew
 postprocess_cost last_cost;
 
 surface_dimensions screen()
@@ -43,7 +43,7 @@ surface_dimensions cut_to_largest_mode(surface_dimensions size)
             std::min(size.height, SVGA_ReadReg(SVGA_REG_MAX_HEIGHT))};
 }
 
-// What an earlier, failed attempt made is kept and used.
+// What an earlier, failed attempt made is kept and used: ids and slots are fixed, and there are no others to take.
 int postprocess_init(const surface_record& surface) KALIX_REQUIRES(_globals.device_mutex)
 {
     const surface_dimensions size = cut_to_largest_mode(dimensions_of(surface));
@@ -66,7 +66,8 @@ int postprocess_init(const surface_record& surface) KALIX_REQUIRES(_globals.devi
     return 0;
 }
 
-// Defines a surface anew when the screen does not fit it, so that it holds both what it held and the screen.
+// Defines a surface anew when the screen does not fit it, so that it holds both what it held and the screen. The sid
+// stays: commands that name it come behind the new definition in the FIFO.
 int grow(surface_record& surface)
 {
     surface_size& size = surface.sizes[0];
@@ -89,6 +90,8 @@ int grow_targets() KALIX_REQUIRES(_globals.device_mutex)
     return target != 0 ? target : grow(*_globals.postprocess_surfaces[POSTPROCESS_DEPTH]);
 }
 
+// All that the pass relies on, for every draw: nothing is taken for still set, and depth never decides, since quads lie
+// on one another in the order in which they are drawn.
 int setup_renderstate(uint32_t blend)
 {
     const svga3d_render_state_value states[] = {
@@ -114,6 +117,7 @@ int setup_renderstate(uint32_t blend)
 // With blending the texture shows with its own alpha, without it modulated by the vertex colour.
 int setup_texture(uint32_t sid)
 {
+    // Unzoomed, pixel (x, y) is texel (x, y); whatever is scaled is filtered.
     const uint32_t filter = _globals.svga_device->zoom == 1.0f ? SVGA3D_TEX_FILTER_NEAREST : SVGA3D_TEX_FILTER_LINEAR;
     const svga3d_texture_state_value blended[] = {
         {0, SVGA3D_TS_BIND_TEXTURE, sid},
@@ -159,7 +163,7 @@ int setup_matrix(surface_dimensions size, float angle)
     Matrix_Copy(view, gIdentityMatrix);
     if (angle != 0)
         Matrix_RotateZ(view, angle);
-    Matrix_Translate(view, angle != 0 ? width : 0, 0, -0.5f);
+    Matrix_Translate(view, angle != 0 ? width : 0, 0, -0.5f); // in depth anywhere between the planes does
     Matrix_Ortho(projection, 0, width, height, 0, -10, 10);
     const bool sent = SVGA3D_SetTransform(driver_context_id, SVGA3D_TRANSFORM_VIEW, view) == 0 &&
                       SVGA3D_SetTransform(driver_context_id, SVGA3D_TRANSFORM_WORLD, gIdentityMatrix) == 0 &&
@@ -181,6 +185,7 @@ int draw_lcd(surface_dimensions viewport, const present_rectangle& rectangle, co
     const auto [width, height] = dimensions_of(surface);
     const float u_max = static_cast<float>(static_cast<uint32_t>(rectangle.width)) / static_cast<float>(width);
     const float v_max = static_cast<float>(static_cast<uint32_t>(rectangle.height)) / static_cast<float>(height);
+    // A pixel short of the screen on two sides: the last column and row stay black, as clients know the picture.
     const int status = update_buffers(lcd, {0, 0, viewport.width - 1, viewport.height - 1, u_max, v_max, color});
     return status != 0 ? status : draw_rect(lcd);
 }
@@ -194,6 +199,7 @@ int draw_overlay(surface_dimensions size, int32_t x, int32_t y)
     return status != 0 ? status : draw_rect(glb_overlay);
 }
 
+// The surface's own size counts, not the overlay's, which is for the software pass.
 int show_overlay(const overlay_record& overlay)
 {
     const surface_record* const surface = overlay.surface[shown_buffer(overlay)];
@@ -222,6 +228,7 @@ int show_overlays() KALIX_REQUIRES(_globals.device_mutex)
     return status;
 }
 
+// To transparent black; the depth is cleared with it though no draw asks for it.
 int clear_target(surface_dimensions size)
 {
     svga3d_rect* rect = nullptr;
@@ -232,6 +239,7 @@ int clear_target(surface_dimensions size)
     return 0;
 }
 
+// Every pass anew: the context outlives a target that was defined again.
 int setup_target(surface_dimensions size)
 {
     const svga3d_image target{postprocess_target_sid, 0, 0};
@@ -247,7 +255,8 @@ int setup_target(surface_dimensions size)
     return sent ? 0 : status_no_memory;
 }
 
-// The pass, step by step; the first step that finds no FIFO space ends it.
+// The pass, step by step; the first step that finds no FIFO space ends it. The render state comes before the texture,
+// whose stage is set up by whether the state blends.
 int compose(const surface_record& surface, const present_rectangle& rectangle)
 {
     const surface_dimensions size = screen();
@@ -262,6 +271,7 @@ int compose(const surface_record& surface, const present_rectangle& rectangle)
     then([&] { return setup_texture(surface.id); });
     then([&] { return draw_lcd(size, rectangle, surface, get_gray_color(1)); });
     then(show_overlays);
+    // The last two leave the context unturned and opaque; no picture depends on that, since each pass begins with both.
     then([&] { return setup_matrix(size, 0); });
     then([] { return setup_renderstate(0); });
     return status;
@@ -277,6 +287,7 @@ int postprocess_present(const surface_record* surface, const present_rectangle& 
         return status_invalid;
     if (!_globals.postprocess_ready && postprocess_init(*surface) != 0)
         return status_no_memory;
+    // The screen may have grown since the last pass, by a mode or a zoom.
     if (grow_targets() != 0)
         return status_no_memory;
     const int status = compose(*surface, rectangle);

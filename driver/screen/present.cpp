@@ -15,10 +15,11 @@
 namespace kalix {
 namespace {
 
-constexpr uint64_t phys_addr_max = 0x80000000;
-constexpr int nothing_to_show = 1;
-constexpr uint32_t debug_copy_side = 400; // pixels
+constexpr uint64_t phys_addr_max = 0x80000000; // the wire's bound, 2 GiB
+constexpr int nothing_to_show = 1;             // a status of its own: the overlay was flipped all the same
+constexpr uint32_t debug_copy_side = 400;      // pixels
 
+// For who debugs the driver itself: no request sets the sid. A copy that finds no space is left out.
 void copy_debug_box(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
 {
     const svga3d_image from{_globals.debug_copy_sid, 0, 0};
@@ -30,6 +31,8 @@ void copy_debug_box(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex)
     SVGA_FIFOCommitAll();
 }
 
+// The target's picture begins at its corner, wherever the rectangle lies: only its place on the screen is the
+// rectangle's. A pass that failed is not presented, since the target then holds half a picture.
 int show_postprocessed(const surface_record& surface, const present_rectangle& rectangle)
     KALIX_REQUIRES(_globals.device_mutex, _globals.fifo_lock)
 {
@@ -71,7 +74,7 @@ int show_blitted(const surface_record& surface, const present_rectangle& rectang
     return 0;
 }
 
-// One transfer of a box, of the same place in surface and guest memory.
+// One transfer of a box out of a surface, committed and not waited for: each caller knows when it needs the pixels.
 bool read_surface(uint32_t sid, const svga3d_guest_image& guest, const svga3d_copy_box& wanted)
     KALIX_REQUIRES(_globals.fifo_lock)
 {
@@ -97,6 +100,7 @@ int show_copied(const surface_record& surface, const present_rectangle& rectangl
     return 0;
 }
 
+// All with fifo_lock held from the first command to the last, so that no client's commands come in between.
 int show(present_technique technique, const surface_record& surface, const present_rectangle& rectangle)
     KALIX_REQUIRES(_globals.device_mutex, _globals.fifo_lock)
 {
@@ -111,6 +115,7 @@ int show(present_technique technique, const surface_record& surface, const prese
     return show_postprocessed(surface, rectangle);
 }
 
+// Any client's, without a question whose: under strict settings only the server's own user can have chosen it.
 surface_record* shown_for_debugging() KALIX_REQUIRES(_globals.device_mutex)
 {
     return static_cast<surface_record*>(resource_get_global(RESOURCE_SURFACE, _globals.debug_show_sid));
@@ -129,7 +134,7 @@ surface_record* last_presented()
 
 int present_with(present_technique technique, surface_record* surface, const present_rectangle& rectangle)
 {
-    if (_globals.software_mode) {
+    if (_globals.software_mode) { // the frame is in the framebuffer already: no surface is asked for, and no sid kept
         postprocess_software_present(rectangle);
         _globals.last_present_rect = rectangle;
         return 0;
@@ -146,6 +151,7 @@ int present_with(present_technique technique, surface_record* surface, const pre
         copy_debug_box(surface->id);
     if (const int status = show(technique, *surface, rectangle); status != 0)
         return status;
+    // Only what was shown counts as shown last: a present that failed leaves what a flip or a new mode shows again.
     surface->presented = true;
     _globals.last_present_sid = surface->id;
     _globals.last_present_rect = rectangle;
@@ -169,6 +175,8 @@ int present_debug(const surface_record* surface)
 {
     if (_globals.software_mode || !surface || dimensions_of(*surface).width == 0)
         return 0;
+    // The pixels are in the framebuffer before they are painted over, and the lock is held until it shows: another
+    // picture would land in the middle of the painting.
     hold lock{_globals.fifo_lock};
     const debug_picture picture = plan_debug_picture(*surface);
     const svga3d_guest_image screen{{SVGA_GMR_FRAMEBUFFER, 0}, _globals.svga_device->pitch};
@@ -196,10 +204,11 @@ int present_to_phys_addr(const surface_record* surface, uint64_t phys_addr, uint
                   svga3d_row_bytes(block, width)))
         return status_invalid;
     hold lock{_globals.fifo_lock};
+    // A pitch of 0 is the surface's own, which the bounds above were worked out with.
     const svga3d_guest_image guest{{SVGA_GMR_FRAMEBUFFER, offset}, 0};
     if (!read_surface(surface->id, guest, {x, y, 0, width, height, 1, x, y, 0}))
         return status_invalid;
-    SVGA_SyncToFence(SVGA_InsertFence());
+    SVGA_SyncToFence(SVGA_InsertFence()); // the client reads the bytes when it has the answer
     return 0;
 }
 
@@ -207,11 +216,12 @@ int nebo_present_ioctl(client_record* client, present_req* req)
 {
     if (!client || !req)
         return status_invalid;
+    // The presenting client must hold what is shown, also while debug display chooses it: else nothing is shown.
     const bool debugging = _globals.debug_show_sid != 0;
     const uint32_t sid = debugging ? _globals.debug_show_sid : req->sid;
     surface_record* const surface = surface_held(*client, sid);
     if (!surface && !_globals.software_mode) {
-        if (debugging)
+        if (debugging) // no client may fail because somebody looks at another's surface
             return 0;
         slogf(log_code, log_error, "kalix: nebo_present_ioctl: surface %d is unknown", static_cast<int>(sid));
         return status_invalid;
@@ -231,7 +241,7 @@ int nebo_oob_present(client_record* client, oob_present_req* req)
         slogf(log_code, log_error, "kalix: nebo_oob_present: overlay %d is unknown", static_cast<int>(req->overlay_id));
         return status_invalid;
     }
-    overlay_flip(*overlay);
+    overlay_flip(*overlay); // whatever becomes of the present: the next one shows it
     const bool debugging = _globals.debug_show_sid != 0;
     surface_record* const surface = debugging ? shown_for_debugging() : last_presented();
     if (!surface)

@@ -10,10 +10,11 @@
 namespace kalix {
 namespace {
 
+// Guarded by fifo_lock.
 uint32_t guest_buf_offset;    // bytes of the dirty GMR that the current pass has staged
 uint32_t buffer_slot_counter; // next slot
 
-// Positions are cut to the 16 bits that the device reads.
+// Positions are cut to the 16 bits that the device reads. Sums are made of unsigned words before that, which wrap.
 int16_t position(uint32_t at)
 {
     return static_cast<int16_t>(static_cast<uint16_t>(at));
@@ -33,12 +34,14 @@ drawable_object build(const quad& wanted, uint32_t slot)
             slot};
 }
 
+// As numbers, not as bytes: a texture coordinate that is no number differs from itself, and is uploaded every time.
 bool same_vertex(const quad_vertex& a, const quad_vertex& b)
 {
     return a.x == b.x && a.y == b.y && a.u == b.u && a.v == b.v && a.color == b.color;
 }
 
-// Stages data and sends it to a byte offset of a buffer surface.
+// Stages data and sends it to a byte offset of a buffer surface. Each upload of a pass has a place of its own in the
+// staging area, since the device reads them when it comes to them, all together a few hundred bytes.
 int upload_buffer(std::span<const std::byte> data, uint32_t offset, uint32_t sid)
 {
     const auto size = static_cast<uint32_t>(data.size());
@@ -67,7 +70,7 @@ svga3d_vertex_declaration declare(uint32_t type, uint32_t usage, uint32_t offset
 
 drawable_object* create_drawable_object()
 {
-    if (buffer_slot_counter == drawable_slots)
+    if (buffer_slot_counter == drawable_slots) // no further slot fits the buffer surfaces
         return nullptr;
     auto* const object = new (std::nothrow) drawable_object{};
     if (object)
@@ -115,6 +118,7 @@ int draw_rect(const drawable_object* object)
     declarations[0] = declare(SVGA3D_DECLTYPE_SHORT2, SVGA3D_DECLUSAGE_POSITION, start);
     declarations[1] = declare(SVGA3D_DECLTYPE_FLOAT2, SVGA3D_DECLUSAGE_TEXCOORD, start + offsetof(quad_vertex, u));
     declarations[2] = declare(SVGA3D_DECLTYPE_D3DCOLOR, SVGA3D_DECLUSAGE_COLOR, start + offsetof(quad_vertex, color));
+    // Two triangles around the first corner, indices of two bytes.
     *range = {SVGA3D_PRIMITIVE_TRIANGLEFAN, 2, {postprocess_index_sid, object->slot * slot_index_bytes, 2}, 2, 0};
     SVGA_FIFOCommitAll();
     return 0;

@@ -52,6 +52,7 @@ int obj_same(const drawable_object* a, const drawable_object* b);
 // Draws the object's quad with the pass's context. Returns 0, or -12 without FIFO space.
 int draw_rect(const drawable_object* object);
 
+// Lets the next object take the first slot again, once all are gone; for a fresh driver state record.
 void reset_drawable_slots();
 
 } // namespace kalix

@@ -13,7 +13,7 @@
 namespace kalix {
 namespace {
 
-constexpr unsigned object_mode = 0777;
+constexpr unsigned object_mode = 0777; // without effect: the object is the client's to make
 constexpr std::byte opaque{255};
 constexpr share_kind destination_kind = share_kind::readback_destination;
 
@@ -32,6 +32,7 @@ bool open_destination(const client_record& client, surface_record& surface, cons
 {
     std::snprintf(surface.shm_name, sizeof surface.shm_name, "/vm_svga:%u:%u", client.pid,
                   static_cast<uint32_t>(req.shm_number));
+    // At an error's severity though it is none, as readers of the log know it: the name that is tried.
     slogf(log_code, log_error, "kalix: shm_name: [%s]", surface.shm_name);
     const int32_t fd = platform::shm_open(surface.shm_name, platform::open_read_write, object_mode);
     if (fd == -1)
@@ -74,6 +75,8 @@ std::span<std::byte> resolve_destination(const client_record& client, surface_re
     return found;
 }
 
+// The extent's bound squared, in pixels of four bytes, is the dirty GMR; pixels of eight ask for the comparison in
+// bytes as well. All in 64 bits, as every word is the client's.
 bool rectangle_is_valid(const readback_req& req, surface_dimensions size, uint32_t pixel_bytes, uint64_t room)
 {
     const uint64_t right = uint64_t{req.x} + req.w;
@@ -99,6 +102,7 @@ bool fetch(uint32_t sid, const rectangle& rect)
     return true;
 }
 
+// The destination is memory that its client can write and cut short meanwhile; nothing is read back from it.
 void copy_out(const rectangle& rect, bool whole, std::span<std::byte> destination)
 {
     const std::byte* from = _globals.dirty_gmr_base;
@@ -110,6 +114,7 @@ void copy_out(const rectangle& rect, bool whole, std::span<std::byte> destinatio
         std::memcpy(&destination[rect.start() + row * rect.pitch], from, rect.row_bytes());
 }
 
+// The format's fourth byte means nothing on the device; clients are promised opaque pixels.
 void make_opaque(const rectangle& rect, std::span<std::byte> destination)
 {
     for (uint64_t row = 0; row < rect.h; ++row)
@@ -130,8 +135,10 @@ int nebo_readback_surface(client_record* client, readback_req* req)
     }
     const surface_dimensions size = dimensions_of(*surface);
     const uint32_t pixel_bytes = format_to_bpp(surface->format);
+    // Rows of the surface's own length, but for the one shared surface, whose pitch is its reader's choice.
     if (req->pitch != uint64_t{size.width} * pixel_bytes && req->sid != _globals.shared_sid)
         return status_invalid;
+    // Before the rectangle is judged, against its size: a refused rectangle has opened the destination all the same.
     const std::span<std::byte> destination = resolve_destination(*client, *surface, *req);
     if (!destination.data())
         return status_no_memory;

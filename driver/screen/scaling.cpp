@@ -8,8 +8,9 @@ namespace kalix {
 namespace {
 
 constexpr size_t pixel_bytes = 4;
-constexpr int64_t strip_rows = 48;
+constexpr int64_t strip_rows = 48; // source rows, at the bottom of a frame
 
+// Tables in place of divisions, of which the filters would need several for each pixel.
 using division_table = std::array<uint8_t, 768>;
 
 // Entry i: the low byte of i x numerator / denominator. A sum of four bytes, weighed, stays below 768.
@@ -27,7 +28,8 @@ constexpr division_table lookup_2_9 = divisions(2, 9);
 constexpr division_table lookup_4_9 = divisions(4, 9);
 constexpr division_table lookup_9_16 = divisions(9, 16);
 
-// Byte 0 of a group's pixels.
+// Byte 0 of a group's pixels. In the filters c is the row itself and a the one above it; the weights of each sum up to
+// 1, so that a flat grey comes out as itself or a little less: every division cuts.
 using blues = std::array<uint32_t, 4>;
 using greys = std::array<uint8_t, 3>;
 
@@ -66,6 +68,7 @@ class conversion {
 public:
     conversion(const kernel& by, const scaled_frame& frame) : by_{by}, frame_{frame} {}
 
+    // The end of the last row counts whole groups, as those are what is written.
     bool fits() const
     {
         const uint64_t last_row = groups() * by_.columns_written * pixel_bytes;
@@ -89,6 +92,7 @@ public:
 private:
     uint64_t groups() const { return (uint64_t{frame_.width} + by_.columns_read - 1) / by_.columns_read; }
 
+    // Of the last row alone: every other row has the next one's pixels behind its own, which the kernel reads instead.
     void complete_last_group()
     {
         const uint64_t first = uint64_t{frame_.width} * (frame_.height - 1) + (groups() - 1) * by_.columns_read;
@@ -98,6 +102,8 @@ private:
                         &last_group_[i * pixel_bytes]);
     }
 
+    // Signed, since a frame may be lower than the strip. The count goes on from the colours into the strip, so that the
+    // rhythm of kept rows is one; a row that is skipped there still is the row above of the next.
     void walk()
     {
         const int64_t height = frame_.height;

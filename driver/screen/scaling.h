@@ -11,6 +11,7 @@
 
 namespace kalix {
 
+// Single precision's nearest to 0.333333 and 0.666666, to so many digits: compared exactly, with these same values.
 inline constexpr float zoom_third = 0x1.55553ep-2f;
 inline constexpr float zoom_half = 0.5f;
 inline constexpr float zoom_two_thirds = 0x1.55553ep-1f;

@@ -11,6 +11,7 @@
 namespace kalix {
 namespace {
 
+// Reached by no server, as start-up refuses software mode, and held to the same bounds as the rest.
 constexpr uint64_t pixel_bytes = 4;
 constexpr uint64_t largest_side = 1u << 30; // the square of four-byte pixels still fits in 64 bits
 
@@ -36,6 +37,7 @@ std::span<std::byte> software_frame(const mode& of)
     return bytes <= rest.size() ? rest : rest.first(0);
 }
 
+// In unsigned words, as the wire has them, and 64 bits for the sums; edges that meet count as touching.
 bool touches(const overlay_record& overlay, const present_rectangle& rectangle)
 {
     const uint64_t x = static_cast<uint32_t>(overlay.x);
@@ -46,6 +48,8 @@ bool touches(const overlay_record& overlay, const present_rectangle& rectangle)
            x + overlay.width >= left && y + overlay.height >= top;
 }
 
+// Not left of or above the screen, and not further beyond it than the next power of two, as clients know it; what lies
+// beyond the screen is cut.
 bool is_placed(const overlay_record& overlay, const mode& on)
 {
     return overlay.x >= 0 && overlay.y >= 0 &&
@@ -76,6 +80,7 @@ void scale_down(const mode& of, std::span<std::byte> frame)
 {
     const svga_device& device = *_globals.svga_device;
     const std::span<std::byte> picture = framebuffer_bytes().first(framebuffer_bytes().size() - frame.size());
+    // Exactly the factors that the zoom's setter snaps to; any other has no kernel and copies nothing.
     if (device.zoom == 1.0f)
         std::memcpy(picture.data(), frame.data(), uint64_t{of.width} * of.height * pixel_bytes);
     else

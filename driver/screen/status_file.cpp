@@ -16,7 +16,7 @@ namespace {
 static_assert(static_cast<size_t>(KALIX_STATUS_OBJECT_TYPES) == RESOURCE_TOTAL);
 static_assert(static_cast<uint32_t>(KALIX_STATUS_OVERLAYS) == overlay_id_capacity);
 
-kalix_status* status; // mapped; null when there is none
+kalix_status* status; // mapped, never unmapped; null when there is none. Written under the device mutex
 
 // One change of the file: the sequence is odd while it lives.
 class change {
@@ -30,6 +30,7 @@ private:
     static std::atomic_ref<uint32_t> sequence() { return std::atomic_ref<uint32_t>{status->sequence}; }
 };
 
+// 0 for none, which no surface has.
 uint32_t sid_of(const surface_record* surface)
 {
     return surface ? surface->id : 0;
@@ -68,6 +69,7 @@ void write_overlays() KALIX_REQUIRES(_globals.device_mutex)
     for_each_overlay([](const overlay_record& overlay) { status->overlays[overlay.id - 1] = as_defined(overlay); });
 }
 
+// The number goes on, so that a reader can tell a new frame from the one that it saw.
 void begin_frame(kalix_status_frame& frame, const surface_record& surface)
 {
     const uint64_t number = frame.number + 1;
@@ -86,6 +88,7 @@ void status_begin()
     status = static_cast<kalix_status*>(platform::map_published_file(kalix_status_file, sizeof *status));
     if (!status)
         return;
+    // The file begins as zeros: until this change is done a reader finds no magic, or an odd sequence.
     const change now;
     status->magic = KALIX_STATUS_MAGIC;
     status->version = KALIX_STATUS_VERSION;
@@ -100,6 +103,7 @@ void status_note_client(client_record& client)
         return;
     const change now;
     if (client.status_slot == 0) {
+        // As many slots as connections; one that finds none is not shown, and asks again with its next request.
         const auto* const free = std::ranges::find(status->clients, 0u, &kalix_status_client::pid);
         if (free == std::end(status->clients))
             return;
@@ -112,7 +116,7 @@ void status_note_client(client_record& client)
     slot.requests++;
     for (size_t type = 0; type < RESOURCE_TOTAL; ++type)
         slot.objects[type] = static_cast<uint32_t>(client.ref_tables[type]->count);
-    write_overlays();
+    write_overlays(); // whichever request it was may have changed them, and there are eight at most
 }
 
 void status_forget_client(const client_record& client)
@@ -120,6 +124,7 @@ void status_forget_client(const client_record& client)
     if (!status)
         return;
     const change now;
+    // The overlays that went with the client, too: this is the last that is heard of it.
     if (client.status_slot != 0)
         status->clients[client.status_slot - 1] = {};
     write_overlays();
@@ -138,6 +143,7 @@ void status_note_frame(const surface_record& surface, const present_rectangle& r
     frame.height = rectangle.height;
     frame.uploaded_bytes = postprocess_last_cost().uploaded_bytes;
     frame.waited = postprocess_last_cost().waited;
+    // Worked out as the pass does, under the mutex that keeps the overlays as they were drawn.
     for_each_overlay([&frame](const overlay_record& overlay) {
         const surface_record* const shown = overlay.surface[shown_buffer(overlay)];
         if (overlay.visible && shown && dimensions_of(*shown).width != 0)

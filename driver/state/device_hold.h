@@ -1,4 +1,4 @@
-// Holds the device mutex for a scope.
+// Holds the device mutex for a scope. A type of its own, since the mutex is borrowed and may be none.
 #pragma once
 
 #include "driver/state/driver_state.h"

@@ -49,6 +49,7 @@ struct driver_settings {
     uint32_t max_delay_us; // bound of a command buffer's delay
 };
 
+// The pools' highest ids. Those of surfaces and contexts are the driver's own, which start-up takes out.
 inline constexpr uint32_t surface_id_capacity = 32747;
 inline constexpr uint32_t dma_id_capacity = 4096;
 inline constexpr uint32_t context_id_capacity = 246;
@@ -63,7 +64,7 @@ inline constexpr uint32_t postprocess_vertex_sid = 32749;
 inline constexpr uint32_t postprocess_index_sid = 32750;
 inline constexpr uint32_t self_test_sid = 32751;
 
-inline constexpr uint32_t dirty_gmr_bytes = 0x1000000;
+inline constexpr uint32_t dirty_gmr_bytes = 0x1000000;        // the largest readback: 2048 x 2048 pixels of 4 bytes
 inline constexpr uint32_t dirty_gmr_buffer_bytes = 0x1001000; // and a page, so that an aligned span fits
 static_assert(dma_id_capacity + 1 <= SVGA_GMR_IDS);           // every DMA buffer, and the dirty GMR
 

@@ -11,6 +11,7 @@ namespace {
 constexpr uint32_t word_bits = 32;
 constexpr uint32_t full_word = 0xFFFFFFFF;
 
+// Ids count from 1, so that 0 can mean none; bits count from 0.
 uint32_t& word_of(id_pool* pool, uint32_t id) KALIX_REQUIRES(_globals.id_lock)
 {
     return pool->bits[(id - 1) / word_bits];
@@ -27,6 +28,7 @@ bool holds(const id_pool* pool, uint32_t id)
 
 enum class search { found, full, inconsistent };
 
+// The lowest, so that ids stay dense, which the hash tables that they are keys of count on.
 search take_lowest(id_pool* pool, uint32_t& id) KALIX_REQUIRES(_globals.id_lock)
 {
     if (!pool || !pool->bits || pool->usecount == pool->size)
@@ -36,13 +38,13 @@ search take_lowest(id_pool* pool, uint32_t& id) KALIX_REQUIRES(_globals.id_lock)
         if (word == full_word)
             continue;
         id = base + static_cast<uint32_t>(std::countr_one(word)) + 1;
-        if (id > pool->size)
+        if (id > pool->size) // the last word has bits behind the capacity, which are never set
             return search::full;
         word_of(pool, id) |= bit_of(id);
         ++pool->usecount;
         return search::found;
     }
-    return search::inconsistent;
+    return search::inconsistent; // the count says that one is free, and the bits do not
 }
 
 } // namespace
@@ -51,7 +53,7 @@ void id_init_pool(id_pool* pool, uint32_t capacity)
 {
     if (!pool)
         return;
-    const uint32_t words = capacity / word_bits + (capacity % word_bits != 0);
+    const uint32_t words = capacity / word_bits + (capacity % word_bits != 0); // rounding up a sum could wrap
     *pool = {new (std::nothrow) uint32_t[words]{}, capacity, 0};
 }
 
@@ -67,7 +69,7 @@ uint32_t id_get(id_pool* pool)
 {
     uint32_t id = 0;
     search result;
-    {
+    { // the line below is written without the innermost lock
         hold lock{_globals.id_lock};
         result = take_lowest(pool, id);
     }

@@ -5,6 +5,7 @@
 namespace kalix {
 namespace {
 
+// A delay is slept with the device mutex and fifo_lock held, so that one client's delay is everybody's.
 constexpr uint32_t max_delay_us = 1'000'000;
 constexpr uint32_t max_delay_strict_us = 10'000;
 

@@ -9,6 +9,7 @@
 
 namespace kalix {
 
+// Called once, behind the start of the log; the record keeps the result. Never fails.
 driver_settings read_settings();
 
 } // namespace kalix

@@ -12,8 +12,9 @@
 namespace kalix::platform {
 namespace {
 
-constexpr int64_t pause_ms = 100;
+constexpr int64_t pause_ms = 100; // without descriptors: long enough not to spin, short enough not to be noticed
 
+// Any descriptor will do: what counts is the number that it occupies.
 unique_fd open_spare()
 {
     return unique_fd{::open("/dev/null", O_RDONLY | O_CLOEXEC)};
@@ -35,7 +36,7 @@ unique_fd acceptor::accept_one()
         unique_fd socket{accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)};
         if (socket || errno == EAGAIN)
             return socket;
-        if (errno == EINTR || errno == ECONNABORTED)
+        if (errno == EINTR || errno == ECONNABORTED) // a client that has given up is not our error: the next one
             continue;
         const bool no_descriptor = errno == EMFILE || errno == ENFILE;
         slogf(log_code, log_error, "kalix: cannot accept a connection: %s (%d)", std::strerror(errno), errno);
@@ -55,6 +56,7 @@ bool acceptor::turn_one_away()
     return accepted && spare_;
 }
 
+// The listener stays readable while a client waits, so that polling it on would turn the loop without end.
 void acceptor::pause()
 {
     paused_until_ms_ = now_ms() + pause_ms;
@@ -64,7 +66,7 @@ void acceptor::pause()
 void acceptor::listen_again()
 {
     paused_until_ms_ = 0;
-    if (!spare_)
+    if (!spare_) // turning a client away lost it to another thread
         spare_ = open_spare();
     if (!poll(EPOLL_CTL_MOD, EPOLLIN))
         slogf(log_code, log_error, "kalix: cannot listen again: %s (%d)", std::strerror(errno), errno);

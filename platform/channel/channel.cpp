@@ -44,6 +44,7 @@ int fail_with(int error)
     return -1;
 }
 
+// A name that stays a file of the run directory: no path, and nothing hidden.
 bool is_plain_name(const char* name)
 {
     return name != nullptr && *name != '\0' && *name != '.' && std::strlen(name) < 64 &&
@@ -52,6 +53,7 @@ bool is_plain_name(const char* name)
 
 bool open_channel(channel& ours, const char* name)
 {
+    // The lock comes first: what follows removes the socket that it finds, which must be a dead server's.
     const socket_place place = take_run_directory(name);
     if (!place.directory)
         return false;
@@ -65,6 +67,9 @@ bool open_channel(channel& ours, const char* name)
     return true;
 }
 
+// Also undoes an opening that failed half-way, whose error errno still holds. The id goes first, so that calls fail
+// from now on; the messages go before the loop, since they point to its connections; the directory's lock goes last,
+// so that no new server meets our socket.
 void close_channel(channel& ours)
 {
     const int kept = errno;
@@ -106,7 +111,7 @@ size_t fill(std::span<const std::span<std::byte>> parts, std::span<const std::by
 
 name_attach_t* name_attach(void* /*dispatch*/, const char* name, unsigned /*flags*/)
 {
-    static std::atomic<int32_t> last_chid{0};
+    static std::atomic<int32_t> last_chid{0}; // rises, so that the id of a channel that is closed reaches no other
     channel& ours = the_channel();
     if (ours.chid != 0 || !is_plain_name(name)) {
         errno = ours.chid != 0 ? EBUSY : EINVAL;
@@ -136,6 +141,7 @@ int32_t ConnectAttach(uint32_t node, int32_t process, int32_t chid, uint32_t ind
         return fail_with(ESRCH);
     if (index != 0 && index != side_channel)
         return fail_with(EINVAL);
+    // A pulse needs nothing kept for its connection: the id alone, apart from those of clients, says that there is one.
     return static_cast<int32_t>(side_channel) + ++ours.self_connections;
 }
 
@@ -164,7 +170,7 @@ int32_t MsgReceivev(int32_t chid, std::span<const std::span<std::byte>> parts, _
     channel& ours = the_channel();
     if (chid == 0 || chid != ours.chid)
         return fail_with(ESRCH);
-    report_ready();
+    report_ready(); // here and not at the attaching: the start goes on behind that, and can still fail
     const std::optional<delivery> given = ours.loop->receive();
     if (!given)
         return -1;
@@ -184,6 +190,7 @@ int64_t MsgRead(int32_t rcvid, std::span<std::byte> buffer, uint64_t offset)
 
 int64_t MsgReadv(int32_t rcvid, std::span<const std::span<std::byte>> parts, uint64_t offset)
 {
+    // The bytes are held for the copy, though another thread should answer the message meanwhile.
     const std::shared_ptr<const message_bytes> message = the_channel().messages.find(rcvid);
     if (!message)
         return fail_with(ESRCH);

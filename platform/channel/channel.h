@@ -44,8 +44,8 @@ inline constexpr uint32_t side_channel = 0x40000000; // index of a connection to
 inline constexpr int error_no_function = 89;  // ENOSYS as it travels
 inline constexpr int error_message_size = 90; // EMSGSIZE as it travels
 
-struct name_attach_t {
-    int32_t chid; // the channel's id, above 0
+struct name_attach_t { // one for the process: a later attaching fills it anew
+    int32_t chid;      // the channel's id, above 0
 };
 
 // Opens the channel of that name in the run directory, making the directory when missing, taking its

@@ -80,7 +80,7 @@ bool peer_of(int socket, peer& who)
     socklen_t length = sizeof credentials;
     if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0)
         return false;
-    if (credentials.pid <= 0) {
+    if (credentials.pid <= 0) { // names of shared objects are made of the id, so that a client needs one
         errno = ESRCH;
         return false;
     }

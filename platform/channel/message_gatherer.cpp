@@ -13,7 +13,7 @@
 namespace kalix::platform {
 namespace {
 
-constexpr size_t step_bytes = size_t{64} << 10; // read at once
+constexpr size_t step_bytes = size_t{64} << 10; // read at once; on the stack of the one thread that gathers
 
 // Bytes read; 0 when the client has gone; -1 when there is nothing to read now.
 ssize_t receive(int socket, std::span<std::byte> into)
@@ -50,12 +50,14 @@ gathered message_gatherer::gather_header(int socket)
         if (count <= 0)
             return without_bytes(count);
         if (header_bytes_ == 0)
-            started_ms_ = now_ms();
+            started_ms_ = now_ms(); // later bytes do not move it: a trickle is no way to stay
         header_bytes_ += static_cast<size_t>(count);
     }
     return header_.message_bytes <= KALIX_MESSAGE_MAX ? gathered::complete : gathered::too_large;
 }
 
+// By way of a step's buffer, and not into room for the whole: a client that declares 1 MiB and sends a byte costs a
+// byte. Never reads past the message, so that the next one stays in the socket until its turn.
 gathered message_gatherer::gather_bytes(int socket)
 {
     std::array<std::byte, step_bytes> step;
@@ -77,6 +79,7 @@ gathered message_gatherer::gather_bytes(int socket)
     return gathered::complete;
 }
 
+// A message that is handed out is charged no longer: a connection has one at a time, which bounds those.
 whole_message message_gatherer::take()
 {
     const size_t charged = bytes_.size();
@@ -91,7 +94,7 @@ whole_message message_gatherer::take()
 void message_gatherer::drop()
 {
     budget_.left += bytes_.size();
-    message_bytes{}.swap(bytes_);
+    message_bytes{}.swap(bytes_); // clear() would keep the memory
     header_bytes_ = 0;
 }
 

@@ -24,7 +24,7 @@ bool send_answer(int socket, const answer& given, uint32_t reply_room)
     const ssize_t sent = sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0)
         return false;
-    errno = EAGAIN;
+    errno = EAGAIN; // a part that went cannot be taken back, and the rest is not waited for: the stream is spoilt
     return static_cast<size_t>(sent) == sizeof frame + data.size();
 }
 
@@ -35,7 +35,7 @@ void end_untaken(const connection& of, int error)
 {
     if (error == EAGAIN)
         slogf(log_code, log_warning, "kalix: process %u does not read its replies, connection closed", of.pid);
-    shutdown(of.socket.get(), SHUT_RDWR);
+    shutdown(of.socket.get(), SHUT_RDWR); // the receive loop, which owns the descriptor, sees the end and closes it
 }
 
 } // namespace
@@ -47,6 +47,7 @@ void message_table::set_poll(int epoll)
     messages_.clear();
 }
 
+// Ids go round all positive numbers before one is used again, so that a late answer meets nobody else's message.
 int32_t message_table::next_id()
 {
     do {
@@ -71,6 +72,8 @@ std::shared_ptr<const message_bytes> message_table::find(int32_t rcvid)
     return found != messages_.end() ? found->second.message.bytes : nullptr;
 }
 
+// All under the lock, the sending included, which never waits. The turn changes before the connection is polled: the
+// loop may be woken at once, and asks whose turn it is.
 int message_table::give(int32_t rcvid, const answer& given)
 {
     const hold held{lock_};
@@ -98,6 +101,8 @@ turn message_table::turn_of(connection& of)
     return turn_in(of);
 }
 
+// One event and then silence, until it is asked for again: what a client sends while the server owes it an answer
+// stays in its socket, and takes no memory of ours.
 bool message_table::poll_once(int epoll, const connection& which, int operation)
 {
     epoll_event event{};

@@ -10,6 +10,7 @@ namespace kalix::platform {
 
 bool pulse_queue::open()
 {
+    // Counting one by one, so that the descriptor stays readable until the last pulse is taken.
     ready_.reset(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC | EFD_SEMAPHORE));
     if (!ready_)
         slogf(log_code, log_error, "kalix: cannot make a pulse queue: %s (%d)", std::strerror(errno), errno);
@@ -30,7 +31,7 @@ int pulse_queue::put(const _pulse& pulse)
         errno = EAGAIN;
         return -1;
     }
-    if (eventfd_write(ready_.get(), 1) != 0)
+    if (eventfd_write(ready_.get(), 1) != 0) // first, since it is what can fail
         return -1;
     pulses_[(first_ + count_++) % pulses_max] = pulse; // under the lock, so nobody has looked for it yet
     return 0;

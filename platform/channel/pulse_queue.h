@@ -26,6 +26,7 @@ public:
 
     // Returns 0, or -1: EAGAIN when too many wait.
     int put(const _pulse& pulse);
+    // The oldest pulse, none when none waits. Of the receive loop's thread alone.
     std::optional<_pulse> take();
 
 private:

@@ -20,7 +20,8 @@
 namespace kalix::platform {
 namespace {
 
-// Tags of what is polled; a connection's tag is its scoid, which is below them.
+// Tags of what is polled; a connection's tag is its scoid, which is below them. No tag is a pointer: of the events
+// that came together one may end the connection that another is about.
 constexpr uint64_t tag_listener = uint64_t{1} << 32;
 constexpr uint64_t tag_pulses = tag_listener + 1;
 constexpr uint64_t tag_log_timer = tag_listener + 2;
@@ -28,9 +29,9 @@ constexpr uint64_t tag_returned = tag_listener + 3;
 constexpr uint32_t scoid_max = side_channel - 1; // apart from connections to oneself, and positive
 
 constexpr size_t events_at_once = 64;
-constexpr int accepts_at_once = 16;
+constexpr int accepts_at_once = 16; // then messages have their turn, however fast clients come
 
-std::atomic<int> gather_timeout_ms{5000};
+std::atomic<int> gather_timeout_ms{5000}; // set by the tests' threads
 
 // The line takes errno's text and number.
 __attribute__((format(printf, 1, 0))) void log_failure(const char* line)
@@ -75,6 +76,7 @@ receive_loop::~receive_loop()
 bool receive_loop::open()
 {
     allowed_ = divide_descriptors().connections;
+    // Room for both is taken now: neither waiting nor taking back may fail for want of memory.
     ready_.reserve(events_at_once);
     came_back_.reserve(connections_max);
     epoll_.reset(epoll_create1(EPOLL_CLOEXEC));
@@ -99,6 +101,8 @@ bool receive_loop::poll_for(int fd, uint64_t tag)
     return false;
 }
 
+// One delivery a call; what else has come stays in ready_ for the next ones. Slow senders are judged only when that is
+// empty, so that a message which has arrived is never held against its sender.
 std::optional<delivery> receive_loop::receive()
 {
     for (;;) {
@@ -122,7 +126,7 @@ bool receive_loop::wait()
     const int count = epoll_wait(epoll_.get(), ready_.data(), static_cast<int>(ready_.size()), wait_limit_ms());
     const int error = errno;
     ready_.resize(static_cast<size_t>(std::max(count, 0)));
-    std::ranges::reverse(ready_);
+    std::ranges::reverse(ready_); // taken from the end, in the order in which they came
     if (door_.paused_until_ms() != 0 && now_ms() >= door_.paused_until_ms())
         door_.listen_again();
     if (count >= 0 || error == EINTR)
@@ -132,6 +136,8 @@ bool receive_loop::wait()
     return false;
 }
 
+// Milliseconds, -1 for no limit. A minute at most, which fits an int whatever the clock says; waking early does no
+// harm.
 int receive_loop::wait_limit_ms() const
 {
     int64_t until = door_.paused_until_ms();
@@ -173,7 +179,7 @@ std::optional<delivery> receive_loop::handle_pulse()
 std::optional<delivery> receive_loop::handle_connection(uint32_t scoid)
 {
     const auto found = connections_.find(scoid);
-    if (found == connections_.end() || found->second->ended)
+    if (found == connections_.end() || found->second->ended) // an earlier event of the same batch ended it
         return std::nullopt;
     connection& from = *found->second;
     switch (messages_.turn_of(from)) {
@@ -197,6 +203,7 @@ std::optional<delivery> receive_loop::judge_slow_senders()
     while (!gathering_.empty()) {
         const gathering oldest = gathering_.front();
         const auto found = connections_.find(oldest.scoid);
+        // Its message has been handed out or its connection has gone; or it waits, through no fault of its sender.
         const bool stale = found == connections_.end() || found->second->waits || !found->second->gatherer.started() ||
                            found->second->gatherer.started_ms() != oldest.started_ms;
         if (!stale && now_ms() < oldest.started_ms + gather_timeout_ms)
@@ -215,6 +222,7 @@ std::optional<delivery> receive_loop::judge_slow_senders()
     return std::nullopt;
 }
 
+// What becomes of a connection that was read: a message, further waiting, or its end.
 std::optional<delivery> receive_loop::conclude(connection& from, gathered result)
 {
     try {
@@ -236,6 +244,7 @@ void receive_loop::tell_why(const connection& ends, gathered result)
     case gathered::too_large:
         slogf(log_code, log_warning, "kalix: process %u sent a message of %zu bytes, connection closed", ends.pid,
               ends.gatherer.declared());
+        // The wire promises this one answer before the end: the sender has to learn that its message is the cause.
         send_answer(ends.socket.get(), {KALIX_REPLY_ERROR, error_message_size, {}}, 0);
         return;
     case gathered::over_budget:
@@ -290,6 +299,7 @@ delivery receive_loop::disconnect(connection& gone)
     accept_waiting();
     const bool was_last = std::ranges::none_of(
         connections_, [pid](const auto& each) { return each.second->pid == pid && !each.second->ended; });
+    // Objects that the server was never asked to open would stay for good; what it has mapped needs no name.
     try {
         if (was_last)
             remove_objects_of(pid);
@@ -302,7 +312,7 @@ delivery receive_loop::disconnect(connection& gone)
 // Whether others of its process must come back before this connection is read.
 bool receive_loop::must_wait(const connection& reader) const
 {
-    if (reader.entered && ended_ == 0)
+    if (reader.entered && ended_ == 0) // the common case, without a walk
         return false;
     return std::ranges::any_of(connections_, [&reader](const auto& each) {
         const connection& other = *each.second;
@@ -318,7 +328,7 @@ void receive_loop::take_back()
     returned_.take(came_back_);
     for (const uint32_t scoid : came_back_) {
         const auto found = connections_.find(scoid);
-        if (found == connections_.end() || !found->second->ended)
+        if (found == connections_.end() || !found->second->ended) // an id that the server made up
             continue;
         const uint32_t pid = found->second->pid;
         connections_.erase(found);
@@ -353,6 +363,7 @@ void receive_loop::accept_waiting()
     }
 }
 
+// Takes a client in, or lets the socket close: a refused client finds its connection ended, without an answer.
 void receive_loop::admit(unique_fd socket)
 {
     peer who;
@@ -368,6 +379,7 @@ void receive_loop::admit(unique_fd socket)
     connections_.erase(entered.scoid);
 }
 
+// A user's bound keeps the others from being locked out; the server's own user is trusted with all that there is.
 const char* receive_loop::refusal_of(uint32_t uid) const
 {
     if (connections_.size() >= allowed_)

@@ -88,13 +88,14 @@ private:
     unique_fd log_timer_;
     gather_budget budget_;
     std::unordered_map<uint32_t, std::unique_ptr<connection>> connections_; // by scoid
-    std::vector<uint32_t> came_back_;
+    std::vector<uint32_t> came_back_; // exchanged with the list of what is given back: both keep their room
     size_t allowed_ = connections_max;
     size_t ended_ = 0; // connections that have ended and not come back
     uint32_t last_scoid_ = 0;
     uint64_t last_age_ = 0;
     std::vector<epoll_event> ready_;  // polled and not yet handled, the next at the end
-    std::deque<gathering> gathering_; // in order of their first bytes; may hold stale entries
+    // In order of their first bytes, of each message once more for every part that came since; entries may be stale.
+    std::deque<gathering> gathering_;
 };
 
 // How long a message may take from its first byte to its last.

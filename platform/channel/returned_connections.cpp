@@ -28,7 +28,7 @@ void returned_connections::close()
 int returned_connections::put(uint32_t scoid)
 {
     const hold held{lock_};
-    if (!ready_ || scoids_.size() == scoids_.capacity()) {
+    if (!ready_ || scoids_.size() == scoids_.capacity()) { // full: more than there can be, some given back twice
         errno = EBADF;
         return -1;
     }
@@ -40,6 +40,7 @@ void returned_connections::take(std::vector<uint32_t>& scoids)
 {
     scoids.clear();
     const hold held{lock_};
+    // Emptied under the lock with the list: what comes back behind this makes the descriptor readable again.
     eventfd_t times = 0;
     eventfd_read(ready_.get(), &times);
     scoids.swap(scoids_);

@@ -32,6 +32,8 @@ bool lift_entries(int directory, const char* name)
     return listed && lifted;
 }
 
+// Removes an entry, or of a tree its top: what lay in it then lies beside it, for the next round. No recursion, whose
+// depth whoever made the tree would choose.
 bool remove_tree_level(int directory, const char* name)
 {
     if (remove_entry(directory, name))
@@ -43,13 +45,15 @@ bool remove_tree_level(int directory, const char* name)
 
 bool for_each_entry(int directory, void (*visit)(void* self, const char* name), void* self)
 {
+    // A description of its own: duplicates share the place to which a directory has been read.
     unique_fd own{openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
     if (!own)
         return false;
     const std::unique_ptr<DIR, directory_closer> stream{fdopendir(own.get())};
     if (!stream)
         return false;
-    own.release();
+    own.release(); // the stream closes it
+    // All names before the first visit: visitors remove entries, and a directory that changes may be read with gaps.
     std::vector<std::string> names;
     try {
         while (const dirent* entry = readdir(stream.get())) {
@@ -96,6 +100,7 @@ bool free_name(int directory, const char* name, int into)
     return errno == ENOTEMPTY && move_aside(directory, name, into, aside);
 }
 
+// Round by round, as trees lose their tops; a round that removes nothing ends it, so that it cannot run for ever.
 bool empty_directory(int directory)
 {
     for (;;) {

@@ -7,9 +7,10 @@
 
 namespace kalix::platform {
 
+// Only root may give files to a group that it is no member of, and only root's server has users other than its own.
 std::optional<gid_t> sharing_group()
 {
-    std::array<char, 4096> room{};
+    std::array<char, 4096> room{}; // an entry that is longer counts as none
     group entry{};
     group* found = nullptr;
     if (geteuid() != 0 || getgrnam_r("kalix", &entry, room.data(), room.size(), &found) != 0 || found == nullptr)
@@ -17,6 +18,7 @@ std::optional<gid_t> sharing_group()
     return found->gr_gid;
 }
 
+// The group first, the mode behind it: the group that the file was made with never gets the rights.
 bool share_with_group(int fd, mode_t mode, mode_t shared_mode)
 {
     const std::optional<gid_t> with = sharing_group();

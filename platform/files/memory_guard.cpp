@@ -27,6 +27,7 @@ static_assert(std::atomic<uintptr_t>::is_always_lock_free && std::atomic<int>::i
 constinit std::array<watched, guarded_mappings_max> table{};
 constinit std::atomic<size_t> table_used{0}; // entries that were ever in use
 constinit std::atomic<int> single_pages_left{static_cast<int>(single_pages_max)};
+// What was there before us, from the one installation on.
 struct sigaction action_before_bus;
 struct sigaction action_before_segv;
 
@@ -76,7 +77,7 @@ bool replace_page(uintptr_t address)
     const uintptr_t page = address - address % page_bytes;
     if (single_pages_left.fetch_sub(1) > 0)
         return put_zero_pages(page, page_bytes, mapping.protection);
-    single_pages_left = 0;
+    single_pages_left = 0; // so that no number of faults counts it round to positive again
     return put_zero_pages(page, mapping.begin + mapping.bytes - page, mapping.protection);
 }
 
@@ -94,10 +95,13 @@ void pass_on(int signal, siginfo_t* facts, void* context)
         raise(signal);
 }
 
+// On the faulting thread, whatever locks that holds: only the table's atomics are read, and nothing is logged. Two
+// threads that fault in one page both replace it, and the later page is of zeros like the first.
 void on_fault(int signal, siginfo_t* facts, void* context)
 {
     const int kept = errno;
-    const bool is_fault = facts->si_code > 0;
+    const bool is_fault = facts->si_code > 0; // the kernel's, not one that somebody sent
+    // A write where only reading is allowed is an error of ours; a page with the same rights would fault without end.
     const bool is_forbidden = signal == SIGSEGV && facts->si_code == SEGV_ACCERR;
     const bool replaced = is_fault && !is_forbidden && replace_page(reinterpret_cast<uintptr_t>(facts->si_addr));
     errno = kept;
@@ -105,6 +109,8 @@ void on_fault(int signal, siginfo_t* facts, void* context)
         pass_on(signal, facts, context);
 }
 
+// With the first mapping, not at the start of the process: what installs handlers of its own before that, as
+// sanitizers do, is then found and passed on to.
 bool install() KALIX_REQUIRES(books.lock)
 {
     struct sigaction action {};
@@ -118,6 +124,7 @@ bool install() KALIX_REQUIRES(books.lock)
     return books.installed;
 }
 
+// Holes before the unused part, so that the handler's walk stays short; without a hole nothing is searched.
 watched* free_entry() KALIX_REQUIRES(books.lock)
 {
     const size_t used = table_used;
@@ -140,6 +147,7 @@ bool guard_add(void* address, size_t bytes, int protection)
         errno = ENOMEM;
         return false;
     }
+    // The beginning last: a handler that finds it finds the rest as well.
     entry->bytes = bytes;
     entry->protection = protection;
     entry->begin.store(reinterpret_cast<uintptr_t>(address), std::memory_order_release);

@@ -54,6 +54,7 @@ unique_fd refused(const char* path, const char* why)
 // Opens a directory of ours below another, making it when missing. No link is followed.
 unique_fd open_own(int parent, const char* path, mode_t mode)
 {
+    // Made first and looked at then: between a look and the making another user could put a directory there.
     const bool made = mkdirat(parent, path, mode) == 0;
     if (!made && errno != EEXIST)
         return failed("make directory", path);
@@ -63,7 +64,7 @@ unique_fd open_own(int parent, const char* path, mode_t mode)
         return failed("open directory", path);
     if (facts.st_uid != geteuid())
         return refused(path, "another user owns it");
-    if (made && fchmod(directory.get(), mode) != 0)
+    if (made && fchmod(directory.get(), mode) != 0) // the creation mask may have taken rights away
         return failed("set the mode of", path);
     return directory;
 }
@@ -79,11 +80,14 @@ unique_fd open_run_directory(std::string& path)
     path = room.data();
     unique_fd directory = open_own(AT_FDCWD, room.data(), is_root() ? 0755 : 0700);
     struct stat facts {};
+    // Who may write into it may put a socket of his own in the place of ours, whoever owns the directory.
     if (directory && (fstat(directory.get(), &facts) != 0 || (facts.st_mode & S_IWOTH) != 0))
         return refused(room.data(), "every user may write into it");
     return directory;
 }
 
+// The lock ends with its holder, however that ends, so that a dead server blocks nobody. The file itself stays for
+// good: were it removed, two servers could each hold a lock on a file of that name.
 unique_fd lock_server(int directory, const std::string& name, const std::string& path)
 {
     const std::string file = name + ".lock";
@@ -110,6 +114,7 @@ unique_fd open_empty_objects(int directory)
     return objects;
 }
 
+// Only what is ours: a server that did not get the lock removes nothing of the one that holds it.
 void clean(taken_directory& ours) KALIX_REQUIRES(ours.lock)
 {
     if (!ours.lock_file || !ours.objects)
@@ -135,6 +140,7 @@ socket_place take_run_directory(const char* name)
     unique_fd objects = open_empty_objects(directory.get());
     if (!objects)
         return place;
+    // Callers get duplicates, here and below: what they hold stays open whatever becomes of the record.
     place.directory.reset(fcntl(directory.get(), F_DUPFD_CLOEXEC, 0));
     if (!place.directory) {
         failed("duplicate the descriptor of", place.directory_path.c_str());
@@ -154,7 +160,7 @@ void clean_run_directory()
     taken_directory& ours = taken();
     const hold held{ours.lock};
     clean(ours);
-    ours.objects.reset(); // other threads make no more
+    ours.objects.reset(); // a second end of the process, on another thread, finds nothing to clean
 }
 
 void leave_run_directory()
@@ -185,11 +191,13 @@ unique_fd open_objects()
         if (ours.objects)
             return unique_fd{fcntl(ours.objects.get(), F_DUPFD_CLOEXEC, 0)};
     }
+    // No channel is open. Shared memory does without one, in the directory that the environment names.
     std::string path;
     const unique_fd directory = open_run_directory(path);
     return directory ? open_own(directory.get(), kalix_shm_directory, 0700) : unique_fd{};
 }
 
+// Found by name, since the server has only opened some of them. The separator ends the id: 12 must not match 123.
 void remove_objects_of(uint32_t pid)
 {
     const unique_fd objects = open_objects();

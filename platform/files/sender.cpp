@@ -9,6 +9,8 @@ struct declared_sender {
     bool declared = false;
     uint32_t uid = 0;
 };
+// A thread's own, so that five workers serve five users at once; handed down by no argument, since it is the shared
+// memory deep below a handler that asks.
 thread_local declared_sender current;
 
 } // namespace

@@ -25,7 +25,8 @@ int fail_with(int error)
     return -1;
 }
 
-// The file of an object's name, or null with errno EINVAL.
+// The file of an object's name, or null with errno EINVAL. Names hold numbers that clients choose, none of which may
+// lead out of shm/.
 const char* file_of(const char* name)
 {
     const std::string_view text{name};
@@ -44,12 +45,14 @@ bool may_be_opened(int fd)
     struct stat facts {};
     if (fstat(fd, &facts) != 0)
         return false;
-    if (S_ISREG(facts.st_mode) && facts.st_uid == user_served() && facts.st_nlink <= 1)
+    if (S_ISREG(facts.st_mode) && facts.st_uid == user_served() && facts.st_nlink <= 1) // 0: unlinked meanwhile
         return true;
     errno = EACCES;
     return false;
 }
 
+// The flags are for what else may lie there: no link is followed, a pipe does not hold the open, a terminal does not
+// become ours. What it is, is judged by the open file, which nobody can exchange any more.
 int open_existing(int objects, const char* file, int access)
 {
     unique_fd object{openat(objects, file, access | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
@@ -67,6 +70,7 @@ int create_new(int objects, const char* file, int access)
     }
     if (!object)
         return -1;
+    // Given to the client's user, who is to map it; the mode still keeps it from everybody else.
     if (user_served() == geteuid() || fchown(object.get(), user_served(), static_cast<gid_t>(-1)) == 0)
         return object.release();
     const int error = errno;
@@ -159,7 +163,7 @@ void* mmap(std::size_t bytes, unsigned protection, int32_t fd)
     struct stat facts {};
     if (fstat(fd, &facts) != 0)
         return nullptr;
-    if (bytes > static_cast<uint64_t>(facts.st_size)) {
+    if (bytes > static_cast<uint64_t>(facts.st_size)) { // the host would map it and fault at the first touch
         errno = ENXIO;
         return nullptr;
     }
@@ -175,6 +179,7 @@ void* mmap(std::size_t bytes, unsigned protection, int32_t fd)
 
 int munmap(void* address, std::size_t bytes)
 {
+    // The guard forgets first: once unmapped, the addresses may be another thread's new mapping.
     if (unguard_mapping(address, bytes) != 0)
         return -1;
     return ::munmap(address, bytes);

@@ -1,7 +1,7 @@
 // Shared memory objects and their mappings.
 //
 // The object "/name" is the file shm/name of the run directory. Whose object a call is about is the
-// sender that the dispatcher has declared on this thread (channel.h); without one it is the server's
+// sender that the dispatcher has declared on this thread (sender.h); without one it is the server's
 // own. An object that a client made is opened only when that client's user owns it; an object made
 // here can be opened by that client's user and the server's, and whatever has its name is replaced,
 // never reused. No symbolic link is followed, and only regular files with one name are opened.

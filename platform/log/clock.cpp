@@ -4,6 +4,7 @@
 
 namespace kalix::platform {
 
+// Not the time of day, which a host sets forward and back: a time-out would pass at once, or never.
 int64_t now_ms()
 {
     using namespace std::chrono;

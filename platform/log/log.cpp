@@ -35,12 +35,14 @@ logger& the_logger()
     return *only;
 }
 
+// A line may be written before process_begin has opened the log, in tests and in tools, and is not lost then.
 void open_if_needed(logger& log) KALIX_REQUIRES(log.lock)
 {
     if (!log.sink.is_open())
         log.sink.open();
 }
 
+// The callback runs under the lock that is held here, which clang cannot see through the template.
 void write_counts(logger& log, int64_t now) KALIX_REQUIRES(log.lock)
 {
     log.limiter.take_due(now, [&log](const line_kind& kind) KALIX_NO_THREAD_SAFETY_ANALYSIS {
@@ -58,13 +60,14 @@ void set_timer(logger& log, int64_t now) KALIX_REQUIRES(log.lock)
         std::min(log.limiter.next_due_ms(), log.sink.waits() ? now + log_retry_ms : rate_limiter::never);
     if (log.timer < 0 || due == rate_limiter::never)
         return;
-    const int64_t wait_ms = std::max<int64_t>(due - now, 1);
+    const int64_t wait_ms = std::max<int64_t>(due - now, 1); // 0 would disarm the timer
     itimerspec when{};
     when.it_value = {wait_ms / 1000, wait_ms % 1000 * 1'000'000};
     timerfd_settime(log.timer, 0, &when, nullptr);
 }
 
-// Formats into text, with every control character made a blank, so that a line is one line.
+// Formats into text, with every control character made a blank: a line stays one line, whatever a client's bytes are,
+// and no terminal obeys them.
 __attribute__((format(printf, 2, 0))) std::string_view format_text(std::span<char> text, const char* format,
                                                                    va_list arguments)
 {
@@ -76,7 +79,8 @@ __attribute__((format(printf, 2, 0))) std::string_view format_text(std::span<cha
     return {text.data(), length};
 }
 
-// Writes a line, or counts it when its kind has had its share of lines.
+// Writes a line, or counts it when its kind has had its share of lines; one that is only counted is not formatted, so
+// that a flood is cheap. A count that is due goes first, in the order of events.
 __attribute__((format(printf, 2, 0))) void write_limited(int severity, const char* format, va_list arguments)
 {
     logger& log = the_logger();
@@ -89,7 +93,7 @@ __attribute__((format(printf, 2, 0))) void write_limited(int severity, const cha
         const std::string_view line = format_text(text, format, arguments);
         log.sink.write(severity, line);
         admitted->remember(severity, line);
-        if (!log.sink.waits())
+        if (!log.sink.waits()) // nothing is due that the timer does not know of
             return;
     }
     set_timer(log, now);
@@ -160,7 +164,7 @@ void log_finish()
 {
     logger& log = the_logger();
     const hold held{log.lock};
-    write_counts(log, now_ms() + rate_window_ms);
+    write_counts(log, now_ms() + rate_window_ms); // by then every window is over
     log.sink.finish(log_finish_ms);
 }
 

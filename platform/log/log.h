@@ -4,7 +4,7 @@
 // to the file KALIX_LOG=FILE: "2026-01-31T12:00:00.123456Z 2 kalix: ..." (UTC, severity, text), whole
 // under concurrency. A call never waits for a reader: lines that are not taken at once are kept for a
 // while, what is lost then is counted, and the count is logged when lines go again
-// (platform/log_sink.h). Beyond 100 lines a second of one kind (one format) lines are counted, not
+// (log_sink.h). Beyond 100 lines a second of one kind (one format) lines are counted, not
 // written, and the count is logged once a second, so that no client can fill the disk or hide another
 // kind of line: "kalix: 4711 more lines not written, like: kalix: ..." with the beginning of the kind's
 // last line and its severity. A format therefore says what happened, and takes only values: one that is

@@ -19,10 +19,11 @@
 namespace kalix::platform {
 namespace {
 
-constexpr int finish_step_ms = 5;
+constexpr int finish_step_ms = 5; // between two tries, while the process ends
 
 const char* system_log_socket = "/dev/log";
 
+// The log's scale has no alert, so that its 2 is the system's 3; its two finest levels are both debugging.
 int system_priority(int severity)
 {
     constexpr std::array priorities{LOG_EMERG,  LOG_CRIT, LOG_ERR,   LOG_WARNING,
@@ -43,7 +44,8 @@ size_t write_stamp(std::span<char> line, int severity)
     return seconds + static_cast<size_t>(rest);
 }
 
-// Writes "<27>Jan 31 12:00:00 kalix[4711]: ", as the system log's socket has it, and returns its length.
+// Writes "<27>Jan 31 12:00:00 kalix[4711]: ", as the system log's socket has it, and returns its length. The time is
+// local, since that form names no zone and readers of the system log take it so.
 size_t write_system_stamp(std::span<char> line, int severity)
 {
     const time_t now = std::time(nullptr);
@@ -79,6 +81,7 @@ unique_fd connect_to_system_log()
     return socket;
 }
 
+// A full disk counts too: what waits in the backlog goes when somebody has made room.
 bool passes_with_time(int error)
 {
     return error == EAGAIN || error == ENOBUFS || error == ENOSPC || error == EDQUOT;
@@ -101,6 +104,7 @@ void log_sink::open()
 {
     const char* wanted = std::getenv("KALIX_LOG");
     catch_up();
+    // What still waits was rendered for the old target, whose stamp and ending the new one may not have: it is lost.
     for (size_t at = 0; at < used_; ++lost_) {
         uint16_t length;
         std::memcpy(&length, &backlog_[at], sizeof length);
@@ -130,6 +134,8 @@ void log_sink::open()
     write(log_warning, {line.data(), std::min(static_cast<size_t>(length), line.size() - 1)});
 }
 
+// Pipes and terminals can be opened again by way of /proc, which gives a description with flags of our own. Sockets
+// cannot, but are sent to without waiting; a regular file never makes a writer wait for a reader.
 void log_sink::use_standard_error()
 {
     struct stat facts {};
@@ -203,7 +209,7 @@ log_sink::outcome log_sink::deliver_to_system(std::string_view line)
 bool log_sink::put(std::string_view line, line_class what)
 {
     size_t taken = 0;
-    if (used_ == 0) {
+    if (used_ == 0) { // else it would overtake those that wait
         const outcome result = deliver(line, taken);
         if (result != outcome::later)
             return result == outcome::taken;
@@ -211,6 +217,7 @@ bool log_sink::put(std::string_view line, line_class what)
     return keep(line.substr(taken), what);
 }
 
+// Lengths are copied, as no record is aligned.
 bool log_sink::keep(std::string_view line, line_class what)
 {
     const size_t room = backlog_.size() - (what == line_class::ordinary ? log_backlog_kept_back : 0);
@@ -223,6 +230,7 @@ bool log_sink::keep(std::string_view line, line_class what)
     return true;
 }
 
+// Writes what waits, the oldest first, until the target is full again; then closes the gap in front.
 void log_sink::catch_up()
 {
     size_t done = 0;
@@ -248,6 +256,7 @@ void log_sink::catch_up()
         tell_lost();
 }
 
+// Only once nothing waits, so that the line stands where the lost ones would have stood.
 void log_sink::tell_lost()
 {
     std::array<char, 96> text;

@@ -15,6 +15,7 @@ void line_kind::remember(int line_severity, std::string_view line)
 line_kind* rate_limiter::admit(const void* format, int64_t now)
 {
     line_kind& kind = find(format);
+    // A window with a count stays until take_due has reported it: a new one would forget what was withheld.
     if (kind.withheld == 0 && now >= due_ms(kind))
         start_window(kind, now);
     if (kind.written < lines_per_window) {
@@ -33,6 +34,8 @@ void rate_limiter::start_window(line_kind& kind, int64_t now)
     kind.withheld = 0;
 }
 
+// A table that only fills: a program has the formats of its source, far fewer than there are places, and no kind is
+// ever removed. By address, not by text, which would have to be read for every line of a flood.
 line_kind& rate_limiter::find(const void* format)
 {
     constexpr size_t own_places = line_kinds_max - 1;
@@ -44,7 +47,7 @@ line_kind& rate_limiter::find(const void* format)
         if (kind.format == format)
             return kind;
     }
-    return kinds_.back();
+    return kinds_.back(); // more kinds than places: these share one limit, and none is written without one
 }
 
 } // namespace kalix::platform

@@ -1,8 +1,9 @@
 // How many log lines of each kind may still be written.
 //
 // A kind is what a line's format makes it, told by the format's address: calls that a compiler merges, or
-// that one function makes for many, still are as many kinds as they have formats. A kind has a window of one second from its first line; inside it, lines beyond the limit are counted.
-// A count is due when its window is over. No allocation: the logger must work when memory is out.
+// that one function makes for many, still are as many kinds as they have formats. A kind has a window of one
+// second from its first line; inside it, lines beyond the limit are counted. A count is due when its window
+// is over. No allocation: the logger must work when memory is out.
 // Not locked: the logger's lock guards it.
 #pragma once
 

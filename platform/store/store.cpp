@@ -27,6 +27,7 @@ namespace {
 // In-place edits, renames over the object, and rights given back.
 constexpr uint32_t changes = IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE | IN_DELETE | IN_ATTRIB;
 
+// Guarded by the store's lock but for place, which never changes: reading and writing the file need no lock of ours.
 struct open_object {
     object_place place;
     bool unread = true; // changed since it was read
@@ -61,6 +62,7 @@ std::shared_ptr<open_object> find(store& ours, int32_t fd) KALIX_REQUIRES(ours.l
     return nullptr;
 }
 
+// A pulse that found no room leaves the event armed, for the next change to try.
 void note_change(open_object& object)
 {
     object.unread = true;
@@ -75,11 +77,14 @@ void take_event(store& ours, const inotify_event& event)
 {
     const hold held{ours.lock};
     const bool all = (event.mask & IN_Q_OVERFLOW) != 0; // some were lost: look at everything
+    // Objects of one directory have one watch between them, so that the name decides.
     for (const auto& [fd, object] : ours.objects)
         if (all || (object->watch == event.wd && event.len > 0 && object->place.file == event.name))
             note_change(*object);
 }
 
+// The watching thread, which lives as long as the process. Events are not taken on the receiving thread, since the
+// store stands on the channel and the channel knows no store.
 void* watch_entry(void* descriptor)
 {
     const int inotify = static_cast<int>(reinterpret_cast<intptr_t>(descriptor));
@@ -125,6 +130,7 @@ bool watch(store& ours, open_object& object) KALIX_REQUIRES(ours.lock)
         return true;
     if (!start_watching(ours))
         return false;
+    // The directory that the object was opened in, wherever its path leads by now.
     char directory[32];
     std::snprintf(directory, sizeof directory, "/proc/self/fd/%d", object.place.directory.get());
     object.watch = inotify_add_watch(ours.inotify, directory, changes);
@@ -144,6 +150,7 @@ try {
     unique_fd file = open_object_file(object->place);
     if (!file && !(create && errno == ENOENT && merge_object(object->place, "") == 0))
         return -1;
+    // The directory stays open and not the file, which writers replace; its number is the object's name to callers.
     const int32_t fd = object->place.directory.get();
     store& ours = the_store();
     const hold held{ours.lock};

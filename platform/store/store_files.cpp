@@ -29,6 +29,7 @@ std::string store_directory()
     return (state.empty() ? from("HOME") + "/.local/state" : state) + "/kalix/pps";
 }
 
+// Each in turn from the root; one that is there already is no failure, also when another process has just made it.
 bool make_directories(const std::string& path)
 {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
@@ -39,7 +40,8 @@ bool make_directories(const std::string& path)
     }
 }
 
-// The path below the store's directory, or nothing when it names no object in there.
+// The path below the store's directory, or nothing when it names no object in there. No ".." may lead out of it,
+// which refuses some names that would not.
 std::string_view inside(std::string_view path)
 {
     if (!path.starts_with(prefix))
@@ -50,6 +52,7 @@ std::string_view inside(std::string_view path)
     return good ? path : std::string_view{};
 }
 
+// From the beginning, wherever the descriptor stands; short only where the file ends.
 int64_t read_all(int file, std::span<std::byte> buffer)
 {
     size_t count = 0;
@@ -80,7 +83,7 @@ bool write_all(int file, std::string_view text)
 // What the object holds; empty for one that is missing or a link, which a write replaces.
 std::optional<std::string> held_text(const object_place& place)
 {
-    std::vector<std::byte> room(object_bytes_max + 1);
+    std::vector<std::byte> room(object_bytes_max + 1); // the one byte more tells that there is too much
     const int64_t count = read_object(place, room);
     if (count < 0)
         return errno == ENOENT || errno == ELOOP ? std::optional<std::string>{""} : std::nullopt;
@@ -91,7 +94,8 @@ std::optional<std::string> held_text(const object_place& place)
     return std::string{reinterpret_cast<const char*>(room.data()), static_cast<size_t>(count)};
 }
 
-// A new file renamed over the object, so that readers see the old text or the new one.
+// A new file renamed over the object, so that readers see the old text or the new one, and on the disk before that, so
+// that a power failure leaves one of them as well. What a writer that died has left under the new file's name goes.
 int replace(const object_place& place, const std::string& text)
 {
     const int directory = place.directory.get();

@@ -6,6 +6,7 @@
 namespace kalix::platform {
 namespace {
 
+// Views into the text, which outlives them. Qualifiers are dropped here: the file knows none, as everything persists.
 std::vector<std::string_view> attributes_of(std::string_view text)
 {
     std::vector<std::string_view> lines;
@@ -19,6 +20,7 @@ std::vector<std::string_view> attributes_of(std::string_view text)
     return lines;
 }
 
+// A replaced line keeps its place, so that writing an attribute leaves the order of a file that people edit.
 void put(std::vector<std::string_view>& lines, std::string_view line)
 {
     const auto held = std::ranges::find(lines, attribute_name(line), attribute_name);
