@@ -142,7 +142,7 @@ int receive_loop::wait_limit_ms() const
 {
     int64_t until = door_.paused_until_ms();
     if (!gathering_.empty()) {
-        const int64_t judged = gathering_.front().started_ms + gather_timeout_ms;
+        const int64_t judged = gathering_.begin()->started_ms + gather_timeout_ms;
         until = until == 0 ? judged : std::min(until, judged);
     }
     return until == 0 ? -1 : static_cast<int>(std::clamp<int64_t>(until - now_ms(), 0, 60'000));
@@ -201,14 +201,14 @@ std::optional<delivery> receive_loop::handle_connection(uint32_t scoid)
 std::optional<delivery> receive_loop::judge_slow_senders()
 {
     while (!gathering_.empty()) {
-        const gathering oldest = gathering_.front();
+        const gathering oldest = *gathering_.begin();
         const auto found = connections_.find(oldest.scoid);
         // Its message has been handed out or its connection has gone; or it waits, through no fault of its sender.
         const bool stale = found == connections_.end() || found->second->waits || !found->second->gatherer.started() ||
                            found->second->gatherer.started_ms() != oldest.started_ms;
         if (!stale && now_ms() < oldest.started_ms + gather_timeout_ms)
             return std::nullopt;
-        gathering_.pop_front();
+        gathering_.erase(gathering_.begin());
         if (stale)
             continue;
         connection& from = *found->second;
@@ -263,7 +263,7 @@ void receive_loop::tell_why(const connection& ends, gathered result)
 bool receive_loop::await_rest(connection& from)
 {
     if (from.gatherer.started())
-        gathering_.push_back({from.scoid, from.gatherer.started_ms()});
+        gathering_.insert({from.gatherer.started_ms(), from.scoid});
     if (message_table::poll_once(epoll_.get(), from, EPOLL_CTL_MOD))
         return true;
     log_failure("kalix: cannot poll a connection: %s (%d)");
@@ -272,6 +272,7 @@ bool receive_loop::await_rest(connection& from)
 
 std::optional<delivery> receive_loop::hand_out(connection& from)
 {
+    gathering_.erase({from.gatherer.started_ms(), from.scoid});
     from.entered = true;
     whole_message message = from.gatherer.take();
     delivery given;

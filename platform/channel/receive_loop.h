@@ -21,9 +21,9 @@
 #include "base/unique_fd.h"
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
+#include <set>
 #include <sys/epoll.h>
 #include <unordered_map>
 #include <vector>
@@ -55,8 +55,9 @@ public:
 
 private:
     struct gathering { // a message whose first byte has come
-        uint32_t scoid;
         int64_t started_ms;
+        uint32_t scoid;
+        auto operator<=>(const gathering&) const = default;
     };
 
     bool poll_for(int fd, uint64_t tag);
@@ -94,8 +95,9 @@ private:
     uint32_t last_scoid_ = 0;
     uint64_t last_age_ = 0;
     std::vector<epoll_event> ready_;  // polled and not yet handled, the next at the end
-    // In order of their first bytes, of each message once more for every part that came since; entries may be stale.
-    std::deque<gathering> gathering_;
+    // In order of their first bytes; one a connection at most, which its message takes along when it is whole. The
+    // connection may have gone since.
+    std::set<gathering> gathering_;
 };
 
 // How long a message may take from its first byte to its last.

@@ -151,7 +151,7 @@ bool guard_add(void* address, size_t bytes, int protection)
     entry->bytes = bytes;
     entry->protection = protection;
     entry->begin.store(reinterpret_cast<uintptr_t>(address), std::memory_order_release);
-    if (entry == &table[table_used % table.size()])
+    if (entry == table.data() + table_used)
         table_used.fetch_add(1, std::memory_order_release);
     ++books.count;
     return true;

@@ -24,6 +24,7 @@ struct taken_directory {
     unique_fd objects KALIX_GUARDED_BY(lock); // shm/
     unique_fd lock_file KALIX_GUARDED_BY(lock);
     std::string socket_name KALIX_GUARDED_BY(lock);
+    bool is_cleaned KALIX_GUARDED_BY(lock) = false; // the process is ending: whatever came now would stay
 };
 
 taken_directory& taken()
@@ -152,6 +153,7 @@ socket_place take_run_directory(const char* name)
     ours.objects = std::move(objects);
     ours.lock_file = std::move(lock_file);
     ours.socket_name = place.name;
+    ours.is_cleaned = false;
     return place;
 }
 
@@ -161,6 +163,7 @@ void clean_run_directory()
     const hold held{ours.lock};
     clean(ours);
     ours.objects.reset(); // a second end of the process, on another thread, finds nothing to clean
+    ours.is_cleaned = true;
 }
 
 void leave_run_directory()
@@ -190,6 +193,10 @@ unique_fd open_objects()
         const hold held{ours.lock};
         if (ours.objects)
             return unique_fd{fcntl(ours.objects.get(), F_DUPFD_CLOEXEC, 0)};
+        if (ours.is_cleaned) {
+            errno = ENOENT;
+            return unique_fd{};
+        }
     }
     // No channel is open. Shared memory does without one, in the directory that the environment names.
     std::string path;
