@@ -45,11 +45,13 @@ outcome draw(device_state& device, command_reader body)
     if (!body.take(command) || !body.take_list(declarations, command.declarations) ||
         !body.take_list(ranges, command.ranges))
         return KALIX_REFUSED_SHORT_COMMAND;
+    // Either nothing stands behind the ranges, or one divisor for each declaration.
     if (body.left() != 0 && !body.take_list(divisors, command.declarations))
         return KALIX_REFUSED_SHORT_COMMAND;
     const auto in = device.contexts.find(command.cid);
     if (in == device.contexts.end())
         return KALIX_REFUSED_NO_CONTEXT;
+    // Counted before the draw is judged: a refused one is a draw as well.
     ++device.counts.values.draws;
     return outcome_of(draw_primitives(in->second, device.surfaces, declarations, ranges, divisors, device.workers));
 }

@@ -1,5 +1,8 @@
-// Rows that are copied: shared between the drawing threads where there are enough, and whole pieces of memory
-// where rows follow each other without a gap.
+// Rows that are copied: shared between the drawing threads where there are enough, and whole pieces of memory where
+// rows follow each other without a gap.
+//
+// One thread alone does not use up the memory's speed. Any order of rows must do, so callers share only copies whose
+// source and target do not overlap. Called on the fetching thread, whose workers these are.
 #pragma once
 
 #include "device/raster/workers.h"

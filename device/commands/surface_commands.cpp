@@ -1,4 +1,5 @@
-// Definition and destruction of surfaces.
+// Definition and destruction of surfaces. What a surface holds is given memory at its first use (state/surface.h), so
+// defining one costs its record.
 
 #include "device/commands/commands.h"
 #include "device/state/format.h"
@@ -10,6 +11,7 @@ namespace {
 
 constexpr uint64_t levels_max = 144; // of all faces
 
+// A context that bound the old surface must not find the next one of its id in the same place.
 void unbind_everywhere(device_state& device, uint32_t sid)
 {
     for (auto& [cid, each] : device.contexts)
