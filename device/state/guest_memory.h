@@ -3,7 +3,10 @@
 // A region is a row of pages, kept as runs of consecutive addresses, so that a buffer that lies in one
 // piece costs one run whatever its size. Every access to guest memory goes through copy_in and copy_out,
 // which walk the runs; nothing outside the region that a pointer names is touched. All regions together
-// are bounded in pages. Used under the device's execution lock.
+// are bounded in pages, and so the records that describe them. Used under the device's execution lock.
+//
+// The pages are the client's: they may change while they are copied, so what is decided by them is decided on
+// copies. That they stay mapped while a region names them is the driver's affair.
 #pragma once
 
 #include "device/state/outcome.h"

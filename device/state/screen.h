@@ -66,7 +66,8 @@ private:
     mode mode_ = first_mode;
 };
 
-// The time in which the picture changes; its end tells the viewers of it.
+// The time in which the picture changes; its end tells the viewers of it. Changes never lie inside each other: a second
+// one would make the sequence even while the first still writes.
 class screen_change {
 public:
     explicit screen_change(screen& of);
