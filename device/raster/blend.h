@@ -1,4 +1,7 @@
 // Blending and the colour mask: what a fragment's colour makes of the target's.
+//
+// The general way, for every format that can be a target; lanes_stages-inl.h has the same rules for 32-bit pixels, many
+// at a time. Colours are 0..1 when they come; what a float target is given is not clamped.
 #pragma once
 
 #include "device/state/context.h"

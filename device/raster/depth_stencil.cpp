@@ -1,3 +1,6 @@
+// The layouts of the five formats, and what stencil operations do. What an operation gives is cut to the stencil's
+// bits; which of these are written is for the caller's mask to say.
+
 #include "device/raster/depth_stencil.h"
 
 namespace kalix::device::raster {

@@ -35,6 +35,7 @@ struct lighting_state {
     std::array<light_source, SVGA3D_LIGHTS> sources;
 };
 
+// Resolved once a draw: angles become cosines here, and what a directional light shares for all vertices is worked out.
 // The lights that are on, in view space.
 void make_lighting(const context& of, const matrix64& view, bool shows_specular, lighting_state& out);
 

@@ -1,3 +1,6 @@
+// Address modes, filters, cubes and levels. Any coordinate is a texel: what is not a number or too large becomes 0 or
+// the largest position (numeric.h), and address modes lead that into the texture or to the border.
+
 #include "device/raster/sampler.h"
 
 #include "device/raster/numeric.h"
@@ -17,6 +20,7 @@ int64_t addressed(uint32_t mode, int64_t at, int64_t side)
 {
     switch (mode) {
     case SVGA3D_TEX_ADDRESS_MIRROR: {
+        // The side and once more backward, again and again.
         const int64_t folded = modulo(at, 2 * side);
         return folded < side ? folded : 2 * side - 1 - folded;
     }
@@ -26,6 +30,7 @@ int64_t addressed(uint32_t mode, int64_t at, int64_t side)
     case SVGA3D_TEX_ADDRESS_BORDER:
         return at >= 0 && at < side ? at : outside;
     case SVGA3D_TEX_ADDRESS_MIRRORONCE:
+        // Texel -1 is texel 0 once more, so a mirror stands on the texture's edge and not on a texel.
         return std::min(at < 0 ? -1 - at : at, side - 1);
     default:
         return modulo(at, side);
@@ -82,6 +87,7 @@ struct pair_of_texels {
 
     pair_of_texels(double coordinate, uint32_t side)
     {
+        // Centres lie at halves: half a texel back is the distance from the first of the two.
         const int64_t position = in_texels(coordinate, side) - one / 2;
         first = position >> fraction_bits;
         share = static_cast<double>(position & (one - 1)) / one;
@@ -193,6 +199,7 @@ texture_point locate_on(const sampler& in, uint32_t face, const direction& coord
     if (in.shape != texture_shape::cube)
         return {0, s, t, r};
     const cube_face& axes = cube_faces[face];
+    // Towards a neighbour's face the quotient leaves 0..1 and goes on, as a step that is measured must.
     const double major = std::abs(coordinate[face / 2]);
     const auto across = [&](const cube_axis& axis) { return (axis.sign * coordinate[axis.of] / major + 1) / 2; };
     return {face, across(axes.s), across(axes.t), 0};
@@ -204,6 +211,7 @@ texture_point locate(const sampler& in, const direction& coordinate)
         return locate_on(in, 0, coordinate);
     uint32_t axis = 0;
     for (uint32_t other = 1; other < 3; ++other)
+        // Of equal ones the first: x before y before z.
         if (std::abs(coordinate[other]) > std::abs(coordinate[axis]))
             axis = other;
     return locate_on(in, 2 * axis + (coordinate[axis] < 0 ? 1 : 0), coordinate);
