@@ -1,3 +1,5 @@
+// Reads the three settings by one rule: a whole number within its bounds, or the default and a line that says so.
+
 #include "guest/options.h"
 
 #include <charconv>
@@ -8,9 +10,10 @@
 namespace kalix::guest {
 namespace {
 
+// Severities are svga.h's.
 constexpr int warning = 3;
 constexpr uint32_t framebuffer_mib_max = 1024; // the framebuffer ends below the top of 32-bit addresses
-constexpr uint32_t memory_mib_max = 65536;
+constexpr uint32_t memory_mib_max = 65536;     // 64 GiB
 constexpr uint32_t threads_max = 64;
 
 uint32_t number_from(svga_log_function log, const char* name, uint32_t largest, uint32_t otherwise)
@@ -21,6 +24,7 @@ uint32_t number_from(svga_log_function log, const char* name, uint32_t largest, 
     const std::string_view text{given};
     uint32_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    // All of the text must be the number: "12x" is a mistake, not 12.
     if (error == std::errc{} && end == text.data() + text.size() && value >= 1 && value <= largest)
         return value;
     char line[256];
