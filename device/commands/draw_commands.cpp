@@ -6,6 +6,7 @@
 namespace kalix::device {
 namespace {
 
+// The raster core knows no counters of refusals; its answers become those of commands here.
 outcome outcome_of(draw_result result)
 {
     switch (result) {
@@ -24,6 +25,7 @@ outcome outcome_of(draw_result result)
     return KALIX_REFUSED_NOT_SUPPORTED;
 }
 
+// A command without rectangles clears nothing.
 outcome clear(device_state& device, command_reader body)
 {
     svga3d_clear command;

@@ -25,6 +25,7 @@ void for_row_parts(raster::worker_pool* workers, uint64_t count, uint64_t row_by
     workers->run([&](uint32_t index) { work(count * index / threads, count * (index + 1) / threads); });
 }
 
+// A first row and the bytes from one row to the next, which are no fewer than a row's.
 struct row_source {
     const std::byte* bytes;
     uint64_t pitch; // from one row to the next

@@ -25,6 +25,7 @@ outcome surface_define(device_state& device, command_reader body)
         return KALIX_REFUSED_SHORT_COMMAND;
     const uint64_t levels =
         std::accumulate(std::begin(definition.mip_levels), std::end(definition.mip_levels), uint64_t{0});
+    // Before the sizes are taken, which are as many as the levels say.
     if (definition.sid == SVGA3D_INVALID_ID || levels > levels_max)
         return KALIX_REFUSED_BAD_VALUE;
     std::vector<svga3d_size> sizes;

@@ -22,7 +22,8 @@ struct output_state {
 
 output_state make_output(const context& of);
 
-// Writes a colour to a texel of the target.
+// Writes a colour to a texel of the target, blended and masked as the state says. The caller has passed all tests, and
+// is the one thread that draws this row.
 void write_color(const output_state& state, const image_view& target, const color& source, std::byte* texel);
 
 } // namespace kalix::device::raster

@@ -63,9 +63,10 @@ color dot_product(const color& a, const color& b)
 
 using operation = color (*)(const arguments&, const combiner_inputs&);
 
-// By combiner operation; null for those that are not announced.
+// By combiner operation, in the interface's numbers from 0 on; null for those that are not announced. An operation
+// works on all four channels, and whoever asks takes the colours or the alpha. Nothing is clamped in between.
 constexpr operation operations[SVGA3D_TC_MAX] = {
-    nullptr,
+    nullptr, // none
     nullptr, // disable ends a chain before it is asked for
     [](const arguments& a, const combiner_inputs&) { return a.a1; },
     [](const arguments& a, const combiner_inputs&) { return a.a2; },
@@ -79,19 +80,19 @@ constexpr operation operations[SVGA3D_TC_MAX] = {
     [](const arguments& a, const combiner_inputs& in) { return blend_by(a, in.constant.a); },
     [](const arguments& a, const combiner_inputs&) { return times(product(a.a1, a.a2), 2); },
     [](const arguments& a, const combiner_inputs&) { return times(product(a.a1, a.a2), 4); },
-    nullptr,
+    nullptr, // dsdt
     [](const arguments& a, const combiner_inputs&) { return dot_product(a.a1, a.a2); },
     [](const arguments& a, const combiner_inputs& in) { return sum(a.a1, times(a.a2, 1 - in.texture.a)); },
     [](const arguments& a, const combiner_inputs&) { return times(difference(sum(a.a1, a.a2), all(0.5f)), 2); },
     [](const arguments& a, const combiner_inputs&) { return difference(sum(a.a1, a.a2), product(a.a1, a.a2)); },
-    nullptr,
+    nullptr, // premodulate
     [](const arguments& a, const combiner_inputs&) { return sum(a.a1, times(a.a2, a.a1.a)); },
     [](const arguments& a, const combiner_inputs&) { return sum(product(a.a1, a.a2), all(a.a1.a)); },
     [](const arguments& a, const combiner_inputs&) { return sum(a.a1, times(a.a2, 1 - a.a1.a)); },
     [](const arguments& a, const combiner_inputs&) {
         return sum(product(difference(all(1), a.a1), a.a2), all(a.a1.a));
     },
-    nullptr,
+    nullptr, // bump luminance
     [](const arguments& a, const combiner_inputs&) { return sum(a.a0, product(a.a1, a.a2)); },
     [](const arguments& a, const combiner_inputs&) {
         return sum(product(a.a0, a.a1), product(difference(all(1), a.a0), a.a2));
@@ -132,6 +133,7 @@ draw_result make_stage(const context& of, surface_store& surfaces, uint32_t inde
     stage.alpha_operation = states[SVGA3D_TS_ALPHAOP];
     stage.color_arguments = {states[SVGA3D_TS_COLORARG0], states[SVGA3D_TS_COLORARG1], states[SVGA3D_TS_COLORARG2]};
     stage.alpha_arguments = {states[SVGA3D_TS_ALPHAARG0], states[SVGA3D_TS_ALPHAARG1], states[SVGA3D_TS_ALPHAARG2]};
+    // What state 14 names has been put in the stage's own place at the vertices (transform.cpp).
     stage.coordinates = index;
     const uint32_t flags = states[SVGA3D_TS_TEXTURETRANSFORMFLAGS];
     stage.projected = flags & project_flag && flags & component_flags;

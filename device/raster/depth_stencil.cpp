@@ -4,6 +4,7 @@
 #include "device/raster/depth_stencil.h"
 
 namespace kalix::device::raster {
+// Bytes of a texel, where its depth begins, bits of depth, bits of stencil.
 depth_layout depth_layout_of(uint32_t format)
 {
     switch (format) {

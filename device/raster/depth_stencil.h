@@ -19,6 +19,7 @@ struct depth_layout {
     uint32_t stencil_bits = 0;
 };
 
+// Of a format that is no depth format, one of 0 bytes.
 depth_layout depth_layout_of(uint32_t format);
 
 constexpr uint32_t bit_mask(uint32_t bits)

@@ -108,10 +108,12 @@ public:
         if (threads == 1)
             return draw_alone();
         if (what_.primitives > worth_working_out)
+            // About four batches for each thread, so that none has long to wait at the end.
             return draw_shared(*workers, std::clamp(what_.primitives / (4 * threads), 128u, batch_primitives), 0);
         memory_.make_batches(1);
         batch& only = *memory_.batches[0];
         work_out(only, 0, what_.primitives);
+        // Few primitives may cover many pixels: worked out here, they are shared when they do.
         return only.pixels > worth_drawing ? draw_shared(*workers, batch_primitives, 1)
                                            : painted(only, what_.primitives, only, {0, 1, 0});
     }

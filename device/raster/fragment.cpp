@@ -43,6 +43,7 @@ color sampled(const combiner_stage& stage, const fragment& what)
 color textured(const draw_setup& setup, const fragment& what)
 {
     const color diffuse = color_from(*what.values, varying_diffuse);
+    // What comes before the first stage is the diffuse colour, which is the result as well when no stage is on.
     combiner_inputs inputs{setup.chain.constant, diffuse, diffuse, {}, color_from(*what.values, varying_specular)};
     for (uint32_t i = 0; i < setup.chain.count; ++i) {
         const combiner_stage& stage = setup.chain.stages[i];

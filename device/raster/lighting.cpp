@@ -107,6 +107,7 @@ arrival arriving(const light_source& from, const vector3& at)
     const auto& a = from.attenuation;
     const double divisor = a[0] + a[1] * distance + a[2] * distance * distance;
     const double attenuated = divisor > 0 ? 1 / divisor : 0;
+    // A light without a divisor above 0 gives nothing: it would be infinitely bright, or dark by a negative amount.
     return {from.spot ? attenuated * cone(from, scaled(toward, -1)) : attenuated, toward};
 }
 

@@ -85,6 +85,7 @@ void draw_line(const draw_setup& setup, const triangle_state& state, const windo
         const int64_t other = nearest_pixel(across ? y0 + t * dy : x0 + t * dx);
         const int64_t x = across ? at : other;
         const int64_t y = across ? other : at;
+        // Each thread walks the whole line and draws its own rows.
         if (!holds(area, x, y) || !of.has(y))
             continue;
         values_between(setup, state, from, to, t, here);

@@ -198,6 +198,7 @@ bool is_picture(const draw_setup& setup, const interpolator& at)
 // What a thread keeps from row to row of a draw: its one texture, and what it does with it.
 struct picture {
     texture from;
+    // Where the stage's alpha is not the texture's it is the vertices', and of a picture that is 1 (is_white()).
     uint32_t alpha;  // bits to be set in texels
     uint32_t hidden; // in what lies under them
     image_view to;

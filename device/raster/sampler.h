@@ -45,6 +45,7 @@ struct texture_point {
     uint32_t face = 0;
     double u = 0, v = 0, w = 0;
 };
+// On the face of a cube that the largest component points at.
 texture_point locate(const sampler& in, const direction& coordinate);
 // The same on a given face, so that neighbours can be compared.
 texture_point locate_on(const sampler& in, uint32_t face, const direction& coordinate);

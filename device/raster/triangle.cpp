@@ -37,6 +37,7 @@ public:
         step_ = e.b * subpixels;
         if (side_ == 0)
             return;
+        // By pixels: from one to the next the function grows by 256 a.
         divisor_ = (e.a > 0 ? e.a : -e.a) * subpixels;
         // To the right of the quotient rounded up, or to the left of it rounded down.
         const int64_t dividend = side_ > 0 ? -rest_ + divisor_ - 1 : rest_;

@@ -219,6 +219,7 @@ std::optional<vertex_numbers> read_indices(surface_store& surfaces, const svga3d
             return vertex_numbers{};
         if (!are_numbers(0, count - 1, bias))
             return std::nullopt;
+        // Vertex i + bias is read; the bias is not negative here, since number 0 has passed.
         const auto first = static_cast<uint32_t>(bias);
         return vertex_numbers{false, first, 0, first + static_cast<uint32_t>(count - 1)};
     }

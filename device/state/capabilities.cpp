@@ -55,6 +55,7 @@ struct described_format {
     uint32_t format;
     const char* name;
 };
+// The order is the interface's: a format's index is its place here.
 constexpr described_format described_formats[] = {
     {SVGA3D_X8R8G8B8, "X8R8G8B8"}, {SVGA3D_A8R8G8B8, "A8R8G8B8"}, {SVGA3D_A2R10G10B10, "A2R10G10B10"},
     {SVGA3D_X1R5G5B5, "X1R5G5B5"}, {SVGA3D_A1R5G5B5, "A1R5G5B5"}, {SVGA3D_A4R4G4B4, "A4R4G4B4"},

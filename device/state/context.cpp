@@ -13,6 +13,7 @@ namespace {
 constexpr uint32_t all_ones = 0xFFFFFFFF;
 constexpr matrix identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
+// Floats are kept as the words that commands bring.
 constexpr uint32_t bits(float value)
 {
     return std::bit_cast<uint32_t>(value);

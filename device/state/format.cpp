@@ -229,11 +229,13 @@ constexpr format_info floats()
             encode_floats<number, channels>};
 }
 
+// Without colours: depths, bytes, and what is only stored.
 constexpr format_info plain(format_kind kind, uint8_t bytes)
 {
     return {.kind = kind, .block_bytes = bytes};
 }
 
+// Paired formats (UYVY, YUY2) are blocks of two texels that nothing decodes: they are stored and copied whole.
 constexpr format_info blocks(uint8_t bytes, uint8_t width, uint8_t height,
                              color (*decode)(const std::byte*, uint32_t, uint32_t) = nullptr)
 {

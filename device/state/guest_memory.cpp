@@ -41,6 +41,7 @@ void guest_memory::append(std::vector<run>& to, const run& more)
 {
     if (!to.empty()) {
         run& last = to.back();
+        // Pages that nobody has named yet continue each other as well.
         const bool continues = last.address ? more.address == last.address + last.pages * page_bytes : !more.address;
         if (continues) {
             last.pages += more.pages;

@@ -38,7 +38,8 @@ public:
     // Defines a region whose pages are yet to be named, replacing one of that id; 0 pages: removes it, which
     // is no refusal when there is none.
     outcome define(uint32_t id, uint32_t pages);
-    // Names the pages of a region from first on.
+    // Names the pages of a region from first on; refused, and nothing changed, when they are more than it has or one of
+    // them is no page.
     outcome remap(uint32_t id, uint32_t first, std::span<const uint64_t> pages);
 
     // Whether all bytes from this offset on are there: the region exists, ends no earlier and has its pages.
