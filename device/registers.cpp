@@ -141,8 +141,8 @@ void set_value(const register_access& of, uint32_t value)
     of.change([value](register_values& values) { values.*member = value; });
 }
 
-template <auto member>
 // By the mode that is shown, not by a depth that has been written and not become the mode.
+template <auto member>
 uint32_t mask_of(const register_access& of)
 {
     return masks_of(of.values().current).*member;

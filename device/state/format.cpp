@@ -106,8 +106,8 @@ color decode_luminance(const std::byte* texel)
     return {l, l, l, unpack(value, layout.a, 1)};
 }
 
-template <typename word, luminance_layout layout>
 // No target is of luminance; scaled copies write it, and take red for it.
+template <typename word, luminance_layout layout>
 void encode_luminance(const color& value, std::byte* texel)
 {
     store(static_cast<word>(pack(value.r, layout.l) | pack(value.a, layout.a)), texel);
