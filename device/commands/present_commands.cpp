@@ -204,6 +204,7 @@ outcome present(device_state& device, command_reader body)
         return KALIX_REFUSED_NOT_SUPPORTED;
     screen_change change{device.display};
     change.damaged();
+    // In the command's order: rectangles may lie on each other.
     for (const svga3d_copy_rect& rect : rects)
         show_rect(device, from, rect);
     ++device.counts.values.frames;

@@ -113,6 +113,7 @@ color linear(const sampler& from, const image_view& level, const texture_point& 
     return mixed(linear_slice(from, level, x, y, z.first), linear_slice(from, level, x, y, z.first + 1), z.share);
 }
 
+// An anisotropic filter is a linear one.
 color filtered(const sampler& from, uint32_t filter, uint32_t level, const texture_point& at)
 {
     const image_view& image = from.image(at.face, level);
@@ -133,6 +134,7 @@ constexpr cube_face cube_faces[SVGA3D_FACES] = {
     {{0, 1}, {1, -1}},  {{0, -1}, {1, -1}}, // +z, -z
 };
 
+// All six faces make a cube, whatever the surface's flags say: they are hints.
 texture_shape shape_of(const surface& bound)
 {
     const bool has_faces = std::ranges::none_of(bound.mip_levels, [](uint32_t levels) { return levels == 0; });
@@ -227,6 +229,7 @@ color sample(const sampler& from, const texture_point& at, double detail)
     const double wanted = clamped(detail, from.first_level, last);
     switch (from.between_levels) {
     case SVGA3D_TEX_FILTER_NONE:
+        // One level alone: the first that may be used, which need not be the largest.
         return filtered(from, from.minify, from.first_level, at);
     case SVGA3D_TEX_FILTER_NEAREST:
         return filtered(from, from.minify, static_cast<uint32_t>(wanted + 0.5), at);
@@ -246,6 +249,7 @@ double detail_of(const sampler& from, const texture_point& here, const texture_p
     const auto squared_length = [&](const texture_point& to) {
         const double s = (to.u - here.u) * first.width;
         const double t = (to.v - here.v) * first.height;
+        // A third coordinate may be there without being a step in a flat texture.
         const double r = from.shape == texture_shape::volume ? (to.w - here.w) * first.depth : 0;
         return s * s + t * t + r * r;
     };

@@ -40,6 +40,7 @@ targets targets_of(const context& of, surface_store& surfaces)
 {
     targets found;
     found.color = surfaces.view(of.targets[SVGA3D_RT_COLOR0]);
+    // A surface that is there and cannot be drawn to is no target, as one that is not there.
     if (found.color && !found.color.format->target)
         found.color = {};
     found.depth = depth_target_of(of.targets[SVGA3D_RT_DEPTH], surfaces, false);

@@ -62,6 +62,7 @@ void screen::set_mode(const mode& to)
     header.height = to.height;
     header.pitch = to.pitch();
     header.bits_per_pixel = to.bits_per_pixel;
+    // What lies behind the picture in the framebuffer is guest memory like any other, and stays.
     std::ranges::fill(framebuffer().first(to.picture_bytes()), std::byte{0});
 }
 
