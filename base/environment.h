@@ -9,7 +9,7 @@
 
 namespace kalix {
 
-// A decimal number of least to most and nothing else; none for any other text.
+// A decimal number of least to most and nothing else: "12x" is a mistake, not 12. None for any other text.
 inline std::optional<uint32_t> number_in(std::string_view text, uint32_t least, uint32_t most)
 {
     uint32_t value = 0;

@@ -47,6 +47,7 @@ public:
         count_.fetch_add(1, std::memory_order_seq_cst);
         while (std::atomic_ref{word}.load(std::memory_order_seq_cst) == old)
             syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, old, nullptr, nullptr, 0);
+        // Too high for a moment costs a needless wake-up; nothing else hangs on it.
         count_.fetch_sub(1, std::memory_order_relaxed);
     }
 

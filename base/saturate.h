@@ -1,5 +1,5 @@
-// Conversions of floats to integers as the device and the wire want them: toward zero, saturated, and 0 for
-// what is not a number.
+// Conversions of floats to integers as the device and the wire want them: toward zero, saturated, and 0 for what is not
+// a number. The language leaves a conversion of what an integer cannot hold undefined, and floats come from clients.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,10 @@ namespace kalix {
 
 constexpr int32_t truncated(float value)
 {
+    // Only what is not a number differs from itself.
     if (value != value)
         return 0;
+    // The largest integers are no floats: 2^31 and 2^32 are the first ones beyond, and exact.
     if (value >= 0x1p31f)
         return std::numeric_limits<int32_t>::max();
     return value <= -0x1p31f ? std::numeric_limits<int32_t>::min() : static_cast<int32_t>(value);

@@ -15,6 +15,7 @@ public:
     unique_fd(unique_fd&& other) noexcept : fd_{other.release()} {}
     unique_fd& operator=(unique_fd&& other) noexcept
     {
+        // Released before the own one is closed, so that a move to itself keeps what it holds.
         reset(other.release());
         return *this;
     }
@@ -26,6 +27,7 @@ public:
     int release() { return std::exchange(fd_, -1); }
     void reset(int fd = -1)
     {
+        // Closed once and not again when that fails: the kernel has given the number back by then.
         const int old = std::exchange(fd_, fd);
         if (old >= 0)
             ::close(old);

@@ -3,6 +3,9 @@
 // A 3D command that the device does not have is skipped by its size. Where no length can be known (an id below
 // the 3D commands that is none, or a command whose bytes go past what was written), nothing behind it can be
 // found either: the rest of what was written is dropped. Each of these is counted.
+//
+// What a command does is in commands/; here is only how long each one is. Called by the fetching thread under the
+// execution lock.
 #pragma once
 
 #include "device/commands/ring.h"

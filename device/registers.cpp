@@ -1,4 +1,7 @@
 // The registers: one row each, with how it is read and what writing it does.
+//
+// Called on the driver's threads. Reading copies the values under register_lock alone and so never waits for a command
+// that draws; only writes that change what commands see (mode, display, regions) take execution_lock.
 
 #include "device/software_device.h"
 
@@ -10,6 +13,7 @@
 namespace kalix::device {
 namespace {
 
+// Cursor bypass, pitch lock, interrupt mask and traces are not offered: no register of theirs does anything here.
 constexpr uint32_t device_capabilities =
     SVGA_CAP_CURSOR | SVGA_CAP_ALPHA_CURSOR | SVGA_CAP_3D | SVGA_CAP_EXTENDED_FIFO | SVGA_CAP_GMR | SVGA_CAP_GMR2;
 constexpr uint32_t descriptor_length = 4096; // pages; regions are defined in the FIFO
@@ -18,6 +22,7 @@ struct channel_masks {
     uint32_t depth, red, green, blue;
 };
 
+// By the layouts R5G6B5 and X8R8G8B8. Depth counts bits of colour: the fourth byte of a pixel is none.
 constexpr channel_masks masks_of(const mode& shown)
 {
     if (shown.bits_per_pixel == 16)
@@ -25,12 +30,13 @@ constexpr channel_masks masks_of(const mode& shown)
     return {24, 0x00FF0000, 0x0000FF00, 0x000000FF};
 }
 
+// A size in bytes as a register holds it: 4 GiB and more show as the largest word.
 constexpr uint32_t saturated(uint64_t value)
 {
     return static_cast<uint32_t>(std::min<uint64_t>(value, std::numeric_limits<uint32_t>::max()));
 }
 
-// The side of the largest square mode, in pixels.
+// The side of the largest square mode, in pixels: fits() counts 4 bytes for each, whatever the mode's depth.
 uint32_t largest_side(uint64_t framebuffer_bytes)
 {
     return static_cast<uint32_t>(std::sqrt(static_cast<double>(framebuffer_bytes) / 4));
@@ -56,6 +62,8 @@ struct register_access {
     uint64_t framebuffer_bytes() const { return device.framebuffer_.size(); }
     uint64_t surface_bytes() const { return device.options_.surface_memory_bytes; }
     bool configured() const { return device.configured_.load(std::memory_order_acquire); }
+    // A NEXT_CMD outside of the ring counts as nothing written, as it does for the fetching thread: STOP would never
+    // reach it, and whoever waits for an empty ring would wait for ever.
     bool is_busy() const
     {
         const uint32_t next = fifo_load(device.fifo(), SVGA_FIFO_NEXT_CMD);
@@ -68,6 +76,8 @@ struct register_access {
         device.ring_doorbell();
     }
 
+    // STOP is noted before it is compared, so a command that ends in between ends the wait. No lock is held: the
+    // fetching thread needs them to get on.
     void run_empty() const
     {
         device.ring_doorbell();
@@ -77,6 +87,7 @@ struct register_access {
 
     void enable(bool on) const
     {
+        // Both locks, in their order: the screen and what the registers say of it change as one, between two commands.
         const hold executing{device.execution_lock_};
         const hold locked{device.register_lock_};
         register_values& values = device.registers_;
@@ -87,6 +98,7 @@ struct register_access {
             } else {
                 device.refuse_mode();
             }
+            // What was refused is forgotten: the next ENABLE finds the mode that is shown.
             values.wanted = values.current;
             values.is_wanted = false;
         }
@@ -96,6 +108,7 @@ struct register_access {
 
     void remove_selected_region() const
     {
+        // The register lock is given back before the execution lock is taken: it nests inside, never around.
         const uint32_t id = values().selected_region;
         const hold executing{device.execution_lock_};
         if (const outcome refused = device.state_.guest.define(id, 0))
@@ -128,6 +141,7 @@ void set_value(const register_access& of, uint32_t value)
     of.change([value](register_values& values) { values.*member = value; });
 }
 
+// By the mode that is shown, not by a depth that has been written and not become the mode.
 template <auto member>
 uint32_t mask_of(const register_access& of)
 {
@@ -155,6 +169,7 @@ uint32_t side_max(const register_access& of)
     return largest_side(of.framebuffer_bytes());
 }
 
+// Anything but 0 would be a list of pages somewhere in memory; regions are defined in the FIFO alone.
 void remove_region(const register_access& of, uint32_t descriptor)
 {
     if (descriptor == 0)

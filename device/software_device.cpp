@@ -1,3 +1,5 @@
+// The software device's life: its memory, its threads, and the loop that reads the ring.
+
 #include "device/software_device.h"
 
 #include "device/fetch.h"
@@ -70,16 +72,19 @@ software_device::software_device(const device_options& options)
              std::span{fifo_.get(), fifo_words},
              fence_waiters_}
 {
+    // Members have taken the FIFO's address and not looked behind it, so asking here is early enough.
     if (!fifo_ || !state_.display)
         throw std::bad_alloc{};
     framebuffer_ = state_.display.framebuffer();
     initialise_fifo();
+    // Only the thread's start can fail now; the members undo themselves then.
     state_.workers = &workers_;
     fetching_ = start_without_signals([this] { fetch(); }, "svga-fetch");
 }
 
 software_device::~software_device()
 {
+    // The bell wakes a fetching thread that sleeps; one that executes a command finishes it. It ends before any member.
     stopping_.store(true, std::memory_order_release);
     ring_doorbell();
     fetching_.join();
@@ -87,6 +92,7 @@ software_device::~software_device()
 
 void software_device::initialise_fifo()
 {
+    // Plain stores: the fetching thread is not started yet, and the bus not handed out.
     const std::span<uint32_t> words = fifo();
     words[SVGA_FIFO_MIN] = ring_begin;
     words[SVGA_FIFO_MAX] = ring_end;
@@ -127,8 +133,9 @@ void software_device::fetch()
     }
 }
 
-// STOP moves once a command is executed, so whoever sees the ring empty finds everything done, and the
-// counters of it shown.
+// STOP moves once a command is executed, so whoever sees the ring empty finds everything done, and the counters of it
+// shown. They are copied to the screen where somebody may have waited, at fences and when the ring has run empty, and
+// not after every command. The lock is given back between commands, so that a register write comes in between.
 void software_device::run_ring()
 {
     while (configured_.load(std::memory_order_acquire) && !stopping_.load(std::memory_order_acquire)) {
@@ -147,6 +154,8 @@ void software_device::run_ring()
     }
 }
 
+// The count is read before the place. A move that comes in between is taken in half; it raises the count after that,
+// and rings, so that the whole of it is taken then.
 void software_device::follow_cursor()
 {
     const uint32_t count = fifo_load(fifo(), SVGA_FIFO_CURSOR_COUNT);
@@ -183,6 +192,7 @@ namespace {
 
 constexpr uint64_t framebuffer_bytes_max = uint64_t{1} << 30; // so that the FIFO's address behind it fits 32 bits
 
+// One line with the reason; the library's caller sees only that there is no device.
 std::unique_ptr<svga_bus> refuse_to_open(const device_options& options, const char* text)
 {
     if (options.log)

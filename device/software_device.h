@@ -1,9 +1,14 @@
 // The software device: the bus's far side.
 //
-// Owns FIFO memory, the device's state and the fetching thread, which runs from the construction to the
-// destruction. execution_lock guards the state: the fetching thread holds it for the length of one command,
-// register writes that change the state take it too. register_lock guards the registers and is taken inside
-// execution_lock, never around it; so reading a register never waits for a drawing command.
+// Owns FIFO memory, the device's state and the fetching thread, which runs from the construction to the destruction.
+// execution_lock guards the state: the fetching thread holds it for the length of one command, register writes that
+// change the state take it too. register_lock guards the registers and is taken inside execution_lock, never around it;
+// so reading a register never waits for a drawing command.
+//
+// The driver's side calls everything but the private part, from any of its threads. Its memories, FIFO and framebuffer,
+// are what both sides write: the FIFO's registers as atomic words, the ring by the order of NEXT_CMD and STOP
+// (svga/bus.h), the framebuffer by whoever draws. fetch.h is the way from the ring to commands, registers.cpp has the
+// registers.
 #pragma once
 
 #include "base/futex.h"
@@ -60,12 +65,14 @@ private:
     void refuse_mode() KALIX_REQUIRES(execution_lock_);
 
     const device_options options_;
+    // Zeroed without being touched: most of the ring has no pages until commands reach it.
     std::unique_ptr<uint32_t[], void (*)(void*)> fifo_;
     sleepers stop_waiters_, fence_waiters_; // on the FIFO registers STOP and FENCE
     ring_reader ring_;                      // used by the fetching thread alone
     mutex execution_lock_;
     raster::worker_pool workers_; // used by the fetching thread alone
     device_state state_ KALIX_GUARDED_BY(execution_lock_);
+    // The screen's, noted at the start and not changed any more, so that it can be asked for without a lock.
     std::span<std::byte> framebuffer_;
     mutex register_lock_;
     register_values registers_ KALIX_GUARDED_BY(register_lock_);

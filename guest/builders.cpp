@@ -1,3 +1,6 @@
+// One function for each 3D command that the driver sends (svga3d.h), all by two templates: a body alone, or a body and
+// a list of records that the caller fills in place before it commits.
+
 #include "svga/svga.h"
 #include "svga/svga3d.h"
 
@@ -17,6 +20,7 @@ template <typename record>
 command_space begin(uint32_t id, const record& body, uint64_t trailing_bytes)
 {
     const uint64_t body_bytes = sizeof body + trailing_bytes;
+    // Counted in 64 bits and compared before it is cut to 32: counts come from outside.
     if (body_bytes > SVGA_FIFO_RESERVATION_MAX - sizeof(svga3d_command_header))
         return {};
     const svga3d_command_header header{id, static_cast<uint32_t>(body_bytes)};
@@ -129,6 +133,7 @@ int SVGA3D_BeginDrawPrimitives(uint32_t cid, svga3d_vertex_declaration** declara
         begin(SVGA_3D_CMD_DRAW_PRIMITIVES, svga3d_draw_primitives{cid, declaration_count, range_count},
               declaration_bytes + uint64_t{range_count} * sizeof(svga3d_primitive_range));
     *declarations = reinterpret_cast<svga3d_vertex_declaration*>(space.trailing);
+    // Two lists behind one body: the ranges follow the declarations.
     *ranges = space.trailing ? reinterpret_cast<svga3d_primitive_range*>(space.trailing + declaration_bytes) : nullptr;
     return space.trailing ? 0 : -1;
 }

@@ -1,3 +1,8 @@
+// The cursor: its definition, its place, and the copy that brings it back.
+//
+// A definition is a command in the ring; a place is words of the FIFO's registers, which the device looks at when it is
+// rung. Extents are a client's and are held to 256 a side before any product of them is made.
+
 #include "guest/guest.h"
 
 #include <cstring>
@@ -51,6 +56,7 @@ void SVGA_MoveCursor(uint32_t visible, uint32_t x, uint32_t y, uint32_t screen_i
     kalix::fifo_store(fifo, SVGA_FIFO_CURSOR_X, x);
     kalix::fifo_store(fifo, SVGA_FIFO_CURSOR_Y, y);
     kalix::fifo_store(fifo, SVGA_FIFO_CURSOR_SCREEN_ID, screen_id);
+    // Last: the device takes a place over when it finds the count raised.
     kalix::fifo_store(fifo, SVGA_FIFO_CURSOR_COUNT, kalix::fifo_load(fifo, SVGA_FIFO_CURSOR_COUNT) + 1);
     current()->bus->ring_doorbell();
 }
@@ -62,6 +68,7 @@ void NEBO_SVGA_PreserveCursor(const void* image, const svga_alpha_cursor* header
     kept_cursor& kept = current()->cursor;
     kept.is_kept = true;
     kept.header = *header;
+    // An image of no pixels may come as no address.
     if (const uint32_t bytes = image_bytes(*header))
         std::memcpy(kept.image.get(), image, bytes);
 }

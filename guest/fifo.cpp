@@ -1,3 +1,9 @@
+// The ring's writer, and the fences.
+//
+// The driver's side alone moves NEXT_CMD, the device alone STOP. Storing NEXT_CMD hands over what lies before it, with
+// release order (fifo_store), so a command's bytes are all there when the device sees them. One thread writes at a
+// time, as svga.h asks; waiting for a fence needs no turn.
+
 #include "guest/guest.h"
 
 #include <algorithm>
@@ -35,6 +41,8 @@ bool fits_in_place(const ring& r, uint32_t bytes)
     return bytes <= r.max - r.next && r.next % sizeof(uint32_t) == 0;
 }
 
+// Ends for every reservation: the largest is half of the ring, and the device takes what is committed. Its answer for
+// one STOP stays true while nobody else writes, since the device only gives space back.
 ring wait_for_space(guest_state& guest, uint32_t bytes)
 {
     const std::span<uint32_t> fifo = guest.bus->fifo();
@@ -53,9 +61,12 @@ void* reserve(guest_state& guest, uint32_t bytes)
     if (bytes > SVGA_FIFO_RESERVATION_MAX)
         return nullptr;
     const std::span<uint32_t> fifo = guest.bus->fifo();
+    // Something to point at, for callers that write nothing; it opens no reservation and waits for no space.
     if (bytes == 0)
         return at(fifo, fifo_load(fifo, SVGA_FIFO_NEXT_CMD));
     const ring r = wait_for_space(guest, bytes);
+    // One that wraps, or begins between words, is written elsewhere and copied when it is committed: callers see one
+    // piece of memory, aligned for their records.
     writer.bounced = !fits_in_place(r, bytes);
     writer.reserved = bytes;
     fifo_store(fifo, SVGA_FIFO_RESERVED, bytes);
@@ -64,7 +75,8 @@ void* reserve(guest_state& guest, uint32_t bytes)
     return writer.bounce.get();
 }
 
-// Copies the bounced bytes to where they belong: up to the ring's end, and from its start.
+// Copies the bounced bytes to where they belong: up to the ring's end, and from its start. By bytes, whatever alignment
+// the ring has come to.
 void copy_bounced(const fifo_writer& writer, std::span<uint32_t> fifo, const ring& r, uint32_t bytes)
 {
     const uint32_t first = std::min(bytes, r.max - r.next);
@@ -76,14 +88,17 @@ void commit(guest_state& guest, uint32_t bytes)
 {
     fifo_writer& writer = guest.writer;
     const std::span<uint32_t> fifo = guest.bus->fifo();
+    // What was not reserved may lie where the device still reads.
     bytes = std::min(bytes, writer.reserved);
     writer.reserved = 0;
     fifo_store(fifo, SVGA_FIFO_RESERVED, 0);
+    // Given up: NEXT_CMD has not moved, so the device never sees what was written.
     if (bytes == 0)
         return;
     const ring r = ring_of(fifo);
     if (writer.bounced)
         copy_bounced(writer, fifo, r, bytes);
+    // Reaching the end exactly is the start as well: NEXT_CMD is always an offset inside.
     const uint32_t to_end = r.max - r.next;
     fifo_store(fifo, SVGA_FIFO_NEXT_CMD, bytes < to_end ? r.next + bytes : r.min + (bytes - to_end));
     guest.bus->ring_doorbell();
@@ -93,8 +108,10 @@ uint32_t insert_fence(guest_state& guest)
 {
     std::atomic<uint32_t>& last = guest.writer.last_fence;
     const uint32_t wrapped = last.load(std::memory_order_relaxed) + 1;
+    // 0 stands for no fence and is left out when numbers wrap.
     const svga_cmd_fence fence{SVGA_CMD_FENCE, wrapped + (wrapped == 0)};
     std::memcpy(reserve(guest, sizeof fence), &fence, sizeof fence);
+    // Told before the fence is committed, so that whoever learns its number finds it handed out and waits for it.
     last.store(fence.seqno, std::memory_order_release);
     commit(guest, sizeof fence);
     return fence.seqno;
@@ -108,6 +125,8 @@ void sync_to_fence(guest_state& guest, uint32_t seqno)
     if (seqno == 0 || last == 0 || is_later(seqno, last))
         return;
     for (;;) {
+        // Numbers are compared by their distance, which wraps: one almost 2^31 fences old could come to look later than
+        // what passes meanwhile. The last one known at the start ends that wait, too.
         const uint32_t passed = fifo_load(fifo, SVGA_FIFO_FENCE);
         if (!is_later(seqno, passed) || !is_later(last, passed))
             return;
@@ -121,6 +140,7 @@ void sync_to_fence(guest_state& guest, uint32_t seqno)
 void run_empty(guest_state& guest)
 {
     const std::span<uint32_t> fifo = guest.bus->fifo();
+    // Fixed for the length of the wait: whoever asks for it is the one that may write.
     const uint32_t end = fifo_load(fifo, SVGA_FIFO_NEXT_CMD);
     for (uint32_t stop; (stop = fifo_load(fifo, SVGA_FIFO_STOP)) != end;) {
         guest.bus->ring_doorbell();

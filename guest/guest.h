@@ -1,7 +1,12 @@
 // The driver's side of the device: one current device, its record, and the state of its FIFO writer.
 //
-// There is at most one device in a process, from SVGA_Init to SVGA_Disable. The writer's state belongs to
-// whoever serialises FIFO writing; the fence numbers handed out are atomic, since any thread may wait.
+// There is at most one device in a process, from SVGA_Init to SVGA_Disable. The writer's state belongs to whoever
+// serialises FIFO writing; the fence numbers handed out are atomic, since any thread may wait.
+//
+// svga.cpp has the device's life and its mode, fifo.cpp the ring's writer and fences, cursor.cpp the cursor,
+// builders.cpp the 3D commands; options.h what the environment says. All of it speaks to the device by the bus alone
+// (svga/bus.h), so that tests put one of their own in its place. The functions of svga.h want a current device: only
+// SVGA_Init, SVGA_Disable and SVGA_SetLogFunction may be called without one.
 #pragma once
 
 #include "svga/bus.h"
@@ -16,6 +21,7 @@ namespace kalix::guest {
 struct fifo_writer {
     uint32_t reserved = 0; // bytes of the open reservation, 0: none
     bool bounced = false;  // it lies in bounce, since it would wrap in the ring or not be aligned
+    // For the largest reservation from the start, without pages until it is used: a command that is begun has its room.
     std::unique_ptr<std::byte[]> bounce = std::make_unique_for_overwrite<std::byte[]>(SVGA_FIFO_RESERVATION_MAX);
     std::atomic<uint32_t> last_fence{0}; // handed out; 0: none yet
 };

@@ -1,3 +1,5 @@
+// Reads the three settings by one rule: a whole number within its bounds, or the default and a line that says so.
+
 #include "guest/options.h"
 
 #include "base/environment.h"
@@ -7,9 +9,10 @@
 namespace kalix::guest {
 namespace {
 
+// Severities are svga.h's.
 constexpr int warning = 3;
 constexpr uint32_t framebuffer_mib_max = 1024; // the framebuffer ends below the top of 32-bit addresses
-constexpr uint32_t memory_mib_max = 65536;
+constexpr uint32_t memory_mib_max = 65536;     // 64 GiB
 constexpr uint32_t threads_max = 64;
 
 uint32_t number_from(svga_log_function log, const char* name, uint32_t largest, uint32_t otherwise)

@@ -11,6 +11,7 @@
 
 namespace kalix::guest {
 
+// The device's options, with the given log, which may be null; the function keeps nothing.
 device_options options_from_environment(svga_log_function log);
 
 } // namespace kalix::guest

@@ -1,3 +1,8 @@
+// The device's life, its registers and its mode.
+//
+// The record that SVGA_Init returns is this side's picture of the registers; it is written here and, for the zoom, by
+// the driver, under the turn that all of svga.h's callers take.
+
 #include "guest/guest.h"
 #include "guest/options.h"
 #include "svga/svga3d.h"
@@ -24,6 +29,7 @@ uint32_t zoomed(uint32_t side, float zoom)
     return product >= 1 ? static_cast<uint32_t>(product) : 1;
 }
 
+// Asked of the mode itself, before the zoom makes it smaller, so that a zoom can never be what is refused.
 bool mode_fits(const guest_state& guest, uint32_t width, uint32_t height, uint32_t bits_per_pixel)
 {
     const bool has_depth = bits_per_pixel == 16 || bits_per_pixel == 32;
@@ -32,6 +38,7 @@ bool mode_fits(const guest_state& guest, uint32_t width, uint32_t height, uint32
 
 void set_mode(guest_state& guest, uint32_t width, uint32_t height, uint32_t bits_per_pixel, uint32_t enable)
 {
+    // Pictures that are on their way belong to the mode before.
     run_empty(guest);
     if (!mode_fits(guest, width, height, bits_per_pixel)) {
         guest.bus->count_refused_mode();
@@ -42,6 +49,7 @@ void set_mode(guest_state& guest, uint32_t width, uint32_t height, uint32_t bits
     guest.bus->write_register(SVGA_REG_WIDTH, zoomed(width, guest.record.zoom));
     guest.bus->write_register(SVGA_REG_HEIGHT, zoomed(height, guest.record.zoom));
     guest.bus->write_register(SVGA_REG_BITS_PER_PIXEL, bits_per_pixel);
+    // Makes what was written before it the mode, in one step.
     guest.bus->write_register(SVGA_REG_ENABLE, enable);
     refresh_mode(guest);
 }
@@ -70,6 +78,7 @@ svga_device* attach(std::unique_ptr<svga_bus> bus)
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
+    // Nothing fails from here on.
     device->bus = std::move(bus);
     svga_bus& to = *device->bus;
     svga_device& record = device->record;
@@ -84,8 +93,10 @@ svga_device* attach(std::unique_ptr<svga_bus> bus)
     record.framebuffer = reinterpret_cast<uint8_t*>(to.framebuffer().data());
     record.zoom = 1.0f;
     fifo_store(to.fifo(), SVGA_FIFO_GUEST_3D_HWVERSION, SVGA3D_HWVERSION_2_1);
+    // The device may read the ring now; its registers have been set up by itself.
     to.write_register(SVGA_REG_CONFIG_DONE, 1);
     refresh_mode(*device);
+    // Until a mode is set, it is the device's first one, at zoom 1.
     record.mode_width = record.width;
     record.mode_height = record.height;
     return &record;
@@ -121,6 +132,7 @@ svga_device* SVGA_Init()
 void SVGA_Disable()
 {
     if (current())
+        // The display goes dark for viewers before the device ends.
         SVGA_WriteReg(SVGA_REG_ENABLE, 0);
     detach();
 }
@@ -142,6 +154,7 @@ void SVGA_SetMode(uint32_t width, uint32_t height, uint32_t bits_per_pixel, uint
 
 void SVGA_Update(uint32_t x, uint32_t y, uint32_t width, uint32_t height)
 {
+    // Small enough to find space always, like a fence.
     const svga_cmd_update update{SVGA_CMD_UPDATE, x, y, width, height};
     std::memcpy(SVGA_FIFOReserve(sizeof update), &update, sizeof update);
     SVGA_FIFOCommit(sizeof update);

@@ -58,6 +58,7 @@ struct device_options {
 // Starts the software device, or returns none after a line that says why.
 std::unique_ptr<svga_bus> open_software_device(const device_options& options);
 
+// For FIFO registers, by their word; both sides write them while the other one reads.
 inline uint32_t fifo_load(std::span<uint32_t> fifo, uint32_t index)
 {
     return std::atomic_ref{fifo[index]}.load(std::memory_order_acquire);

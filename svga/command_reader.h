@@ -1,6 +1,8 @@
 // The words of a command, as a value that can only shrink: for whoever verifies commands and whoever executes them.
 //
-// What is taken is copied out before anything looks at it: the ring is memory that others write.
+// What is taken is copied out before anything looks at it: the ring is memory that others write. A handler that takes
+// all it needs and works on its copies cannot be told two different things. Copied by value: a handler's reader is its
+// own. Lists allocate and may throw std::bad_alloc, which the tables' callers catch.
 #pragma once
 
 #include <cstddef>

@@ -18,8 +18,8 @@ extern "C" {
 
 struct svga_device {
     uint32_t fb_physical;   /* 0x00 guest physical address of the framebuffer */
-    uint32_t fifo_physical; /* 0x04 */
-    uint32_t fifo_bytes;    /* 0x08 */
+    uint32_t fifo_physical; /* 0x04 the same of FIFO memory */
+    uint32_t fifo_bytes;    /* 0x08 its registers and the ring */
     uint32_t reserved0c;
     uint32_t* fifo;       /* 0x10 FIFO memory: registers by word, then the ring */
     uint8_t* framebuffer; /* 0x18 */
@@ -63,13 +63,15 @@ struct svga_device* SVGA_Init(void);
 /* Stops the device; the record is gone. Without a device nothing happens. */
 void SVGA_Disable(void);
 
+/* Registers by number (enum svga_register). One that does not exist reads 0 and ignores writes. Reading never waits for
+ * a command; writing SYNC waits for all of them, and writing ENABLE or GMR_DESCRIPTOR for the one that is at work. */
 uint32_t SVGA_ReadReg(uint32_t index);
 void SVGA_WriteReg(uint32_t index, uint32_t value);
 
 /* Sets the mode (pixels, bits per pixel 16 or 32, display on or off) after the FIFO has run empty, and
  * clears the visible picture. A mode that does not fit leaves everything as it was and is counted. */
 void SVGA_SetMode(uint32_t width, uint32_t height, uint32_t bits_per_pixel, uint32_t enable);
-/* Announces that a rectangle of the visible picture changed. */
+/* Announces that a rectangle of the visible picture changed, in screen pixels: a command like others, in the FIFO. */
 void SVGA_Update(uint32_t x, uint32_t y, uint32_t width, uint32_t height);
 
 /* Space for bytes in the FIFO, waiting until there is some; NULL only above SVGA_FIFO_RESERVATION_MAX.

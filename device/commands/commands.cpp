@@ -1,3 +1,6 @@
+// The table of 3D commands, filled from the rows of each kind, and the one place where a body is measured, lack of
+// memory caught and a refusal counted.
+
 #include "device/commands/commands.h"
 
 #include <array>
@@ -39,6 +42,7 @@ const command_row* command_of(uint32_t id)
     static const command_table table = table_of_all_kinds();
     if (id < SVGA_3D_CMD_BASE || id > SVGA_3D_CMD_LAST)
         return nullptr;
+    // Ids lie close together, so that a command costs an index; those in between that are none have no function.
     const command_row& row = table[id - SVGA_3D_CMD_BASE];
     return row.execute ? &row : nullptr;
 }
@@ -52,6 +56,7 @@ context* take_context(device_state& device, command_reader& body)
     return found == device.contexts.end() ? nullptr : &found->second;
 }
 
+// Refused commands count among the commands as well: the counters say what was asked for.
 void execute(device_state& device, uint32_t id, std::span<const std::byte> body)
 {
     const command_row* const row = command_of(id);

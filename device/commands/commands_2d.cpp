@@ -1,3 +1,5 @@
+// The commands below 1040: screen updates, fences, the cursor, and regions of guest memory.
+
 #include "device/commands/commands_2d.h"
 
 #include "device/commands/ring.h"
@@ -14,6 +16,8 @@ uint64_t nothing(std::span<const std::byte>)
 
 // ---- UPDATE and FENCE -------------------------------------------------------------------------------
 
+// Whoever announces a change has written it into the framebuffer already. Viewers take whole frames, so the rectangle
+// needs no heed: they are told that something changed.
 outcome update(device_state& device, command_reader)
 {
     screen_change change{device.display};
@@ -22,7 +26,7 @@ outcome update(device_state& device, command_reader)
     return executed;
 }
 
-// Whoever waits for the fence finds the counters of everything before it.
+// The counters come first: whoever waits for the fence finds those of everything before it.
 outcome fence(device_state& device, command_reader body)
 {
     uint32_t number = 0;
@@ -53,6 +57,7 @@ outcome define_cursor(device_state& device, command_reader body)
     std::vector<uint32_t> pixels;
     if (!body.take(shape))
         return KALIX_REFUSED_SHORT_COMMAND;
+    // The screen file has room for so many pixels and no more.
     if (shape.width > SVGA_CURSOR_EXTENT_MAX || shape.height > SVGA_CURSOR_EXTENT_MAX)
         return KALIX_REFUSED_CURSOR;
     if (!body.take_list(pixels, size_t{shape.width} * shape.height))

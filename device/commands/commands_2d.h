@@ -1,4 +1,8 @@
-// The commands without a length of their own: each says by its fields how long it is.
+// The 2D commands, which carry no size: each says by its fields how long it is.
+//
+// The table therefore knows two lengths, of the fields and of what follows them by what they say, and a command that is
+// not in it ends what is committed (fetch.h). Handlers are as those of commands.h: on the fetching thread, under the
+// execution lock, all or nothing.
 #pragma once
 
 #include "device/state/state.h"

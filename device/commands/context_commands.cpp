@@ -1,4 +1,7 @@
 // Contexts: their definition, and every state that a command sets.
+//
+// States are kept as the words that they come as. What a value means, and whether a surface that it names is there, is
+// asked by the draw that uses it, since both may change in between; only indices are checked here.
 
 #include "device/commands/commands.h"
 
@@ -65,6 +68,7 @@ outcome context_define(device_state& device, command_reader body)
         return KALIX_REFUSED_BAD_VALUE;
     if (device.contexts.size() >= contexts_max && !device.contexts.contains(named.cid))
         return KALIX_REFUSED_NO_MEMORY;
+    // A context that is defined once more begins anew: its shaders and its query are gone, as are its states.
     device.contexts.insert_or_assign(named.cid, new_context(named.cid));
     return executed;
 }

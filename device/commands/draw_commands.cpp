@@ -6,6 +6,7 @@
 namespace kalix::device {
 namespace {
 
+// The raster core knows no counters of refusals; its answers become those of commands here.
 outcome outcome_of(draw_result result)
 {
     switch (result) {
@@ -24,6 +25,7 @@ outcome outcome_of(draw_result result)
     return KALIX_REFUSED_NOT_SUPPORTED;
 }
 
+// A command without rectangles clears nothing.
 outcome clear(device_state& device, command_reader body)
 {
     svga3d_clear command;
@@ -45,11 +47,13 @@ outcome draw(device_state& device, command_reader body)
     if (!body.take(command) || !body.take_list(declarations, command.declarations) ||
         !body.take_list(ranges, command.ranges))
         return KALIX_REFUSED_SHORT_COMMAND;
+    // Either nothing stands behind the ranges, or one divisor for each declaration.
     if (body.left() != 0 && !body.take_list(divisors, command.declarations))
         return KALIX_REFUSED_SHORT_COMMAND;
     const auto in = device.contexts.find(command.cid);
     if (in == device.contexts.end())
         return KALIX_REFUSED_NO_CONTEXT;
+    // Counted before the draw is judged: a refused one is a draw as well.
     ++device.counts.values.draws;
     return outcome_of(draw_primitives(in->second, device.surfaces, declarations, ranges, divisors, device.workers));
 }

@@ -15,6 +15,8 @@
 namespace kalix::device {
 namespace {
 
+// In 64 bits, so that sums of a command's 32-bit numbers fit, whatever it says. Rectangles of the screen and of images
+// are both areas; to_source_x and to_source_y below lead from a pixel to its texel.
 struct area {
     int64_t left, top, right, bottom; // pixels; empty when right <= left or bottom <= top
 
@@ -59,7 +61,8 @@ bool can_show(const image_view& image, const mode& shown)
     return is_shown_as_it_is(image.format_number, shown) || image.format->decode;
 }
 
-// Converts or copies one texel to a pixel.
+// Converts or copies one texel to a pixel; which of the two is found once a command. Texels that are copied have as
+// many bytes as a pixel.
 class pixel_writer {
 public:
     pixel_writer(const image_view& from, const mode& shown)
@@ -122,11 +125,13 @@ void show_rect(device_state& device, const image_view& from, const svga3d_copy_r
     const int64_t to_source_x = int64_t{rect.srcx} - rect.x;
     const int64_t to_source_y = int64_t{rect.srcy} - rect.y;
     const area on_screen = common(wanted, area_of(device.display.shown()));
+    // Both cuts in screen pixels: what lies outside of either the screen or the surface is not drawn.
     const area where = common(on_screen, moved(area_of(from), -to_source_x, -to_source_y));
     if (!where.is_empty())
         show_rows(device, from, where, to_source_x, to_source_y);
 }
 
+// A blit that plan_blit() has found possible: the source lies in the image, and no side is negative.
 struct blit {
     image_view from;
     area source, destination;
@@ -141,6 +146,7 @@ void blit_area(screen& on, const blit& what, const area& where)
     const auto source_left = static_cast<uint32_t>(what.source.left);
     const auto source_top = static_cast<uint32_t>(what.source.top);
     for (int64_t y = where.top; y < where.bottom; ++y) {
+        // Counted from the destination's own corner, which may lie far outside: cutting must not move what is seen.
         const auto row = static_cast<uint32_t>(y - what.destination.top);
         const uint32_t source_y = source_top + nearest_sample(row, what.source.height(), what.destination.height());
         std::byte* pixel = on.pixel(static_cast<uint32_t>(where.left), static_cast<uint32_t>(y));
@@ -153,6 +159,7 @@ void blit_area(screen& on, const blit& what, const area& where)
     }
 }
 
+// There is one screen, and all ones means the one that is there.
 bool is_the_screen(uint32_t id)
 {
     return id == 0 || id == SVGA_ID_INVALID;
@@ -197,6 +204,7 @@ outcome present(device_state& device, command_reader body)
         return KALIX_REFUSED_NOT_SUPPORTED;
     screen_change change{device.display};
     change.damaged();
+    // In the command's order: rectangles may lie on each other.
     for (const svga3d_copy_rect& rect : rects)
         show_rect(device, from, rect);
     ++device.counts.values.frames;

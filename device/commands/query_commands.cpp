@@ -10,6 +10,7 @@
 namespace kalix::device {
 namespace {
 
+// Writes a result, whose count has 32 bits and saturates, or nothing when not all of it can be written.
 outcome answer(device_state& device, const svga3d_query& command, uint32_t state, uint64_t samples)
 {
     constexpr uint64_t most = std::numeric_limits<uint32_t>::max();
@@ -56,6 +57,7 @@ outcome query_end(device_state& device, command_reader body)
     if (!in->query.active)
         return answer(device, command, SVGA3D_QUERYSTATE_FAILED, 0);
     const outcome result = answer(device, command, SVGA3D_QUERYSTATE_SUCCEEDED, in->query.samples);
+    // An answer that could not be written leaves the query running, so that it can be ended with a better place.
     if (result == executed)
         in->query.active = false;
     return result;

@@ -1,3 +1,5 @@
+// The ring's arithmetic: offsets that begin again at the ring's start, and bytes that lie across its end.
+
 #include "device/commands/ring.h"
 
 #include "svga/bus.h"
@@ -8,6 +10,7 @@
 namespace kalix::device {
 namespace {
 
+// An offset moved on by less than the ring's size, so that it wraps once at most.
 constexpr uint32_t wrapped(uint32_t offset, uint32_t bytes)
 {
     const uint32_t to_end = ring_end - offset;
@@ -27,6 +30,7 @@ uint32_t ring_reader::available() const
     const uint32_t next = fifo_load(fifo_, SVGA_FIFO_NEXT_CMD);
     if (!lies_in_ring(next))
         return 0;
+    // Equal offsets are an empty ring, never a full one: the writer keeps a byte free.
     return next >= stop_ ? next - stop_ : ring_bytes - (stop_ - next);
 }
 
@@ -43,6 +47,7 @@ std::span<const std::byte> ring_reader::view(uint32_t offset, uint32_t bytes)
 
 void ring_reader::consume(uint32_t bytes)
 {
+    // What is stored gives these bytes back: the writer may overwrite them at once, so nothing may look at them again.
     stop_ = wrapped(stop_, bytes);
     stop_waiters_.store(fifo_[SVGA_FIFO_STOP], stop_);
 }

@@ -38,6 +38,7 @@ private:
     std::unique_ptr<std::byte[]> gathered_;
 };
 
+// In bytes from the start of FIFO memory; ring_end is the first one behind.
 inline constexpr uint32_t ring_begin = SVGA_FIFO_RING_START;
 inline constexpr uint32_t ring_bytes = SVGA_FIFO_RING_BYTES;
 inline constexpr uint32_t ring_end = ring_begin + ring_bytes;

@@ -1,5 +1,8 @@
-// Rows that are copied: shared between the drawing threads where there are enough, and whole pieces of memory
-// where rows follow each other without a gap.
+// Rows that are copied: shared between the drawing threads where there are enough, and whole pieces of memory where
+// rows follow each other without a gap.
+//
+// One thread alone does not use up the memory's speed. Any order of rows must do, so callers share only copies whose
+// source and target do not overlap. Called on the fetching thread, whose workers these are.
 #pragma once
 
 #include "device/raster/workers.h"
@@ -22,6 +25,7 @@ void for_row_parts(raster::worker_pool* workers, uint64_t count, uint64_t row_by
     workers->run([&](uint32_t index) { work(count * index / threads, count * (index + 1) / threads); });
 }
 
+// A first row and the bytes from one row to the next, which are no fewer than a row's.
 struct row_source {
     const std::byte* bytes;
     uint64_t pitch; // from one row to the next

@@ -20,6 +20,7 @@ constexpr bool is_shader_type(uint32_t type)
     return type == SVGA3D_SHADERTYPE_VS || type == SVGA3D_SHADERTYPE_PS;
 }
 
+// Summed anew each time, over 4096 numbers at most: a sum that is kept would have to follow every replacement.
 size_t tokens_in(const context& of)
 {
     return std::accumulate(of.shaders.begin(), of.shaders.end(), size_t{0},
@@ -29,6 +30,7 @@ size_t tokens_in(const context& of)
 bool has_room(const context& in, const std::pair<uint32_t, uint32_t>& key, size_t tokens)
 {
     const auto old = in.shaders.find(key);
+    // A shader that takes another one's place is counted without that.
     const size_t given_back = old == in.shaders.end() ? 0 : old->second.size();
     return tokens <= shader_tokens_max && tokens_in(in) - given_back + tokens <= context_tokens_max &&
            (old != in.shaders.end() || in.shaders.size() < context_shaders_max);
@@ -62,6 +64,7 @@ outcome shader_destroy(device_state& device, command_reader body)
         return KALIX_REFUSED_NO_CONTEXT;
     if (in->second.shaders.erase({command.type, command.shid}) == 0)
         return KALIX_REFUSED_BAD_VALUE;
+    // What was found has a type that exists, so that this index lies in the array.
     if (in->second.bound_shaders[command.type] == command.shid)
         in->second.bound_shaders[command.type] = SVGA3D_INVALID_ID;
     return executed;
@@ -77,6 +80,7 @@ outcome shader_set(device_state& device, command_reader body)
         return KALIX_REFUSED_NO_CONTEXT;
     if (!is_shader_type(command.type))
         return KALIX_REFUSED_BAD_VALUE;
+    // Bound whether it is defined or not, as surfaces are: a draw with any shader is refused.
     in->second.bound_shaders[command.type] = command.shid;
     return executed;
 }

@@ -1,4 +1,5 @@
-// Definition and destruction of surfaces.
+// Definition and destruction of surfaces. What a surface holds is given memory at its first use (state/surface.h), so
+// defining one costs its record.
 
 #include "device/commands/commands.h"
 #include "device/state/format.h"
@@ -10,6 +11,7 @@ namespace {
 
 constexpr uint64_t levels_max = 144; // of all faces
 
+// A context that bound the old surface must not find the next one of its id in the same place.
 void unbind_everywhere(device_state& device, uint32_t sid)
 {
     for (auto& [cid, each] : device.contexts)
@@ -23,6 +25,7 @@ outcome surface_define(device_state& device, command_reader body)
         return KALIX_REFUSED_SHORT_COMMAND;
     const uint64_t levels =
         std::accumulate(std::begin(definition.mip_levels), std::end(definition.mip_levels), uint64_t{0});
+    // Before the sizes are taken, which are as many as the levels say.
     if (definition.sid == SVGA3D_INVALID_ID || levels > levels_max)
         return KALIX_REFUSED_BAD_VALUE;
     std::vector<svga3d_size> sizes;

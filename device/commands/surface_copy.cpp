@@ -1,4 +1,5 @@
-// Copies between images of formats with blocks of one size, byte by byte.
+// Copies between images of formats with blocks of one size, byte by byte: no texel is decoded, so that any two such
+// formats will do. All boxes are checked before the first one moves.
 
 #include "device/commands/commands.h"
 #include "device/commands/named_image.h"
@@ -48,6 +49,7 @@ void copy_box(const image_view& from, const image_view& to, const svga3d_copy_bo
     const block_rows shape = rows_of(to, destination_of(box));
     const std::byte* const source = block_at(from, box.srcx, box.srcy, box.srcz);
     std::byte* const destination = block_at(to, box.x, box.y, box.z);
+    // Two images share no memory, so only one image with itself can overlap.
     if (from.bytes == to.bytes)
         return copy_inside(to, source, destination, shape);
     for (uint32_t z = 0; z < shape.slices; ++z)

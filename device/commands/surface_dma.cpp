@@ -25,6 +25,8 @@ struct planned_box {
     block_rows shape;
 };
 
+// Adds count times bytes; false when that does not fit 64 bits. Guest offsets and pitches are the client's own words,
+// and a sum that wrapped would pass the check of the region.
 bool add(uint64_t& sum, uint64_t count, uint64_t bytes)
 {
     uint64_t product = 0;
@@ -46,6 +48,7 @@ outcome plan_box(const device_state& device, const transfer& in, const svga3d_co
     const svga3d_box host_box{box.x, box.y, box.z, box.w, box.h, box.d};
     if (!box_fits(in.host, host_box) || box.srcx % format.block_width != 0 || box.srcy % format.block_height != 0)
         return KALIX_REFUSED_OUTSIDE;
+    // Touches nothing, so its place in guest memory needs no look.
     if (is_empty(host_box)) {
         out = {};
         return executed;
@@ -55,6 +58,7 @@ outcome plan_box(const device_state& device, const transfer& in, const svga3d_co
     if (!find_start(in, box, out.guest) || !add(bytes, out.shape.rows - 1, in.pitch) ||
         !add(bytes, out.shape.slices - 1, in.slice_pitch))
         return KALIX_REFUSED_OUTSIDE;
+    // From the first byte to the last, gaps between rows among them: one walk over the region instead of one a row.
     return device.guest.check(in.command.guest.pointer.gmr_id, out.guest, bytes);
 }
 
@@ -114,7 +118,9 @@ outcome begin(device_state& device, transfer& out)
         return missing;
     const uint32_t given = out.command.guest.pitch;
     out.pitch = given != 0 ? given : out.host.row_bytes;
+    // Two 32-bit numbers: the product fits.
     out.slice_pitch = out.pitch * blocks_in(out.host.height, out.host.format->block_height);
+    // Whether the region exists at all, which is asked of a transfer without boxes, too.
     return device.guest.check(out.command.guest.pointer.gmr_id, 0, 0);
 }
 
@@ -144,6 +150,7 @@ outcome surface_dma(device_state& device, command_reader body)
         run(device, wanted, plan);
         return executed;
     }
+    // The framebuffer is guest memory, and what is written there is seen.
     screen_change change{device.display};
     change.damaged();
     run(device, wanted, plan);

@@ -1,4 +1,8 @@
 // Scaled copies between images, from format to format.
+//
+// The sampling rule is sampling.h's. Both ways read inside the source box alone, also where linear filtering looks at a
+// neighbour: what lies around the box does not show. Filtering is in single precision, and rounded once, by the
+// destination's format.
 
 #include "device/commands/commands.h"
 #include "device/commands/named_image.h"
@@ -74,6 +78,7 @@ void stretch_point(const source_box& from, const image_view& to, const svga3d_bo
     });
 }
 
+// Texels that move as they are need no colours, but a block of several has no texel to move.
 bool can_stretch(const image_view& from, const image_view& to, uint32_t mode)
 {
     if (mode == SVGA3D_STRETCH_BLT_POINT && from.format_number == to.format_number)

@@ -1,3 +1,6 @@
+// How many vertices primitives take. Strips and fans share theirs, so their first primitive takes more than the others;
+// no primitives take none.
+
 #include "device/raster/assembly.h"
 
 namespace kalix::device::raster {

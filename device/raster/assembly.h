@@ -1,4 +1,7 @@
 // Assembly: which vertices make a primitive, for every primitive type.
+//
+// Places are counted in the range's own list of vertex numbers (vertex_fetch.h), not in the vertex array, in 64 bits:
+// three times a count of 32 bits does not fit fewer.
 #pragma once
 
 #include <array>
@@ -32,6 +35,7 @@ inline assembled assemble(uint32_t type, uint64_t i)
         // Every other triangle is turned round, so that all have the winding of the first.
         return i % 2 == 0 ? assembled{{i, i + 1, i + 2}, 3, 0} : assembled{{i, i + 2, i + 1}, 3, 0};
     default:
+        // A fan, whose vertex 0 is part of every triangle, takes flat colours from vertex i + 1.
         return {{0, i + 1, i + 2}, 3, 1};
     }
 }

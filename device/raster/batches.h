@@ -1,8 +1,12 @@
 // Batches: a draw's primitives, cut into runs that threads work out and draw side by side.
 //
-// Any thread works out the shapes of a batch; every thread draws its own rows of every batch, in the order of
-// the batches, so that the picture is that of one thread. Whoever has nothing to draw yet works out a batch
-// that is still to come, as long as there is memory for one more.
+// Any thread works out the shapes of a batch; every thread draws its own rows of every batch, in the order of the
+// batches, so that the picture is that of one thread. Whoever has nothing to draw yet works out a batch that is still
+// to come, as long as there is memory for one more.
+//
+// A batch is written by the one thread that works it out and read by all that draw it, and needs no lock of its own:
+// its being ready, and its having been drawn by all, are told under batch_order's. draw.cpp has the threads' loop,
+// geometry.h what a batch holds.
 #pragma once
 
 #include "base/futex.h"
@@ -19,6 +23,7 @@ struct draw_memory {
     std::vector<uint32_t> numbers; // of indexed vertices
     std::vector<std::unique_ptr<batch>> batches;
 
+    // Called before anything is drawn, where lack of memory (std::bad_alloc) can still refuse the draw.
     // Room for so many batches at a time.
     void make_batches(size_t count);
 };

@@ -1,3 +1,6 @@
+// Blending in single precision. Numbers that the interface does not have get a default where they are used, since
+// states keep any word.
+
 #include "device/raster/blend.h"
 
 #include "device/raster/numeric.h"
@@ -54,6 +57,7 @@ color factor_of(uint32_t which, const color& source, const color& destination, c
     }
 }
 
+// One channel.
 // Minimum and maximum ignore the factors; an unknown equation adds.
 float joined(uint32_t equation, float source, float source_factor, float destination, float destination_factor)
 {
@@ -105,6 +109,7 @@ output_state make_output(const context& of)
     output_state made;
     made.blends = states[SVGA3D_RS_BLENDENABLE] != 0;
     made.rgb = {states[SVGA3D_RS_SRCBLEND], states[SVGA3D_RS_DSTBLEND], states[SVGA3D_RS_BLENDEQUATION]};
+    // Alpha is blended as the colours are, unless the state asks for functions of its own.
     made.alpha = made.rgb;
     if (states[SVGA3D_RS_SEPARATEALPHABLENDENABLE])
         made.alpha = {states[SVGA3D_RS_SRCBLENDALPHA], states[SVGA3D_RS_DSTBLENDALPHA],
@@ -121,6 +126,7 @@ void write_color(const output_state& state, const image_view& target, const colo
     color result = source;
     if (state.blends)
         result = blended(state, source, target.format->decode(texel));
+    // Where all channels are written, what lies there need not be read.
     if (state.mask != mask_all)
         result = masked(state.mask, result, stored(target, texel));
     target.format->encode(result, texel);

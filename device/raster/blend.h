@@ -1,4 +1,7 @@
 // Blending and the colour mask: what a fragment's colour makes of the target's.
+//
+// The general way, for every format that can be a target; lanes_stages-inl.h has the same rules for 32-bit pixels, many
+// at a time. Colours are 0..1 when they come; what a float target is given is not clamped.
 #pragma once
 
 #include "device/state/context.h"
@@ -19,7 +22,8 @@ struct output_state {
 
 output_state make_output(const context& of);
 
-// Writes a colour to a texel of the target.
+// Writes a colour to a texel of the target, blended and masked as the state says. The caller has passed all tests, and
+// is the one thread that draws this row.
 void write_color(const output_state& state, const image_view& target, const color& source, std::byte* texel);
 
 } // namespace kalix::device::raster

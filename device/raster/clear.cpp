@@ -1,4 +1,7 @@
 // CLEAR: fills what lies inside its rectangles, the viewport and the scissor rectangle.
+//
+// A value is encoded once and its bytes repeated. The colour mask does not hold; of a word that has depth and stencil
+// the part that is not cleared stays. Threads take their own bands of rows, as they do in draws.
 
 #include "device/raster/rows.h"
 #include "device/raster/share.h"
@@ -22,10 +25,11 @@ color color_of(uint32_t argb)
 // What becomes of an image's texels: all of them this one, but for the bits of a word that are kept.
 struct filling {
     image_view view;
-    std::array<std::byte, 16> texel{};
-    uint32_t kept = 0; // none in a texel of more than four bytes
+    std::array<std::byte, 16> texel{}; // the largest texel: four floats
+    uint32_t kept = 0;                 // none in a texel of more than four bytes
 };
 
+// Depth or stencil alone of a texel of two bytes (Z_D15S1), of which rows.h knows nothing.
 void replace_short_bits(const filling& how, std::byte* row, size_t count)
 {
     uint16_t word = 0;
@@ -83,6 +87,7 @@ filling word_filling(const depth_target& target, bool depth, bool stencil, const
     uint32_t replaced = 0;
     if (depth) {
         word = with_depth(layout, word, quantized_depth(layout, static_cast<double>(how.depth)));
+        // A word without stencil is replaced whole, the bits that mean nothing among them: a plain fill reads nothing.
         replaced = layout.stencil_bits == 0 ? ~0u : with_depth(layout, 0, bit_mask(layout.depth_bits));
     }
     if (stencil) {

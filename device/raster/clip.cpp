@@ -1,3 +1,5 @@
+// Clipping one plane after the other, in double precision, each on what the planes before have left.
+
 #include "device/raster/clip.h"
 
 #include "device/state/limits.h"
@@ -15,7 +17,8 @@ bool is_kept(double d)
     return d >= 0;
 }
 
-// A triangle's or line's planes that cut something off lie from this one on.
+// A triangle's or line's planes that cut something off lie from this one on. There is one: what crosses nothing does
+// not come here, and a shift by all 32 bits would have no meaning.
 template <typename... vertices>
 uint32_t first_cutting(const vertices&... of)
 {
@@ -24,7 +27,9 @@ uint32_t first_cutting(const vertices&... of)
 
 } // namespace
 
-// Sideways as wide as the guard band allows.
+// Sideways the guard band, in widths of clip space: window coordinates then stay within limits::extent to both sides,
+// as long as the viewport's middle lies within half of that. A viewport further out has clip space's own sides, and
+// what lies beyond the extent all the same is not drawn (place()).
 clipper::clipper(const transform_state& state)
     : across_{std::max(1.0, limits::extent / 2.0 / std::max(state.half_width + state.left, 1.0))},
       down_{std::max(1.0, limits::extent / 2.0 / std::max(state.half_height + state.top, 1.0))},
@@ -42,6 +47,7 @@ clipper::clipper(const transform_state& state)
 
 double clipper::distance(uint32_t plane, const vertex& v) const
 {
+    // Distances from the user's planes stand behind the values that vary; they are values like others.
     if (plane >= box_planes)
         return v.values[varying_count_ + plane - box_planes];
     const clip_plane& p = box_[plane];
@@ -60,8 +66,8 @@ uint32_t clipper::tested(const vertex& v) const
     return lost;
 }
 
-// The point where an edge meets a plane, always worked out from the kept end, so that two shapes that share
-// the edge get the same point.
+// The point where an edge meets a plane, always worked out from the kept end, so that two shapes that share the edge
+// get the same point. Everything of a vertex is linear in clip space, so that its values are cut as its place is.
 vertex* clipper::crossing(const vertex& kept, const vertex& lost, double kept_distance, double lost_distance,
                           vertex_store& store) const
 {
@@ -70,6 +76,7 @@ vertex* clipper::crossing(const vertex& kept, const vertex& lost, double kept_di
     vertex* const at = store.take();
     std::ranges::transform(kept.clip, lost.clip, at->clip.begin(), between);
     std::transform(kept.values, kept.values + value_count_, lost.values, at->values, between);
+    // Nothing that comes later asks: planes are measured, and its place in the window is worked out when it is needed.
     at->outside = 0;
     at->drawable = false;
     return at;
@@ -124,6 +131,7 @@ void clipper::cut(polygon& shape, vertex_store& store) const
     for (uint32_t plane = first_cutting(*corners[0], *corners[1], *corners[2]); planes >> plane != 0; ++plane) {
         if (planes >> plane & 1)
             cut_by(plane, shape, store);
+        // Fewer than three corners enclose nothing.
         if (shape.count < 3) {
             shape.count = 0;
             return;

@@ -1,7 +1,11 @@
 // Clipping: cuts polygons and lines to what can be drawn, in clip space.
 //
-// Depth and the user's planes are exact. Sideways a guard band, far wider than any viewport, keeps window
-// coordinates within range; what it lets through is cut pixel by pixel. What crosses nothing stays as it is.
+// Depth and the user's planes are exact. Sideways a guard band, far wider than any viewport, keeps window coordinates
+// within range; what it lets through is cut pixel by pixel. What crosses nothing stays as it is.
+//
+// In clip space, since a place behind the eye has a meaning there and none in the window: the first plane keeps w above
+// 0, so that what comes after it can be divided. The user's planes lie in world space; a vertex brings its distances
+// from them along (transform.h), which are interpolated like its other values. What is not a number counts as outside.
 #pragma once
 
 #include "device/raster/transform.h"
@@ -10,7 +14,8 @@
 
 namespace kalix::device::raster {
 
-// A triangle cut by at most 11 planes has at most 14 corners.
+// A plane that cuts takes corners away and adds two: one more than before at most. There is room for 11 such cuts; of a
+// polygon that more of the 13 planes cut, the corners beyond are left out.
 inline constexpr size_t corners_max = 14;
 
 struct polygon {
@@ -42,8 +47,8 @@ public:
     bool cut(vertex*& from, vertex*& to, vertex_store& store) const;
 
 private:
-    static constexpr uint32_t box_planes = 7;
-    static constexpr double smallest_w = 1.0 / (1 << 30);
+    static constexpr uint32_t box_planes = 7;             // w, near, far, and the guard band's four
+    static constexpr double smallest_w = 1.0 / (1 << 30); // above 0, so that 1 / w is finite
 
     // Gives the answer that all planes of the box would give, for numbers that are finite, when it is yes.
     bool is_well_inside(const std::array<double, 4>& at) const

@@ -1,6 +1,7 @@
 // Texture stages: how each combines its arguments into the colour that the next one sees.
 //
-// A stage is resolved once for a draw; a chain ends at its first disabled stage.
+// A stage is resolved once for a draw; a chain ends at its first disabled stage. Single precision, as texels and vertex
+// colours are by then; lanes_stages-inl.h has the same operations, many pixels at a time.
 #pragma once
 
 #include "device/raster/sampler.h"

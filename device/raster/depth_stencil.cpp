@@ -1,6 +1,10 @@
+// The layouts of the five formats, and what stencil operations do. What an operation gives is cut to the stencil's
+// bits; which of these are written is for the caller's mask to say.
+
 #include "device/raster/depth_stencil.h"
 
 namespace kalix::device::raster {
+// Bytes of a texel, where its depth begins, bits of depth, bits of stencil.
 depth_layout depth_layout_of(uint32_t format)
 {
     switch (format) {

@@ -1,7 +1,8 @@
 // Depth and stencil values: how each format stores them, and the tests.
 //
-// Depth lies in the high bits of a word, stencil in the low ones. Depths are compared as the integers that
-// the format stores.
+// Depth lies in the high bits of a word, stencil in the low ones. Depths are compared as the integers that the format
+// stores, so that what was drawn once is equal to itself when it is drawn again. Words are little-endian, of two bytes
+// or four.
 #pragma once
 
 #include "device/raster/numeric.h"
@@ -18,6 +19,7 @@ struct depth_layout {
     uint32_t stencil_bits = 0;
 };
 
+// Of a format that is no depth format, one of 0 bytes.
 depth_layout depth_layout_of(uint32_t format);
 
 constexpr uint32_t bit_mask(uint32_t bits)
@@ -43,7 +45,8 @@ inline void store_word(const depth_layout& layout, uint32_t word, std::byte* tex
         std::memcpy(texel, &word, 2);
 }
 
-// A depth of 0..1 as the nearest integer of the format, and the parts of a word.
+// A depth of 0..1 as the nearest integer of the format, and the parts of a word. In double precision: 32 bits of depth
+// fit its 53, and not a float's 24.
 inline double depth_scale(const depth_layout& layout)
 {
     return bit_mask(layout.depth_bits);

@@ -32,11 +32,13 @@ bool is_index_width(const svga3d_primitive_range& range)
            range.index_width == 4;
 }
 
-// Everything of one range that could be refused.
+// Everything of one range that could be refused. Indices are copied out here, once: what draws sees what was checked,
+// even where a draw writes to the surface that its indices lie in.
 draw_result plan_range(surface_store& surfaces, const svga3d_primitive_range& range, std::vector<uint32_t>& numbers,
                        planned_draw& out)
 {
     const uint64_t vertices = vertices_of(range.primitive_type, range.primitive_count);
+    // A range of no primitives has no vertices either, but its type is asked for all the same.
     const bool known = vertices_of(range.primitive_type, 1) != 0;
     if (!known || range.primitive_count > limits::primitives - out.primitives || !is_index_width(range))
         return draw_result::bad_range;
@@ -101,14 +103,17 @@ public:
     {
         if (what_.primitives == 0)
             return 0;
+        // Where a draw reads what it writes, the order of its pixels and vertices shows, and one thread keeps it.
         const uint32_t threads = workers && !setup_.feeds_back && !what_.reads_targets ? workers->count() : 1;
         if (threads == 1)
             return draw_alone();
         if (what_.primitives > worth_working_out)
+            // About four batches for each thread, so that none has long to wait at the end.
             return draw_shared(*workers, std::clamp(what_.primitives / (4 * threads), 128u, batch_primitives), 0);
         memory_.make_batches(1);
         batch& only = *memory_.batches[0];
         work_out(only, 0, what_.primitives);
+        // Few primitives may cover many pixels: worked out here, they are shared when they do.
         return only.pixels > worth_drawing ? draw_shared(*workers, batch_primitives, 1)
                                            : painted(only, what_.primitives, only, {0, 1, 0});
     }
@@ -135,8 +140,10 @@ private:
         const uint32_t threads = workers.count();
         const uint32_t count = (what_.primitives + size - 1) / size;
         const uint32_t places = std::min(count, 2 * threads + 4); // some threads may be that far ahead of others
+        // Those behind the places are the threads' own spare ones.
         memory_.make_batches(places + threads);
         batch_order order{count, places, threads, ready};
+        // A sum of integers is the same in any order.
         std::atomic<uint64_t> samples = 0;
         workers.run([&](uint32_t index) {
             for (batch_task task = order.next(index); task.step != batch_step::end; task = order.next(index)) {
@@ -158,6 +165,7 @@ private:
     {
         geometry_.begin(to);
         to.end = from;
+        // The last range that begins at or before it: ranges of no primitives begin where the next one does.
         auto range = std::ranges::upper_bound(what_.ranges, from, {}, &planned_range::first) - 1;
         for (; to.end < end && geometry_.room(to) != 0; ++range) {
             const uint32_t last = std::min(end, range->first + range->primitives);
@@ -239,6 +247,7 @@ draw_result draw_primitives(context& of, surface_store& surfaces,
     if (const draw_result result = raster::make_setup(of, surfaces, raster::are_transformed(declarations), setup);
         result != draw_result::done)
         return result;
+    // Kept by the workers from draw to draw; without them, as tests draw, made for this one.
     raster::draw_memory own;
     raster::draw_memory& memory = workers ? workers->memory() : own;
     raster::planned_draw planned;

@@ -1,4 +1,8 @@
 // Four doubles side by side, in two registers of two: lane by lane the same bits as one after the other.
+//
+// What vertices are worked out with: positions, colours, coordinates. Two doubles are what a register of the plainest
+// instruction sets holds, so that nothing has to be chosen for a machine. Sums keep the order that they are written in;
+// the build fuses no product with a sum (-ffp-contract=off).
 #pragma once
 
 #include <array>

@@ -1,3 +1,6 @@
+// One pixel in the general way. Values that vary come in double precision and are clamped here, pixel by pixel; colours
+// are single from then on.
+
 #include "device/raster/fragment.h"
 
 #include "device/raster/numeric.h"
@@ -16,6 +19,8 @@ color color_from(const varyings& values, uint32_t at)
 direction coordinates_of(const combiner_stage& stage, const varyings& values)
 {
     const uint32_t at = varying_coordinates + 4 * stage.coordinates;
+    // Divided at the pixel, not at the vertices: a quotient is not linear over a primitive. Over 0 it is infinite or no
+    // number, which to_integer() gives a texel.
     const double divisor = stage.projected ? values[at + stage.divisor] : 1;
     return stage.projected ? direction{values[at] / divisor, values[at + 1] / divisor, values[at + 2] / divisor}
                            : direction{values[at], values[at + 1], values[at + 2]};
@@ -27,6 +32,7 @@ color sampled(const combiner_stage& stage, const fragment& what)
     double detail = 0;
     if (what.right && stage.texture.needs_detail()) {
         const auto beside = [&](const varyings& values) {
+            // On the pixel's own face, even where the neighbour looks at another one: steps are measured there.
             return locate_on(stage.texture, here.face, coordinates_of(stage, values));
         };
         detail = detail_of(stage.texture, here, beside(*what.right), beside(*what.below));
@@ -37,6 +43,7 @@ color sampled(const combiner_stage& stage, const fragment& what)
 color textured(const draw_setup& setup, const fragment& what)
 {
     const color diffuse = color_from(*what.values, varying_diffuse);
+    // What comes before the first stage is the diffuse colour, which is the result as well when no stage is on.
     combiner_inputs inputs{setup.chain.constant, diffuse, diffuse, {}, color_from(*what.values, varying_specular)};
     for (uint32_t i = 0; i < setup.chain.count; ++i) {
         const combiner_stage& stage = setup.chain.stages[i];
@@ -50,6 +57,8 @@ color textured(const draw_setup& setup, const fragment& what)
     return result;
 }
 
+// Range fog needs the pixel's own place, since a distance is no plane over the window; the other kinds have their
+// factor or their depth from the vertices.
 double fog_share(const fog_state& fog, const varyings& values)
 {
     if (!fog.per_pixel)
@@ -101,6 +110,7 @@ private:
     {
         const depth_target& target = setup_.to.stencil;
         std::byte* const texel = target.view.texel(what_.x, what_.y);
+        // Loaded anew: a depth test may just have written the other part of the same word.
         const uint32_t word = load_word(target.layout, texel);
         const uint32_t before = stencil_of(target.layout, word);
         const uint32_t after = stencil_result(operation, before, setup_.stencil_reference, target.layout.stencil_bits);
@@ -137,7 +147,7 @@ double fog_factor(const fog_state& fog, double depth)
     case 2:
         return clamp01(exp_of(-(fog.density * depth) * (fog.density * depth)));
     case 3:
-        return clamp01((fog.end - depth) / (fog.end - fog.start));
+        return clamp01((fog.end - depth) / (fog.end - fog.start)); // no fog or all of it where both are the same
     default:
         return 1;
     }
@@ -150,6 +160,7 @@ void draw_fragment(const draw_setup& setup, const fragment& what, share& of)
         result = fogged(setup.fog, result, *what.values);
     if (setup.tests_alpha && !passes(setup.alpha_compare, result.a, setup.alpha_reference))
         return;
+    // Samples count what passes both tests, whether there is a colour target or not.
     if (!tests{setup, what}.run())
         return;
     ++of.samples;

@@ -1,7 +1,11 @@
 // Fragments: what happens to one pixel of a primitive, from its varying values to the targets.
 //
-// Everything that is the same for a whole draw is resolved in draw_setup; draw_fragment does the rest in the
-// order of the interface: texture stages, specular, fog, alpha test, stencil, depth, blending, mask.
+// Everything that is the same for a whole draw is resolved in draw_setup; draw_fragment does the rest in the order of
+// the interface: texture stages, specular, fog, alpha test, stencil, depth, blending, mask.
+//
+// This is the general way, which can do everything: the others (span.h) give its bytes, or colours within a level of
+// them. A setup belongs to one draw and is not changed while threads draw by it; a fragment's texels belong to the
+// thread whose row they lie in.
 #pragma once
 
 #include "device/raster/blend.h"
@@ -14,6 +18,7 @@
 
 namespace kalix::device::raster {
 
+// What happens to the stencil when its own test fails, when the depth test does, and when both pass.
 struct stencil_function {
     uint32_t compare = SVGA3D_CMP_ALWAYS, fail = 0, depth_fail = 0, pass = 0;
 };
@@ -63,13 +68,15 @@ struct draw_setup {
     bool tests_stencil = false;
     stencil_function front, back;
     uint32_t stencil_reference = 0, stencil_mask = ~0u, stencil_write_mask = ~0u;
-    uint32_t varying_count = varying_coordinates; // of the values that are walked
+    uint32_t varying_count = varying_coordinates; // values of a vertex that vary; without those of stages not in use
     spans_function draws_spans = nullptr;         // null: only pixel by pixel
     spans_function draws_lanes = nullptr;         // what it calls where no whole rows can be moved
+    // Which of these a triangle works out planes for: those that the chosen way looks at.
     std::array<uint8_t, varying_count_max> walked{};
     uint32_t walked_count = 0;
-    stage_factors factors; // of the one stage that plain draws have
-    bool plain = false;    // one texture joined with the diffuse colour, blended by its alpha at most
+    // What span.cpp notes: the factors of the one stage that a plain draw has, and whether it is one.
+    stage_factors factors;
+    bool plain = false; // one texture joined with the diffuse colour, blended by its alpha at most
 };
 
 // Resolves a context's state for vertices of a kind; the result that refuses the draw instead when something is not

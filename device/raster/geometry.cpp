@@ -1,3 +1,5 @@
+// Shapes of primitives: their vertices first, in groups, and then each primitive cut, culled and put into the window.
+
 #include "device/raster/geometry.h"
 
 #include "device/raster/numeric.h"
@@ -10,6 +12,7 @@ namespace {
 constexpr int subpixel_shift = 8; // of 1/256 pixel
 constexpr int64_t half_pixel = 1 << (subpixel_shift - 1);
 
+// A pixel's centre lies at a whole coordinate: rounding down and up gives the first centre on either side.
 int64_t pixel_down(int64_t fixed)
 {
     return fixed >> subpixel_shift;
@@ -81,6 +84,8 @@ void geometry::add(batch& to, std::span<const primitive> some) const
             const uint32_t number = some[i].numbers[corner];
             vertex_cache::place& kept = to.known.of(number);
             if (!to.known.knows(kept, number)) {
+                // The place may have been another vertex's of these same primitives; its address has been noted
+                // already.
                 to.known.put(kept, number, to.vertices.take());
                 fresh[count++] = {number, kept.at};
             }
@@ -91,6 +96,7 @@ void geometry::add(batch& to, std::span<const primitive> some) const
     for (const fresh_vertex& each : made) {
         each.at->outside = clip_.outside(*each.at);
         each.at->drawable = false;
+        // Of a vertex that a plane loses, 1 / w may not be finite.
         if (each.at->outside == 0)
             place(state_, *each.at);
     }
@@ -100,6 +106,7 @@ void geometry::add(batch& to, std::span<const primitive> some) const
 
 void geometry::add(batch& to, const primitive& what, const corners_of& corners) const
 {
+    // Of the whole primitive's corner, whether clipping leaves it or not.
     const double* const colors = flat_ ? corners[what.flat]->values : nullptr;
     if (what.corners == 3)
         add_triangle(to, corners, colors);
@@ -109,7 +116,8 @@ void geometry::add(batch& to, const primitive& what, const corners_of& corners) 
         add_point(to, corners[0], false, colors);
 }
 
-// Puts what clipping has left into the window; false when it is beyond what can be drawn.
+// Puts what clipping has left into the window; false when one corner is beyond what can be drawn, and with it the
+// shape.
 bool geometry::put_into_window(std::span<vertex* const> corners) const
 {
     for (vertex* const each : corners) {
@@ -141,13 +149,15 @@ void geometry::add_triangle(batch& to, const corners_of& corners, const double* 
         add_polygon(to, left, corners, flat);
 }
 
-// A polygon that clipping has left, as a fan of triangles, or as the outline or corners of the whole.
+// A polygon that clipping has left, as a fan of triangles, or as the outline or corners of the whole: edges that a
+// plane has made are no part of an outline. Its side is that of what is left, since a lost corner may have no place.
 void geometry::add_polygon(batch& to, std::span<vertex* const> corners, const corners_of& whole,
                            const double* flat) const
 {
     int64_t area = 0;
     for (size_t i = 2; i < corners.size(); ++i)
         area += doubled_area(corners[0]->window, corners[i - 1]->window, corners[i]->window);
+    // With y down a positive area is clockwise as seen.
     const bool back_face = (area > 0) != front_is_clockwise_;
     if (area == 0 || is_culled(back_face))
         return;

@@ -1,9 +1,10 @@
 // Geometry: from vertices by number to shapes in the window, ready for any thread to draw.
 //
-// Primitives are worked out a batch at a time. A batch keeps its shapes in their order, and the vertices that
-// they point at, until it is cleared; its memory, which never grows, stays for the batches to come, and what does
-// not fit goes into another batch. Vertices transformed last are
-// found again by number, since neighbours in a mesh share them.
+// Primitives are worked out a batch at a time. A batch keeps its shapes in their order, and the vertices that they
+// point at, until it is cleared; its memory, which never grows, stays for the batches to come, and what does not fit
+// goes into another batch. Vertices transformed last are found again by number, since neighbours in a mesh share them.
+//
+// Culling, fill modes and flat shading are decided here, so that what draws shapes knows triangles, lines and points.
 #pragma once
 
 #include "device/raster/clip.h"
@@ -14,6 +15,7 @@
 
 namespace kalix::device::raster {
 
+// Its vertices and its flat values lie in the batch that it is part of.
 struct window_shape {
     std::array<vertex*, 3> at;
     const double* flat;  // the values that a flat primitive takes its colours from; null: smooth
@@ -49,12 +51,16 @@ public:
     void put(place& in, uint32_t number, vertex* at) { in = {number, generation_, at}; }
 
 private:
+    // A vertex that loses its place to another number stays in the batch, and is worked out once more when it is asked
+    // for.
     std::array<place, 512> places_{};
     uint32_t generation_ = 0;
 };
 
 // What some primitives of a draw became.
 struct batch {
+    // Eight for each of the 1024 primitives that draw.cpp takes at a time; what clipping makes more of goes on in
+    // another batch.
     static constexpr size_t shapes_max = 8192;
 
     batch() { shapes.reserve(shapes_max); }

@@ -1,4 +1,10 @@
 // Interpolation over a triangle: every value is a plane over the window, in double precision.
+//
+// A value over w is linear in the window, and so is 1 / w: their quotient at a pixel is the value, correct in
+// perspective. Where all corners have one w, the values themselves are linear and nothing is divided. Depth is linear
+// as it is. The planes begin at the triangle's first corner and not at the window's, which keeps the terms small; all
+// ways of drawing work out a plane by the same operations in the same order, so that all find the same depths and
+// texels.
 #pragma once
 
 #include "device/raster/numeric.h"

@@ -1,3 +1,9 @@
+// Rows of spans in lanes: depth and stencil here, colours by the shading that the draw's state chose.
+//
+// The vector library includes this file once for each instruction set (the build names it), each time with its own
+// HWY_NAMESPACE; the headers "-inl.h" are made for that, by guards that are turned with every set. At the end, once,
+// the function for the machine that runs is chosen.
+
 #include "device/raster/lanes.h"
 
 // What follows is built once for each instruction set.
@@ -26,6 +32,8 @@ public:
     // Asks for a row's memory before its turn: the next row lies a whole pitch away, where no machine looks by itself.
     HWY_INLINE void fetch(const span& what) const
     {
+        // A cache line of 64 bytes has 16 pixels; the first lines of a row are enough, since within a row memory comes
+        // by itself.
         constexpr int64_t line_pixels = 16, ahead = 16 * line_pixels;
         const auto y = static_cast<uint32_t>(what.y);
         for (int64_t x = what.left; x < HWY_MIN(what.right, what.left + ahead); x += line_pixels) {
@@ -53,7 +61,9 @@ public:
         const auto pixels = static_cast<size_t>(what.right - what.left);
         uint64_t drawn = 0;
         for (size_t i = 0; i < pixels; i += lane_count) {
+            // The last lanes of a span may be fewer: masks keep what is read, tested and counted to these.
             const size_t count = HWY_MIN(lane_count, pixels - i);
+            // Exact, as each pixel's own distance from the first corner is: both are whole steps of 1/256 pixel.
             const real_lanes right = hn::Iota(reals, left + static_cast<double>(i));
             depth_test::result tested{hn::FirstN(words, count), hn::Zero(words)};
             if (setup_.tests_depth)
@@ -63,6 +73,8 @@ public:
             if (HWY_LIKELY(!hn::AllFalse(words, tested.passed))) {
                 const float_lanes index = hn::Iota(floats, static_cast<float>(i));
                 const word_mask put = row.put(right, index, tested.passed, color, count);
+                // Written last, since the alpha test, a part of putting, has a say. With a stencil there is no alpha
+                // test in lanes, and both have been written as one word.
                 if (setup_.tests_depth && !setup_.tests_stencil)
                     depth_.write(tested.written, put, tested_texels, count);
                 drawn += hn::CountTrue(words, put);
@@ -92,7 +104,7 @@ private:
     stencil_test stencil_;
     shading shading_;
     bool tests_;
-    const image_view& tested_; // what holds depth and stencil
+    const image_view& tested_; // what holds depth and stencil: one image, when both are tested
 };
 
 template <typename shading>

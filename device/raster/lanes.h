@@ -9,7 +9,8 @@
 
 namespace kalix::device::raster {
 
-// What draws spans for the setup's state with the instruction set in use.
+// What draws spans for the setup's state with the instruction set in use. The state is one that span.cpp has found to
+// fit; plain draws have functions of their own, one for each way of sampling.
 spans_function lanes_for(const draw_setup& setup);
 
 } // namespace kalix::device::raster

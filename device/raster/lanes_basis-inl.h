@@ -1,6 +1,9 @@
 // What lanes are made of: vectors of one number a pixel, their memory, and colours of them.
 //
-// Built again for each instruction set.
+// A vector has as many lanes as a register takes doubles, eight at most; floats and words of as many lanes fill half of
+// one, so that a pixel is the same lane in all of them. Memory is that of 32-bit or 16-bit texels, and nothing behind
+// the pixels of a span is read or written: what follows a row's last one may be another thread's row, or no memory of
+// the image. Built again for each instruction set.
 
 #include "device/raster/numeric.h"
 
@@ -42,6 +45,7 @@ HWY_INLINE word_lanes load_words(const std::byte* from, size_t count)
 {
     if (HWY_LIKELY(count == lane_count))
         return hn::LoadU(words, reinterpret_cast<const uint32_t*>(from));
+// The library numbers better sets lower: from this one on, lanes can be left out of a load. The others copy.
 #if HWY_TARGET <= HWY_AVX2
     return hn::MaskedLoad(hn::FirstN(words, count), words, reinterpret_cast<const uint32_t*>(from));
 #else
@@ -80,7 +84,7 @@ HWY_INLINE void store_halves(word_lanes value, word_mask which, std::byte* to, s
     }
 }
 
-// All lanes or none.
+// All lanes or none: a question that is the same for the whole draw, as a mask.
 HWY_INLINE word_mask when(bool all)
 {
     return hn::Ne(hn::Set(words, all ? 1 : 0), hn::Zero(words));
@@ -94,7 +98,8 @@ HWY_INLINE word_lanes nearest_words(real_lanes v)
     return hn::TruncateTo(words, hn::BitCast(bits, hn::Add(v, hn::Set(reals, rounding_magic))));
 }
 
-// Into low..high; what is not a number becomes low.
+// Into low..high; what is not a number becomes low. Comparisons and choices instead of minima, which give what is not a
+// number differently with each set.
 HWY_INLINE real_lanes into(real_lanes v, real_lanes low, real_lanes high)
 {
     const real_lanes raised = hn::IfThenElse(hn::Gt(v, low), v, low);
@@ -140,6 +145,7 @@ HWY_INLINE colors mix(const colors& from, const colors& to, float_lanes share)
     return {mix(from.r, to.r, share), mix(from.g, to.g, share), mix(from.b, to.b, share), mix(from.a, to.a, share)};
 }
 
+// Truncated after a half was added: the nearest, halves up, as the general way packs (state/format.cpp).
 HWY_INLINE word_lanes byte_of(float_lanes channel)
 {
     const float_lanes scaled_up = hn::Add(hn::Mul(channel, hn::Set(floats, 255)), hn::Set(floats, 0.5f));

@@ -26,6 +26,8 @@ HWY_INLINE real_lanes log2_of(real_lanes value)
     constexpr uint64_t one_half = uint64_t{1022} << 52;
     constexpr uint64_t as_integer = uint64_t{1075} << 52; // of a double, whose fraction then counts in ones
     const auto word = hn::BitCast(bits, value);
+    // An exponent becomes a number without a conversion, which not every set has for 64 bits: as the lowest bits of
+    // 2^52.
     const real_lanes biased = hn::BitCast(reals, hn::Or(hn::ShiftRight<52>(word), hn::Set(bits, as_integer)));
     real_lanes exponent = hn::Sub(biased, hn::Set(reals, 0x1p52 + 1022));
     const auto fraction = hn::And(word, hn::Set(bits, fraction_mask));
@@ -48,6 +50,7 @@ struct coordinate_steps {
     real_lanes s, t, right_s, right_t, below_s, below_t;
 };
 
+// A step's length in texels, squared: its logarithm is halved later, which saves the root.
 HWY_INLINE real_lanes squared_step(const image_view& first, real_lanes ds, real_lanes dt)
 {
     const real_lanes across = hn::Mul(ds, hn::Set(reals, first.width));
@@ -55,7 +58,7 @@ HWY_INLINE real_lanes squared_step(const image_view& first, real_lanes ds, real_
     return hn::Add(hn::Mul(across, across), hn::Mul(down, down));
 }
 
-// 0 and less magnify.
+// 0 and less magnify. A step of no length has no logarithm: -1024 stands for it, as in sampler.cpp.
 HWY_INLINE real_lanes detail_of(const sampler& from, const coordinate_steps& at)
 {
     const image_view& first = from.image(0, 0);
@@ -74,7 +77,7 @@ HWY_INLINE colors chosen_from(word_mask first, const colors& a, const colors& b)
             hn::IfThenElse(which, a.a, b.a)};
 }
 
-// The minified colours, each lane's from its own level.
+// The minified colours, each lane's from its own level; those of lanes that are not wanted are not used.
 HWY_INLINE colors sampled_levels(const sampler& from, word_lanes level, word_mask wanted, const coordinate_steps& at)
 {
     colors result = unpacked_bytes(hn::Zero(words));
@@ -105,6 +108,7 @@ HWY_NOINLINE colors sampled_with_detail(const sampler& from, const texture_lanes
     const word_lanes zero = hn::Zero(words);
     const word_mask minified = hn::And(drawn, above_zero(detail));
     colors result = unpacked_bytes(zero);
+    // Looked up only when some lane magnifies.
     if (!hn::AllFalse(words, hn::AndNot(minified, drawn)))
         result = first.filtered(from.magnify, at.s, at.t);
     if (hn::AllFalse(words, minified))
@@ -112,6 +116,7 @@ HWY_NOINLINE colors sampled_with_detail(const sampler& from, const texture_lanes
     if (from.between_levels == SVGA3D_TEX_FILTER_NONE)
         return chosen_from(minified, first.filtered(from.minify, at.s, at.t), result);
     if (from.between_levels == SVGA3D_TEX_FILTER_NEAREST) {
+        // Halves up, as the general way: nearest_words() alone would take ties to even.
         const word_lanes level = nearest_words(hn::Floor(hn::Add(wanted, hn::Set(reals, 0.5))));
         return chosen_from(minified, sampled_levels(from, level, minified, at), result);
     }

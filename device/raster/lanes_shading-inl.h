@@ -1,8 +1,10 @@
 // Shading: the colours of a row's lanes, from the planes of a triangle to the target's pixels.
 //
-// Plain shading is one texture or none, joined with the diffuse colour and blended by its alpha at most. Full
-// shading has all texture stages, specular, fog, the alpha test, every blend function and the colour mask. Built
-// again for each instruction set.
+// Plain shading is one texture or none, joined with the diffuse colour and blended by its alpha at most. Full shading
+// has all texture stages, specular, fog, the alpha test, every blend function and the colour mask. Coordinates, w and
+// fog's depth are in double precision, so that texels are the general way's; colours are single from a span's first
+// pixel on. Which pixels come together must not show, so a colour depends on its place in the span and not in the
+// vector. Built again for each instruction set.
 
 #include "device/raster/interpolator.h"
 #include "device/raster/lanes_levels-inl.h"
@@ -101,6 +103,7 @@ HWY_INLINE colors read_pixels(const std::byte* from, size_t count, uint32_t hidd
     return scaled(unpacked_bytes(hn::Or(load_words(from, count), hn::Set(words, hidden))), 1 / 255.0f);
 }
 
+// Asks for the memory of the texel at a place, before its row's turn.
 HWY_INLINE void fetch_texel(const interpolator& at, uint32_t stage, const texture_lanes& from, double right,
                             double below)
 {
@@ -296,6 +299,7 @@ struct full_shading {
             return texel;
         }
 
+        // The neighbours' coordinates, each divided by its own w: a step is measured where it leads.
         HWY_INLINE coordinate_steps steps_at(uint32_t stage, real_lanes right, real_lanes s, real_lanes t) const
         {
             const real_lanes beside = hn::Add(right, hn::Set(reals, 1));
@@ -324,6 +328,7 @@ struct full_shading {
         {
             const auto reference = hn::Set(floats, in.setup.alpha_reference);
             const uint32_t compare = in.setup.alpha_compare;
+            // As comparison in lanes_tests-inl.h: what the function lets pass is asked by three numbers, once.
             const word_mask less = hn::RebindMask(words, hn::Lt(alpha, reference));
             const word_mask equal = hn::RebindMask(words, hn::Eq(alpha, reference));
             const word_mask greater = hn::RebindMask(words, hn::Gt(alpha, reference));

@@ -1,6 +1,8 @@
 // What becomes of colours in lanes: texture stages, fog, blending, the mask.
 //
-// The rules are combiner.cpp's and blend.cpp's, a channel at a time. Built again for each instruction set.
+// The rules are combiner.cpp's and blend.cpp's, a channel at a time, with the same defaults for numbers that the
+// interface does not have. What the state chooses is a branch, since it is the same for all lanes and for the whole
+// draw. Built again for each instruction set.
 
 #include "device/raster/blend.h"
 #include "device/raster/combiner.h"

@@ -1,6 +1,8 @@
 // Depth and stencil tests in lanes: which pass, and what is written.
 //
-// The rules are fragment.cpp's and depth_stencil.cpp's. Built again for each instruction set.
+// The rules are fragment.cpp's and depth_stencil.cpp's, for the layouts that span.cpp lets through: depth alone in 16,
+// 24 or 32 bits, at bit 0 or at bit 8 of its word, and stencil in the 8 bits below. Built again for each instruction
+// set.
 
 #include "device/raster/interpolator.h"
 #include "device/raster/lanes_basis-inl.h"
@@ -18,7 +20,7 @@ HWY_BEFORE_NAMESPACE();
 namespace kalix::device::raster {
 namespace HWY_NAMESPACE {
 
-// An svga3d_compare, asked once what it lets pass.
+// An svga3d_compare, asked once what it lets pass: every compare function is a choice of less, equal and greater.
 struct comparison {
     word_mask less, equal, greater; // all lanes or none
 
@@ -56,6 +58,7 @@ struct depth_test {
     HWY_INLINE result run(real_lanes depth, const std::byte* texels, size_t count) const
     {
         const real_lanes inside = into(hn::Add(depth, bias), hn::Zero(reals), hn::Set(reals, 1));
+        // By the operations of quantized_depth(), so that depths are the same words whatever way a draw takes.
         const word_lanes here = nearest_words(hn::Mul(inside, scale));
         const depth_layout& layout = target.layout;
         const bool wide = layout.bytes == 4;
@@ -63,6 +66,7 @@ struct depth_test {
         const bool shifts = layout.depth_shift != 0; // by 8, over the stencil's bits
         const word_lanes there = shifts ? hn::ShiftRight<8>(held) : held;
         const word_mask passed = hn::And(compare(here, there), hn::FirstN(words, count));
+        // The bits below the depth stay: stencil, or what means nothing.
         const word_lanes kept = hn::And(held, hn::Set(words, 255));
         return {passed, shifts ? hn::Or(hn::ShiftLeft<8>(here), kept) : here};
     }

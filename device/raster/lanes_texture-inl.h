@@ -1,6 +1,8 @@
 // Textures of 32-bit texels, looked up for each lane.
 //
-// Built again for each instruction set.
+// The rules are sampler.cpp's, for flat textures of at most 2^13 texels a side (span.cpp), so that positions in 2^-16
+// texels and offsets in bytes fit 32-bit lanes. Channels are 0 to 255 until a shading scales them. Built again for each
+// instruction set.
 
 #include "device/raster/lanes_basis-inl.h"
 #include "device/raster/rows.h"
@@ -39,6 +41,9 @@ struct texture_axis {
         wraps = mirrors || mode == SVGA3D_TEX_ADDRESS_WRAP;
         folds = wraps && !std::has_single_bit(side);
         mask = hn::Set(ints, static_cast<int32_t>(texels) - 1);
+        // Without a repetition a position is kept to one texel beyond either side, where the edge's colour is all there
+        // is. With one, powers of two repeat by the low bits alone, and other sides are folded before they become
+        // integers.
         period = static_cast<double>(texels) * one;
         scale = hn::Set(reals, static_cast<double>(side) * one);
         low = hn::Set(reals, wraps ? -position_limit : -static_cast<double>(one));
@@ -63,6 +68,8 @@ struct texture_axis {
             at = hn::IfThenElse(hn::Lt(at, hn::Zero(ints)), mask, at);
             at = hn::IfThenElse(hn::Gt(at, mask), hn::Zero(ints), at);
         }
+        // A period is the side and the side once more, backward: a texel's place is the smaller of those from both
+        // ends.
         if (mirrors)
             at = hn::Min(at, hn::Sub(mask, at));
         return hn::Min(hn::Max(at, hn::Zero(ints)), last);
@@ -74,6 +81,7 @@ private:
     {
         const real_lanes magic = hn::Set(reals, rounding_magic);
         const real_lanes whole = hn::Sub(hn::Add(at, magic), magic);
+        // The product may be a period off at its edges, since 1 / period is rounded; both are put right below.
         const real_lanes times = hn::Floor(hn::Mul(whole, hn::Set(reals, 1 / period)));
         const real_lanes once = hn::Set(reals, period);
         real_lanes rest = hn::Sub(whole, hn::Mul(times, once));
@@ -109,6 +117,7 @@ struct texture_lanes {
 
     HWY_INLINE word_lanes at(int_lanes column, int_lanes row) const
     {
+        // All lanes look up, also those that draw nothing: their columns and rows have been held to the texture.
         const int_lanes offset = hn::Add(hn::Mul(row, row_bytes), hn::ShiftLeft<2>(column));
         return hn::Or(hn::GatherOffset(words, texels, offset), opaque);
     }

@@ -1,3 +1,5 @@
+// The sums of light over a vertex, in the order of the lights: sums of doubles depend on their order.
+
 #include "device/raster/lighting.h"
 
 #include "device/raster/numeric.h"
@@ -38,6 +40,7 @@ vector3 times(const vector3& v, double w, const matrix64& m)
     return out;
 }
 
+// Without local viewer everything is seen from the same direction.
 constexpr vector3 far_viewer = {0, 0, -1}; // where it is
 
 vector3 halfway_between(const vector3& a, const vector3& b)
@@ -63,6 +66,7 @@ void make_source(const svga3d_light& from, const matrix64& view, light_source& m
     made.falloff = static_cast<double>(from.falloff);
     made.attenuation = {static_cast<double>(from.attenuation0), static_cast<double>(from.attenuation1),
                         static_cast<double>(from.attenuation2)};
+    // Angles are in radians and of the whole cone; cosines are compared, and fall as angles grow.
     made.cos_theta = cos_of(static_cast<double>(from.theta) / 2);
     made.cos_phi = cos_of(static_cast<double>(from.phi) / 2);
 }
@@ -73,6 +77,7 @@ double cone(const light_source& from, const vector3& travel)
     const double c = dot(from.travel, travel);
     if (c >= from.cos_theta)
         return 1;
+    // Asked so, what is not a number is dark.
     if (!(c > from.cos_phi))
         return 0;
     return power_of((c - from.cos_phi) / (from.cos_theta - from.cos_phi), from.falloff);
@@ -96,11 +101,13 @@ arrival arriving(const light_source& from, const vector3& at)
     const vector3 path = difference(from.position, at);
     const double distance = std::sqrt(dot(path, path));
     const vector3 toward = unit_of_length(path, distance);
+    // Beyond the range, or where either is not a number.
     if (!(distance <= from.range))
         return {0, toward};
     const auto& a = from.attenuation;
     const double divisor = a[0] + a[1] * distance + a[2] * distance * distance;
     const double attenuated = divisor > 0 ? 1 / divisor : 0;
+    // A light without a divisor above 0 gives nothing: it would be infinitely bright, or dark by a negative amount.
     return {from.spot ? attenuated * cone(from, scaled(toward, -1)) : attenuated, toward};
 }
 
@@ -150,6 +157,7 @@ void make_lighting(const context& of, const matrix64& view, bool shows_specular,
     for (uint32_t i = 0; i < SVGA3D_LIGHTS; ++i)
         if (of.light_enabled[i])
             make_source(of.lights[i], view, out.sources[out.count++]);
+    // The front's, for both sides.
     const svga3d_material& material = of.materials[0];
     out.diffuse = color_of(material.diffuse);
     out.specular = color_of(material.specular);
@@ -176,6 +184,7 @@ void light(const lighting_state& by, lit_vertex& vertex)
         const arrival here = arriving(source, vertex.position);
         ambient = ambient + source.ambient * here.strength;
         const double facing = dot(vertex.normal, here.toward);
+        // A surface that is turned away has neither diffuse light nor a highlight; ambient light reaches it.
         if (!(facing > 0))
             continue;
         diffuse = diffuse + source.diffuse * (here.strength * facing);
@@ -187,6 +196,7 @@ void light(const lighting_state& by, lit_vertex& vertex)
     const four& dim = chosen(by.source[2], by.ambient, vertex);
     const four& glowing = chosen(by.source[3], by.emissive, vertex);
     four lit = clamped01(glowing + dim * ambient + material * diffuse);
+    // Alpha is the diffuse material's, whatever shines on it.
     lit.high[1] = clamp01(material.high[1]);
     four shown = clamped01(shiny * specular);
     shown.high[1] = 0;

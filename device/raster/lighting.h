@@ -35,6 +35,7 @@ struct lighting_state {
     std::array<light_source, SVGA3D_LIGHTS> sources;
 };
 
+// Resolved once a draw: angles become cosines here, and what a directional light shares for all vertices is worked out.
 // The lights that are on, in view space.
 void make_lighting(const context& of, const matrix64& view, bool shows_specular, lighting_state& out);
 
@@ -42,6 +43,8 @@ struct lit_vertex {
     vector3 position, normal; // in view space
     four diffuse, specular;   // the vertex's colours before, and what the light makes of them after
 };
+// Sums up all lights and replaces the vertex's colours, each clamped to 0..1. The normal is taken as it is: making it
+// one of unit length is a state's affair (transform.h).
 void light(const lighting_state& by, lit_vertex& vertex);
 
 vector3 unit(const vector3& v); // 0 for a vector without length

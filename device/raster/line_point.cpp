@@ -1,4 +1,7 @@
 // Lines and points: one pixel per step of the longer axis, and squares of pixels around a centre.
+//
+// Pixel by pixel in the general way. They are rounded to pixels first and cut to the area then, and their fragments
+// have no neighbours: null steps mean that nothing is minified.
 
 #include "device/raster/numeric.h"
 #include "device/raster/primitives.h"
@@ -33,7 +36,7 @@ void make_flat(const triangle_state& state, varyings& out)
         std::copy_n(state.flat, uint32_t{varying_fog}, out.begin());
 }
 
-// Values at a fraction of a line, perspective-correct; colours of a flat primitive stay.
+// Values at a fraction of a line, perspective-correct: each end's weight is its part of the line over its w.
 void values_between(const draw_setup& setup, const triangle_state& state, const window_vertex& a,
                     const window_vertex& b, double t, varyings& out)
 {
@@ -72,14 +75,17 @@ void draw_line(const draw_setup& setup, const triangle_state& state, const windo
     const int64_t last = nearest_pixel(start + length);
     const int64_t step = last >= first ? 1 : -1;
     const pixel_rect& area = setup.to.area;
+    // The end is the first pixel that is not drawn: the last one, unless it counts.
     const steps drawn = cut({first, last + (last_pixel ? step : 0), step}, across ? area.left : area.top,
                             across ? area.right : area.bottom);
     varyings here;
     for (int64_t at = drawn.first; (drawn.end - at) * step > 0; at += step) {
+        // The first and the last pixel's centres may lie beyond the ends: their values are those of the ends.
         const double t = length != 0 ? clamp01((static_cast<double>(at) - start) / length) : 0;
         const int64_t other = nearest_pixel(across ? y0 + t * dy : x0 + t * dx);
         const int64_t x = across ? at : other;
         const int64_t y = across ? other : at;
+        // Each thread walks the whole line and draws its own rows.
         if (!holds(area, x, y) || !of.has(y))
             continue;
         values_between(setup, state, from, to, t, here);
@@ -92,6 +98,7 @@ void draw_line(const draw_setup& setup, const triangle_state& state, const windo
 
 pixel_rect point_pixels(const window_vertex& at, double size)
 {
+    // Centres from x - s/2 on and before x + s/2: both bounds are the first centre not below them.
     const auto first = [](double low) { return static_cast<int64_t>(std::ceil(low)); };
     const double x = pixels(at.x), y = pixels(at.y), half = size / 2;
     return {first(x - half), first(y - half), first(x + half), first(y + half)};

@@ -1,3 +1,7 @@
+// Series of a fixed number of terms, so that their operations and with them their bits are always the same. What they
+// leave out is below a double's last place. lanes_levels-inl.h has the logarithm's operations for many values at a
+// time.
+
 #include "device/raster/numeric.h"
 
 #include <numbers>
@@ -10,6 +14,7 @@ double log2_of(double value)
         return value > 0 ? 1100 : -1100;
     int exponent = 0;
     double mantissa = std::frexp(value, &exponent); // exact: splits the bits
+    // Into sqrt(1/2) to sqrt(2), on both sides of 1, where t is smallest.
     if (mantissa < std::numbers::sqrt2 / 2) {
         mantissa *= 2;
         --exponent;
@@ -27,12 +32,14 @@ double exp_of(double value)
 {
     if (std::isnan(value))
         return 0;
+    // e^800 is infinite and e^-800 is 0 in doubles, and the exponent below fits an int.
     const double scaled = clamped(value, -800, 800) / std::numbers::ln2;
     const double whole = std::floor(scaled + 0.5);
     const double rest = (scaled - whole) * std::numbers::ln2; // within half of ln 2
     double sum = 1;
     for (int term = 15; term >= 1; --term)
         sum = 1 + sum * rest / term;
+    // Exact but at the ends of what a double holds.
     return std::ldexp(sum, static_cast<int>(whole));
 }
 
@@ -46,6 +53,7 @@ double power_of(double base, double exponent)
 double cos_of(double angle)
 {
     constexpr double turn = 2 * std::numbers::pi;
+    // Keeps the turns that are taken away small beside what a double holds; no light's cone is that wide.
     if (!(std::fabs(angle) < 0x1p20))
         return 1;
     const double rest = angle - std::floor(angle / turn + 0.5) * turn; // within half a turn

@@ -1,7 +1,8 @@
 // Arithmetic that gives the same bits on every machine, and conversions that no value can break.
 //
-// Only sums, products, quotients and square roots are used, all of which IEEE 754 rounds in one way; the C
-// library's exponentials and logarithms differ between machines.
+// Only sums, products, quotients and square roots are used, all of which IEEE 754 rounds in one way; the C library's
+// exponentials and logarithms differ between machines. Conversions take any double: vertices and states are clients'
+// words, and a conversion of what an integer cannot hold is undefined.
 #pragma once
 
 #include <bit>

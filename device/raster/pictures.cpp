@@ -1,3 +1,5 @@
+// Which rows are pictures, and what a thread keeps of them (pictures.h); rows.h moves the texels.
+
 #include "device/raster/pictures.h"
 
 #include "device/raster/rows.h"
@@ -34,6 +36,8 @@ public:
     bool begin(const interpolator& at, const axis& across, bool filters)
     {
         const plane& u = at.value_plane(varying_coordinates);
+        // All that a column's place depends on. Both triangles of a rectangle have the same, if their planes come to
+        // the same bits; where they do not, the second one begins anew.
         const key asked{u.at, u.dx, at.right_of_origin(0), across.scale(), across.wraps(), filters};
         if (asked == key_)
             return false;
@@ -43,6 +47,7 @@ public:
     }
 
     // Works out what is missing of pixels left to right - 1.
+    // Vectors are as long as the widest picture's right edge: places are found by a pixel's own column.
     void reach(const axis& across, int64_t left, int64_t right)
     {
         left = rounded_down(left);
@@ -78,6 +83,8 @@ private:
         bool operator==(const key&) const = default;
     };
 
+    // By the operations of a plane without growth downward, so that texels are the general way's. Filtering looks half
+    // a texel back: the left one of two is the one whose centre is not beyond.
     int64_t position(const axis& across, int64_t x) const
     {
         const int64_t at = across.position(key_.at + key_.dx * (static_cast<double>(x) + key_.origin));
@@ -97,6 +104,8 @@ private:
         const int64_t texel = at >> fraction_bits;
         const auto index = static_cast<size_t>(x);
         const auto share = static_cast<uint32_t>(at & (one - 1)) >> (fraction_bits - share_bits);
+        // Noted for all columns so far: one that is off by a part of a texel makes the row one to be picked or
+        // filtered.
         follows_ = follows_ && at == anchor_ + (x - anchor_x_) * one;
         first_[index] = static_cast<int32_t>(across.texel(texel));
         second_[index] = static_cast<int32_t>(across.texel(texel + 1));
@@ -120,6 +129,7 @@ public:
     std::pair<const std::byte*, const std::byte*> both(const texel_row& upper, const texel_row& lower,
                                                        const columns& at, int64_t left, int64_t right)
     {
+        // Which of the two places is the upper row's: the one that has it, or the one that does not have the lower row.
         const bool second = rows_[1].from == upper.texels || rows_[0].from == lower.texels;
         const std::byte* const first = filtered(second, upper, at, left, right);
         const bool same = upper.texels == lower.texels;
@@ -140,6 +150,7 @@ private:
         std::vector<std::byte>& out = pixels_[which];
         if (out.size() < static_cast<size_t>(right) * 4)
             out.resize(static_cast<size_t>(right) * 4);
+        // What is kept is one run of pixels; one that does not touch it begins anew.
         if (in.from != row.texels || right < in.begin || left > in.end)
             in = {row.texels, left, left};
         const auto filter = [&](int64_t from, int64_t to) {
@@ -177,6 +188,8 @@ bool needs_white(const stage_factors& how)
 // Whether a span's pixels are texels of one row, at columns that all rows share.
 bool is_picture(const draw_setup& setup, const interpolator& at)
 {
+    // Affine, u without growth downward and v without growth to the right: every row takes texels of one row, and all
+    // rows take the same columns.
     return at.is_affine() && !setup.tests_depth && setup.factors.rgb.texture && !setup.feeds_back &&
            at.value_plane(varying_coordinates).dy == 0 && at.value_plane(varying_coordinates + 1).dx == 0 &&
            (!needs_white(setup.factors) || is_white(at));
@@ -185,6 +198,7 @@ bool is_picture(const draw_setup& setup, const interpolator& at)
 // What a thread keeps from row to row of a draw: its one texture, and what it does with it.
 struct picture {
     texture from;
+    // Where the stage's alpha is not the texture's it is the vertices', and of a picture that is 1 (is_white()).
     uint32_t alpha;  // bits to be set in texels
     uint32_t hidden; // in what lies under them
     image_view to;
@@ -213,6 +227,7 @@ class picture_drawer {
 public:
     void begin(const draw_setup& setup, bool filters, bool blends)
     {
+        // The pool's hand-over of the work orders this read behind forget_pictures().
         const uint64_t draw = draws.load(std::memory_order_relaxed);
         if (what_ && draw == draw_)
             return;

@@ -1,8 +1,11 @@
 // Pictures: spans whose pixels are texels of one row, moved in the ways of rows.h.
 //
-// A textured rectangle along the axes, without a depth test and of a colour that changes nothing, is what a
-// driver shows windows, sprites and frames with. Each thread keeps where the pixels of a picture lie in its
-// texture, for all rows and both triangles, and the rows filtered last.
+// A textured rectangle along the axes, without a depth test and of a colour that changes nothing, is what a driver
+// shows windows, sprites and frames with. Each thread keeps where the pixels of a picture lie in its texture, for all
+// rows and both triangles, and the rows filtered last.
+//
+// What is kept belongs to one thread, needs no lock and lives as long as the thread; it holds addresses of textures
+// only from the draw that found them to the next one that may move rows (forget_pictures()).
 #pragma once
 
 #include "device/raster/span.h"

@@ -13,6 +13,7 @@ namespace kalix::device::raster {
 // Twice the signed area, in 1/256 pixel squared; positive for corners that follow each other clockwise as seen.
 int64_t doubled_area(const window_vertex& a, const window_vertex& b, const window_vertex& c);
 
+// What is the same for all pixels of a shape; the depth biases are in depths of 0..1.
 struct triangle_state {
     bool back_face = false;
     double depth_bias = 0, slope_bias = 0;

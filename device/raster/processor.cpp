@@ -1,3 +1,5 @@
+// The vector library's own list of sets.
+
 #include "device/raster/processor.h"
 
 #include <hwy/highway.h>

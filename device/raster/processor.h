@@ -1,6 +1,7 @@
 // Instruction sets: which ones the device's pixel work was built for, and which this machine takes.
 //
-// The best that the machine offers is chosen by itself; the pictures are the same bytes with every one.
+// The best that the machine offers is chosen by itself; the pictures are the same bytes with every one, which tests
+// compare by this module.
 #pragma once
 
 #include <cstdint>

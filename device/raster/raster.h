@@ -1,7 +1,12 @@
 // Drawing: what CLEAR and DRAW_PRIMITIVES do to the targets of a context.
 //
-// Reads a context's state and the surfaces that it names, writes its targets and its query's count.
-// Nothing but memory is kept between calls. Called by the device's fetching thread.
+// Reads a context's state and the surfaces that it names, writes its targets and its query's count. Nothing but memory
+// is kept between calls. Called by the device's fetching thread.
+//
+// The way of a draw: draw.cpp asks everything that could refuse it and cuts it into batches; vertex_fetch, transform,
+// lighting, clip and geometry make shapes in the window of them; triangle and line_point find their pixels; span
+// chooses between whole rows (pictures, rows), many pixels at a time (lanes) and single ones (fragment), which all have
+// the same rules. Lack of memory is thrown as std::bad_alloc before the first pixel is drawn.
 #pragma once
 
 #include "device/state/context.h"

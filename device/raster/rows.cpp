@@ -1,3 +1,9 @@
+// The moving of rows, built once for each instruction set, and at the end the functions that choose between these.
+//
+// Vectors are of up to 16 pixels. A run that is no whole number of them ends with a vector that lies over the one
+// before, which draws the same pixels once more; a run shorter than a vector goes through a copy on the stack or pixel
+// by pixel.
+
 #include "device/raster/rows.h"
 
 #include <algorithm>
@@ -100,7 +106,7 @@ vector joined(half_vector even, half_vector odd)
     return hn::BitCast(d, hn::Or(even, hn::ShiftLeft<8>(odd)));
 }
 
-// v / 255, rounded to nearest, for v of at most 255 x 255.
+// v / 255, rounded to nearest, for v of at most 255 x 255: (v + 128) x 257 / 65536.
 half_vector divided(half_vector v)
 {
     return hn::MulHigh(hn::Add(v, hn::Set(d16, 128)), hn::Set(d16, 257));
@@ -126,10 +132,12 @@ using column_vector = hn::Vec<column_numbers>;
 constexpr column_numbers di;
 
 // Where a vector's worth of texels begins that holds these columns, or most, and ends so many before the row does.
+// Between two seams of a texture columns grow or fall steadily, so that the first and the last say where it is.
 size_t window_of(const texel_row& row, const int32_t* columns, size_t margin)
 {
     const size_t lanes = hn::Lanes(d);
     const auto first = static_cast<size_t>(std::min(columns[0], columns[lanes - 1]));
+    // Moved back where it would reach behind the row: texels there are not read.
     return row.width >= lanes + margin ? std::min(first, row.width - lanes - margin) : 0;
 }
 
@@ -144,7 +152,8 @@ vector gathered(const texel_row& row, column_vector columns)
     return hn::GatherIndex(d, reinterpret_cast<const uint32_t*>(row.texels), columns);
 }
 
-// Texels by their columns, out of one vector where they lie close together.
+// Texels by their columns, out of one vector where they lie close together: one load and a permutation, where a gather
+// costs a load a lane.
 vector picked(const texel_row& row, const int32_t* columns)
 {
     const size_t window = window_of(row, columns, 0);
@@ -155,7 +164,7 @@ vector picked(const texel_row& row, const int32_t* columns)
     return gathered(row, column);
 }
 
-// From one to the other by shares, rounded to nearest.
+// From one to the other by shares, rounded to nearest: a difference of bytes and a share of 15 bits are signed halves.
 vector mixed(vector from, vector to, vector shares)
 {
     const auto by = hn::BitCast(di16, shares);
@@ -174,6 +183,7 @@ vector filtered(const texel_row& row, const int32_t* left, const int32_t* right,
     const auto second = hn::LoadU(di, right);
     const auto share = hn::LoadU(d, shares);
     const auto place = hn::Sub(first, hn::Set(di, static_cast<int32_t>(window)));
+    // 0 where the right texel follows the left one, which at the texture's edge it does not.
     const auto apart = hn::Xor(hn::Sub(second, first), hn::Set(di, 1));
     if (row.width <= hn::Lanes(d) || !hn::AllTrue(di, hn::Eq(hn::Or(beyond(place), apart), hn::Zero(di))))
         return mixed(gathered(row, first), gathered(row, second), share);
@@ -184,7 +194,7 @@ vector filtered(const texel_row& row, const int32_t* left, const int32_t* right,
 
 #endif
 
-// The first few pixels of what may end there.
+// The first few pixels of what may end there: a whole vector's load could leave the image.
 vector load_some(const std::byte* from, size_t count)
 {
     std::byte whole[block_pixels * 4] = {};

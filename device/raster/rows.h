@@ -1,7 +1,9 @@
 // Rows of 32-bit texels, moved whole: filled, copied, blended, picked or filtered.
 //
-// All work is in integers, so that the bytes are the same with every instruction set. Copies and blends give the
-// bytes of the general way; what is filtered is rounded twice, and stays within one level of the exact value.
+// All work is in integers, so that the bytes are the same with every instruction set. Copies and blends give the bytes
+// of the general way; what is filtered is rounded twice, and stays within one level of the exact value. Pixels lie at
+// addresses of whole words. Nothing is allocated, and nothing kept: pictures.h knows what is moved where, clear.cpp
+// fills by the same functions.
 #pragma once
 
 #include "device/raster/numeric.h"
@@ -32,9 +34,11 @@ public:
     {
     }
 
+    // In 2^-16 texels, of a coordinate of 0..1 across; the operations are sampler.cpp's.
     int64_t position(double coordinate) const { return to_integer(coordinate * scale_ * one, coordinate_limit); }
     bool wraps() const { return wraps_; }
     double scale() const { return scale_; } // texels across
+    // Inside for any position. Most lie inside already, and a side that is a power of two needs no division.
     size_t texel(int64_t at) const
     {
         if (static_cast<uint64_t>(at) < static_cast<uint64_t>(side_))
@@ -85,10 +89,11 @@ struct texel_row {
     size_t width;
 };
 
-// Takes one texel a pixel, setting the bits of alpha in each.
+// Takes one texel a pixel, setting the bits of alpha in each. As many pixels as there are columns.
 void pick_run(const texel_row& row, std::span<const int32_t> columns, std::byte* to, uint32_t alpha);
 
-// Shares of 0..1 are in 2^-15; a pixel's lies in both halves of its word.
+// Shares of 0..1 are in 2^-15, which one instruction multiplies by and rounds; a pixel's lies in both halves of its
+// word, since two channels are mixed at a time.
 inline constexpr int share_bits = 15;
 inline constexpr size_t block_pixels = 16; // rows that are filtered consist of whole blocks
 

@@ -1,3 +1,6 @@
+// Address modes, filters, cubes and levels. Any coordinate is a texel: what is not a number or too large becomes 0 or
+// the largest position (numeric.h), and address modes lead that into the texture or to the border.
+
 #include "device/raster/sampler.h"
 
 #include "device/raster/numeric.h"
@@ -17,6 +20,7 @@ int64_t addressed(uint32_t mode, int64_t at, int64_t side)
 {
     switch (mode) {
     case SVGA3D_TEX_ADDRESS_MIRROR: {
+        // The side and once more backward, again and again.
         const int64_t folded = modulo(at, 2 * side);
         return folded < side ? folded : 2 * side - 1 - folded;
     }
@@ -26,6 +30,7 @@ int64_t addressed(uint32_t mode, int64_t at, int64_t side)
     case SVGA3D_TEX_ADDRESS_BORDER:
         return at >= 0 && at < side ? at : outside;
     case SVGA3D_TEX_ADDRESS_MIRRORONCE:
+        // Texel -1 is texel 0 once more, so a mirror stands on the texture's edge and not on a texel.
         return std::min(at < 0 ? -1 - at : at, side - 1);
     default:
         return modulo(at, side);
@@ -82,6 +87,7 @@ struct pair_of_texels {
 
     pair_of_texels(double coordinate, uint32_t side)
     {
+        // Centres lie at halves: half a texel back is the distance from the first of the two.
         const int64_t position = in_texels(coordinate, side) - one / 2;
         first = position >> fraction_bits;
         share = static_cast<double>(position & (one - 1)) / one;
@@ -107,6 +113,7 @@ color linear(const sampler& from, const image_view& level, const texture_point& 
     return mixed(linear_slice(from, level, x, y, z.first), linear_slice(from, level, x, y, z.first + 1), z.share);
 }
 
+// An anisotropic filter is a linear one.
 color filtered(const sampler& from, uint32_t filter, uint32_t level, const texture_point& at)
 {
     const image_view& image = from.image(at.face, level);
@@ -127,6 +134,7 @@ constexpr cube_face cube_faces[SVGA3D_FACES] = {
     {{0, 1}, {1, -1}},  {{0, -1}, {1, -1}}, // +z, -z
 };
 
+// All six faces make a cube, whatever the surface's flags say: they are hints.
 texture_shape shape_of(const surface& bound)
 {
     const bool has_faces = std::ranges::none_of(bound.mip_levels, [](uint32_t levels) { return levels == 0; });
@@ -193,6 +201,7 @@ texture_point locate_on(const sampler& in, uint32_t face, const direction& coord
     if (in.shape != texture_shape::cube)
         return {0, s, t, r};
     const cube_face& axes = cube_faces[face];
+    // Towards a neighbour's face the quotient leaves 0..1 and goes on, as a step that is measured must.
     const double major = std::abs(coordinate[face / 2]);
     const auto across = [&](const cube_axis& axis) { return (axis.sign * coordinate[axis.of] / major + 1) / 2; };
     return {face, across(axes.s), across(axes.t), 0};
@@ -204,6 +213,7 @@ texture_point locate(const sampler& in, const direction& coordinate)
         return locate_on(in, 0, coordinate);
     uint32_t axis = 0;
     for (uint32_t other = 1; other < 3; ++other)
+        // Of equal ones the first: x before y before z.
         if (std::abs(coordinate[other]) > std::abs(coordinate[axis]))
             axis = other;
     return locate_on(in, 2 * axis + (coordinate[axis] < 0 ? 1 : 0), coordinate);
@@ -219,6 +229,7 @@ color sample(const sampler& from, const texture_point& at, double detail)
     const double wanted = clamped(detail, from.first_level, last);
     switch (from.between_levels) {
     case SVGA3D_TEX_FILTER_NONE:
+        // One level alone: the first that may be used, which need not be the largest.
         return filtered(from, from.minify, from.first_level, at);
     case SVGA3D_TEX_FILTER_NEAREST:
         return filtered(from, from.minify, static_cast<uint32_t>(wanted + 0.5), at);
@@ -238,6 +249,7 @@ double detail_of(const sampler& from, const texture_point& here, const texture_p
     const auto squared_length = [&](const texture_point& to) {
         const double s = (to.u - here.u) * first.width;
         const double t = (to.v - here.v) * first.height;
+        // A third coordinate may be there without being a step in a flat texture.
         const double r = from.shape == texture_shape::volume ? (to.w - here.w) * first.depth : 0;
         return s * s + t * t + r * r;
     };

@@ -1,7 +1,9 @@
 // Texture sampling: one stage's texture, and the colour at a coordinate.
 //
-// A texture is flat, a cube of six faces, or a volume. Coordinates in texels are rounded to the nearest 2^-16
-// before a texel is chosen. A texture that is not there samples 0, 0, 0, 1.
+// A texture is flat, a cube of six faces, or a volume. Coordinates in texels are rounded to the nearest 2^-16 before a
+// texel is chosen, so that a picture of equal size takes each texel once, although the coordinates of its pixels have
+// been rounded. A texture that is not there samples 0, 0, 0, 1. The general way, for all formats and address modes; a
+// sampler is made once a draw, has no state of its own after that, and is asked by all threads.
 #pragma once
 
 #include "device/raster/raster.h"
@@ -32,6 +34,8 @@ struct sampler {
     const image_view& image(uint32_t face, uint32_t level) const;
 };
 
+// Never fails: what cannot be sampled, or finds no memory, is a texture that is not there. Gives the surface its
+// memory.
 sampler make_sampler(const context& of, surface_store& surfaces, uint32_t stage);
 
 using direction = std::array<double, 3>; // s, t, r
@@ -41,6 +45,7 @@ struct texture_point {
     uint32_t face = 0;
     double u = 0, v = 0, w = 0;
 };
+// On the face of a cube that the largest component points at.
 texture_point locate(const sampler& in, const direction& coordinate);
 // The same on a given face, so that neighbours can be compared.
 texture_point locate_on(const sampler& in, uint32_t face, const direction& coordinate);
@@ -48,8 +53,8 @@ texture_point locate_on(const sampler& in, uint32_t face, const direction& coord
 // The colour there, at a level of detail (0 and less magnify).
 color sample(const sampler& from, const texture_point& at, double detail);
 
-// Level of detail of a step of one pixel to the right and one down: log2 of the longer of the two, in texels
-// of the first level.
+// Level of detail of a step of one pixel to the right and one down: log2 of the longer of the two, in texels of the
+// largest level (0), whatever level is the first that may be used, plus the bias.
 double detail_of(const sampler& from, const texture_point& here, const texture_point& right,
                  const texture_point& below);
 

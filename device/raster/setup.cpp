@@ -1,3 +1,6 @@
+// A context's state as a draw needs it: looked up, checked and decoded once, so that a pixel asks nothing twice. What
+// is not there or not done refuses the draw here.
+
 #include "device/raster/fragment.h"
 #include "device/raster/numeric.h"
 #include "device/raster/span.h"
@@ -10,6 +13,7 @@ namespace {
 void make_depth(const context& of, draw_setup& out)
 {
     const auto& states = of.render_states;
+    // Without the test nothing is written either, as the interface has it.
     out.tests_depth = states[SVGA3D_RS_ZENABLE] && out.to.depth.view;
     out.writes_depth = states[SVGA3D_RS_ZWRITEENABLE] != 0;
     out.depth_compare = states[SVGA3D_RS_ZFUNC];
@@ -22,6 +26,7 @@ void make_stencil(const context& of, draw_setup& out)
     out.front = {states[SVGA3D_RS_STENCILFUNC], states[SVGA3D_RS_STENCILFAIL], states[SVGA3D_RS_STENCILZFAIL],
                  states[SVGA3D_RS_STENCILPASS]};
     out.back = out.front;
+    // Reference and masks are the same for both sides.
     if (states[SVGA3D_RS_STENCILENABLE2SIDED])
         out.back = {states[SVGA3D_RS_CCWSTENCILFUNC], states[SVGA3D_RS_CCWSTENCILFAIL],
                     states[SVGA3D_RS_CCWSTENCILZFAIL], states[SVGA3D_RS_CCWSTENCILPASS]};
@@ -38,8 +43,11 @@ void make_fog(const context& of, bool transformed, fog_state& out)
     const uint32_t argb = states[SVGA3D_RS_FOGCOLOR];
     const auto channel = [argb](int shift) { return static_cast<float>(argb >> shift & 255) / 255.0f; };
     out.enabled = states[SVGA3D_RS_FOGENABLE] != 0;
+    // The word's bytes, lowest first: the function, whether per vertex (1) or pixel (2), whether by depth (1) or range
+    // (2).
     out.function = mode & 255;
     out.per_pixel = (mode >> 8 & 255) == 2 && out.function != 4;
+    // Transformed positions have no place in view space.
     out.by_range = ((mode >> 16 & 255) == 2 || states[SVGA3D_RS_RANGEFOGENABLE]) && !transformed;
     out.start = real(SVGA3D_RS_FOGSTART);
     out.end = real(SVGA3D_RS_FOGEND);
@@ -47,6 +55,7 @@ void make_fog(const context& of, bool transformed, fog_state& out)
     out.value = {channel(16), channel(8), channel(0), channel(24)};
 }
 
+// By ids, so that other faces and levels of a target count as well: that costs speed alone.
 bool feeds_back(const context& of, uint32_t stages)
 {
     for (uint32_t stage = 0; stage < stages; ++stage) {
@@ -65,6 +74,7 @@ void choose_walked(draw_setup& out)
         for (uint32_t i = first; i < first + count; ++i)
             out.walked[out.walked_count++] = static_cast<uint8_t>(i);
     };
+    // The general way asks for all of them; lanes and rows look at s and t of flat textures and at what is on.
     if (!out.draws_spans)
         return add(0, out.varying_count);
     add(varying_diffuse, 4);
@@ -84,6 +94,7 @@ draw_result make_setup(const context& of, surface_store& surfaces, bool transfor
     out.to = targets_of(of, surfaces);
     if (!out.to.any())
         return draw_result::no_target;
+    // Drawn all the same, the picture would be a wrong one: refused, it is counted.
     if (states[SVGA3D_RS_VERTEXBLEND] || of.bound_shaders[SVGA3D_SHADERTYPE_VS] != SVGA3D_INVALID_ID ||
         of.bound_shaders[SVGA3D_SHADERTYPE_PS] != SVGA3D_INVALID_ID)
         return draw_result::not_supported;

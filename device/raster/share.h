@@ -14,6 +14,7 @@ struct share {
 
     static constexpr int band_shift = 4; // rows of a band, as a power of two
 
+    // Bands count from the target's first row, so that a pixel falls to the same share in all batches of a draw.
     bool has(int64_t y) const { return static_cast<uint64_t>(y >> band_shift) % count == index; }
     // The first row of its own from y on, at least 0.
     int64_t first_from(int64_t y) const

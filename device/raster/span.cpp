@@ -1,3 +1,6 @@
+// Which way a draw takes. It depends on the state, on a triangle's shape and on a row's own width, never on the machine
+// or on the number of threads, since ways may differ by a level.
+
 #include "device/raster/span.h"
 
 #include "device/raster/lanes.h"
@@ -10,6 +13,7 @@ namespace {
 
 bool spans_on = true;
 
+// The two formats that lanes and rows know: b, g, r and a or an unused byte, in a word.
 bool has_words(const image_view& image)
 {
     return image.format_number == SVGA3D_X8R8G8B8 || image.format_number == SVGA3D_A8R8G8B8;
@@ -71,6 +75,7 @@ void draw_picture(const draw_setup& setup, const interpolator& at, std::span<con
     }
 }
 
+// Source alpha over what is there: the one blend function that plain draws have.
 bool blends_over(const output_state& output)
 {
     const auto is_over = [](const blend_function& f) {
@@ -103,6 +108,7 @@ bool repeats_or_goes_on(uint32_t address)
 // A texture that is missing, or a flat one of 32-bit texels whose places fit 31 bits.
 bool fits_lanes(const combiner_stage& stage)
 {
+    // Twice as many texels in 2^-16, for mirrored ones, still fit the lanes' 32-bit positions.
     constexpr uint32_t side_max = 1 << 13;
     const sampler& from = stage.texture;
     const image_view& image = from.image(0, 0);
@@ -162,6 +168,7 @@ spans_function choose_spans(draw_setup& setup)
     setup.draws_lanes = lanes_for(setup);
     if (!may_move_rows(setup))
         return setup.draws_lanes;
+    // Its textures may have been drawn to, transferred or given back since the draw before.
     forget_pictures();
     return draw_picture;
 }

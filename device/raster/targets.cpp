@@ -1,3 +1,5 @@
+// From a context's bindings to images, and the rectangle that all of them, the viewport and the scissor share.
+
 #include "device/raster/targets.h"
 
 #include "device/state/limits.h"
@@ -11,6 +13,7 @@ depth_target depth_target_of(const svga3d_image& name, surface_store& surfaces, 
 {
     const image_view view = surfaces.view(name);
     const depth_layout layout = depth_layout_of(view ? view.format_number : uint32_t{SVGA3D_FORMAT_INVALID});
+    // A depth target may have no stencil; a stencil target without one is none.
     const bool fits = layout.bytes != 0 && (!needs_stencil || layout.stencil_bits != 0);
     return fits ? depth_target{view, layout} : depth_target{};
 }
@@ -37,10 +40,12 @@ targets targets_of(const context& of, surface_store& surfaces)
 {
     targets found;
     found.color = surfaces.view(of.targets[SVGA3D_RT_COLOR0]);
+    // A surface that is there and cannot be drawn to is no target, as one that is not there.
     if (found.color && !found.color.format->target)
         found.color = {};
     found.depth = depth_target_of(of.targets[SVGA3D_RT_DEPTH], surfaces, false);
     found.stencil = depth_target_of(of.targets[SVGA3D_RT_STENCIL], surfaces, true);
+    // The extent bounds what rows and columns anything here can meet, however large a target is.
     found.area = intersection({0, 0, limits::extent, limits::extent}, pixels_of(of.viewport));
     if (of.render_states[SVGA3D_RS_SCISSORTESTENABLE])
         found.area = intersection(found.area, pixels_of(of.scissor));

@@ -1,4 +1,8 @@
 // Targets: what a context draws to, and the part of it that a command may touch.
+//
+// Looked up anew for each draw and clear, since bindings keep any id: what does not exist, or has a format that cannot
+// be drawn to, is as if it was not bound. Everything that draws stays inside area, which lies in every bound target,
+// and so needs to ask no more where a texel is.
 #pragma once
 
 #include "device/raster/depth_stencil.h"
@@ -13,6 +17,7 @@ struct pixel_rect {
 };
 
 pixel_rect intersection(const pixel_rect& a, const pixel_rect& b);
+// In 64 bits: a corner and a size of 32 bits each do not add up in as many.
 pixel_rect pixels_of(const svga3d_rect& rect);
 
 struct depth_target {

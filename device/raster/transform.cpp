@@ -1,3 +1,6 @@
+// What becomes of a vertex, step by step: its place in clip space, fog, colours and coordinates, and its place in the
+// window.
+
 #include "device/raster/transform.h"
 
 #include "device/raster/numeric.h"
@@ -37,6 +40,7 @@ matrix64 product(const matrix64& a, const matrix64& b)
 // The inverse transpose of the upper left 3 x 3 part, row by row; zeros when it has no inverse.
 std::array<double, 9> normal_matrix(const matrix64& m)
 {
+    // Rows and columns that go round give each cofactor its sign.
     const auto at = [&m](size_t row, size_t column) { return m[4 * (row % 3) + column % 3]; };
     std::array<double, 9> cofactors{};
     for (size_t row = 0; row < 3; ++row)
@@ -59,6 +63,7 @@ four locate_vertex(const transform_state& state, const four& position, vertex& o
     const four in_world = times(position, state.world);
     const four in_view = times(in_world, state.view);
     store_four(out.clip.data(), times(in_view, state.projection));
+    // In world space, where the user's planes are; interpolated like the values before them.
     for (uint32_t i = 0; state.varying_count + i < state.value_count; ++i)
         out.values[state.varying_count + i] =
             state.planes_enabled >> i & 1 ? distance_from(state.planes[i], in_world) : 0;
@@ -146,8 +151,10 @@ double point_size(const transform_state& state, uint64_t index, const placed& at
         const double distance = std::sqrt(dot(at.position, at.position));
         const auto& scale = state.point_scale;
         const double divisor = scale[0] + scale[1] * distance + scale[2] * distance * distance;
+        // Times the viewport's height in pixels: a size under scaling is a part of it.
         size *= 2 * state.half_height * std::sqrt(divisor > 0 ? 1 / divisor : 0);
     }
+    // The context's bounds first, and then the device's, which hold whatever the context says.
     return clamped(clamped(size, state.point_size_min, state.point_size_max), 0,
                    static_cast<double>(limits::point_size));
 }
@@ -193,8 +200,8 @@ int64_t nearest(double value)
     return whole - (static_cast<double>(whole) > up ? 1 : 0);
 }
 
-// A depth as it is, as far as planes through it stay finite: no sum of two floats lies further away. 0 for what is
-// not a number.
+// A depth as it is, as far as planes through it stay finite: no sum of two floats lies further away. 0 for what is not
+// a number. It is not clamped to 0..1 here: pixels are, so that a face which reaches beyond keeps its slope.
 double finite_depth(double depth)
 {
     constexpr double reach = 0x1p130;
@@ -258,6 +265,7 @@ transform_state made_transform(const context& of, const draw_setup& setup, const
     out.view = widened(of.transforms[SVGA3D_TRANSFORM_VIEW]);
     out.projection = widened(of.transforms[SVGA3D_TRANSFORM_PROJECTION]);
     make_lighting(of, out.view, shows_specular(setup), out.lighting);
+    // What is in the window already has no place that light could reach.
     out.lighting.enabled = out.lighting.enabled && !out.transformed;
     out.needs_normals = out.lighting.enabled;
     out.needs_position = out.lighting.enabled;
@@ -283,6 +291,8 @@ transform_state made_transform(const context& of, const draw_setup& setup, const
 
 void transform(const transform_state& state, std::span<const fresh_vertex> some)
 {
+    // Places of all first, and then the rest of all: the sums of one vertex wait for each other, those of several do
+    // not.
     std::array<four, together_max> in_view;
     for (size_t i = 0; i < some.size(); ++i)
         in_view[i] = locate_vertex(state, read_attribute(state.fetch->position, some[i].number), *some[i].at);
@@ -301,6 +311,7 @@ void place(const transform_state& state, vertex& at)
     double window_x = x;
     double window_y = y;
     double depth = z;
+    // A transformed position brings 1 / w in its fourth component.
     double inverse_w = w;
     if (!state.transformed) {
         inverse_w = 1 / w;
@@ -308,6 +319,7 @@ void place(const transform_state& state, vertex& at)
         window_y = state.top + (1 - y * inverse_w) * state.half_height;
         depth = state.z_min + z * inverse_w * state.z_range;
     }
+    // Compared so, what is not a number is not drawable.
     constexpr double reach = limits::extent;
     at.drawable = std::abs(window_x) < reach && std::abs(window_y) < reach && std::isfinite(inverse_w);
     if (at.drawable)

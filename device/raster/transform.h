@@ -1,4 +1,8 @@
 // Transform: from an attribute's numbers to a vertex in clip space, and from there to the window.
+//
+// In double precision, from the floats of vertices and states on, so that the rounding to 1/256 pixel is the one that
+// shows. A vertex is worked out once for primitives that share it in a batch. Nothing here fails: what comes out
+// infinite or as no number is clipped, or not drawable.
 #pragma once
 
 #include "device/raster/fragment.h"
@@ -30,6 +34,7 @@ struct transform_state {
     uint32_t planes_enabled; // bits, one for each plane
     std::array<std::array<double, 4>, SVGA3D_CLIP_PLANES> planes;
     std::array<double, 9> normals; // what takes normals to view space: the inverse transpose of world x view
+    // The viewport in pixels, y down; pixel centres lie at whole numbers.
     double left, top, half_width, half_height;
     double z_min, z_range;
     double point_size, point_size_min, point_size_max;

@@ -1,3 +1,8 @@
+// Triangles: which pixels of each row lie inside, and who draws them.
+//
+// Edge functions in 64-bit integers decide. Corners lie within 2^28 steps of 1/256 pixel to both sides of 0, so that
+// differences fit 30 bits and products 60. Each row is one span between its edges, found without a look at its pixels.
+
 #include "device/raster/span.h"
 
 #include <algorithm>
@@ -18,6 +23,7 @@ edge edge_between(const window_vertex& from, const window_vertex& to)
     const int64_t a = from.y - to.y;
     const int64_t b = to.x - from.x;
     const bool top_left = a > 0 || (a == 0 && b > 0);
+    // In integers, > 0 is >= 0 of one less: edges that do not own their pixels are moved by the smallest step.
     return {a, b, -(a * from.x + b * from.y) - (top_left ? 0 : 1)};
 }
 
@@ -31,6 +37,7 @@ public:
         step_ = e.b * subpixels;
         if (side_ == 0)
             return;
+        // By pixels: from one to the next the function grows by 256 a.
         divisor_ = (e.a > 0 ? e.a : -e.a) * subpixels;
         // To the right of the quotient rounded up, or to the left of it rounded down.
         const int64_t dividend = side_ > 0 ? -rest_ + divisor_ - 1 : rest_;
@@ -52,6 +59,7 @@ public:
             right = left;
     }
 
+    // By sums alone; the remainder stays in 0..divisor - 1, and carries into the quotient at most once.
     void next_row()
     {
         rest_ += step_;
@@ -83,6 +91,7 @@ public:
     span next()
     {
         span row{y_++, area_.left, area_.right};
+        // Rows of other threads are walked past as well: a step is a few sums, a start a division.
         for (edge_walk& e : edges_) {
             e.narrow(row.left, row.right);
             e.next_row();
@@ -116,6 +125,7 @@ void draw_pixels(const draw_setup& setup, const interpolator& at, bool back_face
         for (int64_t x = row.left; x < row.right; ++x) {
             at.values(x, row.y, here);
             if (steps) {
+                // Steps are measured between planes, also where the neighbour lies outside of the triangle.
                 at.values(x + 1, row.y, right_of);
                 at.values(x, row.y + 1, below);
             }
@@ -162,6 +172,7 @@ void draw_triangle(const draw_setup& setup, const triangle_state& state, std::ar
     if (area == 0)
         return;
     if (area < 0) {
+        // The planes and edges want clockwise corners; whether a face is seen from behind has been decided already.
         std::swap(corners[1], corners[2]);
         area = -area;
     }
@@ -169,6 +180,7 @@ void draw_triangle(const draw_setup& setup, const triangle_state& state, std::ar
     const pixel_rect& area_of_target = setup.to.area;
     const int64_t top = std::max(ceil_div(low, subpixels), area_of_target.top);
     const int64_t bottom = std::min(floor_div(high, subpixels) + 1, area_of_target.bottom);
+    // Before the planes are worked out: many triangles are low, and none of their rows may be this thread's.
     if (of.first_from(top) >= bottom)
         return;
     const interpolator at{setup, state, corners, area};

@@ -1,4 +1,7 @@
 // Vertices on their way to the screen, and the values that vary over a primitive.
+//
+// A vertex lies in its batch's store together with as many values as its draw has, and goes with the batch; shapes
+// point at it. It is written by the thread that works its batch out, before any other thread sees it.
 #pragma once
 
 #include <array>

@@ -1,3 +1,5 @@
+// The types of elements, the usages that fixed-function drawing reads, and indices.
+
 #include "device/raster/vertex_fetch.h"
 
 #include <algorithm>
@@ -35,12 +37,14 @@ attribute_value read_normalized(const std::byte* from)
     return load_four(value.data());
 }
 
+// Three numbers of ten bits, x in the lowest; they are not fractions.
 attribute_value read_udec3(const std::byte* from)
 {
     const auto word = load<uint32_t>(from);
     return four_of(word & 1023, word >> 10 & 1023, word >> 20 & 1023, 1);
 }
 
+// A fraction of 511, in two's complement; -512 counts as -1.
 double signed_ten_bits(uint32_t word, int shift)
 {
     const auto field = static_cast<int32_t>(word >> shift & 1023);
@@ -73,6 +77,7 @@ struct declaration_type {
 };
 
 constexpr declaration_type declaration_types[SVGA3D_DECLTYPE_MAX] = {
+    // By number, from 0 on: floats, a colour, bytes and shorts as they are, the same as fractions, ten bits, halves.
     {read_floats<1>, 4},
     {read_floats<2>, 8, reading::float2},
     {read_floats<3>, 12, reading::float3},
@@ -117,6 +122,7 @@ attribute* attribute_of(vertex_fetch& fetch, const svga3d_vertex_declaration& de
 
 bool attribute_holds(const attribute& a, uint64_t last)
 {
+    // Two factors of 32 bits: the product fits.
     return !a.start || (a.bytes <= a.room && last * a.stride <= a.room - a.bytes);
 }
 
@@ -185,6 +191,7 @@ draw_result make_fetch(surface_store& surfaces, std::span<const svga3d_vertex_de
     for (const svga3d_vertex_declaration& declaration : declarations) {
         if (declaration.type >= SVGA3D_DECLTYPE_MAX)
             return draw_result::bad_declaration;
+        // A declaration that nothing reads needs no array.
         attribute* const named = attribute_of(out, declaration);
         if (!named)
             continue;
@@ -212,10 +219,12 @@ std::optional<vertex_numbers> read_indices(surface_store& surfaces, const svga3d
             return vertex_numbers{};
         if (!are_numbers(0, count - 1, bias))
             return std::nullopt;
+        // Vertex i + bias is read; the bias is not negative here, since number 0 has passed.
         const auto first = static_cast<uint32_t>(bias);
         return vertex_numbers{false, first, 0, first + static_cast<uint32_t>(count - 1)};
     }
     const image_view array = surfaces.view({range.index_array.sid, 0, 0});
+    // A stride of 0 stands for indices without gaps: all the same one would draw nothing.
     const uint64_t stride = range.index_array.stride != 0 ? range.index_array.stride : range.index_width;
     const uint64_t offset = range.index_array.offset;
     if (!array || count == 0)
@@ -223,6 +232,7 @@ std::optional<vertex_numbers> read_indices(surface_store& surfaces, const svga3d
     const uint64_t end = array.byte_size();
     if (offset > end || range.index_width > end - offset || (count - 1) * stride > end - offset - range.index_width)
         return std::nullopt;
+    // At most three numbers for each of the 2^20 primitives of a draw: 12 MiB.
     const size_t at = numbers.size();
     numbers.resize(at + count);
     const auto [low, high] = widen({array.bytes + offset, stride, count}, range.index_width,

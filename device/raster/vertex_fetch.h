@@ -1,7 +1,10 @@
 // Vertex fetch: from the bytes of vertex and index arrays to numbers.
 //
-// A fetch is made once for a draw and knows where each attribute lies; every access has been found to lie
-// inside its array's surface before the first vertex is read.
+// A fetch is made once for a draw and knows where each attribute lies; every access has been found to lie inside its
+// array's surface before the first vertex is read.
+//
+// The largest vertex number of a range bounds all of them, so one comparison an attribute is enough. Elements have any
+// alignment and may overlap; a stride of 0 gives all vertices the same. Little-endian, as all words of the interface.
 #pragma once
 
 #include "device/raster/float4.h"
@@ -23,8 +26,8 @@ enum class reading : uint8_t { none, float2, float3, float4, d3dcolor, by_functi
 struct attribute {
     const std::byte* start = nullptr; // null: not declared
     uint64_t room = 0;                // bytes from start to the end of its surface
-    uint32_t stride = 0;
-    uint32_t bytes = 0; // of one element
+    uint32_t stride = 0;              // bytes from one vertex to the next
+    uint32_t bytes = 0;               // of one element
     reading how = reading::none;
     attribute_value (*read)(const std::byte* from) = nullptr;
     attribute_value otherwise = four_of(0, 0, 0, 0); // when it is not declared

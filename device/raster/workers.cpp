@@ -1,3 +1,6 @@
+// The pool's words. A piece begins with taken_ at 0 and ends with unfinished_ at 0; round_ wakes who sleeps, and is no
+// more than a hint: whoever wakes finds by taken_ whether anything is left.
+
 #include "device/raster/workers.h"
 
 #include "device/raster/batches.h"
@@ -8,6 +11,7 @@ namespace kalix::device::raster {
 worker_pool::worker_pool(uint32_t count, const std::function<std::thread(std::function<void()>)>& start)
     : memory_{std::make_unique<draw_memory>()}, taken_{count}
 {
+    // A thread that has started must get its place without fail: nobody else could join it.
     threads_.reserve(count);
     try {
         while (threads_.size() + 1 < count)
@@ -39,12 +43,14 @@ bool worker_pool::take_part()
     if (part >= count())
         return false;
     call_(work_, part);
+    // Less one. What the part wrote is seen by who finds the number 0.
     unfinished_.add(~0u);
     return true;
 }
 
 void worker_pool::run_parts()
 {
+    // In this order: a part can be taken as soon as taken_ is 0, by a thread that is still awake from the piece before.
     unfinished_.store(count());
     taken_.store(0, std::memory_order_release);
     round_.add(1);

@@ -1,9 +1,10 @@
 // Threads that share a draw's work with the one that fetches.
 //
 // The fetching thread hands out one piece of work at a time, in parts; it and whoever else is free take one after the
-// other. On a busy machine a thread may wake late: its part is done by then, and it is not waited for. All
-// parts are finished when run() returns, so nothing is shared between two pieces. The memory that a draw needs for its vertices stays
-// here for the next one. Owned by the device.
+// other. On a busy machine a thread may wake late: its part is done by then, and it is not waited for. All parts are
+// finished when run() returns, so nothing is shared between two pieces. The memory that a draw needs for its vertices
+// stays here for the next one. Owned by the device; only the fetching thread calls it, so there is no lock: the words
+// below order everything.
 #pragma once
 
 #include "base/futex.h"

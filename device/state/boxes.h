@@ -1,6 +1,7 @@
 // Boxes of texels: whether they lie in an image, and where they lie in its memory.
 //
-// Boxes are in texels; a format of blocks takes boxes of whole blocks, or ones that reach the image's edge.
+// Boxes are in texels; a format of blocks takes boxes of whole blocks, or ones that reach the image's edge. They come
+// from clients, so everything here holds for any numbers; what takes addresses wants a box that box_fits() has passed.
 #pragma once
 
 #include "device/state/surface.h"
@@ -37,11 +38,13 @@ inline bool box_fits(const image_view& in, const svga3d_box& box)
 }
 
 // A box as rows of blocks.
+// Its rows lie as far apart as the image's or the guest's do, which is not said here.
 struct block_rows {
     uint64_t row_bytes = 0;
     uint32_t rows = 0, slices = 0;
 };
 
+// count / block, rounded up; the sum that one would write could pass 32 bits.
 constexpr uint32_t blocks_in(uint32_t count, uint32_t block)
 {
     return count / block + (count % block != 0);

@@ -1,3 +1,5 @@
+// The capability table (capabilities.h), and its two forms: words for clients, Markdown for people.
+
 #include "device/state/capabilities.h"
 
 #include "device/state/format.h"
@@ -16,7 +18,7 @@ static_assert(capability_area_words == SVGA_FIFO_3D_CAPS_LAST - SVGA_FIFO_3D_CAP
 
 constexpr uint32_t texture_extent = 8192; // texels; larger surfaces are defined as long as they fit the memory
 
-constexpr uint32_t volume_extent = 2048;
+constexpr uint32_t volume_extent = 2048; // texels a side
 
 struct capability {
     uint32_t index, value;
@@ -53,6 +55,7 @@ struct described_format {
     uint32_t format;
     const char* name;
 };
+// The order is the interface's: a format's index is its place here.
 constexpr described_format described_formats[] = {
     {SVGA3D_X8R8G8B8, "X8R8G8B8"}, {SVGA3D_A8R8G8B8, "A8R8G8B8"}, {SVGA3D_A2R10G10B10, "A2R10G10B10"},
     {SVGA3D_X1R5G5B5, "X1R5G5B5"}, {SVGA3D_A1R5G5B5, "A1R5G5B5"}, {SVGA3D_A4R4G4B4, "A4R4G4B4"},
@@ -86,6 +89,8 @@ constexpr operation_name operation_names[] = {
     {blending, "blended"},
 };
 
+// From the format table, so that a format that learns something announces it. Whatever can be sampled is filtered, and
+// can be a cube or a volume: the sampler decodes texels one by one and asks nothing else of a format.
 uint32_t operations_of(const format_info& format)
 {
     uint32_t operations = 0;
@@ -111,6 +116,7 @@ void write_capabilities(std::span<uint32_t, capability_area_words> area)
         *next++ = first;
         *next++ = second;
     };
+    // A record's length counts these two words, too.
     put(record_words, SVGA3DCAPS_RECORD_DEVCAPS_MIN);
     for (const capability& each : capabilities)
         put(each.index, each.value);

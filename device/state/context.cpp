@@ -1,3 +1,6 @@
+// The initial values of a context, and its setters, which know the bounds of indices and nothing else: values that the
+// interface does not have are kept, and get their default where they are used.
+
 #include "device/state/context.h"
 
 #include "device/state/limits.h"
@@ -10,6 +13,7 @@ namespace {
 constexpr uint32_t all_ones = 0xFFFFFFFF;
 constexpr matrix identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
+// Floats are kept as the words that commands bring.
 constexpr uint32_t bits(float value)
 {
     return std::bit_cast<uint32_t>(value);
@@ -80,6 +84,7 @@ context new_context(uint32_t cid)
             states[name] = value;
         states[SVGA3D_TS_TEXCOORDINDEX] = stage;
     }
+    // Stage 0 is on from the start: the texture times the vertex colour, and the texture's alpha.
     made.texture_states[0][SVGA3D_TS_COLOROP] = SVGA3D_TC_MODULATE;
     made.texture_states[0][SVGA3D_TS_ALPHAOP] = SVGA3D_TC_SELECTARG1;
     made.transforms.fill(identity);
@@ -124,6 +129,7 @@ bool set_material(context& to, const svga3d_set_material& value)
 {
     if (value.face < SVGA3D_FACE_FRONT || value.face > SVGA3D_FACE_FRONT_BACK)
         return false;
+    // The back's is kept although nothing is lit by it: the front material lights both sides.
     if (value.face != SVGA3D_FACE_BACK)
         to.materials[0] = value.material;
     if (value.face != SVGA3D_FACE_FRONT)

@@ -21,14 +21,17 @@ struct occlusion_query {
     uint64_t samples = 0; // fragments that passed all tests since it began
 };
 
+// By the interface's own numbers, some of which start at 1: place 0 is then there and unused. Floats among the states
+// stay the words that they came as.
 struct context {
     uint32_t cid = 0;
     std::array<uint32_t, SVGA3D_RS_MAX> render_states{};
     std::array<std::array<uint32_t, SVGA3D_TS_MAX>, SVGA3D_TEXTURE_STAGES> texture_states{};
     std::array<matrix, SVGA3D_TRANSFORM_MAX> transforms{};
     float z_min = 0, z_max = 1;
-    svga3d_rect viewport{};
+    svga3d_rect viewport{}; // pixels, as is the scissor rectangle, which counts only where its test is on
     svga3d_rect scissor{};
+    // In world space, a, b, c, d each: what has a x + b y + c z + d w >= 0 is kept.
     std::array<std::array<float, 4>, SVGA3D_CLIP_PLANES> clip_planes{};
     std::array<svga3d_material, 2> materials{}; // front, back
     std::array<svga3d_light, SVGA3D_LIGHTS> lights{};

@@ -1,3 +1,5 @@
+// The names of the kinds of refusal, and the counting.
+
 #include "device/state/counters.h"
 
 #include <cstdio>
@@ -7,6 +9,7 @@
 namespace kalix::device {
 namespace {
 
+// In the order of enum kalix_refused, by which they are looked up.
 constexpr const char* kinds[] = {
     "unknown command",
     "command too short",
@@ -42,6 +45,7 @@ void counters::refuse(kalix_refused kind, uint32_t command)
 
 void counters::count_command(uint32_t id)
 {
+    // Others have no counter; they are refused as unknown.
     if (id >= SVGA_3D_CMD_BASE && id <= SVGA_3D_CMD_LAST)
         ++values.commands[id - SVGA_3D_CMD_BASE];
 }

@@ -1,6 +1,7 @@
 // What the device has done and refused, and the one line that it logs for each kind of refusal.
 //
-// Used under the device's execution lock. The screen shows a copy to viewers.
+// Used under the device's execution lock. The screen shows a copy to viewers. One line a kind and no more: refusals
+// come from clients, who could fill a log with them.
 #pragma once
 
 #include "device/state/screen_file.h"

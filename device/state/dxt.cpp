@@ -1,3 +1,5 @@
+// A texel's colour out of a block, worked out anew for each texel: whole blocks are not kept.
+
 #include "device/state/dxt.h"
 
 #include <cstring>
@@ -15,6 +17,7 @@ word load(const std::byte* from)
     return value;
 }
 
+// Each channel divided by its own largest value, so that white is white.
 color from_565(uint32_t word)
 {
     return {static_cast<float>(word >> 11 & 31) / 31.0f, static_cast<float>(word >> 5 & 63) / 63.0f,
@@ -28,7 +31,9 @@ color between(const color& a, const color& b, float share_a, float share_b, floa
     return {mix(a.r, b.r), mix(a.g, b.g), mix(a.b, b.b), 1};
 }
 
-// The colour part of a block; one whose first colour is not the larger may have a transparent texel.
+// The colour part of a block: two colours of 16 bits, then a code of two bits a texel. The codes stand for the two, and
+// for two between them in thirds; where the first word is not the larger, for the middle and for a transparent texel.
+// Blocks with an alpha part of their own know the first way only.
 color color_texel(const std::byte* block, uint32_t x, uint32_t y, bool may_be_transparent)
 {
     const uint32_t first = load<uint16_t>(block);
@@ -43,7 +48,8 @@ color color_texel(const std::byte* block, uint32_t x, uint32_t y, bool may_be_tr
     return code == 2 ? between(a, b, 1, 1, 2) : color{0, 0, 0, 0};
 }
 
-// Eight alphas between two, or six and the ends; a code of three bits a texel.
+// Two alphas of 8 bits, then a code of three bits a texel. The codes stand for the two and six between them, in
+// sevenths; where the first is not the larger, for four in fifths, and 0 and 1.
 float alpha_texel(const std::byte* block, uint32_t x, uint32_t y)
 {
     const auto bits = load<uint64_t>(block);

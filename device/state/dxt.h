@@ -1,4 +1,6 @@
-// Texels of block-compressed formats: 4 x 4 texels in 8 bytes (DXT1) or 16 (the others).
+// Texels of block-compressed formats: 4 x 4 texels in 8 bytes (DXT1) or 16 (the others, whose alpha comes first).
+//
+// Codes follow each other row by row from a word's lowest bits on. Any bytes are a block: no code can lead outside.
 #pragma once
 
 #include "device/state/format.h"

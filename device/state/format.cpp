@@ -1,3 +1,7 @@
+// The format table: how each kind of texel is decoded and encoded, and one row a format.
+//
+// Each layout becomes a pair of functions at compile time, so that a texel costs a call and no look at its layout.
+
 #include "device/state/format.h"
 
 #include "device/state/dxt.h"
@@ -45,7 +49,8 @@ float unpack(uint64_t word, channel c, float otherwise)
     return static_cast<float>(word >> c.shift & largest(c)) / static_cast<float>(largest(c));
 }
 
-// A value of 0..1 as the nearest step of the channel; a value that is not a number packs as 0.
+// A value of 0..1 as the nearest step of the channel; a value that is not a number packs as 0. In double precision,
+// where the product of a float and 16 bits is exact: rounded before the half is added, it could take the next step.
 uint64_t pack(float value, channel c)
 {
     if (c.bits == 0)
@@ -76,6 +81,7 @@ void encode_packed(const color& value, std::byte* texel)
           texel);
 }
 
+// {shift, bits} of r, g, b, a in the little-endian word.
 constexpr packed_layout a8r8g8b8{{16, 8}, {8, 8}, {0, 8}, {24, 8}};
 constexpr packed_layout x8r8g8b8{{16, 8}, {8, 8}, {0, 8}, {}};
 constexpr packed_layout r5g6b5{{11, 5}, {5, 6}, {0, 5}, {}};
@@ -101,6 +107,7 @@ color decode_luminance(const std::byte* texel)
     return {l, l, l, unpack(value, layout.a, 1)};
 }
 
+// No target is of luminance; scaled copies write it, and take red for it.
 template <typename word, luminance_layout layout>
 void encode_luminance(const color& value, std::byte* texel)
 {
@@ -114,6 +121,7 @@ constexpr luminance_layout l8a8{{0, 8}, {8, 8}};
 
 // ---- Floats: halves and singles, one to four channels, missing ones 0, 0, 0, 1 -------------------------
 
+// Exact: every half is a float. 112 is what the biases of the exponents, 127 and 15, differ by.
 float half_to_float(uint16_t half)
 {
     const uint32_t sign = uint32_t{half} >> 15 << 31;
@@ -128,7 +136,8 @@ float half_to_float(uint16_t half)
     return std::bit_cast<float>(sign | (exponent + 112) << 23 | fraction << 13);
 }
 
-// Rounds to the nearest half, ties to even; what is too large becomes infinite.
+// Rounds to the nearest half, ties to even; what is too large becomes infinite. The bounds below, as bits of floats,
+// are infinity, 2^16 and 2^-25: from 2^16 on nothing rounds down to a half, below 2^-25 everything rounds to 0.
 uint16_t float_to_half(float value)
 {
     const auto bits = std::bit_cast<uint32_t>(value);
@@ -148,6 +157,7 @@ uint16_t float_to_half(float value)
     const uint32_t kept = fraction >> dropped;
     const uint32_t rest = fraction & ((1u << dropped) - 1);
     const uint32_t middle = 1u << (dropped - 1);
+    // A carry out of the fraction raises the exponent, which is right: up to infinity, and from denormal to normal.
     return static_cast<uint16_t>(sign | (kept + (rest > middle || (rest == middle && kept & 1))));
 }
 
@@ -225,6 +235,7 @@ constexpr format_info sized(format_info info, const svga3d_block& block)
     info.block_bytes = static_cast<uint8_t>(block.bytes);
     info.block_width = static_cast<uint8_t>(block.width);
     info.block_height = static_cast<uint8_t>(block.height);
+    // Of the paired formats (UYVY, YUY2) and the compressed ones too: stored and copied whole.
     if (info.kind == format_kind::none && block.bytes != 0)
         info.kind = format_kind::opaque;
     return info;

@@ -1,7 +1,9 @@
 // Surface formats: how texels are stored, and how they turn into colours and back.
 //
-// One table, indexed by SVGA3D format number, says everything that differs between formats; the rest
-// of the device asks it and never switches on a format. Sizes are the true storage sizes.
+// One table, indexed by SVGA3D format number, says everything that differs between formats; the rest of the device asks
+// it and never switches on a format, but for the ways of drawing that are made for two of them (raster/span.cpp) and
+// the layouts of depths (raster/depth_stencil.h). Sizes are the true storage sizes. Texels are little-endian and of any
+// alignment. Nothing changes after the start, so every thread may ask.
 #pragma once
 
 #include <cstddef>

@@ -1,3 +1,5 @@
+// Regions as runs of pages, and the walks over them.
+
 #include "device/state/guest_memory.h"
 
 #include "svga/svga_regs.h"
@@ -12,6 +14,7 @@ constexpr uint64_t page_bytes = SVGA_PAGE_BYTES;
 
 } // namespace
 
+// A page whose address would not fit is none; any other number is believed, since the driver alone names pages.
 std::byte* page_in_own_memory(uint64_t page)
 {
     return page > UINTPTR_MAX / page_bytes ? nullptr : reinterpret_cast<std::byte*>(page * page_bytes);
@@ -38,6 +41,7 @@ void guest_memory::append(std::vector<run>& to, const run& more)
 {
     if (!to.empty()) {
         run& last = to.back();
+        // Pages that nobody has named yet continue each other as well.
         const bool continues = last.address ? more.address == last.address + last.pages * page_bytes : !more.address;
         if (continues) {
             last.pages += more.pages;
@@ -64,6 +68,7 @@ outcome guest_memory::remap(uint32_t id, uint32_t first, std::span<const uint64_
     region& in = found->second;
     if (first > in.pages || pages.size() > in.pages - first)
         return KALIX_REFUSED_OUTSIDE;
+    // Put together beside the old ones: a page that is none, or no memory, leaves the region as it was.
     std::vector<run> runs;
     for (const run& each : in.runs)
         append_cut(runs, each, 0, first);
@@ -92,6 +97,7 @@ std::span<std::byte> guest_memory::piece(uint32_t id, uint64_t offset, uint64_t 
     if (found == regions_.end() || page >= found->second.pages)
         return {};
     const std::vector<run>& runs = found->second.runs;
+    // There is one: a region has a page at least, and its runs begin with page 0.
     const run& at = *std::prev(std::ranges::upper_bound(runs, page, {}, &run::first));
     if (!at.address)
         return {};
@@ -103,6 +109,7 @@ outcome guest_memory::check(uint32_t id, uint64_t offset, uint64_t bytes) const
 {
     if (id != SVGA_GMR_FRAMEBUFFER && !regions_.contains(id))
         return KALIX_REFUSED_NO_REGION;
+    // Offsets cannot wrap here: each piece lies inside a region or the framebuffer, far below 2^64.
     while (bytes != 0) {
         const std::span<std::byte> here = piece(id, offset, bytes);
         if (here.empty())

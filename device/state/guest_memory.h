@@ -3,7 +3,10 @@
 // A region is a row of pages, kept as runs of consecutive addresses, so that a buffer that lies in one
 // piece costs one run whatever its size. Every access to guest memory goes through copy_in and copy_out,
 // which walk the runs; nothing outside the region that a pointer names is touched. All regions together
-// are bounded in pages. Used under the device's execution lock.
+// are bounded in pages, and so the records that describe them. Used under the device's execution lock.
+//
+// The pages are the client's: they may change while they are copied, so what is decided by them is decided on
+// copies. That they stay mapped while a region names them is the driver's affair.
 #pragma once
 
 #include "device/state/outcome.h"
@@ -35,7 +38,8 @@ public:
     // Defines a region whose pages are yet to be named, replacing one of that id; 0 pages: removes it, which
     // is no refusal when there is none.
     outcome define(uint32_t id, uint32_t pages);
-    // Names the pages of a region from first on.
+    // Names the pages of a region from first on; refused, and nothing changed, when they are more than it has or one of
+    // them is no page.
     outcome remap(uint32_t id, uint32_t first, std::span<const uint64_t> pages);
 
     // Whether all bytes from this offset on are there: the region exists, ends no earlier and has its pages.

@@ -1,4 +1,5 @@
-// What the raster core does, as numbers: the device's capability table announces these and nothing else.
+// What the raster core does, as numbers: the device's capability table announces these and nothing else, and the core
+// is held to them, so that what is announced and what is done cannot part.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +9,9 @@ namespace kalix::device::limits {
 
 inline constexpr uint32_t texture_stages = SVGA3D_TEXTURE_STAGES;
 inline constexpr uint32_t clip_planes = SVGA3D_CLIP_PLANES;
-inline constexpr uint32_t render_targets = 1; // colour targets that one draw writes
-inline constexpr float point_size = 256;      // pixels
-inline constexpr uint32_t vertex_index = 0xFFFFFFFF;
+inline constexpr uint32_t render_targets = 1;        // colour targets that one draw writes
+inline constexpr float point_size = 256;             // pixels
+inline constexpr uint32_t vertex_index = 0xFFFFFFFF; // any number of 32 bits whose vertex lies in its array
 
 // Primitives of one draw, its ranges in sum. Vertices that lie on each other (a stride of 0) need no memory, so
 // memory alone would not bound the work of a draw.

@@ -1,4 +1,7 @@
 // Where a scaled copy samples: destination texel i of dw samples source coordinate (i + 1/2) sw / dw.
+//
+// A texel's centre lies at its half, so that a copy of equal size takes each texel as it is. The nearest sample is
+// worked out in integers: a quotient of doubles could fall on the wrong side of a texel's edge.
 #pragma once
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// The screen's changes, each of them one screen_change, and the header that viewers read.
+
 #include "device/state/screen.h"
 
 #include <algorithm>
@@ -11,6 +13,7 @@ static_assert(static_cast<int>(SVGA_CURSOR_EXTENT_MAX) == static_cast<int>(KALIX
 
 screen_change::screen_change(screen& of) : header_{of.file_.header()}
 {
+    // Odd before the first byte changes: what follows may not be moved before it.
     std::atomic_ref{header_.sequence}.fetch_add(1, std::memory_order_acq_rel);
 }
 
@@ -18,6 +21,7 @@ screen_change::~screen_change()
 {
     if (damaged_)
         ++header_.damage;
+    // Even again behind the last byte: a viewer that sees this number sees all that was written.
     std::atomic_ref{header_.sequence}.fetch_add(1, std::memory_order_release);
 }
 
@@ -38,6 +42,7 @@ screen::screen(uint64_t framebuffer_bytes, log_function log) : file_{framebuffer
     set_mode(first_mode);
 }
 
+// The file stays for the next server; a viewer sees by the process id that nobody draws now.
 screen::~screen()
 {
     if (!file_)
@@ -57,6 +62,7 @@ void screen::set_mode(const mode& to)
     header.height = to.height;
     header.pitch = to.pitch();
     header.bits_per_pixel = to.bits_per_pixel;
+    // What lies behind the picture in the framebuffer is guest memory like any other, and stays.
     std::ranges::fill(framebuffer().first(to.picture_bytes()), std::byte{0});
 }
 

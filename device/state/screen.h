@@ -44,6 +44,7 @@ public:
     explicit operator bool() const { return static_cast<bool>(file_); }
     std::span<std::byte> framebuffer() const { return file_.framebuffer(); }
     const mode& shown() const { return mode_; }
+    // Rows follow each other without a gap; the caller keeps x and y inside the mode.
     std::byte* pixel(uint32_t x, uint32_t y) const
     {
         return framebuffer().data() + uint64_t{y} * mode_.pitch() + uint64_t{x} * mode_.bytes_per_pixel();
@@ -55,6 +56,7 @@ public:
     // A new cursor image: width x height premultiplied pixels in packed rows, at most
     // SVGA_CURSOR_EXTENT_MAX a side.
     void define_cursor(const svga_alpha_cursor& shape, std::span<const uint32_t> pixels);
+    // Where its hotspot is, in screen pixels; it may lie outside.
     void move_cursor(bool visible, uint32_t x, uint32_t y);
     // Hands the counters to the viewers.
     void publish(const kalix_screen_statistics& counters);
@@ -66,7 +68,8 @@ private:
     mode mode_ = first_mode;
 };
 
-// The time in which the picture changes; its end tells the viewers of it.
+// The time in which the picture changes; its end tells the viewers of it. Changes never lie inside each other: a second
+// one would make the sequence even while the first still writes.
 class screen_change {
 public:
     explicit screen_change(screen& of);

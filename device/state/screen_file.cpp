@@ -1,3 +1,5 @@
+// Opens the screen's file with care: what lies under its name may have been put there by somebody else.
+
 #include "device/state/screen_file.h"
 
 #include <cerrno>
@@ -49,6 +51,7 @@ std::string screen_path()
     const int length = kalix_run_directory(directory, sizeof directory);
     if (length < 0)
         return {};
+    // Mostly there already; where it cannot be made, opening the file says so.
     (void)mkdir(directory, geteuid() == 0 ? 0755 : 0700);
     return std::string{directory, static_cast<size_t>(length)} + "/" + kalix_screen_file;
 }
@@ -59,6 +62,7 @@ int open_screen(uint64_t bytes, log_function log)
     const std::string path = screen_path();
     if (path.empty())
         return give_up(-1, log, "the run directory's name is too long", ENAMETOOLONG);
+    // A link is not followed and nothing is waited for; what is not a file of this user's is not used.
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     if (file < 0)
         return give_up(file, log, "open", errno);
@@ -71,6 +75,7 @@ int open_screen(uint64_t bytes, log_function log)
         return give_up(file, log, "lock", errno);
     if (fchmod(file, 0600) != 0)
         return give_up(file, log, "chmod", errno);
+    // Grown, never cut: a viewer has mapped what was there.
     if (static_cast<uint64_t>(about.st_size) < bytes && ftruncate(file, static_cast<off_t>(bytes)) != 0)
         return give_up(file, log, "truncate", errno);
     give_to_group(file);
@@ -79,6 +84,7 @@ int open_screen(uint64_t bytes, log_function log)
 
 std::span<std::byte> map(int descriptor, uint64_t bytes)
 {
+    // Anonymous memory takes no pages until it is drawn to.
     const int flags = descriptor >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
     void* const at = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, flags, descriptor, 0);
     if (at == MAP_FAILED)
@@ -93,6 +99,7 @@ screen_file::screen_file(uint64_t framebuffer_bytes, log_function log)
     const uint64_t bytes = framebuffer_offset + framebuffer_bytes;
     descriptor_ = open_screen(bytes, log);
     memory_ = map(descriptor_, bytes);
+    // A file that is there and cannot be mapped is given up for memory without a name, as one that cannot be opened.
     if (memory_.empty() && named()) {
         descriptor_ = give_up(descriptor_, log, "map", errno);
         memory_ = map(-1, bytes);

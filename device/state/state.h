@@ -1,4 +1,4 @@
-// Everything that commands change: the one device record.
+// Everything that commands change: the one device record. Handlers are given it and nothing else.
 //
 // Owned by the software device and used under its execution lock, by the fetching thread while it executes
 // a command and by a register write that changes the mode or removes a region.
@@ -21,7 +21,8 @@ namespace raster {
 class worker_pool;
 }
 
-// The records themselves take the host's memory, so there are bounds on their number.
+// The records themselves take the host's memory, so there are bounds on their number: both far above what the
+// driver's own pools of ids hold (docs/security.md).
 inline constexpr size_t surfaces_max = 65536;
 inline constexpr size_t contexts_max = 1024;
 

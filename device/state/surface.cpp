@@ -1,3 +1,5 @@
+// Surfaces' records, the places of their images, and their memory.
+
 #include "device/state/surface.h"
 
 #include <cstdlib>
@@ -15,7 +17,8 @@ constexpr uint32_t blocks_of(uint32_t count, uint32_t unit)
     return count / unit + (count % unit != 0);
 }
 
-// Lays an image out behind what the surface has so far; none when a size is 0 or its bytes do not fit.
+// Lays an image out behind what the surface has so far; none when a size is 0 or its bytes do not fit. Sizes are a
+// client's, so each product is asked for by a quotient before it is worked out.
 std::optional<image> lay_out(const format_info& format, const svga3d_size& size, uint64_t offset, uint64_t limit)
 {
     if (size.width == 0 || size.height == 0 || size.depth == 0)
@@ -52,6 +55,7 @@ bool surface_store::define(const svga3d_surface_define& definition, std::span<co
         made.bytes += laid->slice_bytes * laid->depth;
     }
     surface& place = surfaces_[definition.sid]; // what can lack memory comes before anything changes
+    // The old contents go with the old record: a surface that is defined anew begins zeroed.
     if (place.memory)
         memory_used_ -= place.bytes;
     place = std::move(made);
@@ -83,6 +87,7 @@ image_view surface_store::view(const svga3d_image& name)
 
 image_view surface_store::view(surface& of, uint32_t face, uint32_t level)
 {
+    // Memory is given to the whole surface, whichever of its images is asked for first.
     if (face >= of.mip_levels.size() || level >= of.mip_levels[face] || !give_memory(of))
         return {};
     const auto first =
@@ -102,6 +107,7 @@ bool surface_store::give_memory(surface& to)
 {
     if (to.memory)
         return true;
+    // What is used never passes the limit, so the difference is none below 0.
     if (to.bytes > memory_limit_ - memory_used_)
         return false;
     // Zeroed without being touched, so that a large surface costs what is used of it.

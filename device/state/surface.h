@@ -62,7 +62,10 @@ public:
     // Defines a surface, replacing one of that id. False, and nothing changed, for a format that is none,
     // a size of 0, more than 144 levels, or a surface that could never fit the memory.
     bool define(const svga3d_surface_define& definition, std::span<const svga3d_size> sizes);
+    // False when there is none. Views and pointers of a surface end with it, and with its being defined anew; those of
+    // others stay good.
     bool destroy(uint32_t sid);
+    // Null when there is none; does not give it memory.
     surface* find(uint32_t sid);
     size_t count() const { return surfaces_.size(); }
     uint64_t memory_used() const { return memory_used_; }
