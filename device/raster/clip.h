@@ -14,9 +14,8 @@
 
 namespace kalix::device::raster {
 
-// A plane that cuts takes corners away and adds two: one more than before at most. There is room for 11 such cuts; of a
-// polygon that more of the 13 planes cut, the corners beyond are left out.
-inline constexpr size_t corners_max = 14;
+// A plane that cuts takes corners away and adds two: one more than before at most, and 13 planes may cut (clip.cpp).
+inline constexpr size_t corners_max = 3 + 13;
 
 struct polygon {
     std::array<vertex*, corners_max> corners;

@@ -89,9 +89,9 @@ bool meets(const share& mine, const window_shape& shape)
 }
 
 // Draws a planned draw from a context's state, alone or with workers; bounded memory, whatever the draw.
-class painter {
+class draw_painter {
 public:
-    painter(const context& of, const draw_setup& setup, const planned_draw& what, draw_memory& memory)
+    draw_painter(const context& of, const draw_setup& setup, const planned_draw& what, draw_memory& memory)
         : setup_{setup}, what_{what}, memory_{memory}, geometry_{of, setup, what.fetch, has_point_lists(what)}
     {
         last_pixel_ = of.render_states[SVGA3D_RS_LASTPIXEL] != 0;
@@ -254,7 +254,7 @@ draw_result draw_primitives(context& of, surface_store& surfaces,
     if (const draw_result result = raster::plan(of, surfaces, declarations, ranges, memory.numbers, planned);
         result != draw_result::done)
         return result;
-    const uint64_t samples = raster::painter{of, setup, planned, memory}.draw(workers);
+    const uint64_t samples = raster::draw_painter{of, setup, planned, memory}.draw(workers);
     if (of.query.active)
         of.query.samples += samples;
     return draw_result::done;

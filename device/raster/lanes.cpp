@@ -20,9 +20,9 @@ namespace {
 
 // Draws a triangle's rows: their depths here, their colours by the shading.
 template <typename shading>
-class painter {
+class lane_painter {
 public:
-    HWY_INLINE painter(const draw_setup& setup, const interpolator& at)
+    HWY_INLINE lane_painter(const draw_setup& setup, const interpolator& at)
         : setup_{setup}, at_{at}, depth_{setup, at}, stencil_{setup, at.is_back_face()}, shading_{setup, at},
           tests_{setup.tests_depth || setup.tests_stencil}, tested_{setup.tests_depth ? setup.to.depth.view
                                                                                       : setup.to.stencil.view}
@@ -110,7 +110,7 @@ private:
 template <typename shading>
 void draw_spans(const draw_setup& setup, const interpolator& at, std::span<const span> spans, share& of)
 {
-    const painter<shading> paint{setup, at};
+    const lane_painter<shading> paint{setup, at};
     constexpr size_t ahead = 3; // rows: as long as memory takes to answer
     for (size_t i = 0; i < HWY_MIN(ahead, spans.size()); ++i)
         paint.fetch(spans[i]);

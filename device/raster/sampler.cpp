@@ -223,7 +223,7 @@ color sample(const sampler& from, const texture_point& at, double detail)
 {
     if (from.shape == texture_shape::none)
         return missing;
-    if (detail <= 0)
+    if (!(detail > 0)) // nor what is no number, as the lanes decide it
         return filtered(from, from.magnify, from.first_level, at);
     const double last = from.level_count - 1;
     const double wanted = clamped(detail, from.first_level, last);
