@@ -32,7 +32,7 @@ void leave_run_directory();
 unique_fd open_taken_directory();
 
 // The directory shm/, open: of the directory taken, or of the one that the environment names. -1 with
-// errno after one line.
+// errno after one line; ENOENT once clean_run_directory has run, since what came then would stay.
 unique_fd open_objects();
 
 // Removes the objects that the process made for its command buffers and readbacks.
