@@ -98,13 +98,4 @@ size_t server::mapped_objects() const
     return count;
 }
 
-size_t server::resident_bytes() const
-{
-    std::ifstream statm{"/proc/" + std::to_string(pid_) + "/statm"};
-    size_t total = 0;
-    size_t resident = 0;
-    statm >> total >> resident;
-    return resident * static_cast<size_t>(::sysconf(_SC_PAGESIZE));
-}
-
 } // namespace kalix::test

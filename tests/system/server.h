@@ -37,7 +37,6 @@ public:
     std::vector<std::string> log() const;
     size_t descriptors() const;
     size_t mapped_objects() const; // mappings of files in shm/
-    size_t resident_bytes() const;
 
 private:
     pid_t pid_ = -1;

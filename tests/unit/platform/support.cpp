@@ -15,17 +15,6 @@
 #include <sys/un.h>
 
 namespace kalix::platform {
-namespace {
-
-template <typename record>
-bytes bytes_of(const record& value)
-{
-    const auto view = std::as_bytes(std::span{&value, 1});
-    return {view.begin(), view.end()};
-}
-
-} // namespace
-
 private_run_directory::private_run_directory() : path_{root_.path() / "run"}
 {
     std::filesystem::permissions(root_.path(), std::filesystem::perms{0755}); // a client may be another user's
@@ -76,14 +65,15 @@ bytes text_bytes(const std::string& text)
 
 bytes header_only(uint32_t message_bytes, uint32_t reply_room)
 {
-    return bytes_of(kalix_request_frame{message_bytes, reply_room});
+    const kalix_request_frame header{message_bytes, reply_room};
+    const auto view = std::as_bytes(std::span{&header, 1});
+    return {view.begin(), view.end()};
 }
 
 bytes frame(const bytes& message, uint32_t reply_room)
 {
-    const bytes header = header_only(static_cast<uint32_t>(message.size()), reply_room);
-    bytes whole(header.size() + message.size());
-    std::ranges::copy(message, std::ranges::copy(header, whole.begin()).out);
+    bytes whole = header_only(static_cast<uint32_t>(message.size()), reply_room);
+    whole.insert(whole.end(), message.begin(), message.end());
     return whole;
 }
 
