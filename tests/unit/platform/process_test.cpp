@@ -92,11 +92,12 @@ protected:
         for (const int end : ready_)
             ::close(end);
     }
-    // Starts a server and waits until it says that it is ready.
+    // Starts a server in the environment's run directory, waits until it says that it is ready, and asks it.
     pid_t start()
     {
         const pid_t child = start_child(serve);
         EXPECT_TRUE(said_ready());
+        EXPECT_EQ(server_pid(std::getenv("KALIX_RUN_DIR")), child);
         return child;
     }
     bool said_ready(int patience_ms = 10'000)
@@ -130,7 +131,6 @@ TEST_F(Server, EndsOnSignalsAndOnRequestLeavingNothing)
     for (const auto& [signal, status] : ends) {
         SCOPED_TRACE(signal);
         const pid_t server = start();
-        EXPECT_EQ(server_pid(directory.path()), server);
         put(directory.object("execbuf_1_1"), "x");
         std::filesystem::create_directories(directory.object("deep/er/and/deeper"));
         const size_t said = log.count("5 kalix: shutting down gpu driver...");
@@ -170,7 +170,6 @@ TEST_F(Server, EndsOnASignalWhateverItWaitsFor)
     const std::string kept = std::getenv("KALIX_LOG");
     setenv("KALIX_LOG", stalled.c_str(), 1);
     const pid_t unheard = start();
-    EXPECT_EQ(server_pid(directory.path()), unheard);
     EXPECT_EQ(end(unheard), 0);
     EXPECT_TRUE(left_nothing());
     setenv("KALIX_LOG", kept.c_str(), 1);
@@ -191,9 +190,8 @@ TEST_F(Server, OnlyOneServesADirectoryAndADeadOneIsReplaced)
     EXPECT_EQ(server_pid(directory.path()), first);
     const std::string first_directory = directory.path();
     {
-        private_run_directory elsewhere;
+        const private_run_directory elsewhere;
         const pid_t beside = start();
-        EXPECT_EQ(server_pid(elsewhere.path()), beside);
         EXPECT_EQ(server_pid(first_directory), first);
         EXPECT_EQ(end(beside, SIGKILL), 1000 + SIGKILL);
     }
@@ -202,7 +200,6 @@ TEST_F(Server, OnlyOneServesADirectoryAndADeadOneIsReplaced)
     EXPECT_EQ(end(first, SIGKILL), 1000 + SIGKILL);
     EXPECT_TRUE(std::filesystem::exists(directory.path() + "/svga_ch"));
     const pid_t second = start();
-    EXPECT_EQ(server_pid(directory.path()), second);
     EXPECT_FALSE(std::filesystem::exists(directory.object("execbuf_1_1")));
     EXPECT_EQ(end(second), 0);
 }
@@ -278,7 +275,6 @@ TEST_F(Server, LivesInDirectoriesWithLongPaths)
 {
     directory.lengthen(200);
     const pid_t server = start();
-    EXPECT_EQ(server_pid(directory.path()), server);
     struct stat socket {};
     ASSERT_EQ(stat((directory.path() + "/svga_ch").c_str(), &socket), 0);
     EXPECT_TRUE(S_ISSOCK(socket.st_mode) && (socket.st_mode & 0777) == 0660);
