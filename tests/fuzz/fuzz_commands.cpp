@@ -3,14 +3,12 @@
 // Built by the preset fuzz; build/fuzz/tests/fuzz_commands CORPUS, with libFuzzer's options. Before each input
 // the device is given what its commands can name: surfaces 1 to 4, region 1, context 1.
 
+#include "tests/support.h"
 #include "tests/unit/device/stream.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace kalix {
 namespace {
@@ -20,11 +18,11 @@ constexpr uint64_t page_count = 8;
 constexpr size_t longest_input = 4096;
 
 // A block of just the region's pages, so that the sanitizer sees a byte too many on either side.
-std::vector<std::byte>* memory = nullptr;
+std::vector<std::byte> memory(page_count* page_bytes);
 
 std::byte* page_address(uint64_t page)
 {
-    return page < page_count ? memory->data() + page * page_bytes : nullptr;
+    return page < page_count ? memory.data() + page * page_bytes : nullptr;
 }
 
 using test::run_stream;
@@ -94,11 +92,8 @@ void run_one(std::span<const uint8_t> input)
 
 // Where the device has its screen file; it goes after the device, which is opened later.
 struct run_directory {
-    std::string name = std::filesystem::temp_directory_path() / "kalix-fuzz.XXXXXX";
-    run_directory() { setenv("KALIX_RUN_DIR", mkdtemp(name.data()), 1); }
-    run_directory(const run_directory&) = delete;
-    run_directory& operator=(const run_directory&) = delete;
-    ~run_directory() { std::filesystem::remove_all(name); }
+    test::fresh_directory directory;
+    run_directory() { setenv("KALIX_RUN_DIR", directory.path().c_str(), 1); }
 };
 
 // Numbers that are places in the targets, of which vertices are made.
@@ -107,7 +102,7 @@ void fill_pages()
     constexpr size_t numbers = page_count * page_bytes / sizeof(float);
     for (size_t i = 0; i < numbers; ++i) {
         const auto value = static_cast<float>(i * 7 % 33);
-        std::memcpy(memory->data() + i * sizeof value, &value, sizeof value);
+        std::memcpy(memory.data() + i * sizeof value, &value, sizeof value);
     }
 }
 
@@ -117,10 +112,8 @@ void fill_pages()
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static const kalix::run_directory directory;
-    static std::vector<std::byte> pages(kalix::page_count * kalix::page_bytes);
     if (size > kalix::longest_input)
         return -1;
-    kalix::memory = &pages;
     kalix::fill_pages();
     kalix::run_one({data, size});
     return 0;

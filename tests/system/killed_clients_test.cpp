@@ -3,13 +3,10 @@
 #include "tests/system/server.h"
 
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kalix/client.h>
 #include <random>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -49,18 +46,6 @@ books count(const server& of, const run_directory& in)
     return now;
 }
 
-books settled(const server& of, const run_directory& in, const books& expected)
-{
-    books now{};
-    for (int tries = 0; tries < 200; ++tries) {
-        std::this_thread::sleep_for(20ms);
-        now = count(of, in);
-        if (now == expected)
-            break;
-    }
-    return now;
-}
-
 void submit_a_clear(kalix_connection* connection, uint32_t cid, uint32_t sid)
 {
     kalix_commands* list = nullptr;
@@ -77,12 +62,12 @@ void submit_a_clear(kalix_connection* connection, uint32_t cid, uint32_t sid)
 }
 
 // Works until it is killed: every step leaves something behind that somebody must clear away.
-[[noreturn]] void live(const std::string& directory, uint32_t seed)
+int live(const std::string& directory, uint32_t seed)
 {
     std::mt19937 random{seed};
     kalix_connection* connection = nullptr;
     if (kalix_open(directory.c_str(), &connection) != 0)
-        ::_exit(1);
+        return 1;
     for (;;) {
         uint32_t cid = 0;
         uint32_t sid = 0;
@@ -96,11 +81,7 @@ void submit_a_clear(kalix_connection* connection, uint32_t cid, uint32_t sid)
         kalix_command_buffer(connection, 5000 + static_cast<uint32_t>(random() % 100), &unused); // made, never used
         submit_a_clear(connection, cid, sid);
         std::vector<uint32_t> pixels(64 * 64);
-        kalix_readback_area area{};
-        area.sid = sid;
-        area.surface_width = area.surface_height = 64;
-        area.format = SVGA3D_A8R8G8B8;
-        area.width = area.height = 64;
+        const kalix_readback_area area{sid, 64, 64, SVGA3D_A8R8G8B8, 0, 0, 64, 64};
         kalix_readback(connection, &area, pixels.data(), 256);
         if (random() % 3 == 0)
             kalix_surface_destroy(connection, sid);
@@ -117,25 +98,22 @@ TEST(KilledClients, LeaveTheServerAsItWas)
     count(running, directory);
     const books before = count(running, directory);
     ASSERT_EQ(before.sid, 1u);
-    const uint32_t seed = std::random_device{}();
-    SCOPED_TRACE(testing::Message() << "seed " << seed);
-    std::mt19937 random{seed};
+    SCOPED_TRACE(testing::Message() << "KALIX_TEST_SEED=" << test_seed());
+    std::mt19937 random{test_seed()};
     std::vector<pid_t> alive;
     for (int born = 0; born < clients_in_all || !alive.empty();) {
         while (born < clients_in_all && alive.size() < clients_at_once) {
-            const pid_t child = ::fork();
-            if (child == 0)
-                live(directory.path(), seed + static_cast<uint32_t>(born));
-            alive.push_back(child);
-            ++born;
+            const uint32_t seed = test_seed() + static_cast<uint32_t>(++born);
+            alive.push_back(start_child([&] { return live(directory.path(), seed); }));
         }
         std::this_thread::sleep_for(std::chrono::microseconds{random() % 1500});
         const size_t victim = random() % alive.size();
         ::kill(alive[victim], SIGKILL);
-        ::waitpid(alive[victim], nullptr, 0);
+        end_of(alive[victim]);
         alive.erase(alive.begin() + static_cast<std::ptrdiff_t>(victim));
     }
-    const books after = settled(running, directory, before);
+    books after{};
+    soon([&] { return (after = count(running, directory)) == before; });
     EXPECT_EQ(after.descriptors, before.descriptors);
     EXPECT_EQ(after.mappings, before.mappings);
     EXPECT_EQ(after.objects, before.objects);
@@ -150,26 +128,19 @@ TEST(KilledClients, AQuickReconnectKeepsItsObjects)
     const run_directory directory;
     server running{directory};
     ASSERT_TRUE(running.is_ready());
-    const auto surface_of = [](kalix_connection* connection) {
-        uint32_t sid = 0;
-        kalix_surface_define_2d(connection, SVGA3D_SURFACE_HINT_TEXTURE, SVGA3D_A8R8G8B8, 64, 64, &sid);
-        return sid;
-    };
     for (int round = 0; round < 400; ++round) {
         kalix_connection* connection = nullptr;
         ASSERT_EQ(kalix_open(directory.path().c_str(), &connection), 0);
         kalix_commands* unused = nullptr;
         ASSERT_EQ(kalix_command_buffer(connection, 5000, &unused), 0);
-        const uint32_t sid = surface_of(connection);
-        EXPECT_EQ(sid, 1u) << round; // all that the one before held has been given back
-        for (int more = 0; more < 20; ++more)
-            surface_of(connection);
+        for (uint32_t wanted = 1; wanted <= 21; ++wanted) {
+            uint32_t sid = 0;
+            kalix_surface_define_2d(connection, SVGA3D_SURFACE_HINT_TEXTURE, SVGA3D_A8R8G8B8, 64, 64, &sid);
+            EXPECT_EQ(sid, wanted) << round; // all that the one before held has been given back
+        }
         EXPECT_EQ(kalix_submit(connection, 5000, nullptr), 0) << round;
         std::vector<uint32_t> pixels(64 * 64);
-        kalix_readback_area area{};
-        area.sid = sid;
-        area.surface_width = area.surface_height = area.width = area.height = 64;
-        area.format = SVGA3D_A8R8G8B8;
+        const kalix_readback_area area{1, 64, 64, SVGA3D_A8R8G8B8, 0, 0, 64, 64};
         EXPECT_EQ(kalix_readback(connection, &area, pixels.data(), 256), 0) << round;
         kalix_close(connection);
     }

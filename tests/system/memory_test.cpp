@@ -6,21 +6,19 @@
 #include "driver/state/driver_state.h"
 #include "driver/workitem.h"
 #include "platform/files/shared_memory.h"
+#include "tests/unit/device/stream.h"
 #include "tests/unit/platform/support.h"
+#include "tools/screen/screen_reader.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <kalix/screen.h>
-#include <kalix/svga3d_types.h>
 #include <new>
-#include <sys/mman.h>
+#include <numeric>
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <thread>
 #include <utility>
 
@@ -139,13 +137,7 @@ using platform::raw_client;
 template <typename... records>
 bytes bytes_of(const records&... each)
 {
-    bytes all;
-    const auto add = [&all](const void* from, size_t count) {
-        all.resize(all.size() + count);
-        std::memcpy(all.data() + all.size() - count, from, count);
-    };
-    (add(&each, sizeof each), ...);
-    return all;
+    return stream{}.add(each...).bytes;
 }
 
 int run_server()
@@ -231,14 +223,12 @@ TEST(Memory, AStartWithoutItEndsInOrder)
         SCOPED_TRACE(nth);
         pid_t child = -1;
         without_memory(nth, true, thread_kind::receiver, [&] {
-            child = platform::start_child([] {
+            child = start_child([] {
                 is_tester = false;
                 return run_server();
             });
         });
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        EXPECT_EQ(end_of(child), 0);
         const std::vector<std::string> lines = environment.log.lines();
         EXPECT_NE(lines.back().find("kalix: shutting down gpu driver..."), std::string::npos) << lines.back();
     }
@@ -308,10 +298,10 @@ constexpr int32_t hang_up = -1; // the connection's end in place of a request
 template <typename... records>
 bytes command(uint32_t id, const records&... each)
 {
-    return bytes_of(svga3d_command_header{id, static_cast<uint32_t>((sizeof each + ... + 0))}, each...);
+    return stream{}.command(id, each...).bytes;
 }
 
-// Looks again sooner than platform::soon() does; the sweep waits thousands of times.
+// Looks again sooner than soon() does; the sweep waits thousands of times.
 template <typename function>
 void await(const function& condition)
 {
@@ -328,9 +318,8 @@ protected:
             prctl(PR_SET_NAME, "receive");
             run_server();
         }}.detach();
-        ASSERT_TRUE(platform::soon([] { return serves(environment->directory.path()); }));
+        ASSERT_TRUE(soon([] { return serves(environment->directory.path()); }));
         keeper = new raw_client{environment->directory.path()}; // so that the process's objects stay
-        screen = reinterpret_cast<const kalix_screen*>(map("/screen", 0));
         ask(*keeper, KALIX_SET_MODE, bytes_of(set_mode_req{640, 480, 32}));
         std::memcpy(&shown, ask(*keeper, surface.command, surface.payload).data.data(), sizeof shown);
     }
@@ -339,12 +328,9 @@ protected:
     template <typename function>
     static answer converse(const request& what, bool is_known, const function& around)
     {
-        const bytes filler = command(SVGA_3D_CMD_PRESENT_READBACK);
         const std::string own = std::to_string(getpid());
-        std::byte* const commands = map("/shm/execbuf_" + own + "_7", KALIX_COMMAND_BUFFER_BYTES);
-        std::ranges::copy(filler, commands);
-        munmap(commands, KALIX_COMMAND_BUFFER_BYTES);
-        munmap(map("/shm/vm_svga:" + own + ":3", 4096), 4096);
+        make_object("execbuf_" + own + "_7", KALIX_COMMAND_BUFFER_BYTES, command(SVGA_3D_CMD_PRESENT_READBACK));
+        make_object("vm_svga:" + own + ":3", 4096, {});
         ask(*keeper, KALIX_PRESENT, bytes_of(present_req{shown, 0, 0, 512, 480}));
         raw_client client{environment->directory.path()};
         bytes payload = what.payload;
@@ -379,26 +365,21 @@ protected:
     }
     static uint64_t refused()
     {
-        uint64_t all = 0;
-        for (const uint64_t each : screen->statistics.refused)
-            all += each;
-        return all;
+        const kalix_screen_statistics now = tools::screen_reader{environment->directory.path()}.statistics();
+        return std::accumulate(std::begin(now.refused), std::end(now.refused), uint64_t{0});
     }
-    static std::byte* map(const std::string& name, size_t length)
+    // What a client does that shares memory.
+    static void make_object(const std::string& name, off_t length, const bytes& beginning)
     {
-        const std::string path = environment->directory.path() + name;
+        const std::string path = environment->directory.object(name);
         const unique_fd file{open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
-        if (length != 0 && ftruncate(file.get(), static_cast<off_t>(length)) != 0)
+        if (ftruncate(file.get(), length) != 0 || pwrite(file.get(), beginning.data(), beginning.size(), 0) < 0)
             std::abort();
-        void* const at = mmap(nullptr, length != 0 ? length : sizeof(kalix_screen),
-                              length != 0 ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, file.get(), 0);
-        return static_cast<std::byte*>(at);
     }
     void expect_that_it_passes(const request& what, bool is_known, thread_kind victim);
 
     static inline server_environment* environment;
     static inline raw_client* keeper;
-    static inline const kalix_screen* screen;
     static inline uint32_t shown; // the keeper's surface
 };
 
@@ -504,16 +485,14 @@ TEST_F(ServingWithoutMemory, EveryRequestIsAnsweredAndLeavesNothing)
 TEST_F(ServingWithoutMemory, TheDeviceCountsWhatItCannotDo)
 {
     constexpr uint32_t cid = 900, target = 901, vertices = 902, missing = 903;
-    const svga3d_surface_define define{target, 0, SVGA3D_A8R8G8B8, {1, 0, 0, 0, 0, 0}};
-    const svga3d_surface_define array{vertices, 0, SVGA3D_BUFFER, {1, 0, 0, 0, 0, 0}};
     const svga3d_vertex_declaration position{
         SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITION, 0, {vertices, 0, 0}, 0, 0};
     const svga3d_primitive_range many{SVGA3D_PRIMITIVE_TRIANGLELIST, 3000, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
     const svga3d_image image{target, 0, 0};
     const bytes commands[] = {
         command(SVGA_3D_CMD_CONTEXT_DEFINE, svga3d_context{cid}),
-        command(SVGA_3D_CMD_SURFACE_DEFINE, define, svga3d_size{512, 512, 1}),
-        command(SVGA_3D_CMD_SURFACE_DEFINE, array, svga3d_size{64, 1, 1}),
+        stream{}.define_surface(target, SVGA3D_A8R8G8B8, {{512, 512, 1}}).bytes,
+        stream{}.define_surface(vertices, SVGA3D_BUFFER, {{64, 1, 1}}).bytes,
         command(SVGA_3D_CMD_SETRENDERTARGET, svga3d_set_render_target{cid, SVGA3D_RT_COLOR0, image}),
         command(SVGA_3D_CMD_SETVIEWPORT, svga3d_set_viewport{cid, {0, 0, 512, 512}}),
         command(SVGA_3D_CMD_SETRENDERSTATE, svga3d_context{cid}, svga3d_render_state_value{SVGA3D_RS_ZENABLE, 0}),

@@ -2,90 +2,53 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace kalix::test {
 namespace {
 
 namespace fs = std::filesystem;
 
-// What is under test lies beside the folder of the tests.
-fs::path build_directory()
-{
-    return fs::read_symlink("/proc/self/exe").parent_path().parent_path();
-}
-
-std::string server_program()
-{
-    return (build_directory() / "bin" / "kalix").string();
-}
-
-[[noreturn]] void become_server(const std::string& directory, const std::string& log, int ready,
-                                const std::vector<std::string>& environment, std::vector<std::string>& words)
+int become_server(const std::string& directory, const std::string& log, int ready, std::vector<std::string> words)
 {
     ::setenv("KALIX_RUN_DIR", directory.c_str(), 1);
     ::setenv("KALIX_PPS_DIR", (directory + "/pps").c_str(), 1);
     ::setenv("KALIX_FOREGROUND", "1", 1);
     ::setenv("KALIX_LOG", log.c_str(), 1);
     ::setenv("KALIX_READY_FD", std::to_string(ready).c_str(), 1);
-    for (const std::string& each : environment)
-        ::putenv(const_cast<char*>(each.c_str()));
-    std::string program = server_program();
-    std::vector<char*> arguments{program.data()};
-    for (std::string& word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    ::execv(program.c_str(), arguments.data());
-    ::_exit(127);
+    words.insert(words.begin(), program("kalix"));
+    return become(words);
 }
 
 } // namespace
 
-bool soon(const std::function<bool()>& condition)
+// What is under test lies beside the folder of the tests.
+std::string program(const std::string& name)
 {
-    for (int i = 0; i < 4000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
-    }
-    return false;
-}
-
-run_directory::run_directory()
-{
-    char name[] = "/dev/shm/kalix-system-XXXXXX";
-    path_ = ::mkdtemp(name);
-}
-
-run_directory::~run_directory()
-{
-    fs::remove_all(path_);
+    return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin" / name;
 }
 
 std::vector<std::string> run_directory::shared_objects() const
 {
     std::vector<std::string> out;
-    for (const auto& entry : fs::directory_iterator(path_ + "/shm"))
+    for (const auto& entry : fs::directory_iterator(path() + "/shm"))
         out.push_back(entry.path().filename().string());
     return out;
 }
 
-server::server(const run_directory& in, std::vector<std::string> environment, std::vector<std::string> words)
+server::server(const run_directory& in, const std::vector<std::string>& words)
 {
     static int started;
     log_path_ = in.path() + "/log." + std::to_string(started++);
     int ready[2];
     if (::pipe(ready) != 0)
         return;
-    pid_ = ::fork();
-    if (pid_ == 0) {
+    pid_ = start_child([&] {
         ::close(ready[0]);
-        become_server(in.path(), log_path_, ready[1], environment, words);
-    }
+        return become_server(in.path(), log_path_, ready[1], words);
+    });
     ::close(ready[1]);
     char byte;
     ready_ = words.empty() && ::read(ready[0], &byte, 1) == 1; // end of file when it ends before it is ready
@@ -107,10 +70,7 @@ void server::send(int signal) const
 
 int server::wait()
 {
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return status;
+    return end_of(std::exchange(pid_, -1));
 }
 
 std::vector<std::string> server::log() const
@@ -136,15 +96,6 @@ size_t server::mapped_objects() const
         count += line.find("/shm/svga_dma_") != std::string::npos || line.find("/shm/execbuf_") != std::string::npos ||
                  line.find("/shm/vm_svga:") != std::string::npos;
     return count;
-}
-
-size_t server::resident_bytes() const
-{
-    std::ifstream statm{"/proc/" + std::to_string(pid_) + "/statm"};
-    size_t total = 0;
-    size_t resident = 0;
-    statm >> total >> resident;
-    return resident * static_cast<size_t>(::sysconf(_SC_PAGESIZE));
 }
 
 } // namespace kalix::test

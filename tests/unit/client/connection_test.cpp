@@ -4,10 +4,8 @@
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -23,75 +21,74 @@ TEST(Open, SaysWhatIsMissing)
 {
     kalix_connection* connection = nullptr;
     EXPECT_EQ(kalix_open("/nonexistent/kalix", &connection), -ENOENT);
-    const run_directory empty;
+    const fresh_directory empty;
     EXPECT_EQ(kalix_open(empty.path().c_str(), &connection), -ENOENT);
-    const std::string endless(PATH_MAX, 'x');
-    EXPECT_EQ(kalix_open(endless.c_str(), &connection), -ENAMETOOLONG);
-    {
-        const run_directory kept;
-        mknod((kept.path() / "svga_ch").c_str(), S_IFSOCK | 0600, 0);
-        EXPECT_EQ(kalix_open(kept.path().c_str(), &connection), -ECONNREFUSED);
-    }
+    mknod((empty.path() / "svga_ch").c_str(), S_IFSOCK | 0600, 0);
+    EXPECT_EQ(kalix_open(empty.path().c_str(), &connection), -ECONNREFUSED);
+    EXPECT_EQ(kalix_open(std::string(PATH_MAX, 'x').c_str(), &connection), -ENAMETOOLONG);
     EXPECT_EQ(connection, nullptr);
 }
 
-TEST(Open, ReachesAChannelWhosePathIsTooLongForAnAddress)
+TEST(Open, FindsTheRunDirectoryOfTheEnvironmentAtAPathTooLongForAnAddress)
 {
-    const std::string deep = std::string(90, 'a') + "/" + std::string(90, 'b');
-    fake_server server{echo, deep};
-    const open_client client{server};
-    EXPECT_EQ(getparam(client), 0);
-    EXPECT_EQ(server.connects(), 1U);
-}
-
-TEST(Open, FindsTheRunDirectoryOfTheEnvironment)
-{
-    fake_server server{echo};
+    fake_server server{echo, std::string(90, 'a') + "/" + std::string(90, 'b')};
     setenv("KALIX_RUN_DIR", server.path().c_str(), 1);
     kalix_connection* connection = nullptr;
     EXPECT_EQ(kalix_open(nullptr, &connection), 0);
     unsetenv("KALIX_RUN_DIR");
     EXPECT_EQ(getparam(connection), 0);
+    EXPECT_EQ(server.connects(), 1U);
     kalix_close(connection);
 }
 
-TEST(ErrorReplies, BecomeTheHostsNumbers)
+struct reply_row {
+    std::string name;
+    reaction answer;
+    int result;
+    bool loses; // the connection, for good
+};
+
+std::vector<reply_row> failures()
 {
-    struct {
-        int32_t wire;
-        int host;
-    } const rows[]{{89, -ENOSYS}, {90, -EMSGSIZE},  {3, -ESRCH},  {12, -ENOMEM},  {22, -EINVAL},
-                   {34, -ERANGE}, {35, -EREMOTEIO}, {0, -EPROTO}, {-22, -EPROTO}, {INT32_MIN, -EPROTO}};
-    for (const auto& row : rows) {
-        fake_server server{[&](const received&) { return reply(row.wire, {}, KALIX_REPLY_ERROR); }};
-        const open_client client{server};
-        EXPECT_EQ(getparam(client), row.host) << "wire error " << row.wire;
-        EXPECT_EQ(kalix_connection_error(client), 0) << "an error reply loses no connection";
-        EXPECT_EQ(getparam(client), row.host);
-    }
+    std::vector<reply_row> rows{
+        {"more data than there is room", reply(0, words(5)), -EPROTO, true},
+        {"a kind that does not exist", reply(0, words(4), 2), -EPROTO, true},
+        {"a length without end", {std::vector<std::byte>(12, std::byte{0xFF})}, -EPROTO, true},
+    };
+    for (const auto& [wire, host] : {std::pair{89, -ENOSYS},
+                                     {90, -EMSGSIZE},
+                                     {3, -ESRCH},
+                                     {34, -ERANGE},
+                                     {35, -EREMOTEIO},
+                                     {0, -EPROTO},
+                                     {-22, -EPROTO},
+                                     {INT32_MIN, -EPROTO}})
+        rows.push_back({"error " + std::to_string(wire), reply(wire, {}, KALIX_REPLY_ERROR), host, false});
+    // Cut at each byte: the server is gone, whether by an orderly close or not.
+    const std::vector<std::byte> whole = reply(0, words(4)).bytes;
+    for (auto end = whole.begin(); end != whole.end(); ++end)
+        rows.push_back({"a reply cut short", {{whole.begin(), end}, true}, -ECONNRESET, true});
+    return rows;
 }
 
-// A reply of 28 bytes, cut at each of them: the server is gone, whether by an orderly close or not.
-TEST(LostServer, IsAnErrorAtEveryByteOfItsReply)
+TEST(Replies, FailACallAndMayLoseTheConnection)
 {
-    const reaction whole = reply(0, {0, 0, 0, 0});
-    for (size_t length = 0; length < whole.bytes.size(); ++length) {
-        fake_server server{[&](const received&) {
-            return reaction{{whole.bytes.begin(), whole.bytes.begin() + static_cast<ptrdiff_t>(length)}, true};
-        }};
+    for (const reply_row& row : failures()) {
+        SCOPED_TRACE(row.name + ", " + std::to_string(row.answer.bytes.size()) + " bytes");
+        fake_server server{[&](const received&) { return row.answer; }};
         const open_client client{server};
         alarm(20); // a hang ends the test
-        EXPECT_EQ(getparam(client), -ECONNRESET) << length << " bytes";
-        EXPECT_EQ(kalix_connection_error(client), -ECONNRESET);
-        EXPECT_EQ(getparam(client), -ECONNRESET) << "the connection stays lost";
+        EXPECT_EQ(getparam(client), row.result);
+        EXPECT_EQ(kalix_connection_error(client), row.loses ? row.result : 0);
+        EXPECT_EQ(getparam(client), row.result);
         alarm(0);
-        EXPECT_EQ(server.requests().size(), 1U);
+        EXPECT_EQ(server.requests().size(), row.loses ? 1U : 2U);
     }
 }
 
-TEST(LostServer, RaisesNoSignal)
+TEST(Replies, OfAServerThatIsGoneRaiseNoSignal)
 {
-    fake_server server{[](const received&) { return reaction{reply(0, {0, 0, 0, 0}).bytes, true}; }};
+    fake_server server{[](const received&) { return reaction{reply(0, words(4)).bytes, true}; }};
     const open_client client{server};
     EXPECT_EQ(getparam(client), 0);
     const std::vector<std::byte> payload(1 << 19); // more than a socket buffers
@@ -100,84 +97,61 @@ TEST(LostServer, RaisesNoSignal)
     EXPECT_THAT(result, testing::AnyOf(-EPIPE, -ECONNRESET));
 }
 
-TEST(MadServer, EndsTheConnection)
-{
-    const words five{1, 2, 3, 4, 5};
-    const std::pair<const char*, reaction> rows[]{
-        {"more data than there is room", reply(0, five)},
-        {"a kind that does not exist", reply(0, {0, 0, 0, 0}, 2)},
-        {"a length without end", {reaction{std::vector<std::byte>(12, std::byte{0xFF}), false}}},
-    };
-    for (const auto& [name, answer] : rows) {
-        fake_server server{[&bytes = answer](const received&) { return bytes; }};
-        const open_client client{server};
-        EXPECT_EQ(getparam(client), -EPROTO) << name;
-        EXPECT_EQ(getparam(client), -EPROTO) << name;
-        EXPECT_EQ(server.requests().size(), 1U) << name;
-    }
-}
-
 // Replies carry the request's own number back, so one that reached the wrong thread would be seen.
 TEST(Threads, ShareAConnection)
 {
     fake_server server{[](const received& request) { return reply(0, {request.word(3), request.word(3) * 3}); }};
     const open_client client{server};
-    constexpr uint32_t requests = 200;
-    std::vector<std::thread> threads;
-    std::atomic<uint32_t> right = 0;
-    for (uint32_t thread = 0; thread < 4; ++thread)
-        threads.emplace_back([&, thread] {
-            for (uint32_t i = 0; i < requests; ++i) {
+    std::vector<std::jthread> threads;
+    for (uint32_t first = 0; first < 800; first += 200)
+        threads.emplace_back([&client, first] {
+            for (uint32_t index = first; index < first + 200; ++index) {
                 uint32_t value = 0;
-                const uint32_t index = thread * requests + i;
-                right += kalix_fifomap(client, index, &value) == 0 && value == index * 3;
+                EXPECT_EQ(kalix_fifomap(client, index, &value), 0);
+                EXPECT_EQ(value, index * 3);
             }
         });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(right, 4 * requests);
 }
 
 TEST(Fork, LeavesTheSessionToTheParent)
 {
-    fake_server server{[](const received& request) {
-        return request.command() == KALIX_CONTEXT_DEFINE ? reply(0, {4, 0}) : echo(request);
-    }};
-    kalix_connection* client = nullptr;
-    ASSERT_EQ(kalix_open(server.path().c_str(), &client), 0);
+    fake_server server{echo};
+    const open_client client{server};
     kalix_commands* commands = nullptr;
     ASSERT_EQ(kalix_command_buffer(client, 4, &commands), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const bool refused = getparam(client) == -EPERM && kalix_context_destroy(client, 4) == -EPERM;
-        kalix_close(client);
-        _exit(refused ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(run_child([&] {
+                  const bool refused = getparam(client) == -EPERM && kalix_context_destroy(client, 4) == -EPERM;
+                  kalix_close(client);
+                  return refused ? 0 : 1;
+              }),
+              0);
     EXPECT_EQ(getparam(client), 0);
-    EXPECT_TRUE(exists(server.directory().object("execbuf_" + std::to_string(getpid()) + "_4")));
-    kalix_close(client);
+    EXPECT_TRUE(exists(server.object("execbuf_" + std::to_string(getpid()) + "_4")));
 }
 
-TEST(Arguments, ThatAreMissingAreRefused)
+TEST(Arguments, ThatCannotBeAreRefused)
 {
     fake_server server{echo};
     const open_client client{server};
     uint64_t value = 0;
-    uint32_t id = 0;
+    uint32_t id = 7;
+    const std::vector<surface_size> sizes(KALIX_SURFACE_MIPS_MAX + 1);
+    const kalix_surface_description too_many{0, 2, {145}, sizes.data(), KALIX_SURFACE_MIPS_MAX + 1, 0, 0};
+    const kalix_surface_description without_sizes{0, 2, {1}, nullptr, 1, 0, 0};
     EXPECT_EQ(kalix_open(server.path().c_str(), nullptr), -EINVAL);
     EXPECT_EQ(kalix_getparam(nullptr, 0, &value), -EINVAL);
     EXPECT_EQ(kalix_getparam(client, 0, nullptr), -EINVAL);
     EXPECT_EQ(kalix_context_define(client, nullptr), -EINVAL);
     EXPECT_EQ(kalix_surface_define(client, nullptr, &id), -EINVAL);
+    EXPECT_EQ(kalix_surface_define(client, &too_many, &id), -EINVAL);
+    EXPECT_EQ(kalix_surface_define(client, &without_sizes, &id), -EINVAL);
     EXPECT_EQ(kalix_dmabuf_alloc(client, 1, nullptr), -EINVAL);
     EXPECT_EQ(kalix_command_buffer(client, 1, nullptr), -EINVAL);
     EXPECT_EQ(kalix_readback(client, nullptr, &value, 8), -EINVAL);
     EXPECT_EQ(kalix_request(client, 0, nullptr, 4, nullptr, 0, nullptr, nullptr), -EINVAL);
     kalix_close(nullptr);
     kalix_dmabuf_unmap(nullptr);
+    EXPECT_EQ(id, 7U);
     EXPECT_TRUE(server.requests().empty());
 }
 

@@ -10,21 +10,6 @@
 
 namespace kalix::test {
 
-run_directory::run_directory(const std::string& below)
-{
-    std::string name = (std::filesystem::temp_directory_path() / "kalix-client-test.XXXXXX").string();
-    if (!mkdtemp(name.data()))
-        std::abort();
-    root_ = name;
-    path_ = below.empty() ? root_ : root_ / below;
-    std::filesystem::create_directories(path_ / "shm");
-}
-
-run_directory::~run_directory()
-{
-    std::filesystem::remove_all(root_);
-}
-
 words received::as_words() const
 {
     words result(message.size() / sizeof(uint32_t));
@@ -51,9 +36,11 @@ reaction echo(const received& request)
     return reply(0, data);
 }
 
-fake_server::fake_server(script answers, const std::string& below) : directory_{below}, script_{std::move(answers)}
+fake_server::fake_server(script answers, const std::string& below)
+    : path_{root_.path() / below}, script_{std::move(answers)}
 {
-    const unique_fd directory{open(directory_.path().c_str(), O_PATH | O_DIRECTORY)};
+    create_directories(path_ / "shm");
+    const unique_fd directory{open(path_.c_str(), O_PATH | O_DIRECTORY)};
     listener_ = unique_fd{socket(AF_UNIX, SOCK_STREAM, 0)};
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -68,13 +55,9 @@ fake_server::~fake_server()
 {
     shutdown(listener_.get(), SHUT_RDWR);
     acceptor_.join();
-    {
-        const std::lock_guard guard{lock_};
-        for (const unique_fd& socket : sockets_)
-            shutdown(socket.get(), SHUT_RDWR);
-    }
-    for (std::thread& thread : threads_)
-        thread.join();
+    const std::lock_guard guard{lock_};
+    for (const unique_fd& socket : sockets_)
+        shutdown(socket.get(), SHUT_RDWR);
 }
 
 std::vector<received> fake_server::requests()

@@ -3,33 +3,17 @@
 #pragma once
 
 #include "base/unique_fd.h"
+#include "tests/support.h"
 
 #include <atomic>
-#include <cstdint>
-#include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
 #include <kalix/client.h>
 #include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace kalix::test {
 
 using words = std::vector<uint32_t>;
-
-// A fresh directory with shm/ in it, removed at its end.
-class run_directory {
-public:
-    explicit run_directory(const std::string& below = "");
-    ~run_directory();
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path object(const std::string& name) const { return path_ / "shm" / name; }
-
-private:
-    std::filesystem::path root_, path_;
-};
 
 struct received {
     uint32_t room = 0;
@@ -56,8 +40,8 @@ public:
     explicit fake_server(script answers, const std::string& below = "");
     ~fake_server();
 
-    const run_directory& directory() const { return directory_; }
-    std::string path() const { return directory_.path().string(); }
+    const std::filesystem::path& path() const { return path_; } // the run directory
+    std::filesystem::path object(const std::string& name) const { return path_ / "shm" / name; }
     std::vector<received> requests(); // so far, without connect messages
     size_t connects() const { return connects_; }
 
@@ -65,14 +49,15 @@ private:
     void accept_all();
     void serve(int socket);
 
-    run_directory directory_;
+    fresh_directory root_;
+    std::filesystem::path path_;
     script script_;
     unique_fd listener_;
     std::atomic<size_t> connects_ = 0;
     std::mutex lock_; // guards what follows, held around the script
     std::vector<received> requests_;
     std::vector<unique_fd> sockets_;
-    std::vector<std::thread> threads_;
+    std::vector<std::jthread> threads_;
     std::thread acceptor_;
 };
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <kalix/client.hpp>
+#include <numeric>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -21,32 +22,20 @@ std::string own(const char* format, uint32_t number)
     return name;
 }
 
-std::string contents(const std::filesystem::path& path)
-{
-    std::ifstream file{path, std::ios::binary};
-    return {std::istreambuf_iterator<char>{file}, {}};
-}
-
-void write(const std::filesystem::path& path, const std::string& text)
-{
-    std::ofstream{path, std::ios::binary} << text;
-}
-
 class Objects : public testing::Test {
 protected:
-    fake_server server{[this](const received& request) { return answer(request); }};
-    kalix_connection* connection = nullptr;
     std::function<reaction(const received&)> answer = echo;
+    fake_server server{[this](const received& request) { return answer(request); }};
+    open_client connection{server};
 
-    void SetUp() override { ASSERT_EQ(kalix_open(server.path().c_str(), &connection), 0); }
-    void TearDown() override { kalix_close(connection); }
-    std::filesystem::path object(const std::string& name) const { return server.directory().object(name); }
-    std::vector<int32_t> commands()
+    std::filesystem::path object(const std::string& name) const { return server.object(name); }
+    // What the server answers when it has made a DMA buffer whose bytes begin at an offset.
+    void grant_buffers(uint32_t offset, uint32_t handle)
     {
-        std::vector<int32_t> list;
-        for (const received& request : server.requests())
-            list.push_back(request.command());
-        return list;
+        answer = [offset, handle](const received& request) {
+            return request.command() == KALIX_DMABUF_ALLOC ? reply(0, {offset, 0, handle, 2, 0, handle})
+                                                           : echo(request);
+        };
     }
 };
 
@@ -54,10 +43,8 @@ TEST_F(Objects, DmaBufferIsMappedBehindItsOffset)
 {
     constexpr uint32_t size = 10'000;
     for (const uint32_t offset : {4096U, 1U, 777U}) {
-        write(object("svga_dma_9"), std::string(size + 4096, '.'));
-        answer = [offset](const received& request) {
-            return request.command() == KALIX_DMABUF_ALLOC ? reply(0, {offset, 0, 9, 2, 0, 9}) : echo(request);
-        };
+        put(object("svga_dma_9"), std::string(size + 4096, '.'));
+        grant_buffers(offset, 9);
         kalix_dma_buffer buffer{};
         ASSERT_EQ(kalix_dmabuf_alloc(connection, size, &buffer), 0);
         EXPECT_EQ(server.requests().back().word(3), size);
@@ -76,8 +63,8 @@ TEST_F(Objects, DmaBufferIsMappedBehindItsOffset)
 
 TEST_F(Objects, DmaBufferThatCannotBeMappedIsGivenBack)
 {
-    write(object("svga_dma_9"), std::string(8191, '.'));
-    write(object("elsewhere"), std::string(9000, '.'));
+    put(object("svga_dma_9"), std::string(8191, '.'));
+    put(object("elsewhere"), std::string(9000, '.'));
     create_symlink(object("elsewhere"), object("svga_dma_11"));
     struct {
         const char* name;
@@ -88,10 +75,7 @@ TEST_F(Objects, DmaBufferThatCannotBeMappedIsGivenBack)
                    {"a link", 4096, 11, -ELOOP},
                    {"an offset beyond any page", 70'000, 9, -EPROTO}};
     for (const auto& row : rows) {
-        answer = [&row](const received& request) {
-            return request.command() == KALIX_DMABUF_ALLOC ? reply(0, {row.offset, 0, row.handle, 2, 0, row.handle})
-                                                           : echo(request);
-        };
+        grant_buffers(row.offset, row.handle);
         kalix_dma_buffer buffer{};
         EXPECT_EQ(kalix_dmabuf_alloc(connection, 4096, &buffer), row.result) << row.name;
         EXPECT_EQ(buffer.mapping, nullptr) << row.name;
@@ -103,7 +87,7 @@ TEST_F(Objects, DmaBufferThatCannotBeMappedIsGivenBack)
 TEST_F(Objects, CommandBufferLivesAsLongAsItsContext)
 {
     const std::string name = own("execbuf_%u_%u", 4);
-    write(object("victim"), "precious");
+    put(object("victim"), "precious");
     create_symlink(object("victim"), object(name));
     kalix_commands *list = nullptr, *again = nullptr;
     ASSERT_EQ(kalix_command_buffer(connection, 4, &list), 0);
@@ -138,78 +122,55 @@ TEST_F(Objects, CommandBufferLivesAsLongAsItsContext)
 TEST_F(Objects, CommandBuffersLeaveNoFilesBehind)
 {
     kalix_commands* list = nullptr;
-    for (const uint32_t number : {1U, 2U, 3U})
-        ASSERT_EQ(kalix_command_buffer(connection, number, &list), 0);
-    EXPECT_EQ(kalix_context_destroy(connection, 2), 0);
-    kalix_close(connection);
-    connection = nullptr;
-    EXPECT_TRUE(std::filesystem::is_empty(server.directory().path() / "shm"));
-
-    ASSERT_EQ(kalix_open(server.path().c_str(), &connection), 0);
+    {
+        const open_client closed{server};
+        for (const uint32_t number : {1U, 2U, 3U})
+            ASSERT_EQ(kalix_command_buffer(closed, number, &list), 0);
+        EXPECT_EQ(kalix_context_destroy(closed, 2), 0);
+    }
+    EXPECT_TRUE(is_empty(object("")));
     ASSERT_EQ(kalix_command_buffer(connection, 1, &list), 0);
     EXPECT_EQ(kalix_disconnect(connection), 0);
-    EXPECT_TRUE(std::filesystem::is_empty(server.directory().path() / "shm"));
+    EXPECT_TRUE(is_empty(object("")));
     EXPECT_EQ(kalix_submit(connection, 1, nullptr), -ENOENT);
 }
 
-// Plays the server's part of readback: keeps the object it opens first, writes rows at y x pitch.
-class readback_server {
-public:
-    explicit readback_server(const run_directory& directory) : directory_{directory} {}
-    reaction operator()(const received& request)
-    {
-        if (request.command() != KALIX_READBACK)
-            return echo(request);
-        readback_req req{};
-        std::memcpy(&req, request.message.data() + sizeof(kalix_request_header), sizeof req);
-        if (!file_.is_open())
-            file_.open(directory_.object(own("vm_svga:%u:%u", static_cast<uint32_t>(req.shm_number))),
-                       std::ios::binary | std::ios::in | std::ios::out);
-        if (!file_)
-            return reply(-12);
-        for (uint32_t row = 0; row < req.h; ++row)
-            for (uint32_t column = 0; column < req.w; ++column) {
-                const uint32_t pixel = (req.y + row) << 16 | (req.x + column);
-                file_.seekp(static_cast<std::streamoff>(req.y + row) * req.pitch +
-                            std::streamoff{4} * (req.x + column));
-                file_.write(reinterpret_cast<const char*>(&pixel), 4);
-            }
-        file_.flush();
-        last = req;
-        return reply(0);
-    }
-    readback_req last{};
-
-private:
-    const run_directory& directory_;
-    std::fstream file_;
-};
-
 TEST_F(Objects, ReadbackCopiesTheRectangleAndNothingElse)
 {
-    readback_server plays{server.directory()};
-    answer = std::ref(plays);
+    readback_req last{};
+    std::fstream file; // the server keeps the object that it opens first, and writes rows at y x pitch
+    answer = [&](const received& request) {
+        std::memcpy(&last, request.message.data() + sizeof(kalix_request_header), sizeof last);
+        if (!file.is_open())
+            file.open(object(own("vm_svga:%u:%u", static_cast<uint32_t>(last.shm_number))),
+                      std::ios::binary | std::ios::in | std::ios::out);
+        for (uint32_t y = last.y; y < last.y + last.h; ++y) {
+            words row(last.w);
+            std::iota(row.begin(), row.end(), y << 16 | last.x);
+            file.seekp(static_cast<std::streamoff>(y) * last.pitch + std::streamoff{4} * last.x);
+            file.write(reinterpret_cast<const char*>(row.data()), static_cast<std::streamsize>(row.size() * 4));
+        }
+        return reply(file.flush() ? 0 : -12);
+    };
     constexpr uint32_t width = 40, height = 30, stride = 50; // of the surface; of the caller's rows, pixels
     const svga3d_rect rows[]{{0, 0, 40, 30}, {39, 29, 1, 1}, {7, 3, 20, 5}, {0, 29, 40, 1}};
     for (const svga3d_rect& rect : rows) {
         const kalix_readback_area area{6, width, height, SVGA3D_A8R8G8B8, rect.x, rect.y, rect.w, rect.h};
         words pixels(size_t{stride} * height, 0xEEEEEEEE);
         ASSERT_EQ(kalix_readback(connection, &area, pixels.data(), size_t{stride} * 4), 0);
-        EXPECT_EQ(plays.last.pitch, width * 4);
-        EXPECT_EQ(plays.last.shm_size, width * height * 4);
+        EXPECT_EQ(last.pitch, width * 4);
+        EXPECT_EQ(last.shm_size, width * height * 4);
         words expected(pixels.size(), 0xEEEEEEEE);
         for (uint32_t y = 0; y < rect.h; ++y)
             for (uint32_t x = 0; x < rect.w; ++x)
                 expected[size_t{y} * stride + x] = (rect.y + y) << 16 | (rect.x + x);
         EXPECT_EQ(pixels, expected) << rect.x << ", " << rect.y;
     }
-    kalix_connection* second = nullptr; // the server writes to the object that it has
-    ASSERT_EQ(kalix_open(server.path().c_str(), &second), 0);
+    const open_client second{server};
     const kalix_readback_area corner{6, width, height, SVGA3D_A8R8G8B8, 1, 2, 1, 1};
     uint32_t pixel = 0;
     EXPECT_EQ(kalix_readback(second, &corner, &pixel, 4), 0);
     EXPECT_EQ(pixel, 0x20001U);
-    kalix_close(second);
 }
 
 TEST_F(Objects, ReadbackRefusesWhatTheServerWould)
@@ -235,7 +196,7 @@ TEST_F(Objects, ReadbackRefusesWhatTheServerWould)
 
 TEST_F(Objects, CxxTypesGiveBackWhatTheyOwn)
 {
-    write(object("svga_dma_9"), std::string(8192, '.'));
+    put(object("svga_dma_9"), std::string(8192, '.'));
     uint32_t next = 3;
     answer = [&next](const received& request) {
         switch (request.command()) {
@@ -261,8 +222,11 @@ TEST_F(Objects, CxxTypesGiveBackWhatTheyOwn)
         context_moved.commands().submit();
         target = client::surface{moved, 0, SVGA3D_A8R8G8B8, 8, 8};
     }
-    EXPECT_THAT(commands(), ElementsAre(1, 9, 7, 12, 9, 10, 8, 10, 2));
-    EXPECT_TRUE(std::filesystem::exists(object("svga_dma_9")));
+    std::vector<int32_t> commands;
+    for (const received& request : server.requests())
+        commands.push_back(request.command());
+    EXPECT_THAT(commands, ElementsAre(1, 9, 7, 12, 9, 10, 8, 10, 2));
+    EXPECT_TRUE(exists(object("svga_dma_9")));
 
     answer = [](const received&) { return reply(-12); };
     const client::connection refusing{server.path().c_str()};

@@ -2,8 +2,11 @@
 
 #include "tests/unit/client/fake_server.h"
 
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <gmock/gmock.h>
+#include <numeric>
 
 namespace kalix::test {
 namespace {
@@ -22,6 +25,13 @@ words with_zeros(words head, size_t count)
     head.resize(count);
     return head;
 }
+// Records of which no word is like another.
+words counting(size_t count)
+{
+    words made(count);
+    std::iota(made.begin(), made.end(), 50u);
+    return made;
+}
 
 // A call whose request is its arguments, one behind the other, and whose reply is empty.
 template <typename function, typename... values>
@@ -39,16 +49,31 @@ call_row echoed(call_row row)
     row.reply.assign(row.request.begin() + 1, row.request.end());
     return row;
 }
-// A call that brings one word back.
-template <typename function, typename... values>
-call_row asks(const char* name, words request, words reply, uint32_t got, function call, values... arguments)
+// A call that brings a record or a number back through its last argument.
+template <typename result, typename function, typename... values>
+call_row asks(const char* name, words request, words reply, words got, function call, values... arguments)
 {
     return {name,
-            [=](kalix_connection* c, words& out) { return call(c, arguments..., &out.emplace_back()); },
-            std::move(request),
-            std::move(reply),
-            {got}};
+            [=](kalix_connection* c, words& out) {
+                result value{};
+                const int error = call(c, arguments..., &value);
+                out.resize(sizeof value / sizeof(uint32_t));
+                std::memcpy(out.data(), &value, sizeof value);
+                return error;
+            },
+            std::move(request), std::move(reply), std::move(got)};
 }
+call_row with_sizes(call_row row, uint32_t sizes)
+{
+    row.trail = sizes * uint32_t{sizeof(surface_size) / sizeof(uint32_t)};
+    return row;
+}
+
+constexpr std::array<surface_size, 2> levels{{{64, 32, 1, 0}, {32, 16, 1, 0}}};
+const kalix_surface_description two_levels{0x20, 2, {2}, levels.data(), 2, 1, 99};
+constexpr overlay_define_req overlay{-3, 4, 5, 6, 2, 99, 7, 8, 9, 10};
+constexpr uint32_t pixels[] = {0xFFAA5500, 7};
+const kalix_cursor_image cursor{2, 1, 1, 0, pixels};
 
 // clang-format off
 const std::vector<call_row> calls{
@@ -66,69 +91,11 @@ const std::vector<call_row> calls{
     tells("disconnect", 0xDEAD, kalix_disconnect),
     echoed(tells("overlay_destroy", 209, kalix_overlay_destroy, 6u)),
     echoed(tells("debug_fill", 1005, kalix_debug_fill, 5u, 9u)),
-    asks("context_define", {7, 0, 0}, {3, 0}, 3, kalix_context_define),
-    asks("alloc_sid", {203, 0, 0}, {17, 0}, 17, kalix_alloc_sid),
-    asks("software_mode", {240, 0, 0}, {0, 0}, 0, kalix_software_mode),
-    asks("fifomap", {201, 6, 0}, {6, 44}, 44, kalix_fifomap, 6u),
     {"move_cursor", [](auto* c, words&) { return kalix_move_cursor(c, 1, 20, 30); }, {244, 1, 20, 30, 0}, {}, {}},
+    {"set_cursor", [](auto* c, words&) { return kalix_set_cursor(c, &cursor); },
+     {243, 0, 1, 0, 2, 1, 0, 0xFFAA5500, 7}, {}, {}},
     {"present_phys", [](auto* c, words&) { return kalix_present_phys(c, 5, 1, 2, 3, 4, 0x140000000); },
      {206, 5, 1, 2, 3, 4, 0, 0x40000000, 1}, {}, {}},
-    {"getparam",
-     [](kalix_connection* c, words& out) {
-         uint64_t value = 0;
-         const int result = kalix_getparam(c, KALIX_PARAM_FRAMEBUFFER_BYTES, &value);
-         out = {static_cast<uint32_t>(value), static_cast<uint32_t>(value >> 32)};
-         return result;
-     },
-     {0, 0, 0, 5, 0}, {0x8000000, 7, 5, 0}, {0x8000000, 7}},
-    {"surface_define",
-     [](kalix_connection* c, words& out) {
-         const std::array<surface_size, 2> sizes{{{64, 32, 1, 0}, {32, 16, 1, 0}}};
-         const kalix_surface_description wanted{0x20, 2, {2}, sizes.data(), 2, 1, 99};
-         return kalix_surface_define(c, &wanted, &out.emplace_back());
-     },
-     {9, 0x20, 2, 2, 0, 0, 0, 0, 0, 64, 0, 0, 1, 99, 64, 32, 1, 0, 32, 16, 1, 0}, {99, 2}, {99}, 8},
-    {"surface_define_2d",
-     [](auto* c, words& out) { return kalix_surface_define_2d(c, 0x40, 1, 640, 480, &out.emplace_back()); },
-     {9, 0x40, 1, 1, 0, 0, 0, 0, 0, 64, 0, 0, 0, 0, 640, 480, 1, 0}, {5, 1}, {5}, 4},
-    {"overlay_define",
-     [](kalix_connection* c, words& out) {
-         const overlay_define_req wanted{-3, 4, 5, 6, 2, 99, 7, 8, 9, 10};
-         return kalix_overlay_define(c, &wanted, &out.emplace_back());
-     },
-     {208, ~2u, 4, 5, 6, 2, 99, 7, 8, 9, 0, 10, 0}, {0, 0, 0, 0, 0, 6, 0, 0, 0, 0, 0, 0}, {6}},
-    {"set_cursor",
-     [](kalix_connection* c, words&) {
-         const uint32_t pixels[2] = {0xFFAA5500, 7};
-         const kalix_cursor_image image{2, 1, 1, 0, pixels};
-         return kalix_set_cursor(c, &image);
-     },
-     {243, 0, 1, 0, 2, 1, 0, 0xFFAA5500, 7}, {}, {}},
-    {"debug_info",
-     [](kalix_connection* c, words& out) {
-         sid_info_req info{};
-         info.sid = 5;
-         const int result = kalix_debug_info(c, &info);
-         out = {info.pids[0], info.ref_count};
-         return result;
-     },
-     with_zeros({1002, 5}, 26), {5, 77, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 3, 0}, {77, 3}},
-    {"surface_reference",
-     [](kalix_connection* c, words& out) {
-         surface_reference_req got{};
-         const int result = kalix_surface_reference(c, 5, &got);
-         out = {got.sid, got.format, got.mip_levels[0], got.mip_levels[5]};
-         return result;
-     },
-     with_zeros({11, 5}, 15), {0x20, 2, 4, 0, 0, 0, 0, 6, 0, 0, 0, 0, 0, 0}, {0x20, 2, 4, 6}},
-    {"execbuf",
-     [](kalix_connection* c, words& out) {
-         execbuf_rep got{};
-         const int result = kalix_execbuf(c, 3, 128, 7, &got);
-         out = {got.fence_handle, got.fence_flags, got.seqno, got.passed_seqno};
-         return result;
-     },
-     {12, 3, 0, 128, 7, 0, 0, 0, 0}, {41, 3, 41, 40, 0, 0, 0, 0}, {41, 3, 41, 40}},
     {"fence_signalled",
      [](kalix_connection* c, words& out) {
          int signalled = -1;
@@ -137,6 +104,27 @@ const std::vector<call_row> calls{
          return result;
      },
      {15, 41, 0, 0, 0, 0, 0}, {41, 0, 1, 44, 3, 0}, {44, 1}},
+    asks<uint32_t>("context_define", {7, 0, 0}, {3, 0}, {3}, kalix_context_define),
+    asks<uint32_t>("alloc_sid", {203, 0, 0}, {17, 0}, {17}, kalix_alloc_sid),
+    asks<uint32_t>("software_mode", {240, 0, 0}, {9, 0}, {9}, kalix_software_mode),
+    asks<uint32_t>("fifomap", {201, 6, 0}, {6, 44}, {44}, kalix_fifomap, 6u),
+    asks<uint64_t>("getparam", {0, 0, 0, 5, 0}, {0x8000000, 7, 5, 0}, {0x8000000, 7}, kalix_getparam, 5u),
+    asks<uint32_t>("overlay_define", {208, ~2u, 4, 5, 6, 2, 99, 7, 8, 9, 0, 10, 0}, counting(12), {55},
+                   kalix_overlay_define, &overlay),
+    with_sizes(asks<uint32_t>("surface_define",
+                              {9, 0x20, 2, 2, 0, 0, 0, 0, 0, 64, 0, 0, 1, 99, 64, 32, 1, 0, 32, 16, 1, 0}, {99, 2},
+                              {99}, kalix_surface_define, &two_levels), 2),
+    with_sizes(asks<uint32_t>("surface_define_2d",
+                              {9, 0x40, 1, 1, 0, 0, 0, 0, 0, 64, 0, 0, 0, 0, 640, 480, 1, 0}, {5, 1}, {5},
+                              kalix_surface_define_2d, 0x40u, 1u, 640u, 480u), 1),
+    asks<surface_reference_req>("surface_reference", with_zeros({11, 5}, 15), counting(14), counting(14),
+                                kalix_surface_reference, 5u),
+    asks<execbuf_rep>("execbuf", {12, 3, 0, 128, 7, 0, 0, 0, 0}, counting(8), counting(8), kalix_execbuf, 3u, 128u, 7u),
+    asks<fifomap_caps_rep>("fifomap_caps", with_zeros({202}, 257), counting(256), counting(256), kalix_fifomap_caps),
+    asks<sid_info_req>("debug_info", with_zeros({1002, 5}, 26), counting(25), counting(25),
+                       [](auto* c, sid_info_req* about) { return about->sid = 5, kalix_debug_info(c, about); }),
+    asks<list_sids_req>("debug_list", with_zeros({1003}, 103), counting(102), counting(102), kalix_debug_list),
+    asks<dump_sid_req>("debug_dump", with_zeros({1004}, 135), counting(134), counting(134), kalix_debug_dump),
 };
 // clang-format on
 
@@ -192,22 +180,6 @@ TEST_P(Calls, TurnsStatusesIntoErrors)
 INSTANTIATE_TEST_SUITE_P(Client, Calls, testing::ValuesIn(calls),
                          [](const auto& row) { return std::string{row.param.name}; });
 
-TEST(FifomapCaps, FillsTheWholeArea)
-{
-    fake_server server{[](const received& request) {
-        EXPECT_EQ(request.message.size(), 12U + 1024U);
-        words area(256);
-        for (uint32_t i = 0; i < area.size(); ++i)
-            area[i] = i;
-        return reply(0, area);
-    }};
-    const open_client connection{server};
-    fifomap_caps_rep caps{};
-    EXPECT_EQ(kalix_fifomap_caps(connection, &caps), 0);
-    EXPECT_EQ(caps.words[0], 0U);
-    EXPECT_EQ(caps.words[255], 255U);
-}
-
 TEST(RawRequest, TellsStatusAndDataApart)
 {
     fake_server server{[](const received& request) { return reply(-22, {request.word(3), 9}); }};
@@ -230,21 +202,6 @@ TEST(RawRequest, TellsStatusAndDataApart)
     EXPECT_EQ(send(large.size() - 11), -EMSGSIZE);
     EXPECT_EQ(server.requests().size(), 1U);
     EXPECT_EQ(send(large.size() - 12), 0) << "a message as large as may be";
-}
-
-TEST(SurfaceDefine, RefusesListsThatNoServerTakes)
-{
-    fake_server server{echo};
-    const open_client connection{server};
-    const std::vector<surface_size> sizes(KALIX_SURFACE_MIPS_MAX + 1);
-    kalix_surface_description wanted{0, 2, {145}, sizes.data(), 145, 0, 0};
-    uint32_t sid = 7;
-    EXPECT_EQ(kalix_surface_define(connection, &wanted, &sid), -EINVAL);
-    wanted.sizes = nullptr;
-    wanted.size_count = 1;
-    EXPECT_EQ(kalix_surface_define(connection, &wanted, &sid), -EINVAL);
-    EXPECT_EQ(sid, 7U);
-    EXPECT_TRUE(server.requests().empty());
 }
 
 } // namespace

@@ -1,13 +1,9 @@
 // kalix-run with small shell programs in the server's place.
 
-#include <chrono>
+#include "tests/support.h"
+
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -25,57 +21,43 @@ constexpr const char* ready_line = "printf r > /proc/self/fd/$KALIX_READY_FD\n";
 
 class Run : public testing::Test {
 protected:
-    void SetUp() override
+    Run()
     {
-        std::string name = (fs::temp_directory_path() / "kalix-run-test.XXXXXX").string();
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        root_ = name;
-        fs::create_directory(root_ / "tmp");
+        fs::create_directory(path("tmp"));
         write_server(std::string{ready_line} + "echo serving >> \"$KALIX_LOG\"\nexec sleep 1000\n");
     }
-    void TearDown() override
-    {
-        EXPECT_TRUE(fs::is_empty(root_ / "tmp")) << "the run directory stayed";
-        fs::remove_all(root_);
-    }
+    ~Run() override { EXPECT_TRUE(fs::is_empty(path("tmp"))) << "the run directory stayed"; }
 
     void write_server(const std::string& body) const
     {
-        std::ofstream{root_ / "kalix"} << "#!/bin/sh\necho $$ > " << (root_ / "pid").string() << "\n" << body;
-        chmod((root_ / "kalix").c_str(), 0700);
+        put(path("kalix"), "#!/bin/sh\necho $$ > " + path("pid") + "\n" + body);
+        fs::permissions(path("kalix"), fs::perms::owner_all);
     }
 
     // Starts kalix-run with the options, and the shell text as its command.
     void start(const std::string& command, const std::vector<std::string>& options = {})
     {
-        std::vector<std::string> words{KALIX_RUN_PROGRAM, "--server", (root_ / "kalix").string()};
+        std::vector<std::string> words{"--server", path("kalix")};
         words.insert(words.end(), options.begin(), options.end());
         words.insert(words.end(), {"--", "/bin/sh", "-c", command});
         launch(words);
     }
     void launch(std::vector<std::string> words)
     {
-        pid_ = fork();
-        if (pid_ != 0)
-            return;
-        setenv("TMPDIR", (root_ / "tmp").c_str(), 1);
-        freopen((root_ / "out").c_str(), "w", stdout);
-        freopen((root_ / "err").c_str(), "w", stderr);
-        std::vector<char*> arguments;
-        arguments.reserve(words.size() + 1);
-        for (std::string& word : words)
-            arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-        execv(arguments[0], arguments.data());
-        _exit(99);
+        words.insert(words.begin(), KALIX_RUN_PROGRAM);
+        pid_ = start_child([&] {
+            setenv("TMPDIR", path("tmp").c_str(), 1);
+            freopen(path("out").c_str(), "w", stdout);
+            freopen(path("err").c_str(), "w", stderr);
+            return become(words);
+        });
     }
-    outcome finish()
+    outcome finish() const
     {
         alarm(60);
-        int status = 0;
-        waitpid(pid_, &status, 0);
+        const int status = end_of(pid_);
         alarm(0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), text("out"), text("err")};
+        return {status, text("out"), text("err")};
     }
     outcome run(const std::string& command, const std::vector<std::string>& options = {})
     {
@@ -83,17 +65,11 @@ protected:
         return finish();
     }
 
-    std::string text(const char* file) const
-    {
-        std::ifstream stream{root_ / file};
-        return {std::istreambuf_iterator<char>{stream}, {}};
-    }
-    std::string path(const char* file) const { return (root_ / file).string(); }
+    std::string path(const char* file) const { return (root_.path() / file).string(); }
+    std::string text(const char* file) const { return contents(path(file)); }
     bool appears(const char* file) const
     {
-        for (int i = 0; i < 1000 && text(file).empty(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds{10});
-        return !text(file).empty();
+        return soon([&] { return !text(file).empty(); });
     }
     bool server_lives() const
     {
@@ -103,7 +79,7 @@ protected:
     pid_t runner() const { return pid_; }
 
 private:
-    fs::path root_;
+    fresh_directory root_;
     pid_t pid_ = -1;
 };
 
@@ -211,9 +187,7 @@ TEST_F(Run, AnswersCommandLines)
         {{"--server", "/nonexistent/kalix", "--", "true"}, 125, "", "/nonexistent/kalix"},
         {{"--server", path("kalix"), "--", "/bin/echo", "[a,b]", "", "--", "--help"}, 0, "[a,b]  -- --help\n", ""}};
     for (const auto& row : rows) {
-        std::vector<std::string> words{KALIX_RUN_PROGRAM};
-        words.insert(words.end(), row.words.begin(), row.words.end());
-        launch(words);
+        launch(row.words);
         const outcome got = finish();
         EXPECT_EQ(got.status, row.status) << testing::PrintToString(row.words);
         EXPECT_THAT(got.output, HasSubstr(row.output));

@@ -2,6 +2,7 @@
 
 #include "guest/guest.h"
 #include "svga/svga3d.h"
+#include "tests/support.h"
 
 #include <algorithm>
 #include <cmath>
@@ -86,12 +87,19 @@ protected:
         device = attach(std::move(made));
     }
     void TearDown() override { detach(); }
+    // All that was committed, as words.
+    std::vector<uint32_t> committed() const
+    {
+        run_empty(*current());
+        std::vector<uint32_t> words(bus->taken.size() / 4);
+        std::memcpy(words.data(), bus->taken.data(), bus->taken.size());
+        return words;
+    }
 };
 
 TEST_F(GuestTest, WhatIsCommittedArrivesInOrder)
 {
-    const uint32_t seed = std::random_device{}();
-    std::mt19937 random{seed};
+    std::mt19937 random{test::test_seed()};
     std::vector<std::byte> expected;
     for (int step = 0; step < 4000; ++step) {
         const auto bytes = static_cast<uint32_t>(random() % 5 == 0 ? random() % (ring_bytes - 1) : random() % 200);
@@ -108,7 +116,7 @@ TEST_F(GuestTest, WhatIsCommittedArrivesInOrder)
         bus->take(static_cast<uint32_t>(random() % 300));
     }
     run_empty(*current());
-    EXPECT_EQ(bus->taken, expected) << "seed " << seed;
+    EXPECT_EQ(bus->taken, expected) << "KALIX_TEST_SEED=" << test::test_seed();
     EXPECT_EQ(SVGA_FIFOReserve(SVGA_FIFO_RESERVATION_MAX + 1), nullptr);
 }
 
@@ -177,13 +185,10 @@ TEST_F(GuestTest, CursorsAreKeptAndDefinedAgain)
     SVGA_FIFOCommitAll();
     NEBO_SVGA_PreserveCursor(pixels, &header);
     NEBO_SVGA_RestoreCursor();
-    run_empty(*current());
-    std::vector<uint32_t> words(bus->taken.size() / 4);
-    std::memcpy(words.data(), bus->taken.data(), bus->taken.size());
     const std::vector<uint32_t> once{22, 9, 1, 2, 3, 2, 1, 2, 3, 4, 5, 6};
     std::vector<uint32_t> twice = once;
     twice.insert(twice.end(), once.begin(), once.end());
-    EXPECT_EQ(words, twice);
+    EXPECT_EQ(committed(), twice);
     EXPECT_EQ(bus->refused_cursors, 3);
     SVGA_MoveCursor(1, 10, 20, 0);
     EXPECT_EQ(fifo_load(bus->memory, SVGA_FIFO_CURSOR_X), 10u);
@@ -205,10 +210,7 @@ TEST_F(GuestTest, BuildersWriteWhatTheInterfaceSays)
     ranges[0] = {6, 2, {9, 8, 7}, 2, -1};
     SVGA_FIFOCommitAll();
     SVGA3D_SetZRange(5, -10, 10);
-    run_empty(*current());
-    std::vector<uint32_t> words(bus->taken.size() / 4);
-    std::memcpy(words.data(), bus->taken.data(), bus->taken.size());
-    EXPECT_EQ(words,
+    EXPECT_EQ(committed(),
               (std::vector<uint32_t>{1044, 64, 7, 16,   64, 3, 0, 1, 2,          1,    2,  3, 4,          5,         6,
                                      7,    8,  9, 1063, 76, 5, 1, 1, 6,          0,    0,  0, 1,          2,         3,
                                      4,    5,  6, 2,    9,  8, 7, 2, 0xFFFFFFFF, 1048, 12, 5, 0xC1200000, 0x41200000}));

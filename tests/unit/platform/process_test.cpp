@@ -9,8 +9,6 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <pthread.h>
@@ -94,11 +92,12 @@ protected:
         for (const int end : ready_)
             ::close(end);
     }
-    // Starts a server and waits until it says that it is ready.
+    // Starts a server in the environment's run directory, waits until it says that it is ready, and asks it.
     pid_t start()
     {
         const pid_t child = start_child(serve);
         EXPECT_TRUE(said_ready());
+        EXPECT_EQ(server_pid(std::getenv("KALIX_RUN_DIR")), child);
         return child;
     }
     bool said_ready(int patience_ms = 10'000)
@@ -106,7 +105,12 @@ protected:
         pollfd ready{ready_[0], POLLIN, 0};
         return poll(&ready, 1, patience_ms) == 1 && read(ready_[0], ready_bytes_.data(), ready_bytes_.size()) == 1;
     }
-    void put(const std::string& name) const { std::ofstream{directory.object(name)} << "x"; }
+    // Ends a server and says how it ended.
+    static int end(pid_t server, int signal = SIGTERM)
+    {
+        kill(server, signal);
+        return end_of(server);
+    }
     bool left_nothing() const
     {
         return !std::filesystem::exists(directory.path() + "/svga_ch") &&
@@ -127,8 +131,7 @@ TEST_F(Server, EndsOnSignalsAndOnRequestLeavingNothing)
     for (const auto& [signal, status] : ends) {
         SCOPED_TRACE(signal);
         const pid_t server = start();
-        EXPECT_EQ(server_pid(directory.path()), server);
-        put("execbuf_1_1");
+        put(directory.object("execbuf_1_1"), "x");
         std::filesystem::create_directories(directory.object("deep/er/and/deeper"));
         const size_t said = log.count("5 kalix: shutting down gpu driver...");
         if (signal != 0)
@@ -143,12 +146,10 @@ TEST_F(Server, EndsOnSignalsAndOnRequestLeavingNothing)
 
 TEST_F(Server, EndsOnASignalWhateverItWaitsFor)
 {
-    const std::string line = "5 kalix: shutting down gpu driver...";
     const pid_t stuck = start();
     raw_client{directory.path()}.send(frame(text_bytes("stuck")));
     EXPECT_TRUE(soon([&] { return log.count("kalix: stuck") == 1; }));
-    kill(stuck, SIGTERM);
-    EXPECT_EQ(end_of(stuck), 0);
+    EXPECT_EQ(end(stuck), 0);
     EXPECT_TRUE(left_nothing());
 
     const pid_t asleep = start_child([]() -> int {
@@ -158,9 +159,8 @@ TEST_F(Server, EndsOnASignalWhateverItWaitsFor)
             sleep_us(60'000'000);
     });
     EXPECT_TRUE(soon([&] { return log.count("kalix: asleep") == 1; }));
-    kill(asleep, SIGINT);
-    EXPECT_EQ(end_of(asleep), 0);
-    EXPECT_EQ(log.count(line), 2U);
+    EXPECT_EQ(end(asleep, SIGINT), 0);
+    EXPECT_EQ(log.count("5 kalix: shutting down gpu driver..."), 2U);
 
     const std::string stalled = directory.path() + ".stalled";
     ASSERT_EQ(mkfifo(stalled.c_str(), 0600), 0);
@@ -170,9 +170,7 @@ TEST_F(Server, EndsOnASignalWhateverItWaitsFor)
     const std::string kept = std::getenv("KALIX_LOG");
     setenv("KALIX_LOG", stalled.c_str(), 1);
     const pid_t unheard = start();
-    EXPECT_EQ(server_pid(directory.path()), unheard);
-    kill(unheard, SIGTERM);
-    EXPECT_EQ(end_of(unheard), 0);
+    EXPECT_EQ(end(unheard), 0);
     EXPECT_TRUE(left_nothing());
     setenv("KALIX_LOG", kept.c_str(), 1);
 }
@@ -192,23 +190,18 @@ TEST_F(Server, OnlyOneServesADirectoryAndADeadOneIsReplaced)
     EXPECT_EQ(server_pid(directory.path()), first);
     const std::string first_directory = directory.path();
     {
-        private_run_directory elsewhere;
+        const private_run_directory elsewhere;
         const pid_t beside = start();
-        EXPECT_EQ(server_pid(elsewhere.path()), beside);
         EXPECT_EQ(server_pid(first_directory), first);
-        kill(beside, SIGKILL);
-        EXPECT_EQ(end_of(beside), 1000 + SIGKILL);
+        EXPECT_EQ(end(beside, SIGKILL), 1000 + SIGKILL);
     }
     setenv("KALIX_RUN_DIR", first_directory.c_str(), 1);
-    put("execbuf_1_1");
-    kill(first, SIGKILL);
-    EXPECT_EQ(end_of(first), 1000 + SIGKILL);
+    put(directory.object("execbuf_1_1"), "x");
+    EXPECT_EQ(end(first, SIGKILL), 1000 + SIGKILL);
     EXPECT_TRUE(std::filesystem::exists(directory.path() + "/svga_ch"));
     const pid_t second = start();
-    EXPECT_EQ(server_pid(directory.path()), second);
     EXPECT_FALSE(std::filesystem::exists(directory.object("execbuf_1_1")));
-    kill(second, SIGTERM);
-    EXPECT_EQ(end_of(second), 0);
+    EXPECT_EQ(end(second), 0);
 }
 
 TEST_F(Server, GoesIntoTheBackground)
@@ -220,8 +213,7 @@ TEST_F(Server, GoesIntoTheBackground)
     const pid_t server = server_pid(directory.path());
     ASSERT_GT(server, 0);
     EXPECT_EQ(getsid(server), server);
-    kill(server, SIGTERM);
-    EXPECT_EQ(end_of(server), 0);
+    EXPECT_EQ(end(server), 0);
 }
 
 TEST_F(Server, TellsTheServiceManager)
@@ -242,8 +234,7 @@ TEST_F(Server, TellsTheServiceManager)
         std::array<char, 32> told{};
         EXPECT_EQ(recv(manager.get(), told.data(), told.size(), 0), 7);
         EXPECT_STREQ(told.data(), "READY=1");
-        kill(server, SIGTERM);
-        EXPECT_EQ(end_of(server), 0);
+        EXPECT_EQ(end(server), 0);
     }
 }
 
@@ -259,12 +250,12 @@ TEST_F(Server, TakesOnlyARunDirectoryOfItsOwn)
     const std::vector<place> places{
         {"missing", [](const std::string&) {}, nullptr},
         {"ours", [](const std::string& p) { fs::create_directory(p); }, nullptr},
-        {"stale", [](const std::string& p) { fs::create_directory(p), std::ofstream{p + "/svga_ch"} << "x"; }, nullptr},
+        {"stale", [](const std::string& p) { fs::create_directory(p), put(p + "/svga_ch", "x"); }, nullptr},
         {"open to all", [](const std::string& p) { fs::create_directory(p), chmod(p.c_str(), 01777); },
          "every user may write into it"},
         {"a link", [](const std::string& p) { fs::create_directory(p + "_"), fs::create_symlink(p + "_", p); },
          "cannot open directory"},
-        {"a file", [](const std::string& p) { std::ofstream{p} << "x"; }, "cannot open directory"},
+        {"a file", [](const std::string& p) { put(p, "x"); }, "cannot open directory"},
         {"another user's", [](const std::string& p) { fs::create_directory(p), (void)!chown(p.c_str(), 65534, 0); },
          geteuid() == 0 ? "another user owns it" : nullptr},
     };
@@ -284,12 +275,10 @@ TEST_F(Server, LivesInDirectoriesWithLongPaths)
 {
     directory.lengthen(200);
     const pid_t server = start();
-    EXPECT_EQ(server_pid(directory.path()), server);
     struct stat socket {};
     ASSERT_EQ(stat((directory.path() + "/svga_ch").c_str(), &socket), 0);
     EXPECT_TRUE(S_ISSOCK(socket.st_mode) && (socket.st_mode & 0777) == 0660);
-    kill(server, SIGTERM);
-    EXPECT_EQ(end_of(server), 0);
+    EXPECT_EQ(end(server), 0);
     EXPECT_TRUE(left_nothing());
 }
 

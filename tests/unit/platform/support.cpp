@@ -13,38 +13,12 @@
 #include <kalix/protocol.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <thread>
 
 namespace kalix::platform {
-namespace {
-
-std::string temporary_directory()
+private_run_directory::private_run_directory() : path_{root_.path() / "run"}
 {
-    std::string path = std::filesystem::temp_directory_path() / "kalix-test-XXXXXX";
-    if (mkdtemp(path.data()) == nullptr)
-        throw std::runtime_error("mkdtemp");
-    std::filesystem::permissions(path, std::filesystem::perms{0755});
-    return path;
-}
-
-template <typename record>
-bytes bytes_of(const record& value)
-{
-    const auto view = std::as_bytes(std::span{&value, 1});
-    return {view.begin(), view.end()};
-}
-
-} // namespace
-
-private_run_directory::private_run_directory() : root_{temporary_directory()}, path_{root_ + "/run"}
-{
+    std::filesystem::permissions(root_.path(), std::filesystem::perms{0755}); // a client may be another user's
     setenv("KALIX_RUN_DIR", path_.c_str(), 1);
-}
-
-private_run_directory::~private_run_directory()
-{
-    std::filesystem::remove_all(root_);
 }
 
 void private_run_directory::lengthen(size_t wanted)
@@ -55,7 +29,7 @@ void private_run_directory::lengthen(size_t wanted)
     setenv("KALIX_RUN_DIR", path_.c_str(), 1);
 }
 
-captured_log::captured_log() : path_{temporary_directory() + "/log"}
+captured_log::captured_log()
 {
     setenv("KALIX_LOG", path_.c_str(), 1);
     log_open();
@@ -65,7 +39,6 @@ captured_log::~captured_log()
 {
     setenv("KALIX_LOG", "stderr", 1);
     log_open();
-    std::filesystem::remove_all(std::filesystem::path{path_}.parent_path());
 }
 
 std::vector<std::string> captured_log::lines() const
@@ -92,14 +65,15 @@ bytes text_bytes(const std::string& text)
 
 bytes header_only(uint32_t message_bytes, uint32_t reply_room)
 {
-    return bytes_of(kalix_request_frame{message_bytes, reply_room});
+    const kalix_request_frame header{message_bytes, reply_room};
+    const auto view = std::as_bytes(std::span{&header, 1});
+    return {view.begin(), view.end()};
 }
 
 bytes frame(const bytes& message, uint32_t reply_room)
 {
-    const bytes header = header_only(static_cast<uint32_t>(message.size()), reply_room);
-    bytes whole(header.size() + message.size());
-    std::ranges::copy(message, std::ranges::copy(header, whole.begin()).out);
+    bytes whole = header_only(static_cast<uint32_t>(message.size()), reply_room);
+    whole.insert(whole.end(), message.begin(), message.end());
     return whole;
 }
 
@@ -201,43 +175,6 @@ bytes own_channel::read(const received& message)
     EXPECT_EQ(count, int64_t{message.info.srcmsglen});
     whole.resize(message.info.srcmsglen);
     return whole;
-}
-
-pid_t start_child(const std::function<int()>& run)
-{
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(run());
-    return child;
-}
-
-int end_of(pid_t child)
-{
-    int status = 0;
-    if (waitpid(child, &status, 0) != child)
-        return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
-int run_child(const std::function<int()>& run)
-{
-    return end_of(start_child(run));
-}
-
-bool soon(const std::function<bool()>& condition)
-{
-    for (int i = 0; i < 1000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
-    }
-    return false;
-}
-
-uint32_t test_seed()
-{
-    const char* given = std::getenv("KALIX_TEST_SEED");
-    return given != nullptr ? static_cast<uint32_t>(std::strtoul(given, nullptr, 0)) : 20260131;
 }
 
 } // namespace kalix::platform

@@ -1,26 +1,28 @@
-// What the platform's tests share: a private run directory, a raw client, a captured log, children.
+// What the platform's tests share: a private run directory, a raw client, a captured log.
 #pragma once
 
 #include "base/unique_fd.h"
 #include "platform/channel/channel.h"
+#include "tests/support.h"
 
-#include <chrono>
-#include <cstdint>
-#include <functional>
 #include <optional>
 #include <random>
 #include <span>
-#include <string>
-#include <sys/types.h>
-#include <vector>
 
 namespace kalix::platform {
+
+using test::contents;
+using test::end_of;
+using test::put;
+using test::run_child;
+using test::soon;
+using test::start_child;
+using test::test_seed;
 
 // A run directory of the test's own, in the environment while this lives and removed with it.
 class private_run_directory {
 public:
     private_run_directory();
-    ~private_run_directory();
     private_run_directory(const private_run_directory&) = delete;
     private_run_directory& operator=(const private_run_directory&) = delete;
     // Puts the run directory below itself, at a path of at least that many bytes.
@@ -29,7 +31,7 @@ public:
     std::string object(const std::string& name) const { return path_ + "/shm/" + name; }
 
 private:
-    std::string root_;
+    test::fresh_directory root_;
     std::string path_;
 };
 
@@ -44,7 +46,8 @@ public:
     size_t count(const std::string& text) const; // lines that contain the text
 
 private:
-    std::string path_;
+    test::fresh_directory directory_;
+    std::string path_ = directory_.path() / "log";
 };
 
 using bytes = std::vector<std::byte>;
@@ -100,16 +103,5 @@ public:
     int32_t self = -1;
     bool detaches = true; // connections whose end next() has seen
 };
-
-// Runs a function in a forked child, which exits with what it returns.
-pid_t start_child(const std::function<int()>& run);
-// Waits for a child of ours: its exit status, or 1000 + the signal that ended it.
-int end_of(pid_t child);
-int run_child(const std::function<int()>& run);
-
-// Whether a condition comes true within some seconds.
-bool soon(const std::function<bool()>& condition);
-
-uint32_t test_seed(); // KALIX_TEST_SEED, else a fixed one
 
 } // namespace kalix::platform

@@ -27,15 +27,34 @@ bool is_disconnect(const received& got, uint32_t scoid)
     return got.rcvid == 0 && got.pulse.code == pulse_code_disconnect && got.pulse.scoid == static_cast<int32_t>(scoid);
 }
 
+void set_descriptor_limit(rlim_t soft)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = soft == 0 ? limit.rlim_max : soft;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+class Channel : public testing::Test {
+protected:
+    static void SetUpTestSuite() { set_descriptor_limit(0); }
+    // Whether the next thing that comes is the message that this client sends.
+    bool hears(raw_client& client, const std::string& text)
+    {
+        return client.send(frame(text_bytes(text))) && channel.read(channel.next()) == text_bytes(text);
+    }
+
+    own_channel channel;
+    captured_log log;
+};
+
 struct cut {
     size_t message_bytes;
     std::vector<size_t> pieces; // bytes sent at a time, the rest at once
 };
 
-TEST(Channel, HandsOutWhatWasSentHoweverItIsCut)
+TEST_F(Channel, HandsOutWhatWasSentHoweverItIsCut)
 {
-    own_channel channel;
-    ASSERT_NE(channel.attached, nullptr);
     std::vector<cut> cuts{{0, {}}, {0, {1, 6}}, {4, {}}, {11, {4, 4, 4}}, {12, {8}}, {300'000, {8, 1, 100'000}}};
     cuts.push_back({40, std::vector<size_t>(48, 1)});
     cuts.push_back({KALIX_MESSAGE_MAX, {3, 70'000}});
@@ -68,9 +87,8 @@ TEST(Channel, HandsOutWhatWasSentHoweverItIsCut)
     }
 }
 
-TEST(Channel, ReadsAnyPartOfAMessage)
+TEST_F(Channel, ReadsAnyPartOfAMessage)
 {
-    own_channel channel;
     raw_client client = channel.connect();
     const bytes message = pattern(100);
     client.send(frame(message));
@@ -91,9 +109,8 @@ TEST(Channel, ReadsAnyPartOfAMessage)
     EXPECT_EQ(MsgReply(got.rcvid, 0, {}), 0);
 }
 
-TEST(Channel, ReplyGoesOnceAndIsCutToTheRoom)
+TEST_F(Channel, ReplyGoesOnceAndIsCutToTheRoom)
 {
-    own_channel channel;
     raw_client client = channel.connect();
     std::set<int32_t> seen;
     for (const uint32_t room : {0U, 1U, 10U, 20U, UINT32_MAX}) {
@@ -119,9 +136,8 @@ TEST(Channel, ReplyGoesOnceAndIsCutToTheRoom)
         EXPECT_EQ(MsgError(never, 89), -1);
 }
 
-TEST(Channel, OneMessageOfAConnectionIsOutstanding)
+TEST_F(Channel, OneMessageOfAConnectionIsOutstanding)
 {
-    own_channel channel;
     raw_client client = channel.connect();
     bytes both = frame(text_bytes("first"));
     const bytes second = frame(text_bytes("second"));
@@ -136,10 +152,8 @@ TEST(Channel, OneMessageOfAConnectionIsOutstanding)
     EXPECT_TRUE(channel.settle().empty());
 }
 
-TEST(Channel, AMessageTooLargeIsAnsweredAndEndsTheConnection)
+TEST_F(Channel, AMessageTooLargeIsAnsweredAndEndsTheConnection)
 {
-    own_channel channel;
-    captured_log log;
     for (const uint32_t size : {uint32_t{KALIX_MESSAGE_MAX} + 1, UINT32_MAX}) {
         raw_client client = channel.connect();
         client.send(header_only(size));
@@ -151,10 +165,8 @@ TEST(Channel, AMessageTooLargeIsAnsweredAndEndsTheConnection)
     EXPECT_EQ(log.count("connection closed"), 2U);
 }
 
-TEST(Channel, AStalledSenderIsClosedAndHoldsNobody)
+TEST_F(Channel, AStalledSenderIsClosedAndHoldsNobody)
 {
-    own_channel channel;
-    captured_log log;
     set_gather_timeout_ms(200);
     raw_client stalled = channel.connect();
     raw_client honest = channel.connect();
@@ -177,10 +189,8 @@ TEST(Channel, AStalledSenderIsClosedAndHoldsNobody)
     EXPECT_EQ(channel.read(channel.next()), text_bytes("later"));
 }
 
-TEST(Channel, AClientThatDoesNotReadIsDisconnectedOnce)
+TEST_F(Channel, AClientThatDoesNotReadIsDisconnectedOnce)
 {
-    own_channel channel;
-    captured_log log;
     raw_client client = channel.connect();
     const bytes question = frame(text_bytes("?"), UINT32_MAX);
     const bytes data = pattern(60'000);
@@ -199,15 +209,11 @@ TEST(Channel, AClientThatDoesNotReadIsDisconnectedOnce)
     EXPECT_EQ(log.count("does not read its replies"), 1U);
 }
 
-TEST(Channel, GatheredMessagesAreBoundedInSum)
+TEST_F(Channel, GatheredMessagesAreBoundedInSum)
 {
-    own_channel channel;
     constexpr size_t clients = gathered_bytes_max / KALIX_MESSAGE_MAX + 1;
-    const bytes almost = [] {
-        bytes made = frame(bytes(KALIX_MESSAGE_MAX));
-        made.pop_back();
-        return made;
-    }();
+    bytes almost = frame(bytes(KALIX_MESSAGE_MAX));
+    almost.pop_back();
     std::vector<raw_client> senders;
     std::vector<received> ends;
     for (size_t i = 0; i < clients; ++i) {
@@ -222,17 +228,8 @@ TEST(Channel, GatheredMessagesAreBoundedInSum)
     ASSERT_EQ(ends.size(), 1U);
     EXPECT_EQ(ends[0].pulse.code, pulse_code_disconnect);
     EXPECT_TRUE(senders.back().ended());
-    const std::byte last{};
-    senders.front().send(std::span{&last, 1});
+    senders.front().send(bytes(1));
     EXPECT_EQ(channel.next().info.srcmsglen, uint32_t{KALIX_MESSAGE_MAX});
-}
-
-void set_descriptor_limit(rlim_t soft)
-{
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = soft == 0 ? limit.rlim_max : soft;
-    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 struct succession {
@@ -242,7 +239,7 @@ struct succession {
 };
 
 // A connection is not answered while an older one of its process is on its way out; everybody else is.
-TEST(Channel, AConnectionWaitsForTheDrainOfAnOlderOneOfItsProcess)
+TEST(Succession, AConnectionWaitsForTheDrainOfAnOlderOneOfItsProcess)
 {
     for (const succession& row : {succession{"gone and told", true, false},
                                   {"gone with a message of it unanswered", false, false},
@@ -289,10 +286,8 @@ TEST(Channel, AConnectionWaitsForTheDrainOfAnOlderOneOfItsProcess)
 }
 
 // What one message or ended connection was charged with is there for the next.
-TEST(Channel, GatheredBytesAreGivenBack)
+TEST_F(Channel, GatheredBytesAreGivenBack)
 {
-    own_channel channel;
-    captured_log log;
     const bytes largest = frame(bytes(KALIX_MESSAGE_MAX));
     constexpr size_t rounds = gathered_bytes_max / KALIX_MESSAGE_MAX + 2;
     raw_client whole = channel.connect();
@@ -316,11 +311,8 @@ TEST(Channel, GatheredBytesAreGivenBack)
     EXPECT_EQ(log.count("exceed"), 0U);
 }
 
-TEST(Channel, ConnectionsAreBounded)
+TEST_F(Channel, ConnectionsAreBounded)
 {
-    set_descriptor_limit(0);
-    own_channel channel;
-    captured_log log;
     std::vector<raw_client> clients;
     for (size_t i = 0; i < connections_max; ++i) {
         clients.push_back(channel.connect());
@@ -334,16 +326,13 @@ TEST(Channel, ConnectionsAreBounded)
     clients.pop_back();
     EXPECT_EQ(channel.next().pulse.code, pulse_code_disconnect);
     raw_client admitted = channel.connect();
-    admitted.send(frame(text_bytes("in")));
-    EXPECT_EQ(channel.read(channel.next()), text_bytes("in"));
+    EXPECT_TRUE(hears(admitted, "in"));
 }
 
-TEST(Channel, AForeignUserHasFewerConnections)
+TEST_F(Channel, AForeignUserHasFewerConnections)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can be two users";
-    own_channel channel;
-    captured_log log;
     const pid_t child = start_child([&] {
         if (setgid(0) != 0 || setuid(65534) != 0)
             return 1;
@@ -363,10 +352,8 @@ TEST(Channel, AForeignUserHasFewerConnections)
     EXPECT_EQ(end_of(child), 0);
 }
 
-TEST(Channel, WithoutDescriptorsClientsAreRefusedAndLaterServed)
+TEST_F(Channel, WithoutDescriptorsClientsAreRefusedAndLaterServed)
 {
-    own_channel channel;
-    captured_log log;
     raw_client known = channel.connect();
     channel.settle();
     const int highest = dup(known.fd());
@@ -375,18 +362,15 @@ TEST(Channel, WithoutDescriptorsClientsAreRefusedAndLaterServed)
     set_descriptor_limit(static_cast<rlim_t>(highest) + 1);
     EXPECT_TRUE(channel.settle().empty());
     EXPECT_TRUE(refused.ended());
-    known.send(frame(text_bytes("still")));
-    EXPECT_EQ(channel.read(channel.next()), text_bytes("still"));
+    EXPECT_TRUE(hears(known, "still"));
     set_descriptor_limit(0);
     EXPECT_EQ(log.count("cannot accept a connection: Too many open files"), 1U);
     raw_client later = channel.connect();
-    later.send(frame(text_bytes("served")));
-    EXPECT_EQ(channel.read(channel.next()), text_bytes("served"));
+    EXPECT_TRUE(hears(later, "served"));
 }
 
-TEST(Channel, PulsesToOneselfComeInOrderFromAnyThread)
+TEST_F(Channel, PulsesToOneselfComeInOrderFromAnyThread)
 {
-    own_channel channel;
     std::thread sender{[&] {
         for (int i = 0; i < 200; ++i)
             EXPECT_EQ(MsgSendPulse(channel.self, 10, static_cast<int8_t>(i % 50), i), 0);
@@ -405,13 +389,11 @@ TEST(Channel, PulsesToOneselfComeInOrderFromAnyThread)
     EXPECT_EQ(waiting, pulses_max);
 }
 
-TEST(Channel, WorkersAnswerWhileTheLoopReceives)
+TEST_F(Channel, WorkersAnswerWhileTheLoopReceives)
 {
-    own_channel channel;
     constexpr int rounds = 200;
     constexpr int clients = 4;
-    std::vector<std::thread> callers;
-    callers.reserve(clients);
+    std::vector<std::jthread> callers;
     for (int c = 0; c < clients; ++c) {
         callers.emplace_back([&, c] {
             raw_client client = channel.connect();
@@ -422,7 +404,7 @@ TEST(Channel, WorkersAnswerWhileTheLoopReceives)
             }
         });
     }
-    std::vector<std::thread> workers;
+    std::vector<std::jthread> workers;
     for (int gone = 0, answered = 0; gone < clients;) {
         const received got = channel.next();
         if (got.rcvid == 0) {
@@ -430,13 +412,9 @@ TEST(Channel, WorkersAnswerWhileTheLoopReceives)
         } else if (++answered % 4 == 0) {
             MsgReply(got.rcvid, 0, channel.read(got));
         } else {
-            workers.emplace_back([&channel, got] { MsgReply(got.rcvid, 0, channel.read(got)); });
+            workers.emplace_back([this, got] { MsgReply(got.rcvid, 0, channel.read(got)); });
         }
     }
-    for (std::thread& each : workers)
-        each.join();
-    for (std::thread& each : callers)
-        each.join();
 }
 
 } // namespace

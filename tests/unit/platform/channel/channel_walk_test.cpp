@@ -12,10 +12,12 @@ namespace kalix::platform {
 namespace {
 
 struct model_client {
+    uint32_t name = 0;
     std::optional<raw_client> own; // of this process, or
     pid_t child = 0;               // of a child that sends one message and waits
     uint32_t scoid = 0;            // known from its first message on
     int32_t rcvid = 0;             // outstanding
+    bool waits = false;            // sent and not yet answered
     bool ended = false;
     int pulses = 0;
 };
@@ -61,8 +63,9 @@ public:
 private:
     void add(bool as_child)
     {
-        model_client& client = clients_[++last_name_];
-        const uint32_t name = last_name_;
+        const auto name = static_cast<uint32_t>(clients_.size() + 1);
+        model_client& client = clients_[name];
+        client.name = name;
         if (!as_child) {
             client.own.emplace(channel_.connect());
             return;
@@ -89,11 +92,9 @@ private:
 
     void send(model_client* client)
     {
-        if (client == nullptr || client->ended || !client->own || waiting_.contains(client))
+        if (client == nullptr || client->ended || !client->own || std::exchange(client->waits, true))
             return;
-        const bytes whole = frame(text_bytes(std::to_string(name_of(client))));
-        client->own->send(whole);
-        waiting_[client] = true;
+        client->own->send(frame(text_bytes(std::to_string(client->name))));
     }
 
     void end(model_client* client)
@@ -112,7 +113,7 @@ private:
         if (client == nullptr || client->rcvid == 0)
             return;
         const int32_t rcvid = std::exchange(client->rcvid, 0);
-        waiting_.erase(client);
+        client->waits = false;
         const bool taken = MsgReply(rcvid, 0, {}) == 0;
         EXPECT_EQ(taken, !client->ended);
         EXPECT_EQ(MsgReply(rcvid, 0, {}), -1);
@@ -153,17 +154,10 @@ private:
         return &clients_.at(newest - static_cast<uint32_t>(random_() % std::min(newest, 12U)));
     }
 
-    uint32_t name_of(const model_client* client) const
-    {
-        return std::ranges::find_if(clients_, [&](const auto& each) { return &each.second == client; })->first;
-    }
-
     std::mt19937 random_;
     own_channel channel_;
     std::map<uint32_t, model_client> clients_;
     std::map<uint32_t, model_client*> by_scoid_;
-    std::map<model_client*, bool> waiting_; // sent and not yet answered
-    uint32_t last_name_ = 0;
     size_t pulses_ = 0;
 };
 

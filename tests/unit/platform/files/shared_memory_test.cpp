@@ -24,11 +24,6 @@ namespace {
 
 constexpr uint32_t nobody = 65534;
 
-void put_file(const std::string& path, const std::string& text)
-{
-    std::ofstream{path} << text;
-}
-
 TEST(SharedMemory, NamesAreBounded)
 {
     own_channel channel;
@@ -65,25 +60,24 @@ struct planted {
 };
 
 const std::vector<planted> plants{
-    {"a file", [](const std::string& p) { put_file(p, "old"); }, 0},
-    {"a link", [](const std::string& p) { put_file(p + "_", "old"), std::filesystem::create_symlink(p + "_", p); },
-     ELOOP},
-    {"a second name",
-     [](const std::string& p) { put_file(p + "_", "old"), std::filesystem::create_hard_link(p + "_", p); }, EACCES},
+    {"a file", [](const std::string& p) { put(p, "old"); }, 0},
+    {"a link", [](const std::string& p) { put(p + "_", "old"), std::filesystem::create_symlink(p + "_", p); }, ELOOP},
+    {"a second name", [](const std::string& p) { put(p + "_", "old"), std::filesystem::create_hard_link(p + "_", p); },
+     EACCES},
     {"a directory", [](const std::string& p) { std::filesystem::create_directory(p); }, EISDIR},
     {"a full directory", [](const std::string& p) { std::filesystem::create_directories(p + "/a/b"); }, EISDIR},
     {"a pipe", [](const std::string& p) { mkfifo(p.c_str(), 0600); }, EACCES},
-    {"another user's", [](const std::string& p) { put_file(p, "old"), (void)!chown(p.c_str(), nobody, nobody); },
-     EACCES, true},
+    {"another user's", [](const std::string& p) { put(p, "old"), (void)!chown(p.c_str(), nobody, nobody); }, EACCES,
+     true},
 };
 
 TEST(SharedMemory, OpensOnlyTheSendersOwnAndReplacesWhatIsThere)
 {
-    own_channel channel;
     for (const planted& each : plants) {
         if (each.root_only && geteuid() != 0)
             continue;
         SCOPED_TRACE(each.what);
+        const own_channel channel;
         const std::string path = channel.directory.object("object");
         each.plant(path);
         const int32_t opened = shm_open("/object", open_read_write, 0777);
@@ -95,15 +89,8 @@ TEST(SharedMemory, OpensOnlyTheSendersOwnAndReplacesWhatIsThere)
         ASSERT_EQ(lstat(path.c_str(), &facts), 0);
         EXPECT_TRUE(S_ISREG(facts.st_mode) && facts.st_size == 0 && (facts.st_mode & 0777) == 0600);
         EXPECT_EQ(facts.st_uid, geteuid());
-        if (std::ifstream kept{path + "_"}; kept) {
-            EXPECT_EQ(std::string(std::istreambuf_iterator<char>{kept}, {}), "old");
-        }
+        EXPECT_EQ(contents(path + "_"), std::filesystem::exists(path + "_") ? "old" : "");
         close(made);
-        std::filesystem::remove_all(channel.directory.object(""));
-        std::filesystem::create_directory(channel.directory.object(""));
-        name_detach(channel.attached);
-        channel.attached = name_attach(nullptr, "svga_ch", 0);
-        ASSERT_NE(channel.attached, nullptr);
     }
 }
 
@@ -142,21 +129,17 @@ TEST(SharedMemory, OnlyTheNameOfTheOpenObjectIsRemoved)
     own_channel channel;
     const std::string path = channel.directory.object("object");
     const std::string newer = channel.directory.object("newer");
-    const auto left = [&] {
-        std::ifstream file{path};
-        return std::string(std::istreambuf_iterator<char>{file}, {});
-    };
     for (int round = 0; round < 400; ++round) {
         const unique_fd mine{shm_open("/object", open_read_write | open_create, 0)};
         EXPECT_EQ(round % 4 ? 0 : shm_unlink_open("/object", mine.get()), 0);
         EXPECT_EQ(std::filesystem::exists(path), round % 4 != 0);
-        put_file(newer, "theirs");
+        put(newer, "theirs");
         std::thread client{[&] { std::filesystem::rename(newer, path); }}; // at any moment of the removal
         EXPECT_EQ(shm_unlink_open("/object", mine.get()), 0);
         client.join();
-        ASSERT_EQ(left(), "theirs") << round;
+        ASSERT_EQ(contents(path), "theirs") << round;
         EXPECT_EQ(shm_unlink_open("/object", mine.get()), 0);
-        ASSERT_EQ(left(), "theirs") << round;
+        ASSERT_EQ(contents(path), "theirs") << round;
     }
     const std::filesystem::directory_iterator all{channel.directory.object("")};
     EXPECT_EQ(std::distance(begin(all), end(all)), 1);
@@ -189,7 +172,7 @@ TEST(SharedMemory, TheLastConnectionOfAProcessTakesItsObjectsAlong)
                                           "vm_svga:1:" + pid, "execbuf_" + pid};
     for (const auto* list : {&theirs, &others})
         for (const std::string& name : *list)
-            put_file(channel.directory.object(name), "x");
+            put(channel.directory.object(name), "x");
     const auto there = [&](const std::string& name) { return std::filesystem::exists(channel.directory.object(name)); };
     raw_client first = channel.connect();
     raw_client second = channel.connect();
@@ -228,15 +211,14 @@ TEST(Guard, AShrunkObjectReadsZerosAndDropsWrites)
     EXPECT_EQ(guarded_mappings(), 2U);
     std::fill_n(writable, 4 * page, static_cast<unsigned char>(0x5A));
     ASSERT_EQ(::ftruncate(shared.fd.get(), static_cast<off_t>(page)), 0);
-    std::vector<std::thread> readers;
-    readers.reserve(4);
-    for (int i = 0; i < 4; ++i)
-        readers.emplace_back([&] {
-            EXPECT_EQ(std::count(readable, readable + 4 * page, 0x5A), static_cast<std::ptrdiff_t>(page));
-            EXPECT_EQ(std::count(readable, readable + 4 * page, 0), static_cast<std::ptrdiff_t>(3 * page));
-        });
-    for (std::thread& each : readers)
-        each.join();
+    {
+        std::vector<std::jthread> readers;
+        for (int i = 0; i < 4; ++i)
+            readers.emplace_back([&] {
+                EXPECT_EQ(std::count(readable, readable + 4 * page, 0x5A), static_cast<std::ptrdiff_t>(page));
+                EXPECT_EQ(std::count(readable, readable + 4 * page, 0), static_cast<std::ptrdiff_t>(3 * page));
+            });
+    }
     writable[2 * page] = 1; // goes nowhere
     writable[0] = 2;        // still shared
     ASSERT_EQ(::ftruncate(shared.fd.get(), static_cast<off_t>(4 * page)), 0);
@@ -252,8 +234,7 @@ TEST(Guard, AShrunkObjectReadsZerosAndDropsWrites)
 
 size_t host_mappings()
 {
-    std::ifstream maps{"/proc/self/maps"};
-    return static_cast<size_t>(std::count(std::istreambuf_iterator<char>{maps}, {}, '\n'));
+    return static_cast<size_t>(std::ranges::count(contents("/proc/self/maps"), '\n'));
 }
 
 TEST(Guard, SpoiltPagesCannotUseUpTheHostsMappings)

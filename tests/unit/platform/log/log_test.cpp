@@ -50,12 +50,11 @@ TEST(Log, LinesStayWholeAcrossThreadsAndProcesses)
         return 0;
     };
     const pid_t child = start_child([&] { return write_all(9); });
-    std::vector<std::thread> writers;
-    writers.reserve(4);
-    for (int w = 0; w < 4; ++w)
-        writers.emplace_back(write_all, w);
-    for (std::thread& each : writers)
-        each.join();
+    {
+        std::vector<std::jthread> writers;
+        for (int w = 0; w < 4; ++w)
+            writers.emplace_back(write_all, w);
+    }
     EXPECT_EQ(end_of(child), 0);
     const auto lines = log.lines();
     EXPECT_EQ(lines.size(), 1000U);
@@ -131,10 +130,9 @@ public:
     {
         std::string all;
         std::array<char, 4096> piece{};
-        for (ssize_t count = 1; count > 0; all.append(piece.data(), count > 0 ? static_cast<size_t>(count) : 0)) {
-            count = ::read(reader_.get(), piece.data(), piece.size());
-            if (count > 0 && !system_path_.empty())
-                piece[static_cast<size_t>(count++)] = '\n'; // a datagram is a line
+        for (ssize_t count; (count = ::read(reader_.get(), piece.data(), piece.size())) > 0;) {
+            all.append(piece.data(), static_cast<size_t>(count));
+            all += system_path_.empty() ? "" : "\n"; // a datagram is a line
         }
         return all;
     }
@@ -222,8 +220,7 @@ TEST(RateLimiter, AccountsForEveryLine)
 {
     std::mt19937 random{test_seed()};
     const auto limiter = std::make_unique<rate_limiter>();
-    std::map<const void*, uint64_t> called;
-    std::map<const void*, uint64_t> told;
+    std::map<const void*, uint64_t> called, told;
     std::map<const void*, std::vector<int64_t>> admitted;
     const std::vector<char> sites(6);
     int64_t now = 5;

@@ -40,6 +40,7 @@ TEST(StoreText, MergesLineByLine)
 
 TEST(StoreText, RandomTextsMergeLikeAMap)
 {
+    SCOPED_TRACE(testing::Message() << "KALIX_TEST_SEED=" << test_seed());
     std::mt19937 random{test_seed()};
     const auto text = [&random](std::map<std::string, std::string>& model) {
         std::string out;
@@ -63,12 +64,9 @@ TEST(StoreText, RandomTextsMergeLikeAMap)
         const std::string written = text(model);
         const std::string merged = merge_attributes("o", held, written);
         EXPECT_EQ(merge_attributes("o", merged, ""), merged);
-        size_t lines = 0;
-        for (const auto& [name, line] : model) {
+        for (const auto& [name, line] : model)
             EXPECT_NE(("\n" + merged).find("\n" + line + "\n"), std::string::npos) << held << "|" << written;
-            ++lines;
-        }
-        EXPECT_EQ(static_cast<size_t>(std::count(merged.begin(), merged.end(), '\n')), lines + 1);
+        EXPECT_EQ(static_cast<size_t>(std::ranges::count(merged, '\n')), model.size() + 1);
     }
 }
 
@@ -77,18 +75,12 @@ protected:
     Store() { setenv("KALIX_PPS_DIR", (channel_.directory.path() + "/pps").c_str(), 1); }
     ~Store() override
     {
-        if (fd_ != -1)
-            close_object(fd_);
+        close_object(fd_);
         unsetenv("KALIX_PPS_DIR");
     }
     void open_mesa() { fd_ = open("/pps/services/mesa", open_read_write | open_create); }
     std::string file() const { return channel_.directory.path() + "/pps/services/mesa"; }
-    void edit(const std::string& text) const { std::ofstream{file()} << text; }
-    std::string on_disk() const
-    {
-        std::ifstream in{file()};
-        return {std::istreambuf_iterator<char>{in}, {}};
-    }
+    void edit(const std::string& text) const { test::put(file(), text); }
     int64_t put(const std::string& text) { return write(fd_, std::as_bytes(std::span{text})); }
     // What a read returns; "-" when it fails.
     std::string get(size_t room = 256)
@@ -146,15 +138,10 @@ TEST_F(Store, EveryKindOfChangeIsToldOnce)
     const std::function<void()> changes[] = {
         [&] { edit("@mesa\na::1\n"); },
         [&] { put("a::2"); },
-        [&] {
-            std::ofstream{file() + ".new"} << "@mesa\na::3\n";
-            fs::rename(file() + ".new", file());
-        },
+        [&] { test::put(file() + ".new", "@mesa\na::3\n"), fs::rename(file() + ".new", file()); },
         [&] { fs::remove(file()); },
         [&] { edit("@mesa\na::4\n"); },
-        [&] {
-            std::ofstream{file(), std::ios::app} << "b::5\n";
-        },
+        [&] { test::put(file(), contents(file()) + "b::5\n"); },
     };
     for (const auto& change : changes) {
         change();
@@ -163,7 +150,7 @@ TEST_F(Store, EveryKindOfChangeIsToldOnce)
         EXPECT_TRUE(channel_.settle().size() <= 1); // one change may be several events
         settle();
     }
-    std::ofstream{file() + ".beside"} << "x"; // another file is none
+    test::put(file() + ".beside", "x"); // another file is none
     EXPECT_TRUE(channel_.settle().empty());
 }
 
@@ -189,16 +176,15 @@ TEST_F(Store, TheLastOfManyChangesIsRead)
 TEST_F(Store, WritersDoNotUndoEachOther)
 {
     open_mesa();
-    std::vector<std::thread> writers;
-    for (int w = 0; w < 4; ++w)
-        writers.emplace_back([this, w] {
-            for (int i = 0; i < 50; ++i)
-                EXPECT_GT(put("w" + std::to_string(w) + "." + std::to_string(i) + "::1"), 0);
-        });
-    for (std::thread& each : writers)
-        each.join();
-    const std::string text = on_disk();
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 201);
+    {
+        std::vector<std::jthread> writers;
+        for (int w = 0; w < 4; ++w)
+            writers.emplace_back([this, w] {
+                for (int i = 0; i < 50; ++i)
+                    EXPECT_GT(put("w" + std::to_string(w) + "." + std::to_string(i) + "::1"), 0);
+            });
+    }
+    EXPECT_EQ(std::ranges::count(contents(file()), '\n'), 201);
 }
 
 TEST_F(Store, WhatIsNoObjectIsRefusedAndReplaced)
@@ -229,7 +215,7 @@ TEST_F(Store, WhatIsNoObjectIsRefusedAndReplaced)
     const int full = run_child([&] { // a disk without room, as far as this process is concerned
         const rlimit none{8, 8};
         signal(SIGXFSZ, SIG_IGN);
-        return setrlimit(RLIMIT_FSIZE, &none) == 0 && put("b::2") == -1 && on_disk() == "@mesa\na::1\n" ? 0 : 1;
+        return setrlimit(RLIMIT_FSIZE, &none) == 0 && put("b::2") == -1 && contents(file()) == "@mesa\na::1\n" ? 0 : 1;
     });
     EXPECT_EQ(full, 0);
     EXPECT_EQ(std::distance(fs::directory_iterator{fs::path{file()}.parent_path()}, {}), 1);
