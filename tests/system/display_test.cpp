@@ -3,6 +3,7 @@
 #include "tests/system/screen_test.h"
 #include "tools/screen/status_reader.h"
 
+#include <algorithm>
 #include <cmath>
 #include <sys/stat.h>
 #include <thread>

@@ -4,6 +4,7 @@
 #include "tests/system/server.h"
 #include "tools/screen/screen_reader.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <kalix/client.hpp>
 #include <optional>

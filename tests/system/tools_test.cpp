@@ -3,6 +3,7 @@
 #include "base/unique_fd.h"
 #include "tests/system/screen_test.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <gmock/gmock.h>

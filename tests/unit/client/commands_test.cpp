@@ -1,5 +1,6 @@
 // Every command builder against the words that the device reads, then in lists that are too short.
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>

@@ -3,6 +3,7 @@
 #include "platform/store/store_text.h"
 #include "tests/unit/platform/support.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
