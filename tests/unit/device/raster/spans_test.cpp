@@ -342,6 +342,32 @@ TEST_F(ThreadTest, ThreadsDoNotDrawWhatTheyRead)
     expect_one_picture(before, [&] { return draw(declarations, in_order(SVGA3D_PRIMITIVE_TRIANGLELIST, count)); });
 }
 
+// Triangles that every plane cuts have more corners than a batch has room for: what is left over is drawn in turn.
+TEST_F(ThreadTest, BatchesThatOverflowAreDrawnWhole)
+{
+    make_targets(width_ = 40, height_ = 30);
+    set_blend(SVGA3D_BLENDOP_SRCALPHA, SVGA3D_BLENDOP_INVSRCALPHA);
+    set(SVGA3D_RS_CLIPPLANEENABLE, 63);
+    for (size_t i = 0; i < SVGA3D_CLIP_PLANES; ++i) { // six sides around the middle
+        const float angle = static_cast<float>(i) * 1.0471976f;
+        state.clip_planes[i] = {std::cos(angle), std::sin(angle), 0, 0.5f};
+    }
+    const lit_corner corners[] = {{-9, -9, -2, 0, 0, 1, 0x40FF0000}, {9, -9, 3, 0, 0, 1, 0x8000FF00}, {0, 9, 0.5f}};
+    const auto drawn = [&](uint32_t count) {
+        std::vector<uint16_t> order;
+        for (uint32_t i = 0; i < count; ++i)
+            order.insert(order.end(), {0, 1, 2});
+        return draw_lit(SVGA3D_PRIMITIVE_TRIANGLELIST, count, corners, order);
+    };
+    state.query = {true, 0};
+    ASSERT_EQ(drawn(1), draw_result::done);
+    const uint64_t samples = state.query.samples;
+    ASSERT_GT(samples, 100u);
+    constexpr uint32_t count = 17000; // full batches, however many threads
+    expect_one_picture(std::vector<uint32_t>(size_t{width_} * height_), [&] { return drawn(count); });
+    EXPECT_EQ(state.query.samples, count * samples);
+}
+
 // Lines between vertices of any two numbers, as they look when no vertex is shared.
 TEST_F(ThreadTest, AnyTwoVerticesMakeALine)
 {
