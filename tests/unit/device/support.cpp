@@ -1,12 +1,10 @@
 #include "tests/unit/device/support.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <fcntl.h>
 #include <mutex>
 #include <numeric>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -28,28 +26,7 @@ void log_line(int, const char* text)
     log_lines.emplace_back(text);
 }
 
-// Pages of the scratch region: the upper half, which tests leave alone.
-std::vector<uint64_t> upper_half(uint32_t pages)
-{
-    std::vector<uint64_t> numbers(pages / 2);
-    std::iota(numbers.begin(), numbers.end(), pages / 2 + 1);
-    return numbers;
-}
-
 } // namespace
-
-uint32_t test_seed()
-{
-    const char* const given = std::getenv("KALIX_TEST_SEED");
-    static const uint32_t seed =
-        given ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
-    return seed;
-}
-
-uint32_t below(std::mt19937& random, uint32_t limit)
-{
-    return static_cast<uint32_t>(random() % limit);
-}
 
 guest_pages::guest_pages(uint32_t count) : mapped_{(size_t{count} + 2) * 4096}
 {
@@ -94,7 +71,9 @@ device_test::device_test()
     take_log_lines();
     bus = open();
     view = std::make_unique<screen_view>(screen_path());
-    run(stream{}.define_region(scratch_region, upper_half(pages)));
+    std::vector<uint64_t> upper_half(pages / 2); // which tests leave alone
+    std::iota(upper_half.begin(), upper_half.end(), pages / 2 + 1);
+    run(stream{}.define_region(scratch_region, upper_half));
 }
 
 device_test::~device_test()
@@ -127,6 +106,12 @@ uint64_t device_test::all_refused() const
 {
     const auto& counts = view->header().statistics.refused;
     return std::accumulate(std::begin(counts), std::end(counts), uint64_t{0});
+}
+
+void device_test::fence(uint32_t number)
+{
+    run(stream{}.add(svga_cmd_fence{SVGA_CMD_FENCE, number}));
+    ASSERT_EQ(fifo_load(bus->fifo(), SVGA_FIFO_FENCE), number);
 }
 
 uint32_t device_test::pixel(uint32_t x, uint32_t y) const

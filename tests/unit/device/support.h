@@ -1,6 +1,7 @@
 // A device of its own for each test, with guest memory between guard pages, and a writer of streams.
 #pragma once
 
+#include "tests/unit/device/chance.h"
 #include "tests/unit/device/stream.h"
 
 #include <cstring>
@@ -9,17 +10,10 @@
 #include <kalix/screen.h>
 #include <map>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
 namespace kalix::test {
-
-// KALIX_TEST_SEED, else another one each run.
-uint32_t test_seed();
-
-// A number below limit, which is above 0.
-uint32_t below(std::mt19937& random, uint32_t limit);
 
 // Pages 1 to count of guest memory, in one piece with a guard page on either side; no other page exists.
 class guest_pages {
@@ -69,6 +63,12 @@ protected:
     void set_mode(uint32_t width, uint32_t height, uint32_t bits);
     uint64_t refused(kalix_refused kind) const { return view->header().statistics.refused[kind]; }
     uint64_t all_refused() const;
+    void fence(uint32_t number); // passes one, and expects it
+    void stretch(uint32_t from, const svga3d_box& source, uint32_t to, const svga3d_box& destination, uint32_t mode)
+    {
+        run(stream{}.command(SVGA_3D_CMD_SURFACE_STRETCHBLT,
+                             svga3d_surface_stretchblt{{from, 0, 0}, {to, 0, 0}, source, destination, mode}));
+    }
     uint32_t pixel(uint32_t x, uint32_t y) const; // of a 32-bit screen
     std::string screen_path() const { return directory + "/screen"; }
 

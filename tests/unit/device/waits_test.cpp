@@ -22,12 +22,12 @@ namespace kalix::test {
 namespace {
 
 // Stays away for a moment: none, some looks, or long enough that whoever waits is asleep.
-void dawdle(std::mt19937& random)
+void dawdle(dice& random)
 {
-    const uint32_t kind = below(random, 64);
+    const uint32_t kind = random.below(64);
     if (kind == 0)
-        std::this_thread::sleep_for(std::chrono::microseconds{below(random, 100)});
-    for (uint32_t left = kind < 32 ? 0 : below(random, 2 * looks_before_sleep); left != 0; --left)
+        std::this_thread::sleep_for(std::chrono::microseconds{random.below(100)});
+    for (uint32_t left = kind < 32 ? 0 : random.below(2 * looks_before_sleep); left != 0; --left)
         pause_briefly();
 }
 
@@ -39,7 +39,7 @@ TEST(Waits, ARelayOfThreadsLosesNoChange)
     std::vector<std::thread> threads;
     for (uint32_t runner = 0; runner < runners; ++runner)
         threads.emplace_back([&, runner] {
-            std::mt19937 random{test_seed() + runner};
+            dice random{runner};
             for (uint32_t lap = 0; lap < laps; ++lap) {
                 batons[runner].wait_for_change(lap);
                 const uint32_t next = (runner + 1) % runners;
@@ -66,7 +66,7 @@ TEST(Waits, AllWhoWaitForAWordSeeItsLastValue)
             for (uint32_t seen = 0; seen != last; seen = std::atomic_ref{word}.load(std::memory_order_acquire))
                 waiting.wait_for_change(word, seen);
         });
-    std::mt19937 random{test_seed()};
+    dice random;
     for (uint32_t value = 1; value <= last; ++value) {
         dawdle(random);
         waiting.store(word, value);
@@ -85,7 +85,7 @@ TEST_F(WaitsOfTheDevice, GiveNoTimeSliceAway)
         run(stream{}.add_list(fence));
         ASSERT_EQ(fifo_load(bus->fifo(), SVGA_FIFO_FENCE), fence[1]);
     }
-    std::mt19937 random{test_seed()};
+    dice random;
     std::vector<uint32_t> done(3);
     device::raster::worker_pool pool{3, [](std::function<void()> body) { return std::thread{std::move(body)}; }};
     for (uint32_t piece = 1; piece <= 500; ++piece) {

@@ -3,54 +3,20 @@
 #include "tests/unit/device/support.h"
 
 #include <algorithm>
+#include <kalix/svga3d_formats.h>
 #include <span>
 
 namespace kalix::test {
 namespace {
 
-struct layout {
-    uint32_t block_bytes = 0, block_width = 1, block_height = 1;
-};
-
-// Of every format: the bytes of a texel, or of a block and its sides.
-const std::map<uint32_t, layout> layouts = [] {
-    const std::pair<layout, std::vector<uint32_t>> groups[] = {
-        {{1}, {SVGA3D_LUMINANCE8, SVGA3D_LUMINANCE4_ALPHA4, SVGA3D_ALPHA8, SVGA3D_BUFFER}},
-        {{2},
-         {SVGA3D_R5G6B5, SVGA3D_X1R5G5B5, SVGA3D_A1R5G5B5, SVGA3D_A4R4G4B4, SVGA3D_Z_D16, SVGA3D_Z_D15S1,
-          SVGA3D_LUMINANCE16, SVGA3D_LUMINANCE8_ALPHA8, SVGA3D_BUMPU8V8, SVGA3D_BUMPL6V5U5, SVGA3D_V8U8, SVGA3D_CXV8U8,
-          SVGA3D_R_S10E5}},
-        {{3}, {SVGA3D_BUMPL8V8U8}},
-        {{4},
-         {SVGA3D_X8R8G8B8, SVGA3D_A8R8G8B8, SVGA3D_Z_D32, SVGA3D_Z_D24S8, SVGA3D_BUMPX8L8V8U8, SVGA3D_A2R10G10B10,
-          SVGA3D_Q8W8V8U8, SVGA3D_X8L8V8U8, SVGA3D_A2W10V10U10, SVGA3D_R_S23E8, SVGA3D_RG_S10E5, SVGA3D_Z_D24X8,
-          SVGA3D_V16U16, SVGA3D_G16R16}},
-        {{4, 2}, {SVGA3D_UYVY, SVGA3D_YUY2}},
-        {{8}, {SVGA3D_ARGB_S10E5, SVGA3D_RG_S23E8, SVGA3D_A16B16G16R16}},
-        {{16}, {SVGA3D_ARGB_S23E8}},
-        {{8, 4, 4}, {SVGA3D_DXT1}},
-        {{16, 4, 4}, {SVGA3D_DXT2, SVGA3D_DXT3, SVGA3D_DXT4, SVGA3D_DXT5}},
-    };
-    std::map<uint32_t, layout> out;
-    for (const auto& [of, formats] : groups)
-        for (const uint32_t format : formats)
-            out[format] = of;
-    return out;
-}();
-
-uint32_t blocks(uint32_t texels, uint32_t block)
-{
-    return (texels + block - 1) / block;
-}
-
 // Guest memory and one image, both as plain bytes.
 struct model {
-    layout of;
+    svga3d_block of; // by the table that clients have
     svga3d_size size;
     std::vector<std::byte> guest, host;
 
-    uint32_t row() const { return blocks(size.width, of.block_width) * of.block_bytes; }
-    uint32_t rows() const { return blocks(size.height, of.block_height); }
+    uint32_t row() const { return static_cast<uint32_t>(svga3d_row_bytes(of, size.width)); }
+    uint32_t rows() const { return svga3d_block_rows(of, size.height); }
 
     bool is_whole(uint32_t first, uint32_t count, uint32_t all, uint32_t block) const
     {
@@ -61,19 +27,17 @@ struct model {
     bool list_bytes(const svga3d_surface_dma& command, const svga3d_copy_box& box,
                     std::vector<std::pair<uint64_t, uint64_t>>& out) const
     {
-        if (!is_whole(box.x, box.w, size.width, of.block_width) ||
-            !is_whole(box.y, box.h, size.height, of.block_height) || box.z + box.d > size.depth ||
-            box.srcx % of.block_width != 0 || box.srcy % of.block_height != 0)
+        if (!is_whole(box.x, box.w, size.width, of.width) || !is_whole(box.y, box.h, size.height, of.height) ||
+            box.z + box.d > size.depth || box.srcx % of.width != 0 || box.srcy % of.height != 0)
             return false;
         const uint64_t pitch = command.guest.pitch != 0 ? command.guest.pitch : row();
         for (uint64_t z = 0; z < box.d; ++z)
-            for (uint64_t y = 0; y < blocks(box.h, of.block_height); ++y)
-                for (uint64_t x = 0; x < uint64_t{blocks(box.w, of.block_width)} * of.block_bytes; ++x) {
+            for (uint64_t y = 0; y < svga3d_block_rows(of, box.h); ++y)
+                for (uint64_t x = 0; x < svga3d_row_bytes(of, box.w); ++x) {
                     const uint64_t in_guest = command.guest.pointer.offset + (box.srcz + z) * pitch * rows() +
-                                              (box.srcy / of.block_height + y) * pitch +
-                                              box.srcx / of.block_width * of.block_bytes + x;
-                    const uint64_t in_host = (box.z + z) * row() * rows() + (box.y / of.block_height + y) * row() +
-                                             box.x / of.block_width * of.block_bytes + x;
+                                              (box.srcy / of.height + y) * pitch + box.srcx / of.width * of.bytes + x;
+                    const uint64_t in_host = (box.z + z) * row() * rows() + (box.y / of.height + y) * row() +
+                                             box.x / of.width * of.bytes + x;
                     if (in_guest >= guest.size())
                         return false;
                     out.emplace_back(in_guest, in_host);
@@ -97,18 +61,8 @@ struct model {
 class DmaTest : public device_test {
 protected:
     static constexpr uint32_t region = 7;
-    static constexpr uint32_t region_pages = 6;
 
     std::byte* guest_byte(uint64_t offset) const { return scratch.page(order[offset / 4096]) + offset % 4096; }
-
-    void define(std::mt19937& random)
-    {
-        order.resize(region_pages);
-        for (uint32_t i = 0; i < region_pages; ++i)
-            order[i] = 1 + 2 * i;
-        std::shuffle(order.begin(), order.end(), random);
-        run(stream{}.define_region(region, order));
-    }
 
     // A surface of six faces, of which one has a second and a third level.
     void define_faces(uint32_t format, uint32_t face, const svga3d_size& second_level)
@@ -120,66 +74,66 @@ protected:
         run(stream{}.command_with_list(SVGA_3D_CMD_SURFACE_DEFINE, definition, sizes));
     }
 
-    std::vector<uint64_t> order; // page numbers of the region
+    const std::vector<uint64_t> order{9, 1, 11, 5, 3, 7}; // page numbers of the region
 };
 
 // A side of a box: mostly inside and on block borders, at times not.
-std::pair<uint32_t, uint32_t> random_side(std::mt19937& random, uint32_t size, uint32_t block)
+std::pair<uint32_t, uint32_t> random_side(dice& random, uint32_t size, uint32_t block)
 {
-    if (below(random, 40) == 0)
-        return {below(random, size + 2), below(random, size + 2)};
-    const uint32_t first = below(random, blocks(size, block)) * block;
-    const uint32_t most = blocks(size - first, block);
-    const uint32_t count = (1 + below(random, most)) * block;
+    if (random.below(40) == 0)
+        return {random.below(size + 2), random.below(size + 2)};
+    const auto blocks = [block](uint32_t texels) { return (texels + block - 1) / block; };
+    const uint32_t first = random.below(blocks(size)) * block;
+    const uint32_t count = (1 + random.below(blocks(size - first))) * block;
     return {first, std::min(count, size - first)};
 }
 
-svga3d_copy_box random_box(std::mt19937& random, const model& in)
+svga3d_copy_box random_box(dice& random, const model& in)
 {
-    const auto [x, w] = random_side(random, in.size.width, in.of.block_width);
-    const auto [y, h] = random_side(random, in.size.height, in.of.block_height);
+    const auto [x, w] = random_side(random, in.size.width, in.of.width);
+    const auto [y, h] = random_side(random, in.size.height, in.of.height);
     const auto [z, d] = random_side(random, in.size.depth, 1);
-    const bool shifted = below(random, 3) == 0;
+    const uint32_t shift = random.below(3) == 0 ? 1 : 0;
     return {x,
             y,
             z,
             w,
             h,
             d,
-            shifted ? below(random, 5) * in.of.block_width : 0,
-            shifted ? below(random, 5) * in.of.block_height : 0,
-            shifted ? below(random, 2) : 0};
+            shift * random.below(5) * in.of.width,
+            shift * random.below(5) * in.of.height,
+            shift * random.below(2)};
 }
 
-svga3d_surface_dma random_transfer(std::mt19937& random, const model& in, const svga3d_image& image)
+svga3d_surface_dma random_transfer(dice& random, const model& in, const svga3d_image& image)
 {
-    const uint32_t pitches[] = {0, in.row(), in.row() + below(random, 40), 1 + below(random, in.row())};
-    return {{{7, below(random, 3000)}, pitches[below(random, 4)]},
+    const uint32_t pitches[] = {0, in.row(), in.row() + random.below(40), 1 + random.below(in.row())};
+    return {{{7, random.below(3000)}, pitches[random.below(4)]},
             image,
-            below(random, 2) ? uint32_t{SVGA3D_WRITE_HOST_VRAM} : uint32_t{SVGA3D_READ_HOST_VRAM}};
+            random.one_of<uint32_t>({SVGA3D_WRITE_HOST_VRAM, SVGA3D_READ_HOST_VRAM})};
 }
 
 TEST_F(DmaTest, MovesTheBytesThatTheModelMoves)
 {
-    std::mt19937 random{test_seed()};
-    define(random);
+    dice random;
+    run(stream{}.define_region(region, order));
     int refusals = 0;
-    ASSERT_EQ(layouts.size(), SVGA3D_FORMAT_MAX - 1u);
-    for (const auto& [format, of] : layouts) {
-        SCOPED_TRACE(testing::Message() << "format " << format << ", seed " << test_seed());
-        model expected{of, {1 + below(random, 21), 1 + below(random, 21), 1 + below(random, 3)}, {}, {}};
-        expected.guest.resize(region_pages * 4096);
+    for (uint32_t format = 1; format < SVGA3D_FORMAT_MAX; ++format) {
+        SCOPED_TRACE(testing::Message() << "format " << format);
+        model expected{
+            svga3d_block_of(format), {1 + random.below(21), 1 + random.below(21), 1 + random.below(3)}, {}, {}};
+        expected.guest.resize(order.size() * 4096);
         for (uint64_t i = 0; i < expected.guest.size(); ++i)
             *guest_byte(i) = std::byte{0};
         expected.host.resize(size_t{expected.row()} * expected.rows() * expected.size.depth);
         // The image is a level of its own, of one of the faces, between others, which shows offsets that are wrong.
-        const svga3d_image image{1, below(random, 6), 1};
+        const svga3d_image image{1, random.below(6), 1};
         define_faces(format, image.face, expected.size);
         for (int step = 0; step < 40; ++step) {
-            for (uint64_t i = 0; i < expected.guest.size(); i += 1 + below(random, 40))
+            for (uint64_t i = 0; i < expected.guest.size(); i += 1 + random.below(40))
                 *guest_byte(i) = expected.guest[i] = static_cast<std::byte>(random());
             const svga3d_surface_dma command = random_transfer(random, expected, image);
-            std::vector<svga3d_copy_box> boxes(1 + below(random, 2));
+            std::vector<svga3d_copy_box> boxes(1 + random.below(2));
             std::ranges::generate(boxes, [&] { return random_box(random, expected); });
             const uint64_t before = refused(KALIX_REFUSED_OUTSIDE);
             const bool accepted = expected.run(command, boxes);
@@ -198,9 +152,8 @@ TEST_F(DmaTest, MovesTheBytesThatTheModelMoves)
 TEST_F(DmaTest, LargeImagesArriveWhole)
 {
     constexpr uint32_t side = 256;
-    std::mt19937 random{test_seed()};
-    std::vector<uint32_t> texels(side * side);
-    std::ranges::generate(texels, random);
+    dice random;
+    const std::vector<uint32_t> texels = random.words(side * side);
     for (const uint32_t sid : {1u, 2u})
         run(stream{}.define_surface(sid, SVGA3D_X8R8G8B8, {{side, side, 1}}));
     write_words(1, side, side, texels);
@@ -216,7 +169,7 @@ TEST_F(DmaTest, LargeImagesArriveWhole)
 TEST_F(DmaTest, LaterRowsStayInPagesNamedTwice)
 {
     constexpr uint32_t side = 256, twice = 9, count = 64; // pages
-    std::mt19937 random{test_seed()};
+    dice random;
     std::vector<uint64_t> numbers(2 * count);
     for (uint32_t i = 0; i < numbers.size(); ++i)
         numbers[i] = 1 + i % count;

@@ -85,28 +85,5 @@ TEST_F(PresentTest, BlitsScaledAndClipped)
     EXPECT_EQ(refused(KALIX_REFUSED_BAD_VALUE), 1u);
 }
 
-TEST_F(PresentTest, ConvertsBetweenDepths)
-{
-    run(stream{}.define_surface(2, SVGA3D_R5G6B5, {{2, 1, 1}}).define_surface(3, SVGA3D_Z_D16, {{2, 1, 1}}));
-    write_words<uint16_t>(2, 2, 1, {0xF800, 0x07FF});
-    set_mode(4, 3, 32);
-    present(2, {{1, 0, 2, 1, 0, 0}});
-    EXPECT_EQ(pixel(1, 0), 0xFFFF0000u);
-    EXPECT_EQ(pixel(2, 0), 0xFF00FFFFu);
-    present(3, {{0, 0, 2, 1, 0, 0}});
-    EXPECT_EQ(refused(KALIX_REFUSED_NOT_SUPPORTED), 1u);
-    set_mode(4, 3, 16);
-    write_words<uint32_t>(1, 3, 2, {0xFFFFFF, 0x808080, 0x0000FF, 0, 0, 0});
-    present(1, {{0, 1, 3, 1, 0, 0}});
-    present(2, {{0, 2, 2, 1, 0, 0}});
-    uint16_t rows[2][4];
-    std::memcpy(rows, view->picture() + 8, sizeof rows);
-    EXPECT_EQ(rows[0][0], 0xFFFF);
-    EXPECT_EQ(rows[0][1], 16 << 11 | 32 << 5 | 16);
-    EXPECT_EQ(rows[0][2], 0x001F);
-    EXPECT_EQ(rows[1][0], 0xF800);
-    EXPECT_EQ(rows[1][1], 0x07FF);
-}
-
 } // namespace
 } // namespace kalix::test

@@ -1,8 +1,7 @@
 // Occlusion queries by command: what draws count, and where the answer lies.
 
+#include "tests/unit/device/state/announced.h"
 #include "tests/unit/device/support.h"
-
-#include "device/state/capabilities.h"
 
 #include <algorithm>
 #include <array>
@@ -42,14 +41,14 @@ protected:
         std::vector<std::byte> bytes(6 * 16);
         std::memcpy(bytes.data(), corners.data(), sizeof corners);
         write_surface({vertex_sid, 0, 0}, {6 * 16, 1, 1}, bytes);
-        const svga3d_vertex_declaration declaration{
-            SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 16}, 0, 0};
-        const svga3d_primitive_range range{SVGA3D_PRIMITIVE_TRIANGLEFAN, 2, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
-        stream words;
-        words.add(svga3d_draw_primitives{cid, 1, 1}, declaration, range).add_list(divisors);
-        run(stream{}
-                .add(svga3d_command_header{SVGA_3D_CMD_DRAW_PRIMITIVES, static_cast<uint32_t>(words.bytes.size())})
-                .add_list(words.bytes));
+        const struct {
+            svga3d_draw_primitives counts;
+            svga3d_vertex_declaration position;
+            svga3d_primitive_range range;
+        } body{{cid, 1, 1},
+               {SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 16}, 0, 0},
+               {SVGA3D_PRIMITIVE_TRIANGLEFAN, 2, {SVGA3D_INVALID_ID, 0, 0}, 0, 0}};
+        run(stream{}.command_with_list(SVGA_3D_CMD_DRAW_PRIMITIVES, body, divisors));
     }
     void begin() { run(stream{}.command(SVGA_3D_CMD_BEGIN_QUERY, svga3d_begin_query{cid, 0})); }
     // The record lies across the border of two pages that are not neighbours.
@@ -99,10 +98,6 @@ TEST_F(QueriesTest, CountWhatPassesEveryTest)
     rectangle(20, 10, 0.2f); // half of it is there already
     EXPECT_EQ(samples(), 200u);
     begin();
-    set(SVGA3D_RS_STENCILENABLE, 1);
-    set(SVGA3D_RS_STENCILFUNC, SVGA3D_CMP_NEVER);
-    rectangle(30, 30, 0.1f);
-    set(SVGA3D_RS_STENCILENABLE, 0);
     set(SVGA3D_RS_ALPHATESTENABLE, 1);
     set(SVGA3D_RS_ALPHAFUNC, SVGA3D_CMP_NEVER);
     rectangle(30, 30, 0.1f);
@@ -130,12 +125,7 @@ TEST_F(QueriesTest, OneAtATimeAndOnlyWhatWasBegun)
 // As many types as are announced.
 TEST_F(QueriesTest, TypesAreThoseAnnounced)
 {
-    std::array<uint32_t, device::capability_area_words> area;
-    device::write_capabilities(area);
-    constexpr uint32_t types_index = 15;
-    uint32_t types = 0;
-    for (uint32_t at = 2; at < area[0]; at += 2)
-        types = area[at] == types_index ? area[at + 1] : types;
+    const uint32_t types = announced().at(15);
     ASSERT_GE(types, 1u);
     for (uint32_t type = 0; type <= types; ++type) {
         run(stream{}

@@ -1,12 +1,7 @@
 // Clears beside a model that goes texel by texel, alone and with workers, with every instruction set.
 
 #include "device/raster/processor.h"
-#include "device/raster/workers.h"
 #include "tests/unit/device/raster/scene.h"
-
-#include <algorithm>
-#include <array>
-#include <thread>
 
 namespace kalix::device::test {
 namespace {
@@ -24,15 +19,6 @@ constexpr depth_format depth_formats[] = {{SVGA3D_Z_D16, 16, 0, 0},
 
 class ClearTest : public scene {
 protected:
-    uint32_t below(uint32_t limit) { return static_cast<uint32_t>(random_()) % limit; }
-
-    void randomize(uint32_t sid)
-    {
-        for (std::byte& each : bytes(sid))
-            each = static_cast<std::byte>(random_());
-    }
-    std::span<std::byte> bytes(uint32_t sid) { return {view(sid).bytes, view(sid).byte_size()}; }
-
     // Bits of a depth word that a clear replaces, and what they become.
     static std::pair<uint32_t, uint32_t> replaced(const depth_format& in, const svga3d_clear& how)
     {
@@ -54,8 +40,8 @@ protected:
     {
         const image_view color = view(color_sid), depth = view(depth_sid);
         std::array<std::byte, 16> texel{};
-        const auto channel = [&](int shift) { return static_cast<float>(how.color >> shift & 255) / 255.0f; };
-        color.format->encode({channel(16), channel(8), channel(0), channel(24)}, texel.data());
+        const auto channel = [&](size_t i) { return static_cast<float>(unpacked(how.color)[i]); };
+        color.format->encode({channel(0), channel(1), channel(2), channel(3)}, texel.data());
         const auto [bits, word] = replaced(in, how);
         for (const svga3d_rect& rect : rects)
             for (uint32_t y = rect.y; y < std::min(rect.y + rect.h, height); ++y)
@@ -72,28 +58,28 @@ protected:
         EXPECT_TRUE(std::ranges::equal(bytes(color_sid), color_before));
         EXPECT_TRUE(std::ranges::equal(bytes(depth_sid), depth_before));
     }
-
-    std::mt19937 random_{test_seed()};
 };
 
 TEST_F(ClearTest, ReplacesWhatAModelReplaces)
 {
-    raster::worker_pool two{2, [](std::function<void()> body) { return std::thread{std::move(body)}; }};
+    dice random;
+    raster::worker_pool two{2, start_thread};
     const auto sets = raster::instruction_sets();
     for (uint32_t step = 0; step < 60; ++step) {
         const depth_format& in = depth_formats[step % std::size(depth_formats)];
-        const uint32_t colors[] = {SVGA3D_A8R8G8B8, SVGA3D_R5G6B5, SVGA3D_ARGB_S10E5, SVGA3D_ARGB_S23E8};
-        make_targets(width, height, colors[below(4)], in.format);
-        randomize(color_sid);
-        randomize(depth_sid);
-        const svga3d_clear how{1, 1 + below(7), static_cast<uint32_t>(random_()), static_cast<float>(below(2)),
-                               below(256)};
-        std::vector<svga3d_rect> rects{{below(width), below(height), 1 + below(width), 1 + below(height)}};
+        make_targets(width, height,
+                     random.one_of<uint32_t>({SVGA3D_A8R8G8B8, SVGA3D_R5G6B5, SVGA3D_ARGB_S10E5, SVGA3D_ARGB_S23E8}),
+                     in.format);
+        for (const uint32_t sid : {color_sid, depth_sid})
+            std::ranges::generate(bytes(sid), [&] { return static_cast<std::byte>(random()); });
+        const svga3d_clear how{1, 1 + random.below(7), random(), static_cast<float>(random.below(2)),
+                               random.below(256)};
+        std::vector<svga3d_rect> rects{
+            {random.below(width), random.below(height), 1 + random.below(width), 1 + random.below(height)}};
         if (step % 3 == 0)
             rects.push_back({0, 0, width, height});
-        const std::vector<std::byte> color{bytes(color_sid).begin(), bytes(color_sid).end()};
-        const std::vector<std::byte> depth{bytes(depth_sid).begin(), bytes(depth_sid).end()};
-        SCOPED_TRACE(testing::Message() << "seed " << test_seed() << ", step " << step);
+        const std::vector<std::byte> color = copy_of(color_sid), depth = copy_of(depth_sid);
+        SCOPED_TRACE(step);
         raster::force_instruction_set(sets[step % sets.size()]);
         ASSERT_EQ(clear_targets(state, surfaces, how, rects, step % 2 ? &two : nullptr), draw_result::done);
         expect_cleared(in, how, rects, color, depth);

@@ -2,9 +2,8 @@
 
 #include "tests/unit/device/raster/scene.h"
 
-#include <algorithm>
-#include <array>
 #include <cmath>
+#include <numeric>
 
 namespace kalix::device::test {
 namespace {
@@ -15,25 +14,22 @@ protected:
 
     DeclarationTest() { make_targets(16, 8); }
 
-    void fill(uint32_t sid, const void* from, size_t bytes)
-    {
-        define(sid, SVGA3D_BUFFER, static_cast<uint32_t>(bytes), 1);
-        std::memcpy(view(sid).bytes, from, bytes);
-    }
-    static svga3d_vertex_declaration element(uint32_t type, uint32_t usage, uint32_t index, svga3d_array array)
-    {
-        return {type, 0, usage, index, array, 0, 0};
-    }
-
     // A point of one vertex in the target's middle, with one more element.
     draw_result point_with(const svga3d_vertex_declaration& more)
     {
         const float at[] = {8, 4, 0.5f, 1};
-        fill(vertex_sid, at, sizeof at);
-        const svga3d_vertex_declaration declarations[] = {
-            element(SVGA3D_DECLTYPE_FLOAT4, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 0}), more};
-        const svga3d_primitive_range range{SVGA3D_PRIMITIVE_POINTLIST, 1, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
-        return draw_primitives(state, surfaces, declarations, {&range, 1}, {});
+        define_buffer(vertex_sid, at, sizeof at);
+        clear();
+        state.query = {true, 0};
+        return draw(
+            std::array{element(SVGA3D_DECLTYPE_FLOAT4, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 0}), more},
+            in_order(SVGA3D_PRIMITIVE_POINTLIST, 1));
+    }
+    // The element lies in a buffer of its own, with these bytes.
+    draw_result point_with(uint32_t type, uint32_t usage, uint32_t index, const void* from, size_t bytes)
+    {
+        define_buffer(extra_sid, from, bytes);
+        return point_with(element(type, usage, index, {extra_sid, 0, 0}));
     }
 };
 
@@ -44,11 +40,6 @@ struct type_row {
     std::vector<uint32_t> words;
     std::array<double, 4> values;
 };
-
-constexpr uint32_t bits(float value)
-{
-    return std::bit_cast<uint32_t>(value);
-}
 
 const type_row type_rows[] = {
     {SVGA3D_DECLTYPE_FLOAT1, {bits(0.25f)}, {0.25, 0, 0, 1}},
@@ -75,8 +66,7 @@ TEST_F(DeclarationTest, TypesAreReadAsTheirNumbers)
 {
     constexpr uint32_t width = 1023;
     std::vector<uint32_t> texels(width);
-    for (uint32_t i = 0; i < width; ++i)
-        texels[i] = 0xFF000000 | i;
+    std::iota(texels.begin(), texels.end(), 0xFF000000);
     texture(width, 1, texels, SVGA3D_TEX_FILTER_NEAREST);
     stage(0, SVGA3D_TS_ADDRESSU, SVGA3D_TEX_ADDRESS_WRAP); // values below 0 come from the row's end
     stage(0, SVGA3D_TS_TEXTURETRANSFORMFLAGS, 15);
@@ -87,15 +77,13 @@ TEST_F(DeclarationTest, TypesAreReadAsTheirNumbers)
             const double scale = 0.45 / std::max(1e-6, std::abs(value));
             matrix& by = state.transforms[SVGA3D_TRANSFORM_TEXTURE0] = {};
             by[4 * component] = static_cast<float>(scale);
-            fill(extra_sid, row.words.data(), row.words.size() * 4);
-            ASSERT_EQ(point_with(element(row.type, SVGA3D_DECLUSAGE_TEXCOORD, 0, {extra_sid, 0, 0})),
-                      draw_result::done);
+            const auto drawn = [&](size_t cut) {
+                return point_with(row.type, SVGA3D_DECLUSAGE_TEXCOORD, 0, row.words.data(), row.words.size() * 4 - cut);
+            };
+            ASSERT_EQ(drawn(0), draw_result::done);
             const double wanted = value * scale * width + (value < 0 ? width : 0);
             EXPECT_NEAR(pixel(8, 4) & 0xFFFFFF, wanted, value == 0 ? 0.5 : 1) << row.type << ' ' << component;
-            // The last byte is needed.
-            fill(extra_sid, row.words.data(), row.words.size() * 4 - 1);
-            ASSERT_EQ(point_with(element(row.type, SVGA3D_DECLUSAGE_TEXCOORD, 0, {extra_sid, 0, 0})),
-                      draw_result::outside);
+            ASSERT_EQ(drawn(1), draw_result::outside); // the last byte is needed
         }
     EXPECT_EQ(point_with(element(SVGA3D_DECLTYPE_MAX, SVGA3D_DECLUSAGE_TEXCOORD, 0, {extra_sid, 0, 0})),
               draw_result::bad_declaration);
@@ -106,10 +94,7 @@ TEST_F(DeclarationTest, TypesAreReadAsTheirNumbers)
 TEST_F(DeclarationTest, UsagesGoWhereTheyBelong)
 {
     const auto with_color = [this](uint32_t usage, uint32_t index, uint32_t word) {
-        fill(extra_sid, &word, sizeof word);
-        clear();
-        state.query = {true, 0};
-        EXPECT_EQ(point_with(element(SVGA3D_DECLTYPE_D3DCOLOR, usage, index, {extra_sid, 0, 0})), draw_result::done);
+        EXPECT_EQ(point_with(SVGA3D_DECLTYPE_D3DCOLOR, usage, index, &word, sizeof word), draw_result::done);
         return pixel(8, 4);
     };
     EXPECT_EQ(with_color(SVGA3D_DECLUSAGE_COLOR, 0, 0x12345678), 0x12345678u);
@@ -126,16 +111,11 @@ TEST_F(DeclarationTest, UsagesGoWhereTheyBelong)
     EXPECT_EQ(with_color(SVGA3D_DECLUSAGE_TANGENT, 0, 0), ~0u); // undeclared: no fog
     set(SVGA3D_RS_FOGENABLE, 0);
     const float size = 5;
-    fill(extra_sid, &size, sizeof size);
-    clear();
-    state.query = {true, 0};
-    EXPECT_EQ(point_with(element(SVGA3D_DECLTYPE_FLOAT1, SVGA3D_DECLUSAGE_PSIZE, 0, {extra_sid, 0, 0})),
-              draw_result::done);
+    EXPECT_EQ(point_with(SVGA3D_DECLTYPE_FLOAT1, SVGA3D_DECLUSAGE_PSIZE, 0, &size, sizeof size), draw_result::done);
     EXPECT_EQ(state.query.samples, 25u);
     // What nothing reads changes nothing, wherever it lies.
     for (const uint32_t usage : {SVGA3D_DECLUSAGE_BLENDWEIGHT, SVGA3D_DECLUSAGE_BLENDINDICES, SVGA3D_DECLUSAGE_TANGENT,
                                  SVGA3D_DECLUSAGE_BINORMAL, SVGA3D_DECLUSAGE_DEPTH}) {
-        clear();
         EXPECT_EQ(point_with(element(SVGA3D_DECLTYPE_FLOAT4, usage, 0, {777, 0, 0})), draw_result::done) << usage;
         EXPECT_EQ(pixel(8, 4), ~0u);
     }
@@ -150,12 +130,10 @@ TEST_F(DeclarationTest, StagesNameTheirCoordinates)
     texture(8, 1, {10, 11, 12, 13, 14, 15, 16, 17}, SVGA3D_TEX_FILTER_NEAREST);
     for (uint32_t set_index = 0; set_index < 8; ++set_index) {
         const float s = (static_cast<float>(set_index) + 0.5f) / 8;
-        fill(extra_sid, &s, sizeof s);
         const auto with = [&](uint32_t named) {
             stage(0, SVGA3D_TS_TEXCOORDINDEX, named);
-            EXPECT_EQ(
-                point_with(element(SVGA3D_DECLTYPE_FLOAT1, SVGA3D_DECLUSAGE_TEXCOORD, set_index, {extra_sid, 0, 0})),
-                draw_result::done);
+            EXPECT_EQ(point_with(SVGA3D_DECLTYPE_FLOAT1, SVGA3D_DECLUSAGE_TEXCOORD, set_index, &s, sizeof s),
+                      draw_result::done);
             return pixel(8, 4);
         };
         EXPECT_EQ(with(set_index), 10 + set_index);
@@ -165,12 +143,11 @@ TEST_F(DeclarationTest, StagesNameTheirCoordinates)
 
 TEST_F(DeclarationTest, APositionIsNeeded)
 {
-    const svga3d_primitive_range range{SVGA3D_PRIMITIVE_POINTLIST, 1, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
     define(extra_sid, SVGA3D_BUFFER, 64, 1);
-    const auto color = element(SVGA3D_DECLTYPE_FLOAT4, SVGA3D_DECLUSAGE_COLOR, 0, {extra_sid, 0, 0});
-    EXPECT_EQ(draw_primitives(state, surfaces, {&color, 1}, {&range, 1}, {}), draw_result::bad_declaration);
-    const auto second = element(SVGA3D_DECLTYPE_FLOAT4, SVGA3D_DECLUSAGE_POSITION, 1, {extra_sid, 0, 0});
-    EXPECT_EQ(draw_primitives(state, surfaces, {&second, 1}, {&range, 1}, {}), draw_result::bad_declaration);
+    for (const auto& [usage, index] : {std::pair{SVGA3D_DECLUSAGE_COLOR, 0u}, {SVGA3D_DECLUSAGE_POSITION, 1u}})
+        EXPECT_EQ(draw(std::array{element(SVGA3D_DECLTYPE_FLOAT4, usage, index, {extra_sid, 0, 0})},
+                       in_order(SVGA3D_PRIMITIVE_POINTLIST, 1)),
+                  draw_result::bad_declaration);
 }
 
 // ---- Numbers ------------------------------------------------------------------------------------------
@@ -181,19 +158,18 @@ protected:
     static constexpr uint32_t vertices = 16, indices_at = vertices * 16 + 1;
 
     // Draws one point for each index; the columns that were drawn, as bits.
-    uint32_t columns(svga3d_primitive_range range, const std::vector<uint8_t>& index_bytes, draw_result wanted,
-                     std::span<const uint32_t> divisors = {})
+    uint32_t columns(svga3d_primitive_range range, const std::vector<uint8_t>& index_bytes, draw_result wanted)
     {
-        std::vector<float> floats;
-        for (uint32_t i = 0; i < vertices; ++i)
-            floats.insert(floats.end(), {static_cast<float>(i), 4, 0.5f, 1});
         std::vector<uint8_t> bytes(indices_at);
-        std::memcpy(bytes.data(), floats.data(), vertices * 16);
+        for (uint32_t i = 0; i < vertices; ++i) {
+            const float vertex[] = {static_cast<float>(i), 4, 0.5f, 1};
+            std::memcpy(bytes.data() + i * sizeof vertex, vertex, sizeof vertex);
+        }
         bytes.insert(bytes.end(), index_bytes.begin(), index_bytes.end());
-        fill(vertex_sid, bytes.data(), bytes.size());
+        define_buffer(vertex_sid, bytes.data(), bytes.size());
         clear();
         const auto position = element(SVGA3D_DECLTYPE_FLOAT4, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 16});
-        EXPECT_EQ(draw_primitives(state, surfaces, {&position, 1}, {&range, 1}, divisors), wanted);
+        EXPECT_EQ(draw({&position, 1}, range), wanted);
         uint32_t drawn = 0;
         for (uint32_t x = 0; x < 16; ++x)
             drawn |= (pixel(x, 4) != 0 ? 1u : 0u) << x;
@@ -242,18 +218,7 @@ TEST_F(IndexTest, WidthsStridesAndBias)
         EXPECT_EQ(columns(range, each.bytes, each.result), each.columns);
     }
     // Without indices: vertex i + bias.
-    const svga3d_primitive_range range{SVGA3D_PRIMITIVE_POINTLIST, 2, {SVGA3D_INVALID_ID, 0, 0}, 0, 9};
-    EXPECT_EQ(columns(range, {}, done), 0x0600u);
-}
-
-TEST_F(IndexTest, DivisorsAboveOneAreRefused)
-{
-    const svga3d_primitive_range range{SVGA3D_PRIMITIVE_POINTLIST, 2, {SVGA3D_INVALID_ID, 0, 0}, 0, 0};
-    for (const uint32_t divisor : {0u, 1u, 2u, ~0u}) {
-        const bool taken = divisor <= 1;
-        EXPECT_EQ(columns(range, {}, taken ? draw_result::done : draw_result::not_supported, {&divisor, 1}),
-                  taken ? 3u : 0u);
-    }
+    EXPECT_EQ(columns(in_order(SVGA3D_PRIMITIVE_POINTLIST, 2, 9), {}, done), 0x0600u);
 }
 
 } // namespace

@@ -12,9 +12,8 @@ protected:
     {
         make_targets(16, 8);
         const float at[] = {8, 4, 0.5f, 1};
-        define(vertex_sid, SVGA3D_BUFFER, sizeof at, 1);
-        std::memcpy(view(vertex_sid).bytes, at, sizeof at);
-        return {SVGA3D_DECLTYPE_FLOAT4, 0, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 0}, 0, 0};
+        define_buffer(vertex_sid, at, sizeof at);
+        return element(SVGA3D_DECLTYPE_FLOAT4, SVGA3D_DECLUSAGE_POSITIONT, 0, {vertex_sid, 0, 0});
     }
 };
 
@@ -30,7 +29,7 @@ TEST_F(LimitTest, TheLastLight)
     for (uint32_t i = 0; i < count; ++i) {
         ASSERT_TRUE(set_light_data(state, {1, i, light}) && set_light_enabled(state, {1, i, 1}));
         state.materials[0].diffuse = {1, 1, 1, 1};
-        expect_color(looked_up(0, 0, 0), (i + 1) / 16.0, 0, 0, 1);
+        expect_color(looked_up(0, 0, 0), {(i + 1) / 16.0, 0, 0, 1}, 1.01);
     }
     EXPECT_FALSE(set_light_data(state, {1, count, light}));
     EXPECT_FALSE(set_light_enabled(state, {1, count, 1}));
@@ -158,7 +157,7 @@ TEST_F(LimitTest, TheMostPrimitives)
     const auto drawn = [&](std::initializer_list<uint32_t> counts) {
         std::vector<svga3d_primitive_range> ranges;
         for (const uint32_t count : counts)
-            ranges.push_back({SVGA3D_PRIMITIVE_POINTLIST, count, {SVGA3D_INVALID_ID, 0, 0}, 0, 0});
+            ranges.push_back(in_order(SVGA3D_PRIMITIVE_POINTLIST, count));
         state.query = {true, 0};
         const draw_result result = draw_primitives(state, surfaces, {&declaration, 1}, ranges, {});
         return std::pair{result, state.query.samples};
@@ -173,12 +172,10 @@ TEST_F(LimitTest, TheLargestVertexIndex)
 {
     const uint32_t largest = value(26);
     const svga3d_vertex_declaration declaration = one_vertex();
-    define(index_sid, SVGA3D_BUFFER, 4, 1);
-    std::memcpy(view(index_sid).bytes, &largest, 4);
+    define_buffer(index_sid, &largest, sizeof largest);
     for (const int32_t bias : {1, 0}) { // a bias leads one further
         clear();
-        const svga3d_primitive_range range{SVGA3D_PRIMITIVE_POINTLIST, 1, {index_sid, 0, 4}, 4, bias};
-        EXPECT_EQ(draw_primitives(state, surfaces, {&declaration, 1}, {&range, 1}, {}),
+        EXPECT_EQ(draw({&declaration, 1}, {SVGA3D_PRIMITIVE_POINTLIST, 1, {index_sid, 0, 4}, 4, bias}),
                   bias ? draw_result::outside : draw_result::done);
         EXPECT_EQ(pixel(8, 4), bias ? 0 : ~0u);
     }

@@ -1,43 +1,22 @@
 // Where a texture is looked up, and in which of its levels.
 
-#include "tests/unit/device/raster/across.h"
+#include "tests/unit/device/raster/scene.h"
 
-#include <algorithm>
 #include <cmath>
+#include <numeric>
 
 namespace kalix::device::test {
 namespace {
 
-class LookupTest : public across_scene {};
+class LookupTest : public scene {};
 
-class MipmapTest : public across_scene {
-protected:
-    // Levels of 16, 8, 4 ... texels whose colour says which they are: blue is 40 times the level.
-    static constexpr uint32_t levels = 5, wide = 48; // so wide that rows are moved where they can be
-    MipmapTest()
-    {
-        make_targets(wide, 16);
-        const svga3d_surface_define definition{texture_sid, 0, SVGA3D_A8R8G8B8, {levels}};
-        std::vector<svga3d_size> sizes;
-        for (uint32_t level = 0; level < levels; ++level)
-            sizes.push_back({16u >> level, 16u >> level, 1});
-        EXPECT_TRUE(surfaces.define(definition, sizes));
-        for (uint32_t level = 0; level < levels; ++level) {
-            const image_view image = surfaces.view({texture_sid, 0, level});
-            for (uint64_t at = 0; at < image.byte_size(); at += 4) {
-                const uint32_t texel = 0xFF000000 | 40 * level;
-                std::memcpy(image.bytes + at, &texel, 4);
-            }
-        }
-        stage(0, SVGA3D_TS_BIND_TEXTURE, texture_sid);
-        stage(0, SVGA3D_TS_COLORARG1, SVGA3D_TA_TEXTURE);
-        stage(0, SVGA3D_TS_ALPHAARG1, SVGA3D_TA_TEXTURE);
-    }
-};
-
-TEST_F(MipmapTest, LevelsFollowTheSizeAndTheBias)
+TEST_F(LookupTest, LevelsFollowTheSizeAndTheBias)
 {
-    stage(0, SVGA3D_TS_MAGFILTER, SVGA3D_TEX_FILTER_NEAREST);
+    // Levels of 16, 8, 4 ... texels whose colour says which they are: blue is 40 times the level.
+    constexpr uint32_t levels = 5, wide = 48; // so wide that rows are moved where they can be
+    make_targets(wide, 16);
+    texture_of(1, {{16, 16, 1}, {8, 8, 1}, {4, 4, 1}, {2, 2, 1}, {1, 1, 1}}, SVGA3D_TEX_FILTER_NEAREST,
+               [](uint32_t, uint32_t level, uint32_t) { return 0xFF000000 | 40 * level; });
     for (const uint32_t detailed : {0u, 1u, 3u, levels, ~0u}) // the most detailed level that may be used
         for (const uint32_t minify : {SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR})
             for (const uint32_t between : {SVGA3D_TEX_FILTER_NONE, SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR})
@@ -46,7 +25,7 @@ TEST_F(MipmapTest, LevelsFollowTheSizeAndTheBias)
                         stage(0, SVGA3D_TS_TEXTURE_MIPMAP_LEVEL, detailed);
                         stage(0, SVGA3D_TS_MINFILTER, minify);
                         stage(0, SVGA3D_TS_MIPFILTER, between);
-                        stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(bias));
+                        stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, bits(bias));
                         quad(0, 0, wide, 16, ~0u, texels * wide / 16, texels / 2);
                         const double lod = std::log2(double{texels}) + double{bias};
                         const double least = std::min(detailed, levels - 1);
@@ -60,29 +39,18 @@ TEST_F(MipmapTest, LevelsFollowTheSizeAndTheBias)
 }
 
 // A cube's and a volume's levels too: sixteen pixels run over a face, or through a volume of twice as many slices.
-TEST_F(MipmapTest, CubesAndVolumesHaveLevels)
+TEST_F(LookupTest, CubesAndVolumesHaveLevels)
 {
     const auto filled = [this](uint32_t faces, const std::vector<svga3d_size>& sizes) {
-        svga3d_surface_define definition{texture_sid, 0, SVGA3D_LUMINANCE8, {}};
-        std::fill_n(definition.mip_levels, faces, 2u);
-        std::vector<svga3d_size> all;
-        for (uint32_t face = 0; face < faces; ++face)
-            all.insert(all.end(), sizes.begin(), sizes.end());
-        ASSERT_TRUE(surfaces.define(definition, all));
-        for (uint32_t face = 0; face < faces; ++face)
-            for (const uint32_t level : {0u, 1u}) {
-                const image_view image = surfaces.view({texture_sid, face, level});
-                std::memset(image.bytes, static_cast<int>(0x10 + 0x20 * level), image.byte_size());
-            }
+        texture_of(faces, sizes, SVGA3D_TEX_FILTER_NEAREST,
+                   [](uint32_t, uint32_t level, uint32_t) { return 0x10 + 0x20 * level; });
     };
     make_targets(16, 16);
     stage(0, SVGA3D_TS_MIPFILTER, SVGA3D_TEX_FILTER_NEAREST);
-    for (const uint32_t name : {SVGA3D_TS_COLORARG1, SVGA3D_TS_ALPHAARG1})
-        stage(0, name, SVGA3D_TA_TEXTURE);
     const auto with_bias = [this](float bias, const ends& left, const ends& right) {
-        stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, std::bit_cast<uint32_t>(bias));
+        stage(0, SVGA3D_TS_TEXTURE_LOD_BIAS, bits(bias));
         EXPECT_EQ(across(left, right), draw_result::done);
-        return pixel(8, 0) & 255;
+        return pixel(8, 0);
     };
     filled(SVGA3D_FACES, {{16, 16, 1}, {8, 8, 1}});
     EXPECT_EQ(with_bias(0.25f, {0, 1, 0, 1}, {0, 1, 0, -1}), 0x10u);
@@ -144,19 +112,19 @@ TEST_F(LookupTest, AddressModesHoldOnEveryAxisForBothFilters)
     for (uint32_t axis = 0; axis < 3; ++axis)
         for (uint32_t mode = 1; mode <= 6; ++mode)
             for (const uint32_t filter : {SVGA3D_TEX_FILTER_NEAREST, SVGA3D_TEX_FILTER_LINEAR}) {
-                texture(1, 1, {0}, filter);
-                ASSERT_TRUE(surfaces.define({texture_sid, 0, SVGA3D_A8R8G8B8, {1, 0, 0, 0, 0, 0}}, {&sizes[axis], 1}));
-                std::memcpy(view(texture_sid).bytes, texels, sizeof texels);
+                SCOPED_TRACE(testing::Message() << "axis " << axis << " mode " << mode << " filter " << filter);
+                texture_of(1, {sizes[axis]}, filter, [&](uint32_t, uint32_t, uint32_t at) { return texels[at]; });
+                set_address(SVGA3D_TEX_ADDRESS_CLAMP);
                 stage(0, names[axis], mode);
                 stage(0, SVGA3D_TS_BORDERCOLOR, border);
                 across(from[axis], to[axis]);
                 for (int x = 0; x < 16; ++x) { // a pixel lies on the border of two texels, and takes the one behind
                     const uint32_t behind = color(mode, x - 6);
                     const uint32_t before = filter == SVGA3D_TEX_FILTER_LINEAR ? color(mode, x - 7) : behind;
-                    for (const uint32_t shift : {0u, 8u, 16u, 24u})
-                        EXPECT_NEAR(pixel(static_cast<uint32_t>(x), 0) >> shift & 255,
-                                    ((before >> shift & 255) + (behind >> shift & 255)) / 2.0, 0.51)
-                            << "axis " << axis << " mode " << mode << " filter " << filter << " x " << x;
+                    rgba mean;
+                    for (size_t i = 0; i < 4; ++i)
+                        mean[i] = (channel_of(before, i) + channel_of(behind, i)) / 510.0;
+                    expect_color(pixel(static_cast<uint32_t>(x), 0), mean, 0.51);
                 }
             }
 }
@@ -165,8 +133,7 @@ TEST_F(LookupTest, PointSpritesRunOverTheirTexture)
 {
     make_targets(8, 8);
     std::vector<uint32_t> texels(16);
-    for (uint32_t i = 0; i < 16; ++i)
-        texels[i] = 0xFF000001 + i;
+    std::iota(texels.begin(), texels.end(), 0xFF000001);
     texture(4, 4, texels, SVGA3D_TEX_FILTER_NEAREST);
     set_float(SVGA3D_RS_POINTSIZE, 4);
     for (const uint32_t sprites : {0u, 1u}) {
@@ -182,8 +149,7 @@ TEST_F(LookupTest, ProjectionDividesAtEachPixel)
 {
     make_targets(16, 1);
     std::vector<uint32_t> texels(64);
-    for (uint32_t i = 0; i < 64; ++i)
-        texels[i] = 0xFF000000 | i;
+    std::iota(texels.begin(), texels.end(), 0xFF000000);
     struct row {
         const char* name;
         uint32_t flags;

@@ -1,128 +1,93 @@
-// State by state, each against its rule: what a context begins with, stencil, separate alpha, masks, fog, biases.
+// State by state, each against its rule: what a context begins with, stencil, fog, depth, and what has no effect.
 
 #include "device/raster/span.h"
-#include "tests/unit/device/raster/across.h"
+#include "tests/unit/device/raster/scene.h"
 
-#include <algorithm>
 #include <cmath>
 #include <map>
 
 namespace kalix::device::test {
 namespace {
 
-class StateTest : public across_scene {};
-
-bool holds(uint32_t function, uint32_t a, uint32_t b)
-{
-    const bool results[] = {false, false, a<b, a == b, a <= b, a> b, a != b, a >= b, true};
-    return results[function];
-}
+class StateTest : public scene {};
 
 // By number: what does not begin as 0.
 TEST_F(StateTest, ANewContextHasTheInterfacesValues)
 {
     constexpr uint32_t ones = ~0u, one = 0x3F800000;
-    const std::map<uint32_t, uint32_t> render_states = {
+    std::map<uint32_t, uint32_t> render_states = {
         {2, 1},   {14, ones}, {15, ones}, {19, one}, {21, 0x43800000}, {22, one}, {29, 3},  {30, 2}, {32, 2},
         {33, 1},  {34, 1},    {35, 1},    {36, 4},   {37, 8},          {38, 8},   {39, 1},  {40, 1}, {41, 1},
         {43, 1},  {47, 15},   {58, 8},    {59, 1},   {60, 1},          {61, 1},   {67, 1},  {68, 1}, {78, ones},
         {82, 15}, {83, 15},   {84, 15},   {86, 2},   {87, 1},          {88, 1},   {91, one}};
-    const std::map<uint32_t, uint32_t> texture_states = {{1, ones}, {2, 1}, {3, 4},  {4, 2},  {5, 1},  {6, 4}, {7, 2},
-                                                         {8, 1},    {9, 1}, {11, 1}, {12, 1}, {23, 1}, {24, 1}};
-    const auto of = [](const std::map<uint32_t, uint32_t>& values, uint32_t number) {
-        const auto found = values.find(number);
-        return found == values.end() ? 0 : found->second;
-    };
+    std::map<uint32_t, uint32_t> texture_states = {{1, ones}, {3, 4},  {4, 2},  {6, 4},  {7, 2}, {8, 1},
+                                                   {9, 1},    {11, 1}, {12, 1}, {23, 1}, {24, 1}};
     for (uint32_t number = 1; number < SVGA3D_RS_MAX; ++number)
-        EXPECT_EQ(state.render_states[number], of(render_states, number)) << number;
-    for (uint32_t at = 0; at < 8; ++at)
-        for (uint32_t number = 1; number < SVGA3D_TS_MAX; ++number) {
-            const bool first_combines = at == 0 && (number == 2 || number == 5);
-            const uint32_t wanted = first_combines ? (number == 2 ? 4 : 2)
-                                    : number == 14 ? at
-                                                   : of(texture_states, number);
-            EXPECT_EQ(state.texture_states[at][number], wanted) << at << ' ' << number;
-        }
+        EXPECT_EQ(state.render_states[number], render_states[number]) << number;
+    for (uint32_t at = 0; at < 8; ++at) {
+        texture_states[2] = at == 0 ? 4 : 1;
+        texture_states[5] = at == 0 ? 2 : 1;
+        texture_states[14] = at;
+        for (uint32_t number = 1; number < SVGA3D_TS_MAX; ++number)
+            EXPECT_EQ(state.texture_states[at][number], texture_states[number]) << at << ' ' << number;
+    }
 }
 
 // ---- Stencil ------------------------------------------------------------------------------------------
 
-TEST_F(StateTest, StencilComparesItsReferenceUnderTheMask)
+// What an operation makes of a stencil of 8 bits; one that is none keeps it.
+uint32_t operated(uint32_t operation, uint32_t value, uint32_t reference)
 {
-    make_targets(2, 2);
-    set(SVGA3D_RS_STENCILENABLE, 1);
-    set(SVGA3D_RS_STENCILFAIL, SVGA3D_STENCILOP_ZERO);
-    set(SVGA3D_RS_STENCILPASS, SVGA3D_STENCILOP_KEEP);
-    for (uint32_t function = 1; function <= 8; ++function)
-        for (const uint32_t mask : {~0u, 0x0Fu})
-            for (const uint32_t reference : {0x13u, 0x24u, 0x35u, 0x124u}) {
-                set(SVGA3D_RS_STENCILFUNC, function);
-                set(SVGA3D_RS_STENCILREF, reference);
-                set(SVGA3D_RS_STENCILMASK, mask);
-                clear(0, 1, 0x24);
-                quad(0, 0, 2, 2);
-                const bool passes = holds(function, reference & mask, 0x24 & mask);
-                EXPECT_EQ(pixel(0, 0), passes ? ~0u : 0) << function << ' ' << reference << ' ' << mask;
-                EXPECT_EQ(word(depth_sid, 0, 0) & 255, passes ? 0x24u : 0u);
-            }
+    const uint32_t clamped[] = {std::min(value + 1, 255u), std::max(value, 1u) - 1};
+    const uint32_t results[] = {value, value, 0, reference, clamped[0], clamped[1], ~value, value + 1, value - 1};
+    return results[operation < std::size(results) ? operation : 0] & 255;
 }
 
-TEST_F(StateTest, StencilKeepsPassesAndDepthFailuresApartOnBothSides)
+// Any functions, operations, masks and references, of faces of either side that lie before the depth or behind it,
+// whole or as their outline or corners.
+TEST_F(StateTest, StencilFollowsItsStates)
 {
-    make_targets(2, 2);
+    dice random;
+    make_targets(8, 8);
     set(SVGA3D_RS_ZENABLE, 1);
     set(SVGA3D_RS_ZFUNC, SVGA3D_CMP_LESS);
     set(SVGA3D_RS_STENCILENABLE, 1);
-    constexpr uint32_t front[] = {SVGA3D_CMP_EQUAL, SVGA3D_STENCILOP_ZERO, SVGA3D_STENCILOP_INCR,
-                                  SVGA3D_STENCILOP_REPLACE};
-    constexpr uint32_t back[] = {SVGA3D_CMP_NOTEQUAL, SVGA3D_STENCILOP_INVERT, SVGA3D_STENCILOP_DECR,
-                                 SVGA3D_STENCILOP_INCRSAT};
-    for (uint32_t i = 0; i < 4; ++i) { // function, fail, depth fail, pass
-        set(SVGA3D_RS_STENCILFUNC + i, front[i]);
-        set(SVGA3D_RS_CCWSTENCILFUNC + i, back[i]);
-    }
-    struct row {
-        uint32_t two_sided, is_back, winding, reference;
-        float z;
-        uint32_t after;
-    };
-    // The stencil is 0x20 before, the depth a half; the pass of the front replaces by the reference.
-    const row rows[] = {
-        {0, 0, 1, 0x21, 0.2f, 0},    {0, 0, 1, 0x20, 0.8f, 0x21}, {0, 0, 1, 0x20, 0.2f, 0x20},
-        {0, 1, 1, 0x21, 0.2f, 0},    {0, 1, 1, 0x20, 0.8f, 0x21}, {1, 0, 1, 0x21, 0.2f, 0},
-        {1, 0, 1, 0x20, 0.8f, 0x21}, {1, 1, 1, 0x20, 0.2f, 0xDF}, {1, 1, 1, 0x21, 0.8f, 0x1F},
-        {1, 1, 1, 0x21, 0.2f, 0x21}, {1, 0, 2, 0x21, 0.8f, 0x1F}, {1, 1, 2, 0x20, 0.8f, 0x21},
-    };
-    for (const row& each : rows) {
-        set(SVGA3D_RS_STENCILENABLE2SIDED, each.two_sided);
-        set(SVGA3D_RS_FRONTWINDING, each.winding);
-        set(SVGA3D_RS_STENCILREF, each.reference);
-        clear(0, 0.5f, 0x20);
-        if (each.is_back)
-            quad(2, 0, 0, 2, ~0u, 1, 1, each.z); // counter-clockwise
-        else
-            quad(0, 0, 2, 2, ~0u, 1, 1, each.z);
-        EXPECT_EQ(word(depth_sid, 0, 0) & 255, each.after) << "row " << &each - rows;
-    }
-}
-
-// A back face is one for the lines and points of its outline as well.
-TEST_F(StateTest, BackFacesKeepTheirStencilInEveryFillMode)
-{
-    make_targets(8, 8);
-    set(SVGA3D_RS_STENCILENABLE, 1);
-    set(SVGA3D_RS_STENCILENABLE2SIDED, 1);
-    set(SVGA3D_RS_STENCILPASS, SVGA3D_STENCILOP_INCR);
-    set(SVGA3D_RS_CCWSTENCILPASS, SVGA3D_STENCILOP_DECR);
-    for (const uint32_t mode : {SVGA3D_FILLMODE_POINT, SVGA3D_FILLMODE_LINE, SVGA3D_FILLMODE_FILL})
-        for (const bool is_back : {false, true}) {
-            set(SVGA3D_RS_FILLMODE, mode);
-            clear(0, 1, 0x20);
-            const std::vector<corner> shape = {{1, 1}, {6, 1}, {1, 6}};
-            draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1, is_back ? std::vector{shape[0], shape[2], shape[1]} : shape);
-            const uint32_t got = word(depth_sid, 1, 1) & 255; // a corner may lie on two lines
-            EXPECT_TRUE(is_back ? got < 0x20 : got > 0x20) << mode << ' ' << is_back << ": " << got;
+    for (int round = 0; round < 4000; ++round) {
+        SCOPED_TRACE(round);
+        // Function, fail, depth fail, pass; first the front's.
+        uint32_t tests[2][4];
+        for (uint32_t i = 0; i < 8; ++i) {
+            tests[i / 4][i % 4] = i % 4 == 0 || random.below(64) ? 1 + random.below(8) : 99;
+            set((i < 4 ? SVGA3D_RS_STENCILFUNC : SVGA3D_RS_CCWSTENCILFUNC) + i % 4, tests[i / 4][i % 4]);
         }
+        const uint32_t before = random.one_of({0u, 1u, 254u, 255u, random.below(256)});
+        const uint32_t reference = random.one_of({before, before + 256, random.below(256)});
+        const uint32_t mask = random.one_of({~0u, 0x0Fu, random()}), written = random.one_of({~0u, 0x0Fu, random()});
+        const bool two_sided = random.toss(), clockwise = random.toss(), front_is_clockwise = random.toss();
+        set(SVGA3D_RS_STENCILENABLE2SIDED, two_sided);
+        set(SVGA3D_RS_FRONTWINDING, front_is_clockwise ? SVGA3D_FRONTWINDING_CW : SVGA3D_FRONTWINDING_CCW);
+        set(SVGA3D_RS_STENCILREF, reference);
+        set(SVGA3D_RS_STENCILMASK, mask);
+        set(SVGA3D_RS_STENCILWRITEMASK, written);
+        const bool is_near = random.toss();
+        clear(0, 0.5f, before);
+        state.query = {true, 0};
+        const float z = is_near ? 0.0f : 0.8f;
+        const corner first{0, 0, z}, right{6, 0, z}, below{0, 6, z};
+        const uint32_t fill = random.one_of({SVGA3D_FILLMODE_POINT, SVGA3D_FILLMODE_LINE, SVGA3D_FILLMODE_FILL});
+        set(SVGA3D_RS_FILLMODE, fill);
+        draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1,
+             clockwise ? std::vector{first, right, below} : std::vector{first, below, right});
+        // A pixel that is drawn once: a corner, or one of the upper edge.
+        const uint32_t x = fill == SVGA3D_FILLMODE_POINT ? 0 : 3;
+        const auto& [function, fail, depth_fail, pass] = tests[two_sided && clockwise != front_is_clockwise];
+        const bool passes = compares(function, reference & mask, before & mask);
+        const uint32_t after = operated(!passes ? fail : is_near ? pass : depth_fail, before, reference);
+        const uint32_t depth = passes && is_near ? 0 : 0x800000; // the half, rounded up
+        EXPECT_EQ(word(depth_sid, x, 0), depth << 8 | (before & ~written & 255) | (after & written));
+        EXPECT_EQ(pixel(x, 0), passes && is_near ? ~0u : 0);
+        EXPECT_TRUE(fill == SVGA3D_FILLMODE_LINE || (state.query.samples != 0) == (passes && is_near));
+    }
 }
 
 TEST_F(StateTest, OneBitOfStencil)
@@ -150,67 +115,6 @@ TEST_F(StateTest, OneBitOfStencil)
     EXPECT_EQ(pixel(0, 0), ~0u);
 }
 
-// ---- Blending and masks -------------------------------------------------------------------------------
-
-TEST_F(StateTest, AlphaIsBlendedSeparatelyWhenAsked)
-{
-    make_targets(1, 1);
-    set(SVGA3D_RS_BLENDENABLE, 1);
-    set(SVGA3D_RS_SRCBLEND, SVGA3D_BLENDOP_ONE);
-    set(SVGA3D_RS_DSTBLEND, SVGA3D_BLENDOP_ONE);
-    struct row {
-        uint32_t separate, source, destination, equation, alpha;
-    };
-    // Alphas: 0x60 is drawn over 0x40.
-    const row rows[] = {
-        {0, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDEQ_ADD, 0xA0},
-        {1, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDEQ_ADD, 0},
-        {1, SVGA3D_BLENDOP_ONE, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDEQ_ADD, 0x60},
-        {1, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDOP_ONE, SVGA3D_BLENDEQ_ADD, 0x40},
-        {1, SVGA3D_BLENDOP_ONE, SVGA3D_BLENDOP_ONE, SVGA3D_BLENDEQ_SUBTRACT, 0x20},
-        {1, SVGA3D_BLENDOP_ONE, SVGA3D_BLENDOP_ONE, SVGA3D_BLENDEQ_REVSUBTRACT, 0},
-        {1, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDEQ_MINIMUM, 0x40},
-        {1, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDOP_ZERO, SVGA3D_BLENDEQ_MAXIMUM, 0x60},
-    };
-    for (const row& each : rows) {
-        set(SVGA3D_RS_SEPARATEALPHABLENDENABLE, each.separate);
-        set(SVGA3D_RS_SRCBLENDALPHA, each.source);
-        set(SVGA3D_RS_DSTBLENDALPHA, each.destination);
-        set(SVGA3D_RS_BLENDEQUATIONALPHA, each.equation);
-        clear(0x40102030);
-        quad(0, 0, 1, 1, 0x60010203);
-        EXPECT_EQ(pixel(0, 0), each.alpha << 24 | 0x112233) << "row " << &each - rows;
-    }
-}
-
-TEST_F(StateTest, MasksKeepTheirChannelsInEveryFormat)
-{
-    struct row {
-        uint32_t format, bits[4]; // of red, green, blue and alpha
-    };
-    const row rows[] = {
-        {SVGA3D_A8R8G8B8, {0xFF0000, 0xFF00, 0xFF, 0xFF000000}},
-        {SVGA3D_X8R8G8B8, {0xFF0000, 0xFF00, 0xFF, 0xFF000000}},
-        {SVGA3D_A2R10G10B10, {0x3FF00000, 0xFFC00, 0x3FF, 0xC0000000}},
-        {SVGA3D_R5G6B5, {0xF800, 0x7E0, 0x1F, 0}},
-        {SVGA3D_X1R5G5B5, {0x7C00, 0x3E0, 0x1F, 0}},
-        {SVGA3D_A1R5G5B5, {0x7C00, 0x3E0, 0x1F, 0x8000}},
-        {SVGA3D_A4R4G4B4, {0xF00, 0xF0, 0xF, 0xF000}},
-    };
-    for (const row& each : rows) {
-        make_targets(1, 1, each.format);
-        for (uint32_t mask = 0; mask < 16; ++mask) {
-            set(SVGA3D_RS_COLORWRITEENABLE, mask);
-            clear(0);
-            quad(0, 0, 1, 1, ~0u);
-            uint32_t wanted = 0;
-            for (uint32_t i = 0; i < 4; ++i)
-                wanted |= mask >> i & 1 ? each.bits[i] : 0;
-            EXPECT_EQ(pixel(0, 0), wanted) << each.format << ' ' << mask;
-        }
-    }
-}
-
 // ---- Fog ----------------------------------------------------------------------------------------------
 
 TEST_F(StateTest, FogFollowsItsFunctions)
@@ -235,6 +139,7 @@ TEST_F(StateTest, FogFollowsItsFunctions)
     for (const base& from : {base{1, 0, false}, {2, 0, true}, {1, 1, true}})
         for (uint32_t function = 0; function < 4; ++function)
             for (const uint32_t type : {1u, 2u}) { // by vertex, by pixel
+                SCOPED_TRACE(testing::Message() << function << ' ' << type << ' ' << from.by_range);
                 set(SVGA3D_RS_FOGMODE, function | type << 8 | from.mode << 16);
                 set(SVGA3D_RS_RANGEFOGENABLE, from.range_state);
                 clear(0);
@@ -247,9 +152,7 @@ TEST_F(StateTest, FogFollowsItsFunctions)
                     const double at = x / 16.0;
                     const double f =
                         type == 2 ? factor(2 * at - 1, 2 + 6 * at) : factor(1, 2) * (1 - at) + factor(1, 8) * at;
-                    EXPECT_NEAR(pixel(x, 0) >> 16 & 255, 255 * f, 0.6) << function << ' ' << type << ' ' << x;
-                    EXPECT_NEAR(pixel(x, 0) & 255, 255 * (1 - f), 0.6);
-                    EXPECT_EQ(pixel(x, 0) >> 24, 0x60u); // alpha stays
+                    expect_color(pixel(x, 0), {f, 0, 1 - f, 0x60 / 255.0}); // alpha stays
                 }
             }
     // Positions on the target are as far away as their z says.
@@ -306,7 +209,7 @@ TEST_F(StateTest, SomeStatesChangeNothing)
             EXPECT_EQ(draw(type, 1, corners), draw_result::done);
         const std::vector<corner> beyond = {{-2, 2, 0.5f}, {0, -2, 0.5f}, {0.9f, 0.9f, -1}};
         EXPECT_EQ(draw(SVGA3D_PRIMITIVE_TRIANGLELIST, 1, beyond, SVGA3D_DECLUSAGE_POSITION), draw_result::done);
-        return std::vector<std::byte>{view(color_sid).bytes, view(color_sid).bytes + view(color_sid).byte_size()};
+        return copy_of(color_sid);
     };
     const std::vector<std::byte> wanted = drawn();
     const context before = state;

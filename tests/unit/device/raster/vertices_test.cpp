@@ -3,7 +3,6 @@
 
 #include "tests/unit/device/raster/scene.h"
 
-#include <array>
 #include <cmath>
 
 namespace kalix::device::test {
@@ -45,40 +44,23 @@ protected:
         return pixel(4, 4) != 0 ? pixel(4, 4) : pixel(5, 5);
     }
 
-    static void expect_near(uint32_t got, const std::array<double, 4>& rgba, const std::string& what)
-    {
-        const int shifts[] = {16, 8, 0, 24};
-        for (size_t i = 0; i < 4; ++i)
-            ASSERT_NEAR(got >> shifts[i] & 255, std::clamp(rgba[i], 0.0, 1.0) * 255, 0.6) << what << " channel " << i;
-    }
-
-    float within(float low, float high) { return std::uniform_real_distribution<float>{low, high}(random_); }
+    float within(float low, float high) { return random_.within(low, high); }
     vector3 any_vector(float reach) { return {within(-reach, reach), within(-reach, reach), within(-reach, reach)}; }
     svga3d_color4 any_color() { return {within(0, 1), within(0, 1), within(0, 1), within(0, 1)}; }
 
-    // A surface of several images with random 32-bit texels, bound to stage 0.
-    void texture_of(std::array<uint32_t, 6> levels, std::vector<svga3d_size> sizes, uint32_t filter)
+    void any_texture(uint32_t faces, const svga3d_size& size)
     {
-        const svga3d_surface_define definition{
-            texture_sid, 0, SVGA3D_A8R8G8B8, {levels[0], levels[1], levels[2], levels[3], levels[4], levels[5]}};
-        ASSERT_TRUE(surfaces.define(definition, sizes));
-        surface* const made = surfaces.find(texture_sid);
-        for (uint32_t face = 0; face < 6; ++face)
-            for (uint32_t level = 0; level < levels[face]; ++level) {
-                const image_view image = surfaces.view(*made, face, level);
-                for (uint64_t at = 0; at < image.byte_size(); ++at)
-                    image.bytes[at] = static_cast<std::byte>(random_());
-            }
-        show_texture(filter);
+        texture_of(faces, {size}, SVGA3D_TEX_FILTER_NEAREST,
+                   [this](uint32_t, uint32_t, uint32_t) { return random_(); });
     }
     uint32_t texel(uint32_t face, uint32_t x, uint32_t y, uint32_t z = 0)
     {
         uint32_t word = 0;
-        std::memcpy(&word, surfaces.view(*surfaces.find(texture_sid), face, 0).texel(x, y, z), sizeof word);
+        std::memcpy(&word, view(texture_sid, face).texel(x, y, z), sizeof word);
         return word;
     }
 
-    std::mt19937 random_{test_seed()};
+    dice random_;
 };
 
 // ---- Light --------------------------------------------------------------------------------------------
@@ -88,20 +70,19 @@ struct reference_light {
     vector3 position, travel; // in view space
 };
 
-std::array<double, 3> rgb(const svga3d_color4& c)
+vector3 rgb(const svga3d_color4& c)
 {
     return {c.r, c.g, c.b};
 }
 
-std::array<double, 4> lit(const context& of, const std::vector<reference_light>& lights, const vector3& at,
-                          const vector3& normal)
+rgba lit(const context& of, const std::vector<reference_light>& lights, const vector3& at, const vector3& normal)
 {
     const svga3d_material& m = of.materials[0];
     const bool local = of.render_states[SVGA3D_RS_LOCALVIEWER];
     const vector3 viewer = local ? unit(at * -1) : vector3{0, 0, -1};
-    std::array<double, 3> ambient{}, diffuse{}, specular{};
+    vector3 ambient{}, diffuse{}, specular{};
     for (size_t i = 0; i < 3; ++i)
-        ambient[i] = (of.render_states[SVGA3D_RS_AMBIENT] >> (16 - 8 * i) & 255) / 255.0;
+        ambient[i] = unpacked(of.render_states[SVGA3D_RS_AMBIENT])[i];
     for (const reference_light& light : lights) {
         const svga3d_light& l = light.data;
         vector3 toward = light.travel * -1;
@@ -123,14 +104,13 @@ std::array<double, 4> lit(const context& of, const std::vector<reference_light>&
         }
         const double facing = dot(normal, toward);
         const double shine = std::max(0.0, dot(normal, unit(toward + viewer)));
-        for (size_t i = 0; i < 3; ++i) {
-            ambient[i] += strength * rgb(l.ambient)[i];
-            diffuse[i] += facing > 0 ? strength * facing * rgb(l.diffuse)[i] : 0;
-            specular[i] +=
-                facing > 0 ? strength * std::pow(shine, static_cast<double>(m.shininess)) * rgb(l.specular)[i] : 0;
+        ambient = ambient + rgb(l.ambient) * strength;
+        if (facing > 0) {
+            diffuse = diffuse + rgb(l.diffuse) * (strength * facing);
+            specular = specular + rgb(l.specular) * (strength * std::pow(shine, static_cast<double>(m.shininess)));
         }
     }
-    std::array<double, 4> out{};
+    rgba out{};
     for (size_t i = 0; i < 3; ++i) {
         const double base = rgb(m.emissive)[i] + rgb(m.ambient)[i] * ambient[i] + rgb(m.diffuse)[i] * diffuse[i];
         out[i] = std::clamp(base, 0.0, 1.0) + std::clamp(rgb(m.specular)[i] * specular[i], 0.0, 1.0);
@@ -145,8 +125,9 @@ TEST_F(VertexTest, LightsFollowTheirRule)
     set(SVGA3D_RS_NORMALIZENORMALS, 1);
     set(SVGA3D_RS_SPECULARENABLE, 1);
     for (int round = 0; round < 500; ++round) {
-        set(SVGA3D_RS_LOCALVIEWER, static_cast<uint32_t>(random_() % 2));
-        set(SVGA3D_RS_AMBIENT, static_cast<uint32_t>(random_()));
+        SCOPED_TRACE(round);
+        set(SVGA3D_RS_LOCALVIEWER, random_.below(2));
+        set(SVGA3D_RS_AMBIENT, random_());
         state.materials[0] = {any_color(), any_color(), any_color(), any_color(), within(0, 20)};
         // The world shears and stretches; the view turns about y and moves.
         const float stretch = within(0.5f, 2), shear = within(-1, 1), angle = within(-3, 3);
@@ -158,26 +139,25 @@ TEST_F(VertexTest, LightsFollowTheirRule)
         };
         std::vector<reference_light> lights;
         for (uint32_t i = 0; i < SVGA3D_LIGHTS; ++i) {
-            state.light_enabled[i] = random_() % 3 == 0;
-            const vector3 position = any_vector(4);
-            const vector3 direction = any_vector(1);
+            state.light_enabled[i] = random_.below(3) == 0;
+            const vector3 position = any_vector(4), direction = any_vector(1);
             svga3d_light& l = state.lights[i];
-            l = {};
-            l.type = 1 + static_cast<uint32_t>(random_() % 4);
-            l.in_world_space = static_cast<uint32_t>(random_() % 2);
-            l.diffuse = any_color();
-            l.specular = any_color();
-            l.ambient = {within(0, 0.2f), within(0, 0.2f), within(0, 0.2f), 1};
-            for (size_t k = 0; k < 3; ++k) {
-                l.position[k] = static_cast<float>(position[k]);
-                l.direction[k] = static_cast<float>(direction[k]);
-            }
-            l.range = within(2, 12);
-            l.falloff = within(0.2f, 3);
-            l.attenuation0 = within(0.2f, 1);
-            l.attenuation1 = within(0, 0.3f);
-            l.attenuation2 = within(0, 0.1f);
-            l.phi = within(0.5f, 3);
+            l = {.type = 1 + random_.below(4),
+                 .in_world_space = random_.below(2),
+                 .diffuse = any_color(),
+                 .specular = any_color(),
+                 .ambient = {within(0, 0.2f), within(0, 0.2f), within(0, 0.2f), 1},
+                 .position = {},
+                 .direction = {},
+                 .range = within(2, 12),
+                 .falloff = within(0.2f, 3),
+                 .attenuation0 = within(0.2f, 1),
+                 .attenuation1 = within(0, 0.3f),
+                 .attenuation2 = within(0, 0.1f),
+                 .theta = 0,
+                 .phi = within(0.5f, 3)};
+            std::ranges::copy(position, l.position);
+            std::ranges::copy(direction, l.direction);
             l.theta = l.phi * within(0.1f, 0.95f);
             const bool world = l.in_world_space != 0;
             if (state.light_enabled[i])
@@ -188,8 +168,7 @@ TEST_F(VertexTest, LightsFollowTheirRule)
         const vector3 at = {what.x * double{stretch} + 0.5, what.x * double{shear} + what.y, what.z};
         // Normals go by the inverse transpose of the stretch and shear.
         const vector3 normal = unit({(what.nx - double{shear} * what.ny) / double{stretch}, what.ny, what.nz});
-        expect_near(shown(what), lit(state, lights, viewed(at, 1), viewed(normal, 0)),
-                    "seed " + std::to_string(test_seed()) + " round " + std::to_string(round));
+        expect_color(shown(what), lit(state, lights, viewed(at, 1), viewed(normal, 0)));
     }
 }
 
@@ -199,19 +178,19 @@ TEST_F(VertexTest, MaterialSourcesAreTheVertexsColours)
     set(SVGA3D_RS_AMBIENT, 0xFFFFFFFF);
     state.materials[0] = {{0, 0, 0, 0.25f}, {0.5f, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0.25f, 0}, 1};
     const lit_corner what{0, 0, 0, 0, 0, 1, 0x80402010, 0x00102040};
-    expect_near(shown(what), {0.5, 0, 0.25, 0.25}, "the material");
+    expect_color(shown(what), {0.5, 0, 0.25, 0.25});
     set(SVGA3D_RS_DIFFUSEMATERIALSOURCE, 1);
     set(SVGA3D_RS_AMBIENTMATERIALSOURCE, 2);
     set(SVGA3D_RS_EMISSIVEMATERIALSOURCE, 1);
-    expect_near(shown(what), {0.5, 0, 0.25, 0.25}, "sources without their state");
+    expect_color(shown(what), {0.5, 0, 0.25, 0.25}); // without their state
     set(SVGA3D_RS_VERTEXMATERIALENABLE, 1);
-    expect_near(shown(what), {80 / 255.0, 64 / 255.0, 80 / 255.0, 128 / 255.0}, "the vertex");
-    // A vertex without normals, and matrices without an inverse, are lit by what needs none.
+    EXPECT_EQ(shown(what), 0x80504050u);
+    // Matrices without an inverse, and so without normals, are lit by what needs none.
     state.transforms[SVGA3D_TRANSFORM_WORLD] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
     state.light_enabled[0] = true;
     state.lights[0].type = SVGA3D_LIGHTTYPE_DIRECTIONAL;
     state.lights[0].diffuse = {1, 1, 1, 1};
-    expect_near(shown(what), {80 / 255.0, 64 / 255.0, 80 / 255.0, 128 / 255.0}, "no normal");
+    EXPECT_EQ(shown(what), 0x80504050u);
 }
 
 // ---- Lookups ------------------------------------------------------------------------------------------
@@ -219,7 +198,7 @@ TEST_F(VertexTest, MaterialSourcesAreTheVertexsColours)
 TEST_F(VertexTest, CubesAreLookedUpByDirection)
 {
     constexpr uint32_t side = 8;
-    texture_of({1, 1, 1, 1, 1, 1}, std::vector<svga3d_size>(6, {side, side, 1}), SVGA3D_TEX_FILTER_NEAREST);
+    any_texture(SVGA3D_FACES, {side, side, 1});
     for (int i = 0; i < 2000; ++i) {
         const vector3 d = any_vector(3);
         const double x = d[0], y = d[1], z = d[2], ax = std::abs(x), ay = std::abs(y), az = std::abs(z);
@@ -246,38 +225,21 @@ TEST_F(VertexTest, CubesAreLookedUpByDirection)
 
 TEST_F(VertexTest, VolumesAreLookedUpInThreeDirections)
 {
-    texture_of({1, 0, 0, 0, 0, 0}, {{5, 3, 4}}, SVGA3D_TEX_FILTER_NEAREST);
-    for (const uint32_t name : {SVGA3D_TS_ADDRESSU, SVGA3D_TS_ADDRESSV})
-        stage(0, name, SVGA3D_TEX_ADDRESS_CLAMP);
-    stage(0, SVGA3D_TS_ADDRESSW, SVGA3D_TEX_ADDRESS_MIRROR);
-    for (uint32_t z = 0; z < 8; ++z)
-        for (uint32_t y = 0; y < 3; ++y)
-            for (uint32_t x = 0; x < 5; ++x) {
-                const auto middle = [](uint32_t at, float side) { return (static_cast<float>(at) + 0.5f) / side; };
-                const lit_corner what{0, 0, 0, 0, 0, 1, ~0u, 0, middle(x, 5), middle(y, 3), middle(z, 4)};
-                EXPECT_EQ(shown(what), texel(0, x, y, z < 4 ? z : 7 - z));
-            }
+    any_texture(1, {5, 3, 4});
+    const auto at = [](float s, float t, float r) { return lit_corner{0, 0, 0, 0, 0, 1, ~0u, 0, s / 5, t / 3, r / 4}; };
+    EXPECT_EQ(shown(at(3.5f, 1.5f, 2.5f)), texel(0, 3, 1, 2));
+    EXPECT_EQ(shown(at(0.5f, 2.5f, 1.5f)), texel(0, 0, 2, 1));
     show_texture(SVGA3D_TEX_FILTER_LINEAR);
-    std::array<double, 4> mean{};
-    for (const auto& [x, y, z] : {std::array{1u, 1u, 2u},
-                                  {2u, 1u, 2u},
-                                  {1u, 2u, 2u},
-                                  {2u, 2u, 2u},
-                                  {1u, 1u, 3u},
-                                  {2u, 1u, 3u},
-                                  {1u, 2u, 3u},
-                                  {2u, 2u, 3u}}) {
-        const uint32_t word = texel(0, x, y, z);
-        const int shifts[] = {16, 8, 0, 24};
-        for (size_t i = 0; i < 4; ++i)
-            mean[i] += (word >> shifts[i] & 255) / 255.0 / 8;
-    }
-    expect_near(shown({0, 0, 0, 0, 0, 1, ~0u, 0, 0.4f, 2 / 3.0f, 0.75f}), mean, "the corner of eight texels");
+    rgba mean{}; // of the eight texels around a corner
+    for (uint32_t i = 0; i < 8; ++i)
+        for (size_t channel = 0; channel < 4; ++channel)
+            mean[channel] += unpacked(texel(0, 1 + i % 2, 1 + i / 2 % 2, 2 + i / 4))[channel] / 8;
+    expect_color(shown(at(2, 2, 3)), mean);
 }
 
 TEST_F(VertexTest, CoordinatesAreGenerated)
 {
-    texture_of({1, 1, 1, 1, 1, 1}, std::vector<svga3d_size>(6, {1, 1, 1}), SVGA3D_TEX_FILTER_NEAREST);
+    any_texture(SVGA3D_FACES, {1, 1, 1});
     state.transforms[SVGA3D_TRANSFORM_WORLD] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 10, 1};
     set(SVGA3D_RS_NORMALIZENORMALS, 1);
     struct row {
@@ -299,8 +261,6 @@ TEST_F(VertexTest, CoordinatesAreGenerated)
     stage(0, SVGA3D_TS_TEXTURETRANSFORMFLAGS, 7);
     EXPECT_EQ(shown(rows[3].at), texel(1, 0, 0));
     stage(0, SVGA3D_TS_TEXCOORDGEN, 4);
-    lit_corner any{0, 0, 0};
-    define(vertex_sid, SVGA3D_BUFFER, sizeof any, 1);
     EXPECT_EQ(draw(SVGA3D_PRIMITIVE_POINTLIST, 1, {{0, 0}}, SVGA3D_DECLUSAGE_POSITION), draw_result::not_supported);
 }
 
@@ -308,8 +268,6 @@ TEST_F(VertexTest, BlocksHoldTheirTexels)
 {
     // Colours 0xF800 (red) and 0x001F (blue), codes 0 1 2 3 in each row.
     constexpr uint32_t codes = 0xE4E4E4E4;
-    const uint32_t opaque[4] = {0xFFFF0000, 0xFF0000FF, 0xFFAA0055, 0xFF5500AA};
-    const uint32_t keyed[4] = {0xFF0000FF, 0xFFFF0000, 0xFF800080, 0x00000000};
     struct row {
         uint32_t format;
         std::vector<uint32_t> block;
@@ -317,8 +275,8 @@ TEST_F(VertexTest, BlocksHoldTheirTexels)
     };
     // Alphas of DXT3: 0, 5, 10, 15 sixteenths; of DXT5: eight between 255 and 3 (codes 0 1 2 7), six and the ends.
     const row rows[] = {
-        {SVGA3D_DXT1, {0x001FF800, codes}, {opaque[0], opaque[1], opaque[2], opaque[3]}},
-        {SVGA3D_DXT1, {0xF800001F, codes}, {keyed[0], keyed[1], keyed[2], keyed[3]}},
+        {SVGA3D_DXT1, {0x001FF800, codes}, {0xFFFF0000, 0xFF0000FF, 0xFFAA0055, 0xFF5500AA}},
+        {SVGA3D_DXT1, {0xF800001F, codes}, {0xFF0000FF, 0xFFFF0000, 0xFF800080, 0x00000000}},
         {SVGA3D_DXT3, {0xFA50FA50, 0xFA50FA50, 0x001FF800, codes}, {0x00FF0000, 0x550000FF, 0xAAAA0055, 0xFF5500AA}},
         {SVGA3D_DXT2, {0xFA50FA50, 0xFA50FA50, 0xF800001F, codes}, {0x000000FF, 0x55FF0000, 0xAA5500AA, 0xFFAA0055}},
         {SVGA3D_DXT5, {0x0E8803FF, 0, 0x001FF800, codes}, {0xFFFF0000, 0x030000FF, 0xDBAA0055, 0x275500AA}},

@@ -1,7 +1,8 @@
 // Every format that holds colours or depths: two texels as they are stored, and the colours that they are.
 #pragma once
 
-#include <array>
+#include "tests/unit/device/colors.h"
+
 #include <cstdint>
 #include <kalix/svga3d_types.h>
 #include <vector>
@@ -71,11 +72,5 @@ inline const std::vector<format_row> format_rows = {
      {0x3E800000, 0x3F800000, 0, 0}, 0xFFFF00FF, 0x0040FF00},
 };
 // clang-format on
-
-constexpr uint32_t channel_of(uint32_t argb, size_t which) // red, green, blue, alpha
-{
-    constexpr uint32_t shifts[] = {16, 8, 0, 24};
-    return argb >> shifts[which] & 255;
-}
 
 } // namespace kalix::test

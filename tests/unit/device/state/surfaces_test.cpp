@@ -14,26 +14,20 @@ protected:
     {
         run(stream{}.command_with_list(SVGA_3D_CMD_SURFACE_COPY, svga3d_surface_copy{{from, 0, 0}, {to, 0, 0}}, boxes));
     }
-    void stretch(uint32_t from, const svga3d_box& source, uint32_t to, const svga3d_box& destination, uint32_t mode)
-    {
-        run(stream{}.command(SVGA_3D_CMD_SURFACE_STRETCHBLT,
-                             svga3d_surface_stretchblt{{from, 0, 0}, {to, 0, 0}, source, destination, mode}));
-    }
 };
 
 TEST_F(SurfacesTest, CopiesAsIfTheSourceWereReadFirst)
 {
-    SCOPED_TRACE(testing::Message() << "seed " << test_seed());
-    std::mt19937 random{test_seed()};
+    dice random;
     constexpr uint32_t width = 13, height = 9;
     run(stream{}.define_surface(1, SVGA3D_R5G6B5, {{width, height, 1}}));
     std::vector<uint16_t> model(width * height);
     std::iota(model.begin(), model.end(), uint16_t{1});
     write_words(1, width, height, model);
     for (int step = 0; step < 300; ++step) {
-        const uint32_t w = 1 + below(random, width), h = 1 + below(random, height);
-        const svga3d_copy_box box{below(random, width - w + 1), below(random, height - h + 1), 0, w, h, 1,
-                                  below(random, width - w + 1), below(random, height - h + 1), 0};
+        const uint32_t w = 1 + random.below(width), h = 1 + random.below(height);
+        const svga3d_copy_box box{random.below(width - w + 1), random.below(height - h + 1), 0, w, h, 1,
+                                  random.below(width - w + 1), random.below(height - h + 1), 0};
         copy(1, 1, {box});
         const std::vector<uint16_t> before = model;
         for (uint32_t y = 0; y < h; ++y)
@@ -45,10 +39,7 @@ TEST_F(SurfacesTest, CopiesAsIfTheSourceWereReadFirst)
 
 TEST_F(SurfacesTest, StretchesWithTheseNumbers)
 {
-    run(stream{}
-            .define_surface(1, SVGA3D_LUMINANCE8, {{4, 1, 1}})
-            .define_surface(2, SVGA3D_LUMINANCE8, {{8, 1, 1}})
-            .define_surface(3, SVGA3D_A8R8G8B8, {{4, 1, 1}}));
+    run(stream{}.define_surface(1, SVGA3D_LUMINANCE8, {{4, 1, 1}}).define_surface(2, SVGA3D_LUMINANCE8, {{8, 1, 1}}));
     write_words<uint8_t>(1, 4, 1, {10, 50, 90, 200});
     const struct {
         const char* name;
@@ -67,8 +58,6 @@ TEST_F(SurfacesTest, StretchesWithTheseNumbers)
         stretch(1, each.source, 2, each.destination, each.mode);
         EXPECT_EQ(read_words<uint8_t>(2, 8, 1), each.result) << each.name;
     }
-    stretch(1, {0, 0, 0, 4, 1, 1}, 3, {0, 0, 0, 4, 1, 1}, 0);
-    EXPECT_EQ(read_words<uint32_t>(3, 4, 1), (std::vector<uint32_t>{0xFF0A0A0A, 0xFF323232, 0xFF5A5A5A, 0xFFC8C8C8}));
     // In place: each source texel is read before any is written.
     stretch(1, {0, 0, 0, 2, 1, 1}, 1, {0, 0, 0, 4, 1, 1}, 0);
     EXPECT_EQ(read_words<uint8_t>(1, 4, 1), (std::vector<uint8_t>{10, 10, 50, 50}));
