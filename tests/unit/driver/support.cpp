@@ -8,7 +8,7 @@
 
 namespace kalix::test {
 
-void set_world(world* to);
+void set_world(std::unique_ptr<world> to);
 
 namespace {
 
@@ -17,48 +17,47 @@ int32_t next_rcvid;
 
 } // namespace
 
-bool is_known(uint32_t scoid)
-{
-    hold lock{_globals.client_lock};
-    return hashtable_get(_globals.client_table, scoid) != nullptr;
-}
-
 void replace_object(const std::string& name)
 {
     here().nameless.push_back(here().objects.extract(name));
     here().objects[name].resize(KALIX_COMMAND_BUFFER_BYTES);
 }
 
-bytes words(std::initializer_list<uint32_t> list)
+bytes words(const stream& list)
 {
     bytes out(list.size() * 4);
     std::ranges::copy(std::as_bytes(std::span{list}), out.begin());
     return out;
 }
 
-std::vector<uint32_t> words_of(const bytes& from)
+stream words_of(const bytes& from)
 {
-    std::vector<uint32_t> out(from.size() / 4);
+    stream out(from.size() / 4);
     std::copy_n(from.begin(), out.size() * 4, std::as_writable_bytes(std::span{out}).begin());
+    return out;
+}
+
+stream command(uint32_t id, const stream& body)
+{
+    stream out{id, static_cast<uint32_t>(body.size() * 4)};
+    out.insert(out.end(), body.begin(), body.end());
     return out;
 }
 
 void driver_test::SetUp()
 {
-    set_world(new world);
+    set_world(std::make_unique<world>());
     reset_globals();
     here().device.capabilities = SVGA_CAP_GMR2 | SVGA_CAP_EXTENDED_FIFO;
     here().device.zoom = 1;
-    here().device.mode_width = here().device.width = 64;
-    here().device.mode_height = here().device.height = 48;
-    here().device.bits_per_pixel = 32;
-    here().device.pitch = 64 * 4;
-    here().device.visible_bytes = 64 * 4 * 48;
+    SVGA_Init();
+    SVGA_SetMode(64, 48, 32, 1);
     next_rcvid = 1;
     _globals.settings.max_delay_us = 1000;
     ASSERT_EQ(kalix_init(&device_lock), 0);
     take_lines();
     take_stream();
+    take_calls();
     here().waited.clear();
 }
 
@@ -86,12 +85,10 @@ void driver_test::TearDown()
         delete own;
     for (id_pool* pool : {&_globals.surface_ids, &_globals.dma_ids, &_globals.context_ids, &_globals.overlay_ids})
         id_destroy_pool(pool);
-    world* const ended = &here();
-    EXPECT_TRUE(ended->open_objects.empty());
-    EXPECT_EQ(ended->mappings, 0);
+    EXPECT_TRUE(here().open_objects.empty());
+    EXPECT_EQ(here().mappings, 0);
     EXPECT_EQ(_globals.shares.first, nullptr);
     set_world(nullptr);
-    delete ended;
 }
 
 answer driver_test::request(uint32_t client, int32_t command, const bytes& payload, const bytes& behind)
@@ -106,13 +103,25 @@ answer driver_test::request(uint32_t client, int32_t command, const bytes& paylo
                         next_rcvid++,
                         {1000 + client, client / 8, client, static_cast<uint32_t>(message.size())}};
     here().messages[item.rcvid] = message;
+    const auto lines_before = std::ssize(here().lines);
+    const auto bytes_before = std::ssize(here().stream);
     dispatch(item);
-    return here().answers[item.rcvid];
+    answer got = here().answers[item.rcvid];
+    got.said.assign(here().lines.begin() + lines_before, here().lines.end());
+    got.sent = words_of({here().stream.begin() + bytes_before, here().stream.end()});
+    return got;
 }
 
 void driver_test::disconnect(uint32_t client)
 {
     dispatch({KALIX_REQUEST_MAGIC, KALIX_DISCONNECT, 0, 0, {0, 0, client, 0}});
+}
+
+void driver_test::expect_refused(const answer& got, int32_t status, const lines& said)
+{
+    EXPECT_EQ(got.value, status);
+    EXPECT_EQ(got.said, said);
+    EXPECT_TRUE(got.sent.empty());
 }
 
 uint32_t driver_test::define_context(uint32_t client)
@@ -125,15 +134,22 @@ uint32_t driver_test::define_context(uint32_t client)
 int32_t driver_test::define_surface(uint32_t client, uint32_t sid, uint32_t width, uint32_t height, uint32_t format,
                                     uint32_t shared)
 {
-    surface_define_req req{};
-    req.flags = SVGA3D_SURFACE_HINT_TEXTURE;
-    req.format = format;
-    req.mip_levels[0] = 1;
-    req.sizes_offset_low = sizeof(kalix_request_header) + sizeof req;
-    req.shared = shared;
-    req.sid = sid;
+    constexpr uint32_t sizes_offset = sizeof(kalix_request_header) + sizeof(surface_define_req);
+    const surface_define_req req{SVGA3D_SURFACE_HINT_TEXTURE, format, {1}, sizes_offset, 0, 0, shared, sid};
     const answer got = request(client, KALIX_SURFACE_DEFINE, bytes_of(req), words({width, height, 1, 0}));
     return got.value == 0 ? static_cast<int32_t>(record_of<uint32_t>(got.data)) : got.value;
+}
+
+uint32_t driver_test::surface(uint32_t client, uint32_t width, uint32_t height, uint32_t format)
+{
+    const int32_t sid = define_surface(client, 0, width, height, format);
+    EXPECT_GT(sid, 0);
+    return static_cast<uint32_t>(sid);
+}
+
+int32_t driver_test::destroy_surface(uint32_t client, uint32_t sid)
+{
+    return request(client, KALIX_SURFACE_DESTROY, words({sid})).value;
 }
 
 bytes& driver_test::command_buffer(uint32_t client, uint32_t number, const bytes& commands)
@@ -151,17 +167,17 @@ answer driver_test::execute(uint32_t client, uint32_t number, uint32_t byte_coun
     return request(client, KALIX_EXECBUF, bytes_of(execbuf_req{number, byte_count, delay_us, {}}));
 }
 
-std::vector<std::string> driver_test::take_lines()
+lines driver_test::take_lines()
 {
     return std::exchange(here().lines, {});
 }
 
-std::vector<std::string> driver_test::take_calls()
+lines driver_test::take_calls()
 {
     return std::exchange(here().calls, {});
 }
 
-std::vector<uint32_t> driver_test::take_stream()
+stream driver_test::take_stream()
 {
     return words_of(std::exchange(here().stream, {}));
 }
@@ -169,7 +185,7 @@ std::vector<uint32_t> driver_test::take_stream()
 uint32_t test_seed()
 {
     static const uint32_t seed = [] {
-        const char* const given = std::getenv("TEST_SEED");
+        const char* const given = std::getenv("KALIX_TEST_SEED");
         return given ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
     }();
     return seed;

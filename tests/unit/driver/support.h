@@ -13,7 +13,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
-#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -21,11 +20,15 @@
 namespace kalix::test {
 
 using bytes = std::vector<std::byte>;
+using lines = std::vector<std::string>;
+using stream = std::vector<uint32_t>;
 
 struct answer {
     bool is_error = false; // value is an error number, else a status
     int32_t value = 0;
-    bytes data;
+    bytes data{};
+    lines said{}; // and what the device got, meanwhile
+    stream sent{};
 };
 
 struct received {      // what the fake MsgReceivev hands out
@@ -35,7 +38,7 @@ struct received {      // what the fake MsgReceivev hands out
 };
 
 struct world {
-    std::vector<std::string> lines;    // "2 kalix: ...": severity and text
+    test::lines lines;                 // "2 kalix: ...": severity and text
     std::map<int32_t, bytes> messages; // by receive id
     std::map<int32_t, answer> answers;
     std::deque<received> incoming;
@@ -44,7 +47,6 @@ struct world {
     std::deque<std::map<std::string, bytes>::node_type> nameless; // objects that lost their name
     std::map<int32_t, bytes*> open_objects;                       // by descriptor
     size_t descriptors = 1 << 20;                                 // that objects may take
-    std::optional<uint32_t> served;                               // the sender's user, while its request is handled
     std::vector<uint32_t> detached;                               // connections given back
     int mappings = 0;
     std::vector<std::string> unlinked;
@@ -83,6 +85,26 @@ int live_allocations(); // made by the driver and not given back
 // Fails the nth allocation from now (1: the next), and all after it when lasting; 0 stops.
 void fail_allocation(int nth, bool lasting = false);
 
+// What a call answers when the nth allocation in it fails.
+template <typename function>
+auto failing(int nth, function call, bool lasting = false)
+{
+    fail_allocation(nth, lasting);
+    const auto got = call();
+    fail_allocation(0);
+    return got;
+}
+
+// What a call answers when the FIFO takes so many reservations and no more.
+template <typename function>
+auto with_reservations(int left, function call)
+{
+    here().reservations_left = left;
+    const auto got = call();
+    here().reservations_left = -1;
+    return got;
+}
+
 template <typename record>
 bytes bytes_of(const record& from)
 {
@@ -96,14 +118,14 @@ record record_of(const bytes& from)
     std::memcpy(&to, from.data(), std::min(sizeof to, from.size()));
     return to;
 }
-// Whether the driver has a client of that connection.
-bool is_known(uint32_t scoid);
-
 // What a client does that puts a new object under a name.
 void replace_object(const std::string& name);
 
-bytes words(std::initializer_list<uint32_t> list);
-std::vector<uint32_t> words_of(const bytes& from);
+bytes words(const stream& list);
+stream words_of(const bytes& from);
+
+// A 3D command: its id, the bytes of its body, the body.
+stream command(uint32_t id, const stream& body);
 
 class driver_test : public testing::Test {
 protected:
@@ -112,23 +134,33 @@ protected:
 
     // Sends a request of a client (its connection id; its process id is 1000 more) and returns its answer.
     answer request(uint32_t client, int32_t command, const bytes& payload, const bytes& behind = {});
+    // The same with a record, of which the reply is one too.
+    template <typename record>
+    record ask(uint32_t client, int32_t command, const record& req)
+    {
+        return record_of<record>(request(client, command, bytes_of(req)).data);
+    }
     void disconnect(uint32_t client);
+    // That a request was refused, with those lines, and that the device got nothing.
+    static void expect_refused(const answer& got, int32_t status, const lines& said);
 
     uint32_t define_context(uint32_t client);
     // A surface of one level, or the status when it is refused.
     int32_t define_surface(uint32_t client, uint32_t sid = 0, uint32_t width = 4, uint32_t height = 4,
                            uint32_t format = 2, uint32_t shared = 0);
+    uint32_t surface(uint32_t client, uint32_t width = 4, uint32_t height = 4, uint32_t format = 2);
+    int32_t destroy_surface(uint32_t client, uint32_t sid);
     // The shared object of a client's command buffer, filled.
     bytes& command_buffer(uint32_t client, uint32_t number, const bytes& commands);
     answer execute(uint32_t client, uint32_t number, uint32_t byte_count, uint32_t delay_us = 0);
 
     // The lines since the last call.
-    std::vector<std::string> take_lines();
-    std::vector<uint32_t> take_stream();
-    std::vector<std::string> take_calls();
+    lines take_lines();
+    stream take_stream();
+    lines take_calls();
 };
 
-uint32_t test_seed();
+uint32_t test_seed(); // KALIX_TEST_SEED, else another one each run
 uint32_t below(std::mt19937& random, uint32_t limit);
 
 } // namespace kalix::test

@@ -9,27 +9,16 @@
 namespace kalix::test {
 namespace {
 
-constexpr char in_use[] = "2 kalix: vmw_surface_define_ioctl: requesting surface sid (%d) already in use!";
-
-std::string in_use_line(int32_t sid)
-{
-    char line[160];
-    std::snprintf(line, sizeof line, in_use, sid);
-    return line;
-}
-
 TEST_F(driver_test, DefiningSendsTheSizesAsTheyCame)
 {
     surface_define_req req{0x20, 2, {2, 0, 0, 0, 0, 1}, 12 + 52 + 4, 0, 9, 0, 0};
     const bytes list = words({0, 8, 4, 1, 99, 4, 2, 1, 99, 7, 7}); // the third entry is cut short
     const answer got = request(1, KALIX_SURFACE_DEFINE, bytes_of(req), list);
     EXPECT_EQ(got.value, 0);
-    EXPECT_EQ(words_of(got.data), (std::vector<uint32_t>{1, 2}));
-    EXPECT_EQ(take_stream(),
-              (std::vector<uint32_t>{1040, 72, 1, 0x20, 2, 2, 0, 0, 0, 0, 1, 8, 4, 1, 4, 2, 1, 7, 7, 0}));
+    EXPECT_EQ(words_of(got.data), (stream{1, 2}));
+    EXPECT_EQ(got.sent, (stream{1040, 72, 1, 0x20, 2, 2, 0, 0, 0, 0, 1, 8, 4, 1, 4, 2, 1, 7, 7, 0}));
     req.sizes_offset_high = ~0u; // nothing there: all sizes are zero
-    EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req), list).value, 0);
-    EXPECT_EQ(take_stream().back(), 0u);
+    EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req), list).sent.back(), 0u);
 }
 
 TEST_F(driver_test, MipCountsAreBounded)
@@ -46,14 +35,10 @@ TEST_F(driver_test, MipCountsAreBounded)
 TEST_F(driver_test, BrokenMipmapsLeaveTheTopLevelOfTextures)
 {
     _globals.mipmap_dma_failed = 1;
-    struct level_row {
-        uint32_t flags, format, levels;
-    };
-    for (const level_row& row : {level_row{0x20, 2, 1}, {0x20, 1, 1}, {0x20, 3, 10}, {0, 2, 10}}) {
-        const surface_define_req req{row.flags, row.format, {10, 0, 0, 0, 0, 0}, 64, 0, 0, 0, 0};
-        take_stream();
-        EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req)).value, 0);
-        EXPECT_EQ(take_stream()[5], row.levels);
+    for (const auto& [flags, format, levels] :
+         {std::array{0x20u, 2u, 1u}, {0x20u, 1u, 1u}, {0x20u, 3u, 10u}, {0u, 2u, 10u}}) {
+        const surface_define_req req{flags, format, {10}, 64, 0, 0, 0, 0};
+        EXPECT_EQ(request(1, KALIX_SURFACE_DEFINE, bytes_of(req)).sent.at(5), levels);
     }
 }
 
@@ -61,7 +46,8 @@ TEST_F(driver_test, SidsStayApart)
 {
     for (const uint32_t reserved : {32747u, 32748u, 32751u, 0xFFFFFFFFu}) {
         EXPECT_EQ(define_surface(1, reserved), -22);
-        EXPECT_EQ(take_lines(), std::vector<std::string>{in_use_line(static_cast<int32_t>(reserved))});
+        EXPECT_EQ(take_lines(), lines{"2 kalix: vmw_surface_define_ioctl: requesting surface sid (" +
+                                      std::to_string(static_cast<int32_t>(reserved)) + ") already in use!"});
     }
     EXPECT_EQ(define_surface(1, 1), 1); // a client's choice inside the pool's range
     EXPECT_EQ(define_surface(2), 2);    // is not handed out
@@ -70,7 +56,7 @@ TEST_F(driver_test, SidsStayApart)
     EXPECT_EQ(asked, 3u);
     EXPECT_EQ(define_surface(2, 3), -22); // is client 3's until it goes
     EXPECT_EQ(define_surface(3, 3), 3);
-    request(3, KALIX_SURFACE_DESTROY, words({3}));
+    destroy_surface(3, 3);
     EXPECT_EQ(define_surface(2), 4); // still client 3's
     EXPECT_EQ(define_surface(3, 3), 3);
     // Surface 3 outlives the client that chose its sid; the pool passes over it.
@@ -78,7 +64,7 @@ TEST_F(driver_test, SidsStayApart)
     disconnect(3);
     EXPECT_EQ(define_surface(2), 5);
     EXPECT_EQ(define_surface(2, 3), -22);
-    EXPECT_EQ(request(2, KALIX_SURFACE_DESTROY, words({3})).value, 0);
+    EXPECT_EQ(destroy_surface(2, 3), 0);
     EXPECT_EQ(define_surface(2), 3); // and gets it back when it dies
 }
 
@@ -87,26 +73,22 @@ TEST_F(driver_test, SidsStayApart)
 TEST_F(driver_test, SidsSurviveRandomClients)
 {
     std::mt19937 random{test_seed()};
-    std::map<std::pair<uint32_t, uint32_t>, int> held; // by client and sid
+    std::map<uint32_t, int> held[5]; // by client, by sid
     for (int step = 0; step < 3000; ++step) {
         SCOPED_TRACE(testing::Message() << "seed " << test_seed() << ", step " << step);
         const uint32_t client = 1 + below(random, 4);
         const uint32_t sid = 1 + below(random, 9);
-        const bool live = resource_get_global(RESOURCE_SURFACE, sid);
         switch (below(random, 7)) {
-        case 0: {
-            const int32_t made = define_surface(client);
-            ASSERT_GT(made, 0);
-            for (uint32_t other = 1; other <= 4; ++other)
-                ASSERT_EQ(held[std::pair(other, static_cast<uint32_t>(made))], 0);
-            held[std::pair(client, static_cast<uint32_t>(made))] = 1;
-            break;
-        }
+        case 0:
         case 1: {
-            const int32_t made = define_surface(client, sid);
-            ASSERT_TRUE(made == -22 || (made == static_cast<int32_t>(sid) && !live));
-            if (made > 0)
-                held[std::pair(client, sid)] = 1;
+            const uint32_t wanted = below(random, 2) * sid; // 0: the driver's choice
+            const int32_t made = define_surface(client, wanted);
+            if (made == -22 && wanted != 0)
+                break;
+            ASSERT_TRUE(wanted == 0 ? made > 0 : made == static_cast<int32_t>(wanted));
+            for (auto& of_client : held)
+                ASSERT_EQ(of_client[static_cast<uint32_t>(made)], 0);
+            held[client][static_cast<uint32_t>(made)] = 1;
             break;
         }
         case 2:
@@ -115,18 +97,17 @@ TEST_F(driver_test, SidsSurviveRandomClients)
             break;
         case 3:
             if (request(client, KALIX_SURFACE_REFERENCE, words({sid})).value == 0)
-                ++held[std::pair(client, sid)];
+                ++held[client][sid];
             break;
         case 4:
             if (below(random, 4) == 0) {
                 disconnect(client);
-                for (auto& [key, count] : held)
-                    count = key.first == client ? 0 : count;
+                held[client].clear();
             }
             break;
         default:
-            if (request(client, KALIX_SURFACE_DESTROY, words({sid})).value == 0)
-                --held[std::pair(client, sid)];
+            if (destroy_surface(client, sid) == 0)
+                --held[client][sid];
         }
     }
     for (uint32_t client = 1; client <= 4; ++client)
@@ -149,9 +130,7 @@ TEST_F(driver_test, SharedSurfacesAndTheirReferences)
 {
     define_surface(1);                   // makes the client
     for (int nth = 2; nth <= 7; ++nth) { // one that was not registered was never there
-        fail_allocation(nth);
-        const int32_t sid = define_surface(1, 0, 8, 8, 2, 1);
-        fail_allocation(0);
+        const int32_t sid = failing(nth, [&] { return define_surface(1, 0, 8, 8, 2, 1); });
         EXPECT_EQ(_globals.shared_sid, sid > 0 ? static_cast<uint32_t>(sid) : 0) << nth;
         _globals.shared_sid = 0;
     }
@@ -160,7 +139,7 @@ TEST_F(driver_test, SharedSurfacesAndTheirReferences)
     EXPECT_EQ(define_surface(1, 0, 8, 8, 1, 1), 2);
     EXPECT_EQ(_globals.shared_sid, 1u);
     const answer got = request(2, KALIX_SURFACE_REFERENCE, bytes_of(surface_reference_req{1, 9, {9}, {5, 6}}));
-    EXPECT_EQ(words_of(got.data), (std::vector<uint32_t>{0x20, 2, 1, 0, 0, 0, 0, 0, 5, 6, 0, 0, 0, 0}));
+    EXPECT_EQ(words_of(got.data), (stream{0x20, 2, 1, 0, 0, 0, 0, 0, 5, 6, 0, 0, 0, 0}));
     EXPECT_EQ(_globals.shared_sid_client, client_get({1002, 0, 2, 0}));
     EXPECT_EQ(request(2, KALIX_SURFACE_REFERENCE, words({0})).value, -2);
     disconnect(3);
@@ -187,86 +166,62 @@ TEST_F(driver_test, EveryRequestThatNamesASurfaceAsksTheSame)
     constexpr uint32_t clients[] = {1, 2, 8, 16}; // a client's user is an eighth of its number
     here().own_uid = 2;
     uint32_t sid = 0;
-    const auto asks = [this](int32_t command, const auto& payload) {
-        return [this, command, payload](uint32_t client) { return request(client, command, payload()).value == 0; };
+    // A request whose record begins with the sid.
+    const auto asks = [&](int32_t command, const auto& req) {
+        return [&sid, this, command, payload = bytes_of(req)](uint32_t client) mutable {
+            std::memcpy(payload.data(), &sid, sizeof sid);
+            return request(client, command, payload).value == 0;
+        };
     };
-    const auto just = [&sid] { return words({sid, 1}); };
-    const auto executes = [this](uint32_t client, const bytes& commands) {
-        command_buffer(client, 200 + client, commands);
-        return execute(client, 200 + client, static_cast<uint32_t>(commands.size())).value == 0;
+    const auto executes = [this](uint32_t client, const stream& commands) {
+        command_buffer(client, 200 + client, words(commands));
+        return execute(client, 200 + client, static_cast<uint32_t>(commands.size() * 4)).value == 0;
     };
     const auto overlay_takes = [this](uint32_t client, uint32_t sid0, uint32_t sid1) {
-        const overlay_define_req req{0, 0, 8, 8, 1, 0, sid0, sid1, 0, 0};
-        const uint32_t id = record_of<overlay_define_req>(request(client, KALIX_OVERLAY_DEFINE, bytes_of(req)).data).id;
+        const uint32_t id =
+            ask(client, KALIX_OVERLAY_DEFINE, overlay_define_req{0, 0, 8, 8, 1, 0, sid0, sid1, 0, 0}).id;
         const auto& made = *static_cast<overlay_record*>(resource_get_global(RESOURCE_OVERLAY, id));
         const bool taken = made.surface[0] || made.surface[1];
         request(client, KALIX_OVERLAY_DESTROY, words({id}));
         return taken;
     };
+    const auto sends_dma = [&](uint32_t client) {
+        const auto own = ask(client, KALIX_DMABUF_ALLOC, dmabuf_alloc_req{100, 0, 0, 0, 0});
+        const bool done = executes(client, command(1044, {own.gmr_id, 0, 0, sid, 0, 0, 1}));
+        request(client, KALIX_DMABUF_UNREF, words({own.handle}));
+        return done;
+    };
+    const auto lists = [&](uint32_t client) {
+        return ask(client, KALIX_DEBUG_LIST_SIDS, list_sids_req{}).entries[0].sid == sid;
+    };
     const naming_row rows[] = {
-        {"destroy", asks(KALIX_SURFACE_DESTROY, just), "1000", "1000"},
-        {"reference", asks(KALIX_SURFACE_REFERENCE, just), "1111", "1101"},
-        {"command",
-         [&](uint32_t client) {
-             return executes(client, words({1058, 4, sid}));
-         },
+        {"destroy", asks(KALIX_SURFACE_DESTROY, sid), "1000", "1000"},
+        {"reference", asks(KALIX_SURFACE_REFERENCE, sid), "1111", "1101"},
+        {"command", [&](uint32_t client) { return executes(client, command(1058, {sid})); }, "1000", "1000"},
+        {"dma", sends_dma, "1111", "1000"},
+        {"present", asks(KALIX_PRESENT, present_req{0, 0, 0, 4, 4}), "1000", "1000"},
+        {"present to an address", asks(KALIX_PRESENT_PHYS, present_phys_req{0, 0, 0, 4, 4, 0, SVGA_FRAMEBUFFER_BASE}),
          "1000", "1000"},
-        {"dma",
-         [&](uint32_t client) {
-             const auto own =
-                 record_of<dmabuf_alloc_req>(request(client, KALIX_DMABUF_ALLOC, words({100, 0, 0, 0, 0})).data);
-             const bool done = executes(client, words({1044, 28, own.gmr_id, 0, 0, sid, 0, 0, 1}));
-             request(client, KALIX_DMABUF_UNREF, words({own.handle}));
-             return done;
-         },
-         "1111", "1000"},
-        {"present",
-         asks(KALIX_PRESENT,
-              [&] {
-                  return bytes_of(present_req{sid, 0, 0, 4, 4});
-              }),
-         "1000", "1000"},
-        {"present to an address",
-         asks(KALIX_PRESENT_PHYS,
-              [&] {
-                  return bytes_of(present_phys_req{sid, 0, 0, 4, 4, 0, SVGA_FRAMEBUFFER_BASE});
-              }),
-         "1000", "1000"},
-        {"readback",
-         asks(KALIX_READBACK,
-              [&] {
-                  return bytes_of(readback_req{sid, 0, 0, 4, 4, 16, 0, 0, 0, 0, 0, {}});
-              }),
-         "1111", "1101"},
+        {"readback", asks(KALIX_READBACK, readback_req{0, 0, 0, 4, 4, 16, 0, 0, 0, 0, 0, {}}), "1111", "1101"},
         {"overlay", [&](uint32_t client) { return overlay_takes(client, sid, 0); }, "1111", "1101"},
         {"overlay's second", [&](uint32_t client) { return overlay_takes(client, 0, sid); }, "1111", "1101"},
-        {"show", asks(KALIX_DEBUG_SHOW_SID, just), "1111", "0001"},
-        {"info", asks(KALIX_DEBUG_SID_INFO, just), "1111", "0001"},
-        {"list",
-         [&](uint32_t client) {
-             const answer got = request(client, KALIX_DEBUG_LIST_SIDS, bytes_of(list_sids_req{}));
-             return record_of<list_sids_req>(got.data).entries[0].sid == sid;
-         },
-         "1111", "0001"},
-        {"dump",
-         asks(KALIX_DEBUG_DUMP_SID,
-              [&] {
-                  return bytes_of(dump_sid_req{sid, 0, 1, 1, 1, 0, {}});
-              }),
-         "1111", "0001"},
-        {"fill", asks(KALIX_DEBUG_FILL_SID, just), "1111", "0001"},
+        {"show", asks(KALIX_DEBUG_SHOW_SID, sid), "1111", "0001"},
+        {"info", asks(KALIX_DEBUG_SID_INFO, sid), "1111", "0001"},
+        {"list", lists, "1111", "0001"},
+        {"dump", asks(KALIX_DEBUG_DUMP_SID, dump_sid_req{0, 0, 1, 1, 1, 0, {}}), "1111", "0001"},
+        {"fill", asks(KALIX_DEBUG_FILL_SID, fill_sid_req{}), "1111", "0001"},
     };
     for (const naming_row& row : rows)
         for (const bool strict : {false, true})
             for (size_t i = 0; i < std::size(clients); ++i) {
-                sid = static_cast<uint32_t>(define_surface(clients[0]));
+                sid = surface(clients[0]);
                 _globals.settings.strict = strict;
                 EXPECT_EQ(row.ask(clients[i]), (strict ? row.strict : row.by_default)[i] == '1')
                     << row.name << (strict ? ", strict, " : ", ") << clients[i];
                 _globals.settings.strict = false;
                 _globals.debug_show_sid = 0;
                 for (const uint32_t holder : {clients[0], clients[i]})
-                    while (request(holder, KALIX_SURFACE_DESTROY, words({sid})).value == 0) {
+                    while (destroy_surface(holder, sid) == 0) {
                     }
             }
     disconnect(16);
@@ -276,11 +231,8 @@ TEST_F(driver_test, EveryRequestThatNamesASurfaceAsksTheSame)
 
 constexpr uint32_t width = 6, height = 4;
 
-struct readback_row {
-    const char* name;
-    uint32_t x, y, w, h, pitch;
-    int32_t status;
-    bool invalid_rect;
+struct part { // of a surface, to rows that many bytes apart
+    uint32_t x = 0, y = 0, w = width, h = height, pitch = width * 4;
 };
 
 class ReadbackTest : public driver_test {
@@ -290,7 +242,7 @@ protected:
     {
         driver_test::SetUp();
         here().on_wait = [] {
-            const std::vector<uint32_t> sent = words_of(here().stream);
+            const stream sent = words_of(here().stream);
             if (sent.size() < 18 || sent[sent.size() - 18] != SVGA_3D_CMD_SURFACE_DMA)
                 return;
             const uint32_t pitch = sent[sent.size() - 14];
@@ -300,120 +252,119 @@ protected:
         };
     }
 
-    int32_t read(const readback_row& row, uint32_t sid, bool shared_memory, uint64_t place, uint32_t size)
+    int32_t read(uint32_t sid, const part& of, uint64_t place, bool shared_memory = false, uint32_t size = 0)
     {
-        readback_req req{sid, row.x, row.y, row.w, row.h, row.pitch, 5, size, 0, place, shared_memory, {}};
+        readback_req req{sid, of.x, of.y, of.w, of.h, of.pitch, 5, size, 0, place, shared_memory, {}};
         return request(1, KALIX_READBACK, bytes_of(req)).value;
     }
+    // To the shared object of that many bytes.
+    int32_t read_to_object(uint32_t sid, uint32_t size = width * height * 4, const part& of = {})
+    {
+        return read(sid, of, 0, true, size);
+    }
+    static constexpr char object_name[] = "/vm_svga:1001:5";
+    static constexpr char opening[] = "2 kalix: shm_name: [/vm_svga:1001:5]";
 };
 
 TEST_F(ReadbackTest, CopiesRowsToWhereTheyBelong)
 {
     ASSERT_EQ(define_surface(1, 0, width, height), 1);
-    bytes& object = here().objects["/vm_svga:1001:5"];
+    bytes& object = here().objects[object_name];
     object.assign(width * height * 4, std::byte{0});
     take_stream();
-    const readback_row rows[] = {
-        {"whole", 0, 0, 6, 4, 24, 0, false},
-        {"part", 2, 1, 3, 2, 24, 0, false},
-        {"nothing", 6, 4, 0, 0, 24, 0, false},
-        {"pitch", 0, 0, 6, 4, 28, -22, false},
-        {"too wide", 3, 0, 4, 1, 24, -22, true},
-        {"too low", 0, 3, 1, 2, 24, -22, true},
-        {"wrapping", 1, 0, 0xFFFFFFFF, 1, 24, -22, true},
+    EXPECT_EQ(read_to_object(1), 0);
+    EXPECT_EQ(take_lines(), lines{opening}); // once
+    const std::tuple<const char*, part, int32_t, bool> rows[] = {
+        {"whole", {}, 0, false},
+        {"part", {2, 1, 3, 2}, 0, false},
+        {"nothing", {6, 4, 0, 0}, 0, false},
+        {"pitch", {0, 0, 6, 4, 28}, -22, false},
+        {"too wide", {3, 0, 4, 1}, -22, true},
+        {"too low", {0, 3, 1, 2}, -22, true},
+        {"wrapping", {1, 0, 0xFFFFFFFF, 1}, -22, true},
     };
-    bool first = true;
-    for (const readback_row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, of, status, invalid] : rows) {
+        SCOPED_TRACE(name);
         std::ranges::fill(object, std::byte{0});
-        take_lines();
-        EXPECT_EQ(read(row, 1, true, 0, static_cast<uint32_t>(object.size())), row.status);
-        std::vector<std::string> lines;
-        if (first)
-            lines.emplace_back("2 kalix: shm_name: [/vm_svga:1001:5]");
-        if (row.invalid_rect)
-            lines.push_back("2 kalix: nebo_readback_surface: invalid readback rect x:" + std::to_string(row.x) +
-                            " y:" + std::to_string(row.y) + " w:" + std::to_string(static_cast<int>(row.w)) +
-                            " h:" + std::to_string(row.h) + " surface dim w:6 h:4");
-        EXPECT_EQ(take_lines(), lines);
-        first = false;
+        EXPECT_EQ(read_to_object(1, width * height * 4, of), status);
+        const std::string line = "2 kalix: nebo_readback_surface: invalid readback rect x:" + std::to_string(of.x) +
+                                 " y:" + std::to_string(of.y) + " w:" + std::to_string(static_cast<int>(of.w)) +
+                                 " h:" + std::to_string(of.h) + " surface dim w:6 h:4";
+        EXPECT_EQ(take_lines(), invalid ? lines{line} : lines{});
         bytes expected(object.size());
         uint8_t next = 1;
-        for (uint32_t y = row.y; row.status == 0 && y < row.y + row.h; ++y)
-            for (uint32_t x = row.x * 4; x < (row.x + row.w) * 4; ++x)
-                expected[y * row.pitch + x] = std::byte{next++};
+        for (uint32_t y = of.y; status == 0 && y < of.y + of.h; ++y)
+            for (uint32_t x = of.x * 4; x < (of.x + of.w) * 4; ++x)
+                expected[y * of.pitch + x] = std::byte{next++};
         EXPECT_EQ(object, expected);
     }
-    const std::vector<uint32_t> dma = take_stream();
-    EXPECT_EQ(std::vector(dma.begin(), dma.begin() + 18),
-              (std::vector<uint32_t>{1044, 64, 0, 0, 24, 1, 0, 0, 2, 0, 0, 0, 6, 4, 1, 0, 0, 0}));
-    EXPECT_EQ(request(1, KALIX_SURFACE_DESTROY, words({1})).value, 0);
-    EXPECT_THAT(here().unlinked, testing::ElementsAre("/vm_svga:1001:5"));
+    const stream dma = take_stream();
+    EXPECT_EQ(stream(dma.begin(), dma.begin() + 18),
+              (stream{1044, 64, 0, 0, 24, 1, 0, 0, 2, 0, 0, 0, 6, 4, 1, 0, 0, 0}));
+    EXPECT_EQ(destroy_surface(1, 1), 0);
+    EXPECT_THAT(here().unlinked, testing::ElementsAre(object_name));
 }
 
 TEST_F(ReadbackTest, ARefusedTransferShowsNothingOfTheOneBefore)
 {
     ASSERT_EQ(define_surface(1, 0, width, height), 1);
     ASSERT_EQ(define_surface(1, 0, width, height), 2);
-    EXPECT_EQ(read({"", 0, 0, 6, 4, 24, 0, false}, 1, false, 0, 0), 0);
+    EXPECT_EQ(read(1, {}, 0), 0);
     EXPECT_EQ(here().framebuffer[95], 96);
     here().on_wait = nullptr;
-    EXPECT_EQ(read({"", 0, 0, 6, 3, 24, 0, false}, 2, false, 0, 0), 0);
+    EXPECT_EQ(read(2, {0, 0, 6, 3}, 0), 0);
     EXPECT_EQ(std::count(here().framebuffer.begin(), here().framebuffer.begin() + 96, 0), 72);
 }
 
 TEST_F(ReadbackTest, StaysInsideItsDestination)
 {
     ASSERT_EQ(define_surface(1, 0, width, height, 1), 1);
-    const readback_row whole{"", 0, 0, 6, 4, 24, 0, false};
     const uint64_t end = here().framebuffer.size();
-    EXPECT_EQ(read(whole, 1, false, end - 96, 0), 0);
+    EXPECT_EQ(read(1, {}, end - 96), 0);
     EXPECT_EQ(here().framebuffer[end - 1], 255); // X8R8G8B8 is made opaque
     EXPECT_EQ(here().framebuffer[end - 2], 95);
-    EXPECT_EQ(read(whole, 1, false, end - 95, 0), -22);
-    EXPECT_EQ(read(whole, 1, false, ~uint64_t{0}, 0), -22);
-    here().objects["/vm_svga:1001:5"].resize(95);
-    EXPECT_EQ(read(whole, 1, true, 0, 95), -22);
-    EXPECT_EQ(read(whole, 9, true, 0, 95), -22);
+    EXPECT_EQ(read(1, {}, end - 95), -22);
+    EXPECT_EQ(read(1, {}, ~uint64_t{0}), -22);
+    here().objects[object_name].resize(95);
+    EXPECT_EQ(read_to_object(1, 95), -22);
+    EXPECT_EQ(read_to_object(9, 95), -22);
     EXPECT_EQ(take_lines().back(), "2 kalix: nebo_readback_surface: surface 9 is unknown");
     ASSERT_EQ(define_surface(1, 0, 3000, 1), 2);
-    EXPECT_EQ(read({"", 2000, 0, 49, 1, 12000, 0, false}, 2, false, 0, 0), -22);
+    EXPECT_EQ(read(2, {2000, 0, 49, 1, 12000}, 0), -22);
     ASSERT_EQ(define_surface(1, 0, 2048, 2048, 41), 3); // 32 MiB, twice the dirty GMR
-    EXPECT_EQ(read({"", 0, 0, 2048, 2048, 16384, 0, false}, 3, false, 0, 0), -22);
+    here().objects[object_name].resize(32 << 20);
+    EXPECT_EQ(read_to_object(3, 32 << 20, {0, 0, 2048, 2048, 16384}), -22);
 }
 
 TEST_F(ReadbackTest, HasNoDestinationWithoutAnObject)
 {
     ASSERT_EQ(define_surface(1, 0, width, height), 1);
-    const readback_row whole{"", 0, 0, 6, 4, 24, 0, false};
     const std::string unresolved =
         "2 kalix: nebo_readback_surface: could not resolve destination address for surface readback";
-    const std::string name = "2 kalix: shm_name: [/vm_svga:1001:5]";
     for (int i = 0; i < 2; ++i) { // a failed open is tried again
-        EXPECT_EQ(read(whole, 1, true, 0, 96), -12);
-        EXPECT_EQ(take_lines(), (std::vector{name, unresolved}));
+        EXPECT_EQ(read_to_object(1), -12);
+        EXPECT_EQ(take_lines(), (lines{opening, unresolved}));
     }
-    here().objects["/vm_svga:1001:5"].resize(96);
+    here().objects[object_name].resize(96);
     here().refuse_map = true;
-    EXPECT_EQ(read(whole, 1, true, 0, 96), -12);
+    EXPECT_EQ(read_to_object(1), -12);
     here().refuse_map = false;
     EXPECT_TRUE(here().open_objects.empty());
-    EXPECT_EQ(read(whole, 1, true, 0, 96), 0); // so is a failed mapping
+    EXPECT_EQ(read_to_object(1), 0); // so is a failed mapping
 }
 
 // The surface outlives the connection that opened its destination, and the name has a new meaning by then.
 TEST_F(ReadbackTest, ANameThatMeansAnotherObjectByNowStays)
 {
-    const std::string name = "/vm_svga:1001:5";
     for (const bool replaced : {false, true}) {
-        const int32_t sid = define_surface(1, 0, width, height);
-        ASSERT_EQ(request(2, KALIX_SURFACE_REFERENCE, words({static_cast<uint32_t>(sid)})).value, 0);
-        here().objects[name].resize(96);
-        EXPECT_EQ(read({"", 0, 0, 6, 4, 24, 0, false}, static_cast<uint32_t>(sid), true, 0, 96), 0);
+        const uint32_t sid = surface(1, width, height);
+        ASSERT_EQ(request(2, KALIX_SURFACE_REFERENCE, words({sid})).value, 0);
+        here().objects[object_name].resize(96);
+        EXPECT_EQ(read_to_object(sid), 0);
         disconnect(1);
         EXPECT_EQ(_globals.shares.taken[1], 1u); // charged as long as it is held
         if (replaced)
-            replace_object(name);
+            replace_object(object_name);
         here().unlinked.clear();
         disconnect(2);
         EXPECT_EQ(here().unlinked.empty(), replaced);
@@ -422,26 +373,14 @@ TEST_F(ReadbackTest, ANameThatMeansAnotherObjectByNowStays)
 
 TEST(Formats, BytesPerPixel)
 {
-    struct format_row {
-        uint32_t format, bytes;
-    };
-    for (const format_row& row : {format_row{0, 0},
-                                  {1, 4},
-                                  {3, 2},
-                                  {11, 1},
-                                  {15, 0},
-                                  {19, 0},
-                                  {23, 3},
-                                  {24, 2},
-                                  {25, 4},
-                                  {35, 2},
-                                  {36, 4},
-                                  {37, 0},
-                                  {41, 8},
-                                  {43, 4},
-                                  {44, 0},
-                                  {~0u, 0}})
-        EXPECT_EQ(format_to_bpp(row.format), row.bytes) << row.format;
+    for (const auto& [bytes, formats] : {std::pair{0u, stream{0, 15, 19, 37, 44, ~0u}},
+                                         {1u, {11}},
+                                         {2u, {3, 24, 35}},
+                                         {3u, {23}},
+                                         {4u, {1, 25, 36, 43}},
+                                         {8u, {41}}})
+        for (const uint32_t format : formats)
+            EXPECT_EQ(format_to_bpp(format), bytes) << format;
 }
 
 } // namespace

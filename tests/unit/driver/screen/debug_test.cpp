@@ -1,7 +1,6 @@
 // Debug requests, and the software pass: what they do to the framebuffer, and never beyond it.
 
 #include "tests/unit/driver/screen/frames.h"
-#include "tests/unit/driver/support.h"
 
 #include "driver/screen/debug.h"
 #include "driver/screen/present.h"
@@ -10,7 +9,6 @@
 namespace kalix::test {
 namespace {
 
-using lines = std::vector<std::string>;
 using debug_test = driver_test;
 
 TEST_F(debug_test, SurfacesAreListedByTens)
@@ -18,62 +16,48 @@ TEST_F(debug_test, SurfacesAreListedByTens)
     for (int i = 0; i < 12; ++i)
         define_surface(1, 0, 4, 4 + static_cast<uint32_t>(i));
     define_surface(2, 515); // in the bucket of sid 3, behind it
-    const auto list = [this](int32_t first) {
-        list_sids_req req{};
-        req.first = first;
-        req.more = 9;
-        return record_of<list_sids_req>(request(3, KALIX_DEBUG_LIST_SIDS, bytes_of(req)).data);
+    const auto list = [this](int32_t first) { return ask(3, KALIX_DEBUG_LIST_SIDS, list_sids_req{first, 9, {}}); };
+    const auto sids = [&](int32_t first) {
+        stream out;
+        for (const sid_entry& entry : list(first).entries)
+            out.push_back(entry.sid);
+        return out;
     };
-    const list_sids_req head = list(0);
-    EXPECT_EQ(head.more, 1u);
-    EXPECT_EQ(head.entries[2].sid, 3u);
-    EXPECT_EQ(head.entries[3].sid, 515u);
-    EXPECT_EQ(head.entries[3].pids[0], 1002u);
-    EXPECT_EQ(head.entries[9].height, 4u + 8);
-    const list_sids_req tail = list(10);
-    EXPECT_EQ(tail.more, 0u);
-    EXPECT_EQ(tail.entries[2].sid, 12u);
-    EXPECT_EQ(tail.entries[3].sid, 0u);
+    const stream head{1, 2, 3, 515, 4, 5, 6, 7, 8, 9};
+    EXPECT_EQ(sids(0), head);
+    EXPECT_EQ(sids(INT32_MIN), head);
+    EXPECT_EQ(sids(10), (stream{10, 11, 12, 0, 0, 0, 0, 0, 0, 0}));
+    for (const int32_t behind : {13, INT32_MAX})
+        EXPECT_EQ(sids(behind), stream(10));
+    EXPECT_EQ(list(0).entries[3].pids[0], 1002u);
+    EXPECT_EQ(list(0).entries[9].height, 4u + 8);
+    EXPECT_EQ(list(0).more, 1u);
     EXPECT_EQ(list(3).more, 0u); // exactly ten
-    EXPECT_EQ(list(13).entries[0].sid, 0u);
-    EXPECT_EQ(list(INT32_MAX).entries[0].sid, 0u);
-    EXPECT_EQ(list(INT32_MIN).entries[0].sid, 1u);
 }
 
 TEST_F(debug_test, HoldersAreCounted)
 {
-    const auto sid = static_cast<uint32_t>(define_surface(1, 0, 6, 5, 3));
+    const uint32_t sid = surface(1, 6, 5, 3);
     for (const uint32_t client : {2u, 3u, 3u})
         request(client, KALIX_SURFACE_REFERENCE, words({sid}));
     const auto info = record_of<sid_info_req>(request(4, KALIX_DEBUG_SID_INFO, words({sid})).data);
-    EXPECT_EQ(std::vector<uint32_t>(info.pids, info.pids + 4), (std::vector<uint32_t>{1001, 1002, 1003, 0}));
+    EXPECT_EQ(stream(info.pids, info.pids + 4), (stream{1001, 1002, 1003, 0}));
     EXPECT_EQ(info.ref_count, 4u);
     EXPECT_EQ((std::array{info.width, info.height, info.depth, info.flags, info.format}),
               (std::array{6u, 5u, 1u, 0x20u, 3u}));
-    const auto list =
-        record_of<list_sids_req>(request(4, KALIX_DEBUG_LIST_SIDS, bytes_of(list_sids_req{})).data).entries[0];
+    const auto list = ask(4, KALIX_DEBUG_LIST_SIDS, list_sids_req{}).entries[0];
     EXPECT_EQ(list.pids[1], 1002u);
     EXPECT_EQ(list.more, 1u);
 }
 
 TEST_F(debug_test, UnknownSurfacesAreNamed)
 {
-    struct row {
-        int32_t command;
-        size_t bytes;
-        const char* name;
-    };
-    for (const row& each : {row{KALIX_DEBUG_SHOW_SID, 4, "vmw_debug_show_sid"},
-                            {KALIX_DEBUG_SID_INFO, 4, "vmw_debug_get_sid_info"},
-                            {KALIX_DEBUG_DUMP_SID, 20, "vmw_debug_dump_sid_msg"},
-                            {KALIX_DEBUG_FILL_SID, 8, "vmw_debug_fill_sid_msg"}}) {
-        bytes payload = words({77, 0, 0, 0, 0});
-        payload.resize(each.bytes);
-        EXPECT_EQ(request(1, each.command, payload).value, -22);
-        EXPECT_EQ(take_lines(), lines{std::string{"2 kalix: "} + each.name + ": surface with sid 77 is unknown!"});
-        payload.resize(each.bytes - 1);
-        EXPECT_EQ(request(1, each.command, payload).value, -22);
-        EXPECT_TRUE(take_lines().empty());
+    for (const auto& [command, name] : {std::pair{KALIX_DEBUG_SHOW_SID, "vmw_debug_show_sid"},
+                                        {KALIX_DEBUG_SID_INFO, "vmw_debug_get_sid_info"},
+                                        {KALIX_DEBUG_DUMP_SID, "vmw_debug_dump_sid_msg"},
+                                        {KALIX_DEBUG_FILL_SID, "vmw_debug_fill_sid_msg"}}) {
+        expect_refused(request(1, command, words({77, 0, 0, 0, 0})), -22,
+                       {std::string{"2 kalix: "} + name + ": surface with sid 77 is unknown!"});
     }
     _globals.settings.strict = true;
     here().own_uid = 5; // client 1 is user 0
@@ -85,46 +69,36 @@ TEST_F(debug_test, UnknownSurfacesAreNamed)
 
 TEST_F(debug_test, DumpsTakeRowsOutOfTheFramebuffer)
 {
-    const auto sid = static_cast<uint32_t>(define_surface(1, 0, 100, 8, 2));
-    const auto deep = static_cast<uint32_t>(define_surface(1, 0, 100, 2049, 2)); // rows past the framebuffer's end
+    const uint32_t sid = surface(1, 100, 8, 2);
+    const uint32_t deep = surface(1, 100, 2049, 2); // rows past the framebuffer's end
     for (size_t i = 0; i < here().framebuffer.size(); ++i)
         here().framebuffer[i] = static_cast<uint8_t>(i * 7 + i / 256);
-    take_stream();
-    struct row {
-        uint32_t sid, offset, row_bytes;
-        int32_t stride;
-        uint32_t rows;
-        int32_t status;
-    };
     const uint32_t end = 1u << 20;
-    const row rows[] = {
+    const std::tuple<uint32_t, uint32_t, uint32_t, int32_t, uint32_t, int32_t> rows[] = {
         {sid, 0, 16, 512, 31, 0},     {sid, 0, 16, 512, 32, -22},         {sid, 4096, 7, -512, 9, 0},
         {sid, 4095, 7, -512, 9, -22}, {sid, end - 8, 8, 1, 1, 0},         {sid, end - 8, 8, 1, 2, -22},
         {sid, end, 1, 0, 1, -22},     {sid, ~0u, 1, 0, 1, -22},           {sid, 0, 1, INT32_MAX, 3, -22},
         {sid, end, 0, 9, ~0u, 0},     {sid, 0, 0x10000, 0, 0x10000, -22}, {deep, 0, 1, 1, 1, -22},
         {sid, 9, 511, 1, 1, 0},       {sid, 5, 1, INT32_MIN, 2, -22}};
-    for (const row& each : rows) {
-        dump_sid_req req{each.sid, each.offset, each.row_bytes, each.stride, each.rows, 0, {}};
+    for (const auto& [of, offset, row_bytes, stride, count, status] : rows) {
+        dump_sid_req req{of, offset, row_bytes, stride, count, 0, {}};
         std::ranges::fill(req.data, uint8_t{0xEE});
         const answer got = request(2, KALIX_DEBUG_DUMP_SID, bytes_of(req));
-        ASSERT_EQ(got.value, each.status) << each.offset << " " << each.row_bytes << " " << each.stride;
+        ASSERT_EQ(got.value, status) << offset << " " << row_bytes << " " << stride;
         const auto back = record_of<dump_sid_req>(got.data);
         for (size_t i = 0; i < 512; ++i) {
-            const size_t row_bytes = std::max(each.row_bytes, 1u);
-            const bool inside = each.status == 0 && i < uint64_t{each.row_bytes} * each.rows;
-            const int64_t at = int64_t{each.offset} + static_cast<int64_t>(i / row_bytes) * each.stride +
-                               static_cast<int64_t>(i % row_bytes);
+            const size_t pitch = std::max(row_bytes, 1u);
+            const bool inside = status == 0 && i < uint64_t{row_bytes} * count;
+            const int64_t at =
+                int64_t{offset} + static_cast<int64_t>(i / pitch) * stride + static_cast<int64_t>(i % pitch);
             ASSERT_EQ(back.data[i], inside ? here().framebuffer[static_cast<size_t>(at)] : 0xEE);
         }
-        frame_words wanted{0, 0};
-        if (each.status == 0)
-            wanted.command(1044, {0xFFFFFFFE, 0, 512, sid, 0, 0, 2, 0, 0, 0, 100, 8, 1, 0, 0, 0});
-        EXPECT_EQ(take_stream(), wanted.out);
+        EXPECT_EQ(got.sent, status == 0 ? frame_words{}.transfer(0, 512, sid, 2, 0, 0, 100, 8).out : stream{});
     }
     EXPECT_TRUE(take_lines().empty());
     // The pass's own buffers, once there are some.
-    const auto dump = [this](uint32_t of) {
-        return request(2, KALIX_DEBUG_DUMP_SID, bytes_of(dump_sid_req{of, 0, 1, 1, 1, 0, {}})).value;
+    const auto dump = [this](uint32_t own) {
+        return request(2, KALIX_DEBUG_DUMP_SID, bytes_of(dump_sid_req{own, 0, 1, 1, 1, 0, {}})).value;
     };
     EXPECT_EQ(dump(32749), -22);
     request(1, KALIX_PRESENT, bytes_of(present_req{sid, 0, 0, 100, 8}));
@@ -135,27 +109,25 @@ TEST_F(debug_test, DumpsTakeRowsOutOfTheFramebuffer)
 
 TEST_F(debug_test, FillsPaintFramebufferAndSurface)
 {
-    const auto sid = static_cast<uint32_t>(define_surface(1, 0, 5, 3, 1));
-    const auto other = static_cast<uint32_t>(define_surface(1, 0, 5, 3, 3));
-    const auto large = static_cast<uint32_t>(define_surface(1, 0, 1024, 257, 2)); // a megabyte and a row
-    const auto flat = static_cast<uint32_t>(define_surface(1, 0, 5, 0, 2));
-    take_stream();
+    const uint32_t sid = surface(1, 5, 3, 1);
+    const uint32_t other = surface(1, 5, 3, 3);
+    const uint32_t large = surface(1, 1024, 257, 2); // a megabyte and a row
+    const uint32_t flat = surface(1, 5, 0, 2);
     here().framebuffer.assign(1 << 20, 0);
-    EXPECT_EQ(request(2, KALIX_DEBUG_FILL_SID, words({sid, 0x11223344})).value, 0);
-    EXPECT_EQ(take_lines(), lines{"5 kalix: vmw_debug_fill_sid_msg: done fill on sid " + std::to_string(sid)});
-    frame_words wanted{0, 0};
-    wanted.command(1044, {0xFFFFFFFE, 0, 20, sid, 0, 0, 1, 0, 0, 0, 5, 3, 1, 0, 0, 0});
-    EXPECT_EQ(take_stream(), wanted.out);
+    const auto fill = [this](uint32_t of, uint32_t pixel) {
+        return request(2, KALIX_DEBUG_FILL_SID, words({of, pixel}));
+    };
+    const answer filled = fill(sid, 0x11223344);
+    EXPECT_EQ(filled.value, 0);
+    EXPECT_EQ(filled.said, lines{"5 kalix: vmw_debug_fill_sid_msg: done fill on sid " + std::to_string(sid)});
+    EXPECT_EQ(filled.sent, frame_words{}.transfer(0, 20, sid, 1, 0, 0, 5, 3).out);
     EXPECT_EQ(std::count(here().framebuffer.begin(), here().framebuffer.end(), 0x22), 15);
     EXPECT_EQ(here().framebuffer[59], 0x11);
     EXPECT_EQ(here().framebuffer[60], 0);
     EXPECT_EQ(here().register_writes.back().first, 21u); // the FIFO ran empty first
-    EXPECT_EQ(request(2, KALIX_DEBUG_FILL_SID, words({other, 1})).value, -22);
-    EXPECT_EQ(take_lines(), lines{"2 kalix: vmw_debug_fill_sid_msg: unsupported surface format 3 for fill"});
-    for (const uint32_t refused : {large, flat}) {
-        EXPECT_EQ(request(2, KALIX_DEBUG_FILL_SID, words({refused, 1})).value, -22);
-        EXPECT_TRUE(take_lines().empty() && take_stream().empty());
-    }
+    expect_refused(fill(other, 1), -22, {"2 kalix: vmw_debug_fill_sid_msg: unsupported surface format 3 for fill"});
+    expect_refused(fill(large, 1), -22, {});
+    expect_refused(fill(flat, 1), -22, {});
     here().waited.clear();
     clear_screen(1, 2, 3, 4);
     EXPECT_EQ(here().framebuffer[64 * 48 * 4 - 1], 4);
@@ -169,24 +141,19 @@ TEST_F(debug_test, FillsPaintFramebufferAndSurface)
 using pixels = std::vector<uint8_t>; // the whole framebuffer
 
 // One grey value: neighbours' blues, each weighed and divided on its own, their sum divided once more.
-uint8_t grey(int kernel, int output, const uint8_t* c, const uint8_t* a)
+uint8_t grey(uint32_t kernel, uint32_t output, const uint8_t* c, const uint8_t* a)
 {
-    const auto C = [c](int i) { return uint32_t{c[i * 4]}; };
-    const auto A = [a](int i) { return uint32_t{a[i * 4]}; };
-    if (kernel == 2)
-        return static_cast<uint8_t>((C(0) + C(1) + A(0) + A(1)) / 4);
-    if (kernel == 3) {
-        const int near = output == 0 ? 0 : 2;
-        return static_cast<uint8_t>(4 * (C(near) + C(1) / 2 + A(near) / 2 + A(1) / 4) / 9);
-    }
-    const uint32_t sums[3] = {C(0) + C(1) / 3 + A(0) / 3 + A(1) / 9,
-                              2 * C(1) / 3 + 2 * C(2) / 3 + 2 * A(1) / 9 + 2 * A(2) / 9,
-                              C(3) + C(2) / 3 + A(3) / 3 + A(2) / 9};
-    return static_cast<uint8_t>(9 * sums[output] / 16);
+    const uint32_t k = kernel - 1;
+    const uint32_t near = 4 * (output == 0 ? 0 : k); // bytes
+    const uint32_t far = 4 * (output == 0 ? 1 : k - 1);
+    const bool between = kernel == 4 && output == 1;
+    const uint32_t sum = between ? 2 * c[4] / 3 + 2 * c[8] / 3 + 2 * a[4] / 9 + 2 * a[8] / 9
+                                 : c[near] + c[far] / k + a[near] / k + a[far] / (k * k);
+    return static_cast<uint8_t>(k * k * sum / (kernel * kernel));
 }
 
 // kernel: source pixels of a group; outputs: pixels kept of it.
-void reference(pixels& memory, uint32_t w, uint32_t h, uint32_t pitch, int kernel, int outputs)
+void reference(pixels& memory, uint32_t w, uint32_t h, uint32_t pitch, uint32_t kernel, uint32_t outputs)
 {
     const size_t start = size_t{std::max(w, h)} * std::max(w, h) * 4;
     pixels before = memory;
@@ -195,7 +162,7 @@ void reference(pixels& memory, uint32_t w, uint32_t h, uint32_t pitch, int kerne
     const auto kept = [&](uint32_t row) {
         if (outputs == 1 && kernel == 3)
             return row % 3 == 2;
-        return row % static_cast<uint32_t>(kernel) != static_cast<uint32_t>(kernel) - 1;
+        return row % kernel != kernel - 1;
     };
     // The strip begins where the walk stands once it has reached the 48th row from below.
     bool strip = h <= 48;
@@ -204,11 +171,11 @@ void reference(pixels& memory, uint32_t w, uint32_t h, uint32_t pitch, int kerne
         if (!kept(row))
             continue;
         uint8_t* out = &memory[size_t{out_row++} * pitch];
-        for (uint32_t column = 0; column < w; column += static_cast<uint32_t>(kernel))
-            for (int i = 0; i < outputs; ++i, out += 4) {
+        for (uint32_t column = 0; column < w; column += kernel)
+            for (uint32_t i = 0; i < outputs; ++i, out += 4) {
                 const uint8_t* const c = &before[start + (size_t{row} * w + column) * 4];
                 const uint8_t* const a = row == 0 ? c : c - size_t{w} * 4;
-                for (int byte = 0; byte < 3; ++byte)
+                for (uint32_t byte = 0; byte < 3; ++byte)
                     out[byte] = strip && !(kernel == 3 && outputs == 1) ? grey(kernel, i, c, a) : c[i * 4 + byte];
             }
         strip = strip || row + 1 >= h - 48;
@@ -243,24 +210,20 @@ protected:
 
 TEST_F(software_test, KernelsAgreeWithTheReference)
 {
-    struct kernel_row {
-        float zoom;
-        int group, outputs;
-    };
-    const kernel_row kernels[] = {{0x1.55553ep-2f, 3, 1}, {0.5f, 2, 1}, {0x1.55553ep-1f, 3, 2}, {0.75f, 4, 3}};
+    const std::tuple<float, uint32_t, uint32_t> kernels[] = {
+        {0x1.55553ep-2f, 3, 1}, {0.5f, 2, 1}, {0x1.55553ep-1f, 3, 2}, {0.75f, 4, 3}};
     for (const auto& [w, h] :
          {std::pair{64u, 48u}, {96u, 120u}, {61u, 97u}, {7u, 49u}, {5u, 3u}, {120u, 51u}, {48u, 50u}})
         for (int i = 0; i < 8; ++i) {
-            const kernel_row& kernel = kernels[i / 2];
-            mode(w, h, kernel.zoom, i % 2 != 0);
+            const auto& [zoom, group, outputs] = kernels[i / 2];
+            mode(w, h, zoom, i % 2 != 0);
             pixels wanted = here().framebuffer;
-            reference(wanted, w, h, here().device.pitch, kernel.group, kernel.outputs);
+            reference(wanted, w, h, here().device.pitch, group, outputs);
             EXPECT_EQ(present(nullptr, 0, 0, 5, 5), 0);
-            ASSERT_TRUE(here().framebuffer == wanted) << w << "x" << h << " " << kernel.zoom << " seed " << test_seed();
-            const auto side = [&](uint32_t of) {
-                return std::to_string(static_cast<uint32_t>(static_cast<float>(of) * kernel.zoom));
-            };
-            EXPECT_EQ(take_calls(), lines{"update 0 0 " + side(w) + " " + side(h)});
+            ASSERT_TRUE(here().framebuffer == wanted) << w << "x" << h << " " << zoom << " seed " << test_seed();
+            const svga_device& device = here().device;
+            EXPECT_EQ(take_calls(),
+                      lines{"update 0 0 " + std::to_string(device.width) + " " + std::to_string(device.height)});
         }
 }
 
@@ -299,30 +262,23 @@ TEST_F(software_test, OverlaysAreCopiedWhereTheyFit)
     const uint32_t w = 100;
     const uint32_t h = 60;
     const uint64_t frame = uint64_t{w} * w * 4;
-    struct row {
-        int32_t x, y;
-        uint32_t width, height;
-        bool drawn;
-    };
-    const row rows[] = {{0, 0, 8, 8, true},    {-1, 0, 8, 8, false},  {0, -1, 8, 8, false},   {96, 0, 8, 8, true},
-                        {99, 58, 8, 6, true},  {99, 59, 29, 5, true}, {99, 59, 30, 5, false}, {0, 57, 4, 8, false},
-                        {100, 0, 8, 8, false}, {0, 60, 8, 4, false},  {5, 5, 0, 8, false},    {50, 50, ~0u, 1, false}};
-    for (const row& each : rows) {
-        if (uint64_t{each.width} * each.height > 10000)
-            continue; // the define request refuses it; see the overlays' own tests
+    const uint64_t pixels_at = 600'000;
+    const std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, bool> rows[] = {
+        {0, 0, 8, 8, true},    {~0u, 0, 8, 8, false}, {0, ~0u, 8, 8, false},  {96, 0, 8, 8, true},
+        {99, 58, 8, 6, true},  {99, 59, 29, 5, true}, {99, 59, 30, 5, false}, {0, 57, 4, 8, false},
+        {100, 0, 8, 8, false}, {0, 60, 8, 4, false},  {5, 5, 0, 8, false}};
+    for (const auto& [x, y, width, height, drawn] : rows) {
         mode(w, h, 1);
-        const uint64_t pixels_at = 600'000;
-        const overlay_define_req req{each.x, each.y, each.width, each.height, 2,
-                                     0,      0,      0,          0,           SVGA_FRAMEBUFFER_BASE + pixels_at};
-        const uint32_t id = record_of<overlay_define_req>(request(1, KALIX_OVERLAY_DEFINE, bytes_of(req)).data).id;
+        overlay_define_req req{0, 0, width, height, 2, 0, 0, 0, 0, SVGA_FRAMEBUFFER_BASE + pixels_at};
+        req.x = static_cast<int32_t>(x);
+        req.y = static_cast<int32_t>(y);
+        const uint32_t id = ask(1, KALIX_OVERLAY_DEFINE, req).id;
         pixels wanted = here().framebuffer;
-        for (uint32_t r = 0; each.drawn && r < each.height && r + static_cast<uint32_t>(each.y) < h; ++r)
-            for (uint32_t c = 0; c < each.width && c + static_cast<uint32_t>(each.x) < w; ++c)
-                std::memcpy(
-                    &wanted[frame + ((r + static_cast<uint32_t>(each.y)) * w + c + static_cast<uint32_t>(each.x)) * 4],
-                    &wanted[pixels_at + (r * each.width + c) * 4], 4);
+        for (uint32_t i = 0; drawn && i < height && i + y < h; ++i)
+            for (uint32_t c = 0; c < width && c + x < w; ++c)
+                std::memcpy(&wanted[frame + ((i + y) * w + c + x) * 4], &wanted[pixels_at + (i * width + c) * 4], 4);
         software_draw_overlays({0, 0, 100, 60});
-        EXPECT_TRUE(here().framebuffer == wanted) << each.x << " " << each.y << " " << each.width;
+        EXPECT_TRUE(here().framebuffer == wanted) << x << " " << y << " " << width;
         request(1, KALIX_OVERLAY_VISIBLE, words({id, 0}));
         mode(w, h, 1);
         const pixels before = here().framebuffer;

@@ -1,7 +1,6 @@
 // Overlays, mode, cursor and zoom, the self-test, and the published configuration.
 
 #include "tests/unit/driver/screen/frames.h"
-#include "tests/unit/driver/support.h"
 
 #include "driver/config.h"
 #include "driver/message_loop.h"
@@ -17,7 +16,6 @@
 namespace kalix::test {
 namespace {
 
-using lines = std::vector<std::string>;
 using display_test = driver_test;
 
 overlay_define_req overlay_of(uint32_t buffers, uint64_t address0 = 0, uint64_t address1 = 0)
@@ -29,68 +27,42 @@ TEST_F(display_test, OverlaysAreBoundedAndPlaced)
 {
     const uint64_t base = SVGA_FRAMEBUFFER_BASE;
     const uint64_t end = base + (1u << 20);
-    struct row {
-        uint32_t buffers;
-        uint64_t address0, address1;
-        int32_t status;
-    };
-    const row rows[] = {{0, 0, 0, 22},         {3, 0, 0, 22},           {1, base, 0, 0},      {1, end - 128, 0, 0},
-                        {1, end - 127, 0, 22}, {1, end, 0, 22},         {1, base - 1, 0, 22}, {1, base, 1, 0},
-                        {2, base, 1, 22},      {2, base, end - 128, 0}, {2, base, ~0ull, 22}};
-    for (const row& each : rows) {
-        const answer got =
-            request(1, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(each.buffers, each.address0, each.address1)));
-        EXPECT_EQ(got.value, each.status) << each.buffers << " " << each.address0 << " " << each.address1;
+    const std::tuple<uint32_t, uint64_t, uint64_t, int32_t> rows[] = {
+        {0, 0, 0, 22},         {3, 0, 0, 22},           {1, base, 0, 0},      {1, end - 128, 0, 0},
+        {1, end - 127, 0, 22}, {1, end, 0, 22},         {1, base - 1, 0, 22}, {1, base, 1, 0},
+        {2, base, 1, 22},      {2, base, end - 128, 0}, {2, base, ~0ull, 22}};
+    for (const auto& [buffers, address0, address1, status] : rows) {
+        const answer got = request(1, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(buffers, address0, address1)));
+        EXPECT_EQ(got.value, status) << buffers << " " << address0 << " " << address1;
         if (got.value != 0)
             continue;
         EXPECT_EQ(record_of<overlay_define_req>(got.data).id, 1u);
         EXPECT_EQ(request(1, KALIX_OVERLAY_DESTROY, words({1})).value, 0);
     }
-    overlay_define_req huge = overlay_of(1, base);
-    huge.width = huge.height = ~0u;
+    const overlay_define_req huge{0, 0, ~0u, ~0u, 1, 0, 0, 0, base, 0};
     EXPECT_EQ(request(1, KALIX_OVERLAY_DEFINE, bytes_of(huge)).value, 22);
 }
 
 TEST_F(display_test, EightOverlaysExist)
 {
     for (uint32_t id = 1; id <= 8; ++id)
-        EXPECT_EQ(
-            record_of<overlay_define_req>(request(1 + id % 2, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(1))).data).id,
-            id);
+        EXPECT_EQ(ask(1 + id % 2, KALIX_OVERLAY_DEFINE, overlay_of(1)).id, id);
     EXPECT_EQ(request(1, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(1))).value, 22);
-    take_lines();
-    EXPECT_EQ(request(1, KALIX_OVERLAY_DESTROY, words({3})).value, -22); // client 2's
-    EXPECT_EQ(request(1, KALIX_OVERLAY_VISIBLE, words({3, 1})).value, -22);
-    EXPECT_EQ(take_lines(), (lines{"2 kalix: nebo_overlay_destroy: overlay 3 is unknown",
-                                   "2 kalix: nebo_overlay_visible: overlay 3 is unknown"}));
-    const answer gone = request(2, KALIX_OVERLAY_DESTROY, words({3}));
-    EXPECT_EQ(words_of(gone.data), stream{3});
-    EXPECT_EQ(record_of<overlay_define_req>(request(1, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(1))).data).id, 3u);
-    disconnect(1);
-    disconnect(2);
-    for (int nth = 1; nth < 8; ++nth) { // wherever memory ends, nothing is left behind
-        fail_allocation(nth);
-        const int32_t status = request(3, KALIX_OVERLAY_DEFINE, bytes_of(overlay_of(1))).value;
-        fail_allocation(0);
-        if (status == 0)
-            request(3, KALIX_OVERLAY_DESTROY, words({1}));
-    }
-    EXPECT_EQ(_globals.overlay_ids.usecount, 0u);
+    expect_refused(request(1, KALIX_OVERLAY_DESTROY, words({3})), -22,
+                   {"2 kalix: nebo_overlay_destroy: overlay 3 is unknown"}); // client 2's
+    expect_refused(request(1, KALIX_OVERLAY_VISIBLE, words({3, 1})), -22,
+                   {"2 kalix: nebo_overlay_visible: overlay 3 is unknown"});
+    EXPECT_EQ(words_of(request(2, KALIX_OVERLAY_DESTROY, words({3})).data), stream{3});
+    EXPECT_EQ(ask(1, KALIX_OVERLAY_DEFINE, overlay_of(1)).id, 3u);
 }
 
 TEST_F(display_test, OverlaysForgetSurfacesThatGo)
 {
-    const auto depth = static_cast<uint32_t>(define_surface(1, 0, 4, 4, 8)); // a format of no picture
-    const auto color = static_cast<uint32_t>(define_surface(2, 0, 4, 4, 2));
-    for (const auto& [sid0, sid1] : {std::pair{depth, color}, {color, depth}, {depth, depth}}) {
-        overlay_define_req req = overlay_of(1);
-        req.sid0 = sid0;
-        req.sid1 = sid1;
-        request(3, KALIX_OVERLAY_DEFINE, bytes_of(req));
-    }
-    here().reservations_left = 0; // also when the device cannot be told
-    request(1, KALIX_SURFACE_DESTROY, words({depth}));
-    here().reservations_left = -1;
+    const uint32_t depth = surface(1, 4, 4, 8); // a format of no picture
+    const uint32_t color = surface(2, 4, 4, 2);
+    for (const auto& [sid0, sid1] : {std::pair{depth, color}, {color, depth}, {depth, depth}})
+        ask(3, KALIX_OVERLAY_DEFINE, overlay_define_req{0, 0, 8, 4, 1, 0, sid0, sid1, 0, 0});
+    with_reservations(0, [&] { return destroy_surface(1, depth); }); // also when the device cannot be told
     disconnect(2);
     for (uint32_t id = 1; id <= 3; ++id)
         for (const surface_record* slot :
@@ -104,40 +76,35 @@ TEST_F(display_test, FirstModeTestsTheDeviceOnce)
     here().on_wait = [] { // the device's answer: what was written comes back
         std::memcpy(_globals.dirty_gmr_base + 128, _globals.dirty_gmr_base, 128);
     };
-    EXPECT_EQ(request(1, KALIX_SET_MODE, words({640, 480, 32})).value, 0);
+    const answer got = request(1, KALIX_SET_MODE, words({640, 480, 32}));
+    EXPECT_EQ(got.value, 0);
     const uint32_t region = _globals.dirty_gmr_id;
-    frame_words wanted{0, 0};
+    frame_words wanted;
     wanted.command(1040, {32751, 32, 2,  8, 0,  0,  0, 0, 0, 184, 184, 1, 92, 92, 1, 46, 46,
                           1,     23, 23, 1, 11, 11, 1, 5, 5, 1,   2,   2, 1,  1,  1, 1});
     wanted.command(1044, {region, 0, 736, 32751, 0, 0, 1, 0, 0, 0, 32, 1, 1, 0, 0, 0});
     wanted.command(1044, {region, 128, 736, 32751, 0, 0, 2, 0, 0, 0, 32, 1, 1, 0, 0, 0});
     wanted.command(1041, {32751});
-    EXPECT_EQ(take_stream(), wanted.out);
-    EXPECT_EQ(take_lines(), lines{"2 kalix: gpu cap test: mipmap dma... passed"});
+    EXPECT_EQ(got.sent, wanted.out);
+    EXPECT_EQ(got.said, lines{"2 kalix: gpu cap test: mipmap dma... passed"});
     EXPECT_EQ(_globals.mipmap_dma_failed, 0u);
-    request(1, KALIX_SET_MODE, words({0, 0xFFFFFFFF, 17}));
-    EXPECT_TRUE(take_stream().empty());
+    EXPECT_TRUE(request(1, KALIX_SET_MODE, words({0, 0xFFFFFFFF, 17})).sent.empty());
     EXPECT_EQ(take_calls(), (lines{"mode 640 480 32 1", "mode 0 4294967295 17 1"}));
 }
 
 TEST_F(display_test, SelfTestNamesTheStepThatFailed)
 {
-    struct row {
-        int reservations;
-        const char* step;
-    };
-    for (const row& each : {row{0, "create_surface"}, {2, "dma_read"}, {-1, "dma_read"}, {3, "destroy_surface"}}) {
+    for (const auto& [left, step] :
+         {std::pair{0, "create_surface"}, {2, "dma_read"}, {-1, "dma_read"}, {3, "destroy_surface"}}) {
         reset_self_test();
-        here().reservations_left = each.reservations;
-        here().on_wait = [&] {
+        here().on_wait = [left = left] {
             const std::byte* const back = _globals.dirty_gmr_base + 128;
             EXPECT_EQ(record_of<uint64_t>({back, back + 8}), 0x0706050403020100u);
-            if (each.reservations == 3)
+            if (left == 3)
                 std::memcpy(_globals.dirty_gmr_base + 128, _globals.dirty_gmr_base, 128);
         };
-        EXPECT_EQ(gpu_cap_test(), 0);
-        here().reservations_left = -1;
-        EXPECT_EQ(take_lines(), (lines{std::string{"2 kalix: mipmap test: "} + each.step + " failed",
+        EXPECT_EQ(with_reservations(left, gpu_cap_test), 0);
+        EXPECT_EQ(take_lines(), (lines{std::string{"2 kalix: mipmap test: "} + step + " failed",
                                        "2 kalix: gpu cap test: mipmap dma... failed"}));
         EXPECT_EQ(_globals.mipmap_dma_failed, 1u);
         take_stream();
@@ -148,26 +115,21 @@ TEST_F(display_test, SelfTestNamesTheStepThatFailed)
 
 TEST_F(display_test, ModeShowsTheLastPictureOverAllOfIt)
 {
-    const auto sid = static_cast<uint32_t>(define_surface(1, 0, 64, 48, 1));
+    const uint32_t sid = surface(1, 64, 48, 1);
     request(1, KALIX_SET_MODE, words({64, 48, 32}));
     request(1, KALIX_PRESENT, bytes_of(present_req{sid, 3, 4, 5, 6}));
-    take_stream();
-    request(2, KALIX_SET_MODE, words({80, 60, 32}));
-    const stream sent = take_stream();
+    const auto set_mode = [this](const stream& mode) { return request(2, KALIX_SET_MODE, words(mode)); };
     const stream whole{0, 0, 80, 60, 0, 0};
-    EXPECT_EQ(stream(sent.end() - 6, sent.end()), whole);
-    for (const bytes& refused : {words({0, 48, 32}), words({64, 0, 32}), words({64, 48, 24}), words({64, 48, 0}),
-                                 words({1024, 1024, 32}), words({~0u, ~0u, 32})}) {
-        EXPECT_EQ(request(2, KALIX_SET_MODE, refused).value, 0);
-        EXPECT_TRUE(take_stream().empty()) << words_of(refused)[0];
+    EXPECT_EQ(tail_of(set_mode({80, 60, 32}).sent, 6), whole);
+    for (const stream& refused :
+         {stream{0, 48, 32}, {64, 0, 32}, {64, 48, 24}, {64, 48, 0}, {1024, 1024, 32}, {~0u, ~0u, 32}}) {
+        const answer got = set_mode(refused);
+        EXPECT_EQ(got.value, 0);
+        EXPECT_TRUE(got.sent.empty()) << refused[0];
     }
-    request(2, KALIX_DEBUG_RESET, {}); // the last picture is still the one before
-    const stream again = take_stream();
-    EXPECT_EQ(stream(again.end() - 6, again.end()), whole);
-    request(1, KALIX_SURFACE_DESTROY, words({sid}));
-    take_stream();
-    request(2, KALIX_SET_MODE, words({40, 30, 32}));
-    EXPECT_TRUE(take_stream().empty());
+    EXPECT_EQ(tail_of(request(2, KALIX_DEBUG_RESET, {}).sent, 6), whole); // the last picture is still the one before
+    destroy_surface(1, sid);
+    EXPECT_TRUE(set_mode({40, 30, 32}).sent.empty());
 }
 
 TEST_F(display_test, CursorsArePlacedAndMeasured)
@@ -188,9 +150,6 @@ TEST_F(display_test, CursorsArePlacedAndMeasured)
     EXPECT_EQ(define(1 << 16, 1 << 16, 64), 22); // the bytes are 0 in 32 bits
     EXPECT_EQ(define(257, 1, 257), 0);           // the device's to refuse
     EXPECT_EQ(take_calls(), lines{});
-    for (const int32_t command : {KALIX_SET_CURSOR, KALIX_MOVE_CURSOR, KALIX_SET_MODE, KALIX_SVGA_ENABLE})
-        EXPECT_EQ(request(1, command, bytes(3)).value, 22);
-
     here().device.zoom = 0.5f;
     request(1, KALIX_MOVE_CURSOR, words({1, 100, 50, 9}));
     _globals.software_mode = 1;
@@ -204,55 +163,45 @@ TEST_F(display_test, CursorsArePlacedAndMeasured)
 
 TEST_F(display_test, ZoomIsClampedSnappedAndSetOnce)
 {
-    struct row {
-        float asked, got;
-        bool software;
-    };
-    const float nan = std::numeric_limits<float>::quiet_NaN();
     const float middle = (1.0f + 0.75f) / 2;
-    const row rows[] = {{0.05f, 0.1f, false},
-                        {-9, 0.1f, false},
-                        {1.5f, 1, false},
-                        {0.6f, 0.6f, false},
-                        {0.6f, 0x1.55553ep-1f, true},
-                        {0.3f, 0x1.55553ep-2f, true},
-                        {0.62f, 0x1.55553ep-1f, true},
-                        {0.5f, 0.5f, true},
-                        {middle, 1, true},
-                        {0.76f, 0.75f, true},
-                        {1, 1, true}};
-    for (const row& each : rows) {
-        _globals.software_mode = each.software;
+    const float third = 0x1.55553ep-2f;
+    const float two_thirds = 0x1.55553ep-1f;
+    using zooms = std::vector<std::pair<float, float>>; // asked, got
+    const zooms hardware{{0.05f, 0.1f}, {-9, 0.1f}, {1.5f, 1}, {0.6f, 0.6f}};
+    const zooms software{{0.6f, two_thirds}, {0.3f, third}, {0.62f, two_thirds}, {0.5f, 0.5f}, {middle, 1},
+                         {0.76f, 0.75f},     {1, 1}};
+    const auto expect_set = [this](float asked, float got) {
         here().device.zoom = 0.123f;
         take_calls();
         take_lines();
-        adapter_set_zoom_level(each.asked);
-        EXPECT_EQ(here().device.zoom, each.got) << each.asked;
+        adapter_set_zoom_level(asked);
+        EXPECT_EQ(here().device.zoom, got) << asked;
         EXPECT_EQ(take_calls(), (lines{"mode 64 48 32 1", "restore"}));
         char line[64];
-        std::snprintf(line, sizeof line, "5 kalix: setting zoom level to %1.0f%%", static_cast<double>(100 * each.got));
+        std::snprintf(line, sizeof line, "5 kalix: setting zoom level to %1.0f%%", static_cast<double>(100 * got));
         EXPECT_EQ(take_lines(), lines{line});
-        adapter_set_zoom_level(each.got); // in force: nothing
+        adapter_set_zoom_level(got); // in force: nothing
         EXPECT_TRUE(take_calls().empty() && take_lines().empty());
-    }
+    };
+    _globals.software_mode = 1;
+    for (const auto& [asked, got] : software)
+        expect_set(asked, got);
     _globals.software_mode = 0;
-    adapter_set_zoom_level(nan);
-    EXPECT_TRUE(std::isnan(here().device.zoom));
-    EXPECT_EQ(take_calls().size(), 2u); // and again, since it equals nothing
-    adapter_set_zoom_level(nan);
-    EXPECT_EQ(take_calls().size(), 2u);
+    for (const auto& [asked, got] : hardware)
+        expect_set(asked, got);
+    for (int i = 0; i < 2; ++i) { // what is no number equals nothing, and so is set again
+        adapter_set_zoom_level(std::numeric_limits<float>::quiet_NaN());
+        EXPECT_TRUE(std::isnan(here().device.zoom));
+        EXPECT_EQ(take_calls().size(), 2u);
+    }
     adapter_set_zoom_level(0.5f);
     EXPECT_EQ(reinterpret_cast<const kalix_status*>(here().status.data())->zoom, 0.5f);
 }
 
 TEST_F(display_test, ObjectsAreAppliedLineByLine)
 {
-    struct row {
-        const char* text;
-        float zoom; // 0: the one before
-        int status;
-    };
-    const row rows[] = {
+    const std::tuple<const char*, float, int> rows[] = {
+        // a zoom of 0: the one before
         {"@mesa\nx86_64_zoom_factor::0.5\n", 0.5f, 0},
         {"x86_64_zoom_factor::0.75", 0.75f, 0},
         {"@mesa\nx86_64_zoom_factor:n:0.5\n", 0, 0},
@@ -266,11 +215,11 @@ TEST_F(display_test, ObjectsAreAppliedLineByLine)
         {"\n\n\n\x01\x02\xff::\x03\n", 0, 0},
         {"", 0, 0},
     };
-    for (const row& each : rows) {
+    for (const auto& [text, zoom, status] : rows) {
         here().device.zoom = 1;
-        here().config = each.text;
-        EXPECT_EQ(pps_load_config(), each.status) << each.text;
-        EXPECT_EQ(here().device.zoom, each.zoom == 0 ? 1.0f : each.zoom) << each.text;
+        here().config = text;
+        EXPECT_EQ(pps_load_config(), status) << text;
+        EXPECT_EQ(here().device.zoom, zoom == 0 ? 1.0f : zoom) << text;
     }
     here().device.zoom = 1;
     here().config = std::string(240, '#') + "\nx86_64_zoom_factor::0.5\n"; // cut in the name
@@ -285,14 +234,19 @@ TEST_F(display_test, ObjectsAreAppliedLineByLine)
     EXPECT_EQ(process_keyvalue(nullptr, "1"), 22);
 }
 
+// A pulse of code 0 applies the object and arms again, whatever goes on.
 TEST_F(display_test, PulsesReadAndArmAgain)
 {
-    const int before = here().armed;
+    platform::_pulse pulse{};
+    pulse.code = pulse_code_config;
+    EXPECT_EQ(here().armed, 1); // once start-up had read what was there
     here().config = "x86_64_zoom_factor::0.5\n";
     here().config_unread = true;
-    pps_monitor(_globals.self_coid);
+    here().incoming.push_back({0, {}, bytes_of(pulse)});
+    EXPECT_EQ(msg_loop(), 0);
+    fail_allocation(0);
     EXPECT_EQ(here().device.zoom, 0.5f);
-    EXPECT_EQ(here().armed, before + 1);
+    EXPECT_EQ(here().armed, 2);
     here().device.zoom = 0.75f;
     EXPECT_EQ(pps_save_config(), 0);
     EXPECT_EQ(here().config, "[-n]x86_64_zoom_factor::0.750000");
@@ -313,20 +267,6 @@ TEST_F(display_test, PulsesReadAndArmAgain)
     EXPECT_EQ(pps_init(), 22);
 }
 
-// The message loop's own way: a pulse of code 0 applies the object and arms again, whatever goes on.
-TEST_F(display_test, ConfigurationPulsesReachTheLoop)
-{
-    platform::_pulse pulse{};
-    pulse.code = pulse_code_config;
-    here().config = "x86_64_zoom_factor::0.25\n";
-    const int before = here().armed;
-    here().incoming.push_back({0, {}, bytes_of(pulse)});
-    EXPECT_EQ(msg_loop(), 0);
-    fail_allocation(0);
-    EXPECT_EQ(here().device.zoom, 0.25f);
-    EXPECT_EQ(here().armed, before + 1);
-}
-
 using matrix = std::array<float, 16>;
 
 matrix product(const matrix& a, const matrix& b)
@@ -340,51 +280,34 @@ matrix product(const matrix& a, const matrix& b)
 
 TEST(Matrices, KeepTheirRules)
 {
-    std::mt19937 random{test_seed()};
-    std::uniform_real_distribution<float> any{-3, 3};
-    matrix a;
-    matrix b;
-    for (float& each : a)
-        each = any(random);
-    for (float& each : b)
-        each = any(random);
-    matrix got = a;
-    Matrix_Multiply(got.data(), b.data());
-    const matrix wanted = product(a, b);
-    for (size_t i = 0; i < 16; ++i)
-        EXPECT_NEAR(got[i], wanted[i], 1e-5f);
-    got = a;
-    Matrix_Multiply(got.data(), got.data());
-    EXPECT_NEAR(got[6], product(a, a)[6], 1e-5f);
-    got = a;
-    Matrix_Scale(got.data(), 2, 3, 4, 1);
-    EXPECT_EQ(got[4], a[4] * 2);
-    EXPECT_EQ(got[14], a[14] * 4);
-    EXPECT_EQ(got[15], a[15]);
-    got = a;
-    Matrix_Translate(got.data(), 3, 4, 5);
-    EXPECT_EQ(got[13], a[13] + 4);
-    EXPECT_EQ(got[3], a[3]);
-
-    struct rotation_row {
-        void (*rotate)(float*, float);
-        size_t from, to; // the axis that a quarter turn takes to another
+    const auto equals = [](const matrix& wanted, float within) {
+        return testing::Pointwise(testing::FloatNear(within), wanted);
     };
-    for (const rotation_row& row :
-         {rotation_row{Matrix_RotateX, 1, 2}, {Matrix_RotateY, 2, 0}, {Matrix_RotateZ, 0, 1}}) {
-        Matrix_Copy(got.data(), gIdentityMatrix);
-        row.rotate(got.data(), 1.5707964f);
-        EXPECT_NEAR(got[row.from * 4 + row.to], 1, 1e-6f);
-        EXPECT_NEAR(got[row.to * 4 + row.from], -1, 1e-6f);
+    const matrix any{1, 2, 3, 4, -5, 6, 7, 8, 9, 10, -11, 12, 13, 14, 15, 16};
+    constexpr float angle = 0.6435011f; // its cosine is 0.8, its sine 0.6
+    struct row {
+        void (*multiply)(float*);
+        matrix by;
+    };
+    const row rows[] = {
+        {[](float* m) { Matrix_Multiply(m, m); }, any},
+        {[](float* m) { Matrix_Scale(m, 2, 3, 4, 1); }, {2, 0, 0, 0, 0, 3, 0, 0, 0, 0, 4, 0, 0, 0, 0, 1}},
+        {[](float* m) { Matrix_RotateX(m, angle); }, {1, 0, 0, 0, 0, 0.8f, 0.6f, 0, 0, -0.6f, 0.8f, 0, 0, 0, 0, 1}},
+        {[](float* m) { Matrix_RotateY(m, angle); }, {0.8f, 0, -0.6f, 0, 0, 1, 0, 0, 0.6f, 0, 0.8f, 0, 0, 0, 0, 1}},
+        {[](float* m) { Matrix_RotateZ(m, angle); }, {0.8f, 0.6f, 0, 0, -0.6f, 0.8f, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}},
+    };
+    for (const row& each : rows) {
+        matrix got = any;
+        each.multiply(got.data());
+        EXPECT_THAT(got, equals(product(any, each.by), 1e-5f));
     }
+    matrix got = any;
+    Matrix_Translate(got.data(), 3, 4, 5);
+    EXPECT_EQ(got, (matrix{1, 2, 3, 4, -5, 6, 7, 8, 9, 10, -11, 12, 16, 18, 20, 16}));
     Matrix_Ortho(got.data(), 0, 800, 480, 0, -10, 10);
-    EXPECT_EQ((matrix{got}), (matrix{2.0f / 800, 0, 0, 0, 0, 2.0f / -480, 0, 0, 0, 0, -0.1f, 0, -1, 1, 0, 1}));
-    Matrix_Perspective(got.data(), 90, 2, 1, 100);
-    EXPECT_NEAR(got[0], 0.5f, 1e-6f);
-    EXPECT_NEAR(got[5], 1, 1e-6f);
-    EXPECT_NEAR((100 * got[10] + got[14]) / 100, 1, 1e-6f);
-    EXPECT_NEAR(got[10] + got[14], 0, 1e-6f);
-    EXPECT_EQ(got[11], 1);
+    EXPECT_EQ(got, (matrix{2.0f / 800, 0, 0, 0, 0, 2.0f / -480, 0, 0, 0, 0, -0.1f, 0, -1, 1, 0, 1}));
+    Matrix_Perspective(got.data(), 90, 2, 1, 100); // near at 0, far at 1
+    EXPECT_THAT(got, equals({0.5f, 0, 0, 0, 0, 1, 0, 0, 0, 0, 100 / 99.0f, 1, 0, 0, -100 / 99.0f, 0}, 1e-6f));
 }
 
 } // namespace

@@ -1,32 +1,33 @@
 // The words of a present, written from the rules of the pass: what the driver must have sent.
 #pragma once
 
+#include "tests/unit/driver/support.h"
+
 #include <bit>
 #include <cmath>
-#include <cstdint>
-#include <initializer_list>
-#include <vector>
 
 namespace kalix::test {
-
-using stream = std::vector<uint32_t>;
 
 inline uint32_t f(float value)
 {
     return std::bit_cast<uint32_t>(value);
 }
 
+inline stream tail_of(const stream& of, size_t count)
+{
+    return {of.end() - static_cast<std::ptrdiff_t>(std::min(count, of.size())), of.end()};
+}
+
 // Builds a stream, a command at a time, for a screen and a zoom.
 struct frame_words {
-    uint32_t width, height; // screen
+    uint32_t width = 64, height = 48; // screen
     float zoom = 1;
     stream out{};
 
     frame_words& command(uint32_t id, const stream& body)
     {
-        out.push_back(id);
-        out.push_back(static_cast<uint32_t>(body.size() * 4));
-        out.insert(out.end(), body.begin(), body.end());
+        const stream added = test::command(id, body);
+        out.insert(out.end(), added.begin(), added.end());
         return *this;
     }
 
@@ -48,8 +49,7 @@ struct frame_words {
     {
         stream body = {246, 1, 0, 2, 0, 35, 1, 9, 0, 5, blend};
         if (blend)
-            for (const uint32_t word : {32u, 5u, 33u, 6u, 34u, 1u})
-                body.push_back(word);
+            body.insert(body.end(), {32, 5, 33, 6, 34, 1});
         return command(1049, body);
     }
 
@@ -114,6 +114,13 @@ struct frame_words {
                               6,   2, 32750, slot * 64, 2,     2,       0});
     }
 
+    // A transfer between a surface and the framebuffer, or the other way (1), one and the same box in both.
+    frame_words& transfer(uint32_t offset, uint32_t pitch, uint32_t sid, uint32_t way, uint32_t x, uint32_t y,
+                          uint32_t w, uint32_t h)
+    {
+        return command(1044, {0xFFFFFFFE, offset, pitch, sid, 0, 0, way, x, y, 0, w, h, 1, x, y, 0});
+    }
+
     frame_words& overlay(uint32_t sid, bool turned) { return matrices(turned).states(true).texture(sid, true); }
 
     frame_words& finish() { return matrices(false).states(false); }
@@ -122,6 +129,7 @@ struct frame_words {
     {
         return command(1058, {32747, static_cast<uint32_t>(x), static_cast<uint32_t>(y), w, h, 0, 0});
     }
+    frame_words& present() { return present(0, 0, width, height); }
 };
 
 } // namespace kalix::test
