@@ -1,6 +1,7 @@
 // Shared memory: whose object may be opened, what is replaced, and what a spoiled mapping does.
 #include "platform/files/descriptors.h"
 #include "platform/files/memory_guard.h"
+#include "platform/files/run_directory.h"
 #include "platform/files/sender.h"
 #include "platform/files/shared_memory.h"
 #include "tests/unit/platform/support.h"
@@ -50,6 +51,18 @@ TEST(SharedMemory, NamesAreBounded)
     }
     EXPECT_EQ(shm_open("/never_made", open_read_write, 0), -1);
     EXPECT_EQ(errno, ENOENT);
+}
+
+// A worker that is still at it while the process ends leaves nothing.
+TEST(SharedMemory, NothingIsMadeAfterTheEndHasCleaned)
+{
+    own_channel channel;
+    EXPECT_EQ(run_child([] {
+                  clean_run_directory();
+                  return shm_open("/late", open_read_write | open_create, 0777) == -1 && errno == ENOENT ? 0 : 1;
+              }),
+              0);
+    EXPECT_FALSE(std::filesystem::exists(channel.directory.object("late")));
 }
 
 struct planted {
@@ -288,8 +301,11 @@ TEST(Guard, TheTableIsBoundedAndUsedAgain)
         added.push_back(fake);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(added.size(), guarded_mappings_max);
-    EXPECT_TRUE(guard_remove(added[7], 1));
-    EXPECT_TRUE(guard_add(added[7], 1, PROT_READ));
+    for (char* each : added) { // in the entry that it had, and in no other
+        EXPECT_TRUE(guard_remove(each, 1));
+        EXPECT_TRUE(guard_add(each, 1, PROT_READ));
+    }
+    EXPECT_FALSE(guard_remove(added.back() + 1, 1)); // all are looked at, and nothing beyond
     for (char* each : added)
         EXPECT_TRUE(guard_remove(each, 1));
     EXPECT_EQ(guard_count(), 0U);
