@@ -1,24 +1,15 @@
 // Chance in tests, repeatable: one seed for a run, which a failure names.
 #pragma once
 
+#include "tests/support.h"
+
 #include <cstdint>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <random>
 #include <vector>
 
 namespace kalix::test {
-
-// KALIX_TEST_SEED, else another one each run.
-inline uint32_t test_seed()
-{
-    static const uint32_t seed = [] {
-        const char* const given = std::getenv("KALIX_TEST_SEED");
-        return given ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
-    }();
-    return seed;
-}
 
 // Draws numbers; what fails on its thread while it lives tells the seed. Also a generator for the library's algorithms.
 class dice {

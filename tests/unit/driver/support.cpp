@@ -182,15 +182,6 @@ stream driver_test::take_stream()
     return words_of(std::exchange(here().stream, {}));
 }
 
-uint32_t test_seed()
-{
-    static const uint32_t seed = [] {
-        const char* const given = std::getenv("KALIX_TEST_SEED");
-        return given ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
-    }();
-    return seed;
-}
-
 uint32_t below(std::mt19937& random, uint32_t limit)
 {
     return static_cast<uint32_t>(random() % limit);

@@ -6,6 +6,7 @@
 
 #include "driver/dispatch.h"
 #include "driver/objects/resource.h"
+#include "tests/support.h"
 
 #include <cstring>
 #include <deque>
@@ -160,7 +161,6 @@ protected:
     lines take_calls();
 };
 
-uint32_t test_seed(); // KALIX_TEST_SEED, else another one each run
 uint32_t below(std::mt19937& random, uint32_t limit);
 
 } // namespace kalix::test
