@@ -29,6 +29,7 @@ struct command_buffer {
 // Where the server puts the pixels of one surface: all of its rows, as far as readback goes.
 struct readback_place {
     uint32_t sid = 0;
+    bool is_taken = false; // by the server, which keeps to it from the first answer on that was no refusal
     mapping memory;
     owned<readback_place> next;
 };

@@ -55,11 +55,14 @@ int place_for(kalix_connection& connection, uint32_t sid, uint32_t bytes, readba
 {
     readback_place* known =
         find(connection.readback_places, [sid](const readback_place& place) { return place.sid == sid; });
-    if (known) {
+    if (known && known->memory.bytes() >= bytes) {
         out = known;
-        // The server keeps the memory that it mapped first: a place cannot grow while its surface lives.
-        return known->memory.bytes() < bytes ? -EINVAL : 0;
+        return 0;
     }
+    // The server keeps to the object that it has, at the size that it had; one that it never took can be made anew.
+    if (known && known->is_taken)
+        return -EINVAL;
+    drop(connection.readback_places, [sid](const readback_place& place) { return place.sid == sid; });
     auto place = make<readback_place>();
     if (!place)
         return -ENOMEM;
@@ -117,6 +120,7 @@ int kalix_readback(kalix_connection* connection, const kalix_readback_area* area
     req.use_shm = 1;
     if (const int error = call_locked(*connection, KALIX_READBACK, req, 0).result)
         return error;
+    place->is_taken = true;
     copy_rows(*place, *area, rows, pixels, row_stride);
     return 0;
 }

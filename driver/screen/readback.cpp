@@ -122,6 +122,44 @@ void make_opaque(const rectangle& rect, std::span<std::byte> destination)
             destination[rect.start() + row * rect.pitch + column * rect.pixel_bytes + 3] = opaque;
 }
 
+// From the destination to the pixels in it. 0 or the status that refuses the request.
+int read_back(const client_record& client, surface_record& surface, const readback_req& req)
+    KALIX_REQUIRES(_globals.device_mutex)
+{
+    const surface_dimensions size = dimensions_of(surface);
+    const uint32_t pixel_bytes = format_to_bpp(surface.format);
+    // Rows of the surface's own length, but for the one shared surface, whose pitch is its reader's choice.
+    if (req.pitch != uint64_t{size.width} * pixel_bytes && req.sid != _globals.shared_sid)
+        return status_invalid;
+    const std::span<std::byte> destination = resolve_destination(client, surface, req);
+    if (!destination.data())
+        return status_no_memory;
+    if (!rectangle_is_valid(req, size, pixel_bytes, destination.size())) {
+        slogf(log_code, log_error,
+              "kalix: nebo_readback_surface: invalid readback rect x:%d y:%d w:%d h:%d surface dim w:%d h:%d",
+              static_cast<int>(req.x), static_cast<int>(req.y), static_cast<int>(req.w), static_cast<int>(req.h),
+              static_cast<int>(size.width), static_cast<int>(size.height));
+        return status_invalid;
+    }
+    const rectangle rect{req.x, req.y, req.w, req.h, pixel_bytes, req.pitch};
+    if (!fetch(req.sid, rect))
+        return status_no_memory;
+    const bool whole = rect.w == size.width && rect.h == size.height && rect.pitch == rect.row_bytes();
+    if (rect.row_bytes() * rect.h != 0)
+        copy_out(rect, whole, destination);
+    if (surface.format == SVGA3D_X8R8G8B8)
+        make_opaque(rect, destination);
+    return 0;
+}
+
+// Gives back mapping, descriptor and share; the name stays its client's.
+void close_destination(surface_record& surface) KALIX_REQUIRES(_globals.device_mutex)
+{
+    platform::munmap(std::exchange(surface.shm_map, nullptr), std::exchange(surface.shm_len, 0));
+    platform::close(std::exchange(surface.shm_fd, -1));
+    share_give_back(destination_kind, std::exchange(surface.shm_share, nullptr));
+}
+
 } // namespace
 
 int nebo_readback_surface(client_record* client, readback_req* req)
@@ -133,31 +171,12 @@ int nebo_readback_surface(client_record* client, readback_req* req)
         slogf(log_code, log_error, "kalix: nebo_readback_surface: surface %d is unknown", static_cast<int>(req->sid));
         return status_invalid;
     }
-    const surface_dimensions size = dimensions_of(*surface);
-    const uint32_t pixel_bytes = format_to_bpp(surface->format);
-    // Rows of the surface's own length, but for the one shared surface, whose pitch is its reader's choice.
-    if (req->pitch != uint64_t{size.width} * pixel_bytes && req->sid != _globals.shared_sid)
-        return status_invalid;
-    // Before the rectangle is judged, against its size: a refused rectangle has opened the destination all the same.
-    const std::span<std::byte> destination = resolve_destination(*client, *surface, *req);
-    if (!destination.data())
-        return status_no_memory;
-    if (!rectangle_is_valid(*req, size, pixel_bytes, destination.size())) {
-        slogf(log_code, log_error,
-              "kalix: nebo_readback_surface: invalid readback rect x:%d y:%d w:%d h:%d surface dim w:%d h:%d",
-              static_cast<int>(req->x), static_cast<int>(req->y), static_cast<int>(req->w), static_cast<int>(req->h),
-              static_cast<int>(size.width), static_cast<int>(size.height));
-        return status_invalid;
-    }
-    const rectangle rect{req->x, req->y, req->w, req->h, pixel_bytes, req->pitch};
-    if (!fetch(req->sid, rect))
-        return status_no_memory;
-    const bool whole = rect.w == size.width && rect.h == size.height && rect.pitch == rect.row_bytes();
-    if (rect.row_bytes() * rect.h != 0)
-        copy_out(rect, whole, destination);
-    if (surface->format == SVGA3D_X8R8G8B8)
-        make_opaque(rect, destination);
-    return 0;
+    const bool is_first = surface->shm_fd == -1;
+    const int status = read_back(*client, *surface, *req);
+    // A surface's pixels go where its first readback says; one that was refused has not spent that place.
+    if (status != 0 && is_first && surface->shm_fd != -1)
+        close_destination(*surface);
+    return status;
 }
 
 } // namespace kalix

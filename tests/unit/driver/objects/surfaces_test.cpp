@@ -327,6 +327,8 @@ TEST_F(ReadbackTest, StaysInsideItsDestination)
     EXPECT_EQ(read(1, {}, ~uint64_t{0}), -22);
     here().objects[object_name].resize(95);
     EXPECT_EQ(read_to_object(1, 95), -22);
+    EXPECT_TRUE(here().open_objects.empty()); // a refused request has not spent the surface's one place
+    EXPECT_EQ(_globals.shares.taken[1], 0u);
     EXPECT_EQ(read_to_object(9, 95), -22);
     EXPECT_EQ(take_lines().back(), "2 kalix: nebo_readback_surface: surface 9 is unknown");
     ASSERT_EQ(define_surface(1, 0, 3000, 1), 2);
@@ -334,6 +336,10 @@ TEST_F(ReadbackTest, StaysInsideItsDestination)
     ASSERT_EQ(define_surface(1, 0, 2048, 2048, 41), 3); // 32 MiB, twice the dirty GMR
     here().objects[object_name].resize(32 << 20);
     EXPECT_EQ(read_to_object(3, 32 << 20, {0, 0, 2048, 2048, 16384}), -22);
+    here().objects[object_name].resize(96);
+    EXPECT_EQ(read_to_object(1), 0);
+    EXPECT_EQ(read_to_object(1, 96, {3, 0, 4, 1}), -22);
+    EXPECT_EQ(here().open_objects.size(), 1u); // one that was spent stays
 }
 
 TEST_F(ReadbackTest, HasNoDestinationWithoutAnObject)
