@@ -196,7 +196,8 @@ int kalix_readback(kalix_connection *connection, const struct kalix_readback_are
 /* Shows a surface that this client holds: the region from its corner (0, 0) to (width, height) fills the
  * whole screen, with everybody's overlays on top. x and y say where on the screen the picture goes, in
  * pixels of the unzoomed screen. The picture shows what commands submitted before have drawn; the call
- * does not wait for it to show. */
+ * does not wait for it to show. 0 says that the frame is queued, not that anybody sees it: with the display
+ * off (kalix_svga_enable(), kalix_set_mode()) the screen stays black, and the tools say so. */
 int kalix_present(kalix_connection *connection, uint32_t sid, int32_t x, int32_t y, int32_t width, int32_t height);
 /* Copies a rectangle of a surface that this client holds into the framebuffer, in rows of the surface's
  * width from a guest physical address on. -EINVAL when a byte would lie outside. */

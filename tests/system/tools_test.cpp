@@ -180,6 +180,10 @@ TEST_F(tools_test, TakesScreenshotsAndTellsTheFrame)
     uint32_t width = 0;
     EXPECT_TRUE(soon([&] { return look(cursor_drawing::with).pixels[2010] == 0xFF00FF00; }));
     EXPECT_EQ(ctl("screenshot " + file("s.png")).status, 0);
+    EXPECT_EQ(kalix_svga_enable(handle(), 0), 0);
+    EXPECT_THAT(ctl("screenshot " + file("off.png")).text, HasSubstr("display is off: kalixctl mode WxH\n"));
+    EXPECT_EQ(kalix_svga_enable(handle(), 1), 0);
+    EXPECT_THAT(ctl("screenshot " + file("on.png")).text, testing::Not(HasSubstr("is off")));
     EXPECT_EQ(read_png(file("s.png"), width), look(cursor_drawing::with).pixels);
     EXPECT_EQ(ctl("screenshot --no-cursor - > " + file("s.png")).status, 0);
     EXPECT_EQ(read_png(file("s.png"), width), look().pixels);

@@ -4,6 +4,7 @@
 #include "tools/screen/screen_reader.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <kalix/rundir.h>
 #include <stdexcept>
@@ -68,6 +69,13 @@ void draw_cursor(const kalix_screen_cursor& cursor, screen_frame& frame)
 }
 
 } // namespace
+
+void off_teller::look(const screen_frame& frame)
+{
+    if (!frame.enabled && !told_)
+        std::fprintf(stderr, "%s: display is off: kalixctl mode WxH\n", program_);
+    told_ = !frame.enabled;
+}
 
 screen_reader::screen_reader(const std::string& directory)
     : file_{directory + "/" + kalix_screen_file, sizeof(kalix_screen)}

@@ -21,6 +21,18 @@ struct screen_frame {
 
 enum class cursor_drawing { without, with };
 
+// Tells whoever looks, on standard error, that a black screen is black because the display is off: once each time
+// that it goes off, and at the first frame.
+class off_teller {
+public:
+    explicit off_teller(const char* program) : program_{program} {}
+    void look(const screen_frame& frame);
+
+private:
+    const char* program_;
+    bool told_ = false;
+};
+
 class screen_reader {
 public:
     // The screen file of a run directory. Throws std::system_error or std::runtime_error, which say what to do.

@@ -127,6 +127,7 @@ private:
     {
         if (!reader_.changed() || !reader_.read(frame_, tools::cursor_drawing::with))
             return;
+        teller_.look(frame_);
         const bool resized = frame_.width != shown_.width || frame_.height != shown_.height;
         const rows changed = resized ? rows{0, static_cast<int>(frame_.height)}
                                      : difference(frame_.pixels, shown_.pixels, frame_.width, frame_.height);
@@ -157,6 +158,7 @@ private:
     const view_options& options_;
     tools::screen_reader reader_;
     tools::screen_frame frame_, shown_;
+    tools::off_teller teller_{"kalix-view"};
     std::vector<uint32_t> pixels_; // what viewers are sent from
     cursor_control control_;
     rate_meter meter_;

@@ -119,6 +119,7 @@ private:
     {
         if (frame_.width == 0 || frame_.height == 0)
             return;
+        teller_.look(frame_);
         fit();
         SDL_UpdateTexture(texture_.get(), nullptr, frame_.pixels.data(), width_ * 4);
         draw();
@@ -136,6 +137,7 @@ private:
     const view_options& options_;
     tools::screen_reader reader_;
     tools::screen_frame frame_;
+    tools::off_teller teller_{"kalix-view"};
     cursor_control control_;
     rate_meter meter_;
     uint64_t shown_ = 0;
