@@ -25,6 +25,7 @@
 #include <optional>
 #include <set>
 #include <sys/epoll.h>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -57,7 +58,10 @@ private:
     struct gathering { // a message whose first byte has come
         int64_t started_ms;
         uint32_t scoid;
-        auto operator<=>(const gathering&) const = default;
+        bool operator<(const gathering& other) const
+        {
+            return std::tie(started_ms, scoid) < std::tie(other.started_ms, other.scoid);
+        }
     };
 
     bool poll_for(int fd, uint64_t tag);
