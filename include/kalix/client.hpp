@@ -470,7 +470,8 @@ public:
         append(kalix_cmd_surface_copy(list_, &source, &destination, boxes.data(), count_of(boxes)));
     }
     void stretch(const svga3d_surface_stretchblt& blit) { append(kalix_cmd_surface_stretchblt(list_, &blit)); }
-    // Copies a buffer's bytes from one of its own bytes on into a surface, or (read) a surface into them. Rows are packed.
+    // Copies all of a surface's first level from a buffer, or into it: packed rows, from first_byte of the buffer on. The
+    // buffer is in use until the fence behind this has passed.
     void upload(const dma_buffer& from, const surface& to, uint32_t first_byte = 0)
     {
         whole_transfer(from, to, first_byte, SVGA3D_WRITE_HOST_VRAM);

@@ -1,7 +1,8 @@
 // The commands of kalixctl: each does one thing to a server and reports what came of it.
 //
-// Each reads the parameters of its own table in main.cpp, by their names. Failures are exceptions whose text says what failed and, where that is known, what to do: std::system_error
-// from libkalix ("cannot " stands before it), std::runtime_error with a whole sentence.
+// Each reads the parameters of its own table in main.cpp, by their names. Failures are exceptions whose text says what
+// failed and, where that is known, what to do: std::system_error from libkalix ("cannot " stands before it),
+// std::runtime_error with a whole sentence.
 #pragma once
 
 #include "tools/command_line.h"
