@@ -22,6 +22,7 @@ if(KALIX_FUZZ)
   list(APPEND sanitizers -fsanitize=fuzzer-no-link)
 endif()
 if(sanitizers)
+  list(APPEND sanitizers -g1) # a report names lines; who wants variables takes the debug preset
   # A sanitizer's own dlopen stands between the program and the loader, which then looks where the caller, the
   # runtime, says. The older kind of search path is the whole program's, whoever asks.
   list(APPEND sanitizer_links -Wl,--disable-new-dtags)
