@@ -23,7 +23,9 @@
  * buffers carry no lock: one thread at a time for each of them. kalix_close() comes last.
  *
  * Fork. A connection belongs to the process that opened it. A child may only kalix_close() its copy,
- * which frees memory and leaves the parent's session alone. */
+ * which frees memory and leaves the parent's session alone.
+ *
+ * Wants C11 or C++20, as every C header of the library does; no extension of either. */
 #pragma once
 
 #include <kalix/protocol.h>

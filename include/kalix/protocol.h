@@ -4,7 +4,9 @@
  * All fields are little-endian; client and server share one machine. A message from a client is a
  * frame header, the 12-byte request header, the payload and whatever follows it. A reply is a frame
  * header and at most as many data bytes as the client said it has room for. docs/protocol.md tells
- * the story; the comments here give units and directions (in, out) field by field. */
+ * the story; the comments here give units and directions (in, out) field by field.
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>

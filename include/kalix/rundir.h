@@ -2,7 +2,9 @@
  *
  * A run directory holds everything of one server: the channel's socket and lock, the screen and status
  * files and the shared-memory objects. It is KALIX_RUN_DIR when set; else /run/kalix for root; else
- * $XDG_RUNTIME_DIR/kalix; else /dev/shm/kalix-UID. Server, client library and tools find it here. */
+ * $XDG_RUNTIME_DIR/kalix; else /dev/shm/kalix-UID. Server, client library and tools find it here.
+ *
+ * Wants C11 or C++20, and POSIX for the user's id. */
 #pragma once
 
 #include <stdio.h>

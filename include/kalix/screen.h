@@ -3,7 +3,9 @@
  * The file "screen" of the run directory begins with struct kalix_screen; the framebuffer follows at
  * framebuffer_offset. The device alone writes it. It is reused by the next server and never shrinks, so
  * a mapping stays good. A reader takes a frame so: read sequence (retry while odd), copy what it wants,
- * read sequence again and retry when it changed. All words are little-endian. */
+ * read sequence again and retry when it changed. All words are little-endian.
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>

@@ -3,7 +3,9 @@
  * The file "status" of the run directory holds struct kalix_status. The driver alone writes it; it is
  * reused by the next server and never shrinks, so a mapping stays good. A reader takes a snapshot so:
  * read sequence (retry while odd), copy the whole record, read sequence again and retry when it changed.
- * All words are little-endian. What the device counts lies in the screen file (screen.h). */
+ * All words are little-endian. What the device counts lies in the screen file (screen.h).
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>

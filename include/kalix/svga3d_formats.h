@@ -1,4 +1,4 @@
-/* How surface formats lie in memory: blocks of pixels, row after row. */
+/* How surface formats lie in memory: blocks of pixels, row after row. Wants C11 or C++20. */
 #pragma once
 
 #include <kalix/svga3d_types.h>

@@ -2,7 +2,9 @@
  *
  * A command is {u32 id, u32 body bytes} and a body. Each body's fixed part is a record here; what
  * follows it (boxes, rectangles, states, declarations) is said in its comment. All words are 32-bit
- * little-endian, float is an IEEE single. Colour words are 0xAARRGGBB. */
+ * little-endian, float is an IEEE single. Colour words are 0xAARRGGBB.
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>
