@@ -48,8 +48,8 @@ const char *kalix_version(void);
 typedef struct kalix_connection kalix_connection;
 
 /* Opens a connection to the server whose run directory is given; NULL means the one that
- * KALIX_RUN_DIR or the host's custom names. The caller closes it. Errors: -ENOENT when no server has
- * been there, -ECONNREFUSED when it has ended, -EACCES, -ENAMETOOLONG, -ENOMEM, -EMFILE; -EPIPE or
+ * KALIX_RUN_DIR or the host's custom names. The caller closes it. Errors: -ENOENT when there is no
+ * server, -ECONNREFUSED when it was killed, -EACCES, -ENAMETOOLONG, -ENOMEM, -EMFILE; -EPIPE or
  * -ECONNRESET when the server takes no more connections. */
 int kalix_open(const char *run_dir, kalix_connection **connection);
 

@@ -11,9 +11,9 @@ from kalix.declarations import (dump_sid_req, fifomap_caps_rep, kalix_connection
 class Connection(Owner):
     """A session with a server. What is made through it goes with it, and keeps it alive until then.
 
-    run_directory: the server's; None for that of KALIX_RUN_DIR or of the host's custom. FileNotFoundError when no
-    server has been there, ConnectionRefusedError when it has ended; BrokenPipeError and ConnectionResetError, here and
-    in every call, when it has gone.
+    run_directory: the server's; None for that of KALIX_RUN_DIR or of the host's custom. FileNotFoundError when there
+    is no server, ConnectionRefusedError when it was killed; BrokenPipeError and ConnectionResetError, here and in every
+    call, when it has gone.
 
     Any number of threads may use a connection; their requests follow one another.
     """
