@@ -98,6 +98,7 @@ int kalix_submit(kalix_connection* connection, uint32_t number, uint32_t* fence)
     // A refused list stays as it is, for the caller to look at or to submit again.
     if (const int error = execbuf_locked(*connection, req, reply))
         return error;
+    buffer->check.look_at(number, {buffer->memory.data(), buffer->list.used});
     buffer->list.used = 0;
     if (fence)
         *fence = reply.fence_handle;

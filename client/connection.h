@@ -6,6 +6,7 @@
 #pragma once
 
 #include "base/unique_fd.h"
+#include "client/draw_check.h"
 #include "client/resources.h"
 #include "client/shm.h"
 #include "client/wire.h"
@@ -23,6 +24,7 @@ struct command_buffer {
     uint32_t number = 0;
     mapping memory;
     kalix_commands list{};
+    draw_check check;
     owned<command_buffer> next;
 };
 

@@ -30,7 +30,6 @@ try {
     commands.set_viewport(all);
     commands.clear(SVGA3D_CLEAR_COLOR, 0xFF202030, 1, 0, all);
     // The first stage multiplies with a texture, and nothing is bound: take the colours of the vertices alone.
-    commands.set_texture_state(0, SVGA3D_TS_COLORARG2, SVGA3D_TA_DIFFUSE);
     commands.set_texture_state(0, SVGA3D_TS_COLOROP, SVGA3D_TC_SELECTARG2);
     commands.draw(vertex_layout{vertices, sizeof(vertex)}
                       .add(SVGA3D_DECLUSAGE_POSITION, SVGA3D_DECLTYPE_FLOAT3)

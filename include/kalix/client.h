@@ -23,7 +23,9 @@
  * buffers carry no lock: one thread at a time for each of them. kalix_close() comes last.
  *
  * Fork. A connection belongs to the process that opened it. A child may only kalix_close() its copy,
- * which frees memory and leaves the parent's session alone. */
+ * which frees memory and leaves the parent's session alone.
+ *
+ * Wants C11 or C++20, as every C header of the library does; no extension of either. */
 #pragma once
 
 #include <kalix/protocol.h>
@@ -42,11 +44,12 @@ const char *kalix_version(void);
 
 /* ---- Connections ------------------------------------------------------------------------- */
 
+/* A connection; what is in it is the library's. */
 typedef struct kalix_connection kalix_connection;
 
 /* Opens a connection to the server whose run directory is given; NULL means the one that
- * KALIX_RUN_DIR or the host's custom names. The caller closes it. Errors: -ENOENT when no server has
- * been there, -ECONNREFUSED when it has ended, -EACCES, -ENAMETOOLONG, -ENOMEM, -EMFILE; -EPIPE or
+ * KALIX_RUN_DIR or the host's custom names. The caller closes it. Errors: -ENOENT when there is no
+ * server, -ECONNREFUSED when it was killed, -EACCES, -ENAMETOOLONG, -ENOMEM, -EMFILE; -EPIPE or
  * -ECONNRESET when the server takes no more connections. */
 int kalix_open(const char *run_dir, kalix_connection **connection);
 
@@ -85,12 +88,12 @@ int kalix_software_mode(kalix_connection *connection, uint32_t *software_mode);
  * it. In commands the buffer's byte n is the guest pointer {gmr_id, gmr_offset + n}. */
 struct kalix_dma_buffer {
     void *data;           /* size bytes, zero at first */
-    uint32_t size;
+    uint32_t size;        /* bytes */
     uint32_t handle;      /* the server's number for it */
-    uint32_t gmr_id;
-    uint32_t gmr_offset;
+    uint32_t gmr_id;      /* the region that commands name */
+    uint32_t gmr_offset;  /* of the first byte in the region */
     void *mapping;        /* the library's: what it has mapped */
-    size_t mapping_bytes;
+    size_t mapping_bytes; /* the library's: how much */
 };
 
 /* Allocates size bytes and maps them. -ENOMEM when the server has no room, -ENOSPC when the run
@@ -107,11 +110,12 @@ void kalix_dmabuf_unmap(struct kalix_dma_buffer *buffer);
 /* A list of commands in memory of a given size. used is what the next command is appended behind; set
  * it to 0 to start anew, or back to an earlier value to take commands away. */
 struct kalix_commands {
-    void *memory;
+    void *memory;         /* the library's, or the caller's own */
     uint32_t capacity;    /* bytes */
     uint32_t used;        /* bytes */
 };
 
+/* *cid is the new context, its states as docs/device.md says. */
 int kalix_context_define(kalix_connection *connection, uint32_t *cid);
 /* Destroys the context and its command buffer: the list that kalix_command_buffer() gave for it is void. */
 int kalix_context_destroy(kalix_connection *connection, uint32_t cid);
@@ -144,6 +148,7 @@ int kalix_fence_unref(kalix_connection *connection, uint32_t fence);
 
 /* ---- Surfaces ---------------------------------------------------------------------------- */
 
+/* A surface of any shape, for kalix_surface_define(). */
 struct kalix_surface_description {
     uint32_t flags;                    /* enum svga3d_surface_flag */
     uint32_t format;                   /* SVGA3D surface format */
@@ -173,9 +178,10 @@ int kalix_alloc_sid(kalix_connection *connection, uint32_t *sid);
 /* What to read: a rectangle of level 0 of a surface, and the surface's own size and format, which the
  * server goes by. Right and bottom edge of the rectangle are at most KALIX_READBACK_EXTENT_MAX. */
 struct kalix_readback_area {
-    uint32_t sid;
-    uint32_t surface_width, surface_height, format;
-    uint32_t x, y, width, height;
+    uint32_t sid;                           /* which surface */
+    uint32_t surface_width, surface_height; /* its first level, pixels */
+    uint32_t format;                        /* enum svga3d_surface_format */
+    uint32_t x, y, width, height;           /* what of it, pixels */
 };
 
 /* Bytes of a pixel as readback delivers it; 0 for formats that it does not deliver. */
@@ -208,7 +214,9 @@ int kalix_present_phys(kalix_connection *connection, uint32_t sid, uint32_t x, u
  * the next present of anybody; *id is its number. -EINVAL for a buffer count other than 1 and 2, pixels
  * outside the framebuffer, and when the server's KALIX_OVERLAYS_MAX are in use. */
 int kalix_overlay_define(kalix_connection *connection, const struct overlay_define_req *overlay, uint32_t *id);
+/* Takes the overlay away, from the next present on. */
 int kalix_overlay_destroy(kalix_connection *connection, uint32_t id);
+/* Shows (1) or hides (0) the overlay, from the next present on. */
 int kalix_overlay_visible(kalix_connection *connection, uint32_t id, uint32_t visible);
 /* Swaps the overlay's two buffers and shows the last picture again. -ENOENT when nothing is there to show. */
 int kalix_oob_present(kalix_connection *connection, uint32_t overlay_id);
@@ -219,11 +227,13 @@ int kalix_svga_enable(kalix_connection *connection, uint32_t enable);
  * that the device does not have leaves it as it is; the result does not tell. */
 int kalix_set_mode(kalix_connection *connection, uint32_t width, uint32_t height, uint32_t bits_per_pixel);
 
+/* A picture for the cursor. */
 struct kalix_cursor_image {
     uint32_t width, height;          /* pixels, at most 256 a side */
     uint32_t hotspot_x, hotspot_y;   /* the pixel that points */
     const uint32_t *pixels;          /* packed rows of 0xAARRGGBB, colours multiplied by alpha */
 };
+/* Sets the cursor's picture; kalix_move_cursor() shows it. -EINVAL for more than 256 pixels a side. */
 int kalix_set_cursor(kalix_connection *connection, const struct kalix_cursor_image *image);
 /* Places the hot spot, in screen pixels. */
 int kalix_move_cursor(kalix_connection *connection, uint32_t visible, uint32_t x, uint32_t y);
@@ -235,11 +245,16 @@ int kalix_move_cursor(kalix_connection *connection, uint32_t visible, uint32_t x
 
 /* Shows one surface alone, instead of all that is presented, until the reset. */
 int kalix_debug_show(kalix_connection *connection, uint32_t sid);
+/* Ends kalix_debug_show(). */
 int kalix_debug_reset(kalix_connection *connection);
+/* Size, format, references and holders of the surface in the field sid. */
 int kalix_debug_info(kalix_connection *connection, struct sid_info_req *information);
+/* KALIX_LIST_ENTRIES of the server's surfaces, behind those that the field first skips. */
 int kalix_debug_list(kalix_connection *connection, struct list_sids_req *list);
-/* Both use the framebuffer's beginning, which shows until the next present. */
+/* Rows of a surface, at most KALIX_DUMP_BYTES_MAX bytes. Uses the framebuffer's beginning, which shows until
+ * the next present; so does kalix_debug_fill(). */
 int kalix_debug_dump(kalix_connection *connection, struct dump_sid_req *dump);
+/* Fills a surface of format X8R8G8B8 or A8R8G8B8 with one pixel. */
 int kalix_debug_fill(kalix_connection *connection, uint32_t sid, uint32_t pixel);
 
 /* ---- Commands ---------------------------------------------------------------------------- */
@@ -250,57 +265,84 @@ int kalix_debug_fill(kalix_connection *connection, uint32_t sid, uint32_t pixel)
 
 /* Announces that a rectangle of the framebuffer has changed. */
 int kalix_cmd_update(struct kalix_commands *list, uint32_t x, uint32_t y, uint32_t width, uint32_t height);
+/* Defines a surface on the device alone: of the caller's own id, and no session's. sizes: one for each level. */
 int kalix_cmd_surface_define(struct kalix_commands *list, const struct svga3d_surface_define *surface,
                              const struct svga3d_size *sizes, uint32_t size_count);
+/* Destroys what kalix_cmd_surface_define() has defined. */
 int kalix_cmd_surface_destroy(struct kalix_commands *list, uint32_t sid);
+/* Copies boxes from image to image, of one format and without scaling. */
 int kalix_cmd_surface_copy(struct kalix_commands *list, const struct svga3d_image *source,
                            const struct svga3d_image *destination, const struct svga3d_copy_box *boxes,
                            uint32_t box_count);
+/* Copies a box of one image onto a box of another, scaled. */
 int kalix_cmd_surface_stretchblt(struct kalix_commands *list, const struct svga3d_surface_stretchblt *blit);
-/* suffix may be NULL. */
+/* Copies boxes between guest memory, a DMA buffer above all, and an image. x, y, z and srcx, srcy, srcz are places
+ * in the image and in guest memory. suffix may be NULL. */
 int kalix_cmd_surface_dma(struct kalix_commands *list, const struct svga3d_surface_dma *transfer,
                           const struct svga3d_copy_box *boxes, uint32_t box_count,
                           const struct svga3d_surface_dma_suffix *suffix);
+/* Defines a context on the device alone, as kalix_cmd_surface_define() does a surface. */
 int kalix_cmd_context_define(struct kalix_commands *list, uint32_t cid);
+/* Destroys what kalix_cmd_context_define() has defined. */
 int kalix_cmd_context_destroy(struct kalix_commands *list, uint32_t cid);
-/* A row-vector matrix, row by row: the translation is elements 12 to 14. */
+/* type is of enum svga3d_transform. The matrix is for row vectors, row by row: the translation is elements 12 to 14. */
 int kalix_cmd_set_transform(struct kalix_commands *list, uint32_t cid, uint32_t type, const float matrix[16]);
+/* What the depths 0 and 1 become in the depth target, both 0 to 1. */
 int kalix_cmd_set_z_range(struct kalix_commands *list, uint32_t cid, float min, float max);
+/* Sets states of the context, in their order. A float goes by its bits. */
 int kalix_cmd_set_render_states(struct kalix_commands *list, uint32_t cid,
                                 const struct svga3d_render_state_value *states, uint32_t count);
-/* target NULL unbinds. */
+/* type is of enum svga3d_render_target. target NULL takes it away. */
 int kalix_cmd_set_render_target(struct kalix_commands *list, uint32_t cid, uint32_t type,
                                 const struct svga3d_image *target);
+/* Sets states of the texture stages, in their order; SVGA3D_TS_BIND_TEXTURE takes a sid. */
 int kalix_cmd_set_texture_states(struct kalix_commands *list, uint32_t cid,
                                  const struct svga3d_texture_state_value *states, uint32_t count);
+/* face is of enum svga3d_face. It counts while SVGA3D_RS_LIGHTINGENABLE is 1. */
 int kalix_cmd_set_material(struct kalix_commands *list, uint32_t cid, uint32_t face,
                            const struct svga3d_material *material);
+/* Sets a light, 0 to 7; kalix_cmd_set_light_enabled() turns it on. */
 int kalix_cmd_set_light_data(struct kalix_commands *list, uint32_t cid, uint32_t index,
                              const struct svga3d_light *light);
+/* Turns a light on (1) or off (0). */
 int kalix_cmd_set_light_enabled(struct kalix_commands *list, uint32_t cid, uint32_t index, uint32_t enabled);
+/* Where on the target positions from -1 to 1 lie, pixels. A new context's is empty, and nothing is drawn. */
 int kalix_cmd_set_viewport(struct kalix_commands *list, uint32_t cid, const struct svga3d_rect *rect);
+/* A plane, 0 to 5, which its bit of SVGA3D_RS_CLIPPLANEENABLE turns on. */
 int kalix_cmd_set_clip_plane(struct kalix_commands *list, uint32_t cid, uint32_t index, const float plane[4]);
-/* flags are of enum svga3d_clear_flag. */
+/* Fills rectangles of the targets. flags are of enum svga3d_clear_flag, color is 0xAARRGGBB, depth 0 near to 1 far. */
 int kalix_cmd_clear(struct kalix_commands *list, uint32_t cid, uint32_t flags, uint32_t color, float depth,
                     uint32_t stencil, const struct svga3d_rect *rects, uint32_t rect_count);
+/* Copies rectangles of a surface to the screen, past what kalix_present() composes. */
 int kalix_cmd_present(struct kalix_commands *list, uint32_t sid, const struct svga3d_copy_rect *rects,
                       uint32_t rect_count);
+/* Keeps a shader's tokens under a number of the context's; shaders are not run. type: enum svga3d_shader_type. */
 int kalix_cmd_shader_define(struct kalix_commands *list, uint32_t cid, uint32_t shader, uint32_t type,
                             const uint32_t *tokens, uint32_t token_count);
+/* Forgets a shader. */
 int kalix_cmd_shader_destroy(struct kalix_commands *list, uint32_t cid, uint32_t shader, uint32_t type);
+/* Sets the shader of a type, SVGA3D_INVALID_ID for none; draws with one do nothing and are counted. */
 int kalix_cmd_set_shader(struct kalix_commands *list, uint32_t cid, uint32_t type, uint32_t shader);
+/* Sets one register of a type of shader. */
 int kalix_cmd_set_shader_const(struct kalix_commands *list, const struct svga3d_set_shader_const *constant);
-/* divisors: one for each declaration, or NULL for none. */
+/* Draws each range with the vertices that the declarations lay out. divisors: one for each declaration, or NULL
+ * for none. */
 int kalix_cmd_draw_primitives(struct kalix_commands *list, uint32_t cid,
                               const struct svga3d_vertex_declaration *declarations, uint32_t declaration_count,
                               const struct svga3d_primitive_range *ranges, uint32_t range_count,
                               const uint32_t *divisors);
+/* What of the target is drawn to while SVGA3D_RS_SCISSORTESTENABLE is 1, pixels. */
 int kalix_cmd_set_scissor_rect(struct kalix_commands *list, uint32_t cid, const struct svga3d_rect *rect);
+/* Counts, by enum svga3d_query_type, what is drawn from here to kalix_cmd_end_query(). */
 int kalix_cmd_begin_query(struct kalix_commands *list, uint32_t cid, uint32_t type);
+/* Behind the fence of the submission a struct svga3d_query_result lies at result. */
 int kalix_cmd_end_query(struct kalix_commands *list, uint32_t cid, uint32_t type, struct svga_guest_pointer result);
+/* Has the result written before the next command runs. */
 int kalix_cmd_wait_for_query(struct kalix_commands *list, uint32_t cid, uint32_t type,
                              struct svga_guest_pointer result);
+/* Has the screen's rectangles in the framebuffer, where this device keeps them anyway. */
 int kalix_cmd_present_readback(struct kalix_commands *list, const struct svga3d_rect *rects, uint32_t rect_count);
+/* Copies a rectangle of an image onto one of the screen, only inside the clips when there are any. */
 int kalix_cmd_blit_surface_to_screen(struct kalix_commands *list, const struct svga3d_blit_to_screen *blit,
                                      const struct svga3d_signed_rect *clips, uint32_t clip_count);
 

@@ -62,6 +62,7 @@ public:
     }
     ~connection() { kalix_close(handle_); }
 
+    // The handle that the calls of client.h take.
     kalix_connection* get() const { return handle_; }
 
     uint64_t parameter(kalix_param which) const
@@ -169,6 +170,7 @@ private:
 // run: it is written again, read, or given back only behind their fence.
 class dma_buffer {
 public:
+    // So many bytes, zero at first. ENOMEM, ENOSPC when there is no room.
     dma_buffer(const connection& server, uint32_t bytes) : server_{server.get()}
     {
         check(kalix_dmabuf_alloc(server_, bytes, &buffer_), "allocate a DMA buffer");
@@ -189,6 +191,7 @@ public:
             kalix_dmabuf_unref(server_, &buffer_);
     }
 
+    // The memory itself, until the buffer's end.
     std::span<std::byte> bytes() const { return {static_cast<std::byte*>(buffer_.data), buffer_.size}; }
     // Where byte offset of the buffer is, as commands name it.
     svga_guest_pointer at(uint32_t offset) const { return {buffer_.gmr_id, buffer_.gmr_offset + offset}; }
@@ -241,10 +244,15 @@ public:
             kalix_surface_destroy(server_, sid_);
     }
 
+    // The id by which commands and other clients name it.
     uint32_t sid() const { return sid_; }
+    // Pixels of the first level.
     uint32_t width() const { return width_; }
+    // Pixels of the first level.
     uint32_t height() const { return height_; }
+    // Of enum svga3d_surface_format.
     uint32_t format() const { return format_; }
+    // One image of the surface, as commands name it.
     svga3d_image image(uint32_t face = 0, uint32_t mipmap = 0) const { return {sid_, face, mipmap}; }
 
     // The whole picture, or a rectangle of it, its rows packed, in the surface's own format.
@@ -282,6 +290,7 @@ inline void connection::present(const surface& picture) const
 // A picture on top of every frame, at a place of the unzoomed screen. Its surfaces must outlive it.
 class overlay {
 public:
+    // One buffer; what is drawn into it later shows with the next present.
     overlay(const connection& server, int32_t x, int32_t y, const surface& picture)
         : overlay{server, {x, y, picture.width(), picture.height(), 1, 0, picture.sid(), 0, 0, 0}}
     {
@@ -291,6 +300,7 @@ public:
         : overlay{server, {x, y, shown.width(), shown.height(), 2, 0, drawn.sid(), shown.sid(), 0, 0}}
     {
     }
+    // Any overlay: of another size, of pixels in the framebuffer.
     overlay(const connection& server, const overlay_define_req& record) : server_{server.get()}
     {
         check(kalix_overlay_define(server_, &record, &id_), "define an overlay");
@@ -308,6 +318,7 @@ public:
             kalix_overlay_destroy(server_, id_);
     }
 
+    // Its number, 1 to 8.
     uint32_t id() const { return id_; }
     // From the next present on.
     void show(bool visible) { check(kalix_overlay_visible(server_, id_, visible), "show or hide an overlay"); }
@@ -333,10 +344,12 @@ public:
         : sid_{vertices.sid()}, stride_{stride}, next_{first_byte}
     {
     }
+    // An element behind the one before. index tells elements of one usage apart.
     vertex_layout& add(svga3d_declaration_usage usage, svga3d_declaration_type type, uint32_t index = 0)
     {
         return add_at(next_, usage, type, index);
     }
+    // The same at a byte of its own from the surface's beginning, that of the first vertex's element.
     vertex_layout& add_at(uint32_t byte, svga3d_declaration_usage usage, svga3d_declaration_type type,
                           uint32_t index = 0)
     {
@@ -344,8 +357,10 @@ public:
         next_ = byte + bytes_of(type);
         return *this;
     }
+    // As draw_primitives() takes them.
     std::span<const svga3d_vertex_declaration> declarations() const { return declarations_; }
 
+    // Bytes of an element of that type.
     static constexpr uint32_t bytes_of(svga3d_declaration_type type)
     {
         switch (type) {
@@ -386,15 +401,19 @@ inline svga3d_primitive_range indexed_primitives(svga3d_primitive type, uint32_t
 // client.h without a method here take list().
 class command_buffer {
 public:
+    // Of a context of that connection; context has its own.
     command_buffer(kalix_connection* server, uint32_t cid) : server_{server}, cid_{cid}
     {
         check(kalix_command_buffer(server_, cid_, &list_), "make a command buffer");
     }
     command_buffer(const command_buffer&) = delete;
     command_buffer& operator=(const command_buffer&) = delete;
+    // The list stays the context's.
     command_buffer(command_buffer&&) noexcept = default;
+    // As the constructor.
     command_buffer& operator=(command_buffer&&) noexcept = default;
 
+    // What the calls of client.h take as their list.
     kalix_commands* list() const { return list_; }
 
     // Hands over what has been appended and returns the fence behind it, without waiting for it. The list is empty
@@ -425,15 +444,18 @@ public:
     {
         append(kalix_cmd_set_texture_states(list_, cid_, states.data(), count_of(states)));
     }
+    // Any state that svga3d_types.h does not mark as float.
     void set_render_state(svga3d_render_state state, uint32_t value)
     {
         const svga3d_render_state_value one{state, value};
         set_render_states({&one, 1});
     }
+    // A state that it does.
     void set_render_state(svga3d_render_state state, float value)
     {
         set_render_state(state, std::bit_cast<uint32_t>(value));
     }
+    // One state of a stage, 0 to 7; a sid for SVGA3D_TS_BIND_TEXTURE.
     void set_texture_state(uint32_t stage, svga3d_texture_state name, uint32_t value)
     {
         const svga3d_texture_state_value one{stage, name, value};
@@ -476,6 +498,7 @@ public:
     {
         whole_transfer(from, to, first_byte, SVGA3D_WRITE_HOST_VRAM);
     }
+    // The other way; the buffer has the picture behind the fence.
     void download(const surface& from, const dma_buffer& to, uint32_t first_byte = 0)
     {
         whole_transfer(to, from, first_byte, SVGA3D_READ_HOST_VRAM);
@@ -491,6 +514,7 @@ public:
                                          count_of(ranges), nullptr));
     }
 
+    // One range of vertices.
     void draw(const vertex_layout& vertices, const svga3d_primitive_range& range)
     {
         draw_primitives(vertices.declarations(), {&range, 1});
@@ -559,7 +583,9 @@ public:
             kalix_context_destroy(server_, cid_);
     }
 
+    // Its number, as the calls of client.h take it.
     uint32_t cid() const { return cid_; }
+    // What draws in it.
     command_buffer& commands() { return *commands_; }
 
 private:

@@ -4,7 +4,21 @@
  * All fields are little-endian; client and server share one machine. A message from a client is a
  * frame header, the 12-byte request header, the payload and whatever follows it. A reply is a frame
  * header and at most as many data bytes as the client said it has room for. docs/protocol.md tells
- * the story; the comments here give units and directions (in, out) field by field. */
+ * the story; the comments here give units and directions (in, out) field by field.
+ *
+ * What these names mean in every record that has them:
+ *   sid  the surface
+ *   cid  the context
+ *   id, overlay_id  the overlay, 1 to 8
+ *   x, y  the left upper pixel
+ *   width, height  pixels
+ *   depth  slices, 1 of a picture
+ *   flags  a sum of enum svga3d_surface_flag
+ *   format  enum svga3d_surface_format
+ *   ref_count  references of all clients
+ *   pad, unused, unused0, unused1  nothing; returned as sent where there is a reply
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>
@@ -23,14 +37,14 @@ struct kalix_request_frame {     /* client to server, before each message */
 };
 static_assert(sizeof(struct kalix_request_frame) == 8, "wire record");
 
-enum kalix_reply_kind {
+enum kalix_reply_kind {          /* what a reply's value is */
     KALIX_REPLY_STATUS = 0, /* value is the request's status */
     KALIX_REPLY_ERROR = 1   /* value is one of the wire's error numbers, e.g. 89 ENOSYS */
 };
 
 struct kalix_reply_frame {       /* server to client, before the reply's data */
     uint32_t kind;               /* enum kalix_reply_kind */
-    int32_t value;
+    int32_t value;               /* the status or the error number, as kind says */
     uint32_t data_bytes;         /* never more than the request's reply_room */
 };
 static_assert(sizeof(struct kalix_reply_frame) == 12, "wire record");
@@ -40,7 +54,7 @@ enum kalix_wire_error {          /* error numbers as they travel, whatever the h
     KALIX_ENOSYS = 89
 };
 
-enum kalix_limits {
+enum kalix_limits {              /* bounds that a client meets; docs/security.md has all */
     KALIX_MESSAGE_MAX = 1 << 20,     /* bytes of one message */
     KALIX_COMMAND_BUFFER_BYTES = 65536,
     KALIX_SURFACE_MIPS_MAX = 144,    /* mip levels of all faces of one surface */
@@ -63,14 +77,14 @@ enum { KALIX_IO_CONNECT = 0x0100, KALIX_IO_LAST = 0x01FF };
 
 enum { KALIX_REQUEST_MAGIC = 0x7F9E2B4E };
 
-struct kalix_request_header {
+struct kalix_request_header {    /* before each request's payload */
     uint32_t magic;              /* KALIX_REQUEST_MAGIC */
     int32_t command;             /* enum kalix_command */
     int32_t payload_length;      /* bytes that follow; 0 or less means no payload */
 };
 static_assert(sizeof(struct kalix_request_header) == 12, "wire record");
 
-enum kalix_command {
+enum kalix_command {             /* requests; docs/protocol.md has each one's answers */
     KALIX_GETPARAM = 0,
     KALIX_DMABUF_ALLOC = 1,
     KALIX_DMABUF_UNREF = 2,
@@ -107,7 +121,7 @@ enum kalix_command {
     KALIX_DISCONNECT = 0xDEAD    /* releases all that the sender holds */
 };
 
-enum kalix_param {
+enum kalix_param {               /* what request 0 can be asked for */
     KALIX_PARAM_HAVE_3D = 2,
     KALIX_PARAM_CAPABILITIES = 3,
     KALIX_PARAM_FIFO_CAPABILITIES = 4,
@@ -133,7 +147,7 @@ struct dmabuf_alloc_req {        /* 1: the request is the first four bytes, read
 static_assert(sizeof(struct dmabuf_alloc_req) == 24, "wire record");
 
 struct dmabuf_unref_req {        /* 2 */
-    uint32_t handle;
+    uint32_t handle;             /* as request 1 gave it */
 };
 static_assert(sizeof(struct dmabuf_unref_req) == 4, "wire record");
 
@@ -200,7 +214,7 @@ struct execbuf_rep {             /* 12: reply, on success only */
 static_assert(sizeof(struct execbuf_rep) == sizeof(struct execbuf_req), "one record over the other");
 
 struct fence_wait_req {          /* 14 */
-    uint32_t seqno;
+    uint32_t seqno;              /* the fence */
 };
 static_assert(sizeof(struct fence_wait_req) == 4, "wire record");
 
@@ -238,7 +252,7 @@ struct overlay_define_req {      /* 208: request and reply */
     uint32_t id;                 /* out: 1 to 8 */
     uint32_t sid0, sid1;         /* surfaces of the buffers; an unknown one shows nothing */
     uint64_t phys_addr0;         /* guest physical addresses of the buffers' pixels in the framebuffer, 0: none */
-    uint64_t phys_addr1;
+    uint64_t phys_addr1;         /* of the second */
 };
 static_assert(sizeof(struct overlay_define_req) == 48 && offsetof(struct overlay_define_req, phys_addr0) == 32,
               "wire record");
@@ -271,7 +285,7 @@ struct set_mode_req {            /* 242 */
 static_assert(sizeof(struct set_mode_req) == 12, "wire record");
 
 struct set_cursor_req {          /* 243; width x height pixels of premultiplied ARGB follow */
-    uint32_t id;
+    uint32_t id;                 /* not read */
     uint32_t hotspot_x, hotspot_y; /* pixels from the image's top left corner */
     uint32_t width, height;      /* pixels, at most 256 a side */
     uint32_t unused;
@@ -279,9 +293,9 @@ struct set_cursor_req {          /* 243; width x height pixels of premultiplied 
 static_assert(sizeof(struct set_cursor_req) == 24, "wire record");
 
 struct move_cursor_req {         /* 244 */
-    uint32_t visible;
+    uint32_t visible;            /* 0 hides, anything else shows */
     uint32_t x, y;               /* screen pixels */
-    uint32_t screen_id;
+    uint32_t screen_id;          /* the device has one screen */
 };
 static_assert(sizeof(struct move_cursor_req) == 16, "wire record");
 
@@ -338,7 +352,7 @@ struct sid_info_req {            /* 1002: request and reply */
 };
 static_assert(sizeof(struct sid_info_req) == 100 && offsetof(struct sid_info_req, width) == 72, "wire record");
 
-struct sid_entry {
+struct sid_entry {               /* an entry of reply 1003 */
     uint32_t sid;
     uint32_t width, height, depth; /* pixels of the first level */
     uint32_t flags;
@@ -370,7 +384,7 @@ static_assert(sizeof(struct dump_sid_req) == 536 && offsetof(struct dump_sid_req
 
 struct fill_sid_req {            /* 1005: request and reply */
     uint32_t sid;                /* of format X8R8G8B8 or A8R8G8B8 */
-    uint32_t pixel;
+    uint32_t pixel;              /* 0xAARRGGBB */
 };
 static_assert(sizeof(struct fill_sid_req) == 8, "wire record");
 

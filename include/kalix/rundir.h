@@ -2,7 +2,9 @@
  *
  * A run directory holds everything of one server: the channel's socket and lock, the screen and status
  * files and the shared-memory objects. It is KALIX_RUN_DIR when set; else /run/kalix for root; else
- * $XDG_RUNTIME_DIR/kalix; else /dev/shm/kalix-UID. Server, client library and tools find it here. */
+ * $XDG_RUNTIME_DIR/kalix; else /dev/shm/kalix-UID. Server, client library and tools find it here.
+ *
+ * Wants C11 or C++20, and POSIX for the user's id. */
 #pragma once
 
 #include <stdio.h>
@@ -13,11 +15,11 @@
 extern "C" {
 #endif
 
-static const char kalix_channel_file[] = "svga_ch";   /* the socket; its lock is svga_ch.lock */
-static const char kalix_lock_file[] = "svga_ch.lock";
-static const char kalix_screen_file[] = "screen";
-static const char kalix_status_file[] = "status";
-static const char kalix_shm_directory[] = "shm";
+static const char kalix_channel_file[] = "svga_ch";   /* the channel's socket */
+static const char kalix_lock_file[] = "svga_ch.lock"; /* held by the server while it lives */
+static const char kalix_screen_file[] = "screen";       /* screen.h */
+static const char kalix_status_file[] = "status";       /* status.h */
+static const char kalix_shm_directory[] = "shm";        /* of shared-memory objects */
 
 enum { KALIX_SHM_NAME_MAX = 63 };                     /* bytes of a shared object's name, slash included */
 

@@ -3,7 +3,21 @@
  * The file "screen" of the run directory begins with struct kalix_screen; the framebuffer follows at
  * framebuffer_offset. The device alone writes it. It is reused by the next server and never shrinks, so
  * a mapping stays good. A reader takes a frame so: read sequence (retry while odd), copy what it wants,
- * read sequence again and retry when it changed. All words are little-endian. */
+ * read sequence again and retry when it changed. All words are little-endian.
+ *
+ * What these names mean in every record that has them:
+ *   magic  KALIX_SCREEN_MAGIC
+ *   version  KALIX_SCREEN_VERSION
+ *   hotspot_x, hotspot_y  the pixel of the picture that points
+ *   visible  1: shown
+ *   fences  passed
+ *   draws  draw commands
+ *   commands  3D commands that ran, by id - 1040
+ *   framebuffer_bytes  its whole size
+ *   statistics  what the device counts since it started
+ *   cursor  as it is drawn over the picture
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>
@@ -38,7 +52,7 @@ enum kalix_refused {             /* why a command did nothing */
     KALIX_REFUSED_CURSOR
 };
 
-struct kalix_screen_cursor {
+struct kalix_screen_cursor {     /* the cursor, which is not in the picture */
     uint32_t visible;
     uint32_t x, y;               /* screen pixels */
     uint32_t hotspot_x, hotspot_y;
@@ -47,7 +61,7 @@ struct kalix_screen_cursor {
     uint32_t pixels[KALIX_SCREEN_CURSOR_EXTENT * KALIX_SCREEN_CURSOR_EXTENT]; /* premultiplied ARGB, packed rows */
 };
 
-struct kalix_screen_statistics {
+struct kalix_screen_statistics { /* counts since the device started, and what is defined now */
     uint64_t frames;             /* presents, blits and updates of the screen */
     uint64_t fences;
     uint64_t bytes_moved;        /* by surface DMA */
@@ -58,7 +72,7 @@ struct kalix_screen_statistics {
     uint64_t refused[KALIX_SCREEN_REFUSED];  /* by enum kalix_refused */
 };
 
-struct kalix_screen {
+struct kalix_screen {            /* the file's beginning */
     uint32_t magic, version;
     uint32_t header_bytes;       /* sizeof(struct kalix_screen) of the writer */
     uint32_t server_pid;         /* 0 when the device has stopped */

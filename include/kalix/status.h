@@ -3,7 +3,23 @@
  * The file "status" of the run directory holds struct kalix_status. The driver alone writes it; it is
  * reused by the next server and never shrinks, so a mapping stays good. A reader takes a snapshot so:
  * read sequence (retry while odd), copy the whole record, read sequence again and retry when it changed.
- * All words are little-endian. What the device counts lies in the screen file (screen.h). */
+ * All words are little-endian. What the device counts lies in the screen file (screen.h).
+ *
+ * What these names mean in every record that has them:
+ *   magic  KALIX_STATUS_MAGIC
+ *   version  KALIX_STATUS_VERSION
+ *   server_pid, owner_pid  the process
+ *   uid  the process's user
+ *   sid  the surface
+ *   zoom  the factor by which all is shown larger
+ *   screen_width, screen_height  pixels
+ *   visible  1: shown
+ *   buffer_count  1 or 2
+ *   overlay_count  how many of the list were drawn
+ *   frame  the last one
+ *   clients  connections that made a request
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>
@@ -30,7 +46,7 @@ enum kalix_status_object {       /* indices of a client's counts */
     KALIX_STATUS_OBJECT_TYPES = 5
 };
 
-struct kalix_status_client {
+struct kalix_status_client {     /* one connection */
     uint32_t pid;                /* 0: the slot is free */
     uint32_t uid;
     uint32_t objects[KALIX_STATUS_OBJECT_TYPES]; /* that it holds, by enum kalix_status_object */
@@ -38,7 +54,7 @@ struct kalix_status_client {
 };
 static_assert(sizeof(struct kalix_status_client) == 32, "file record");
 
-struct kalix_status_overlay {
+struct kalix_status_overlay {    /* an overlay, as defined or as drawn */
     uint32_t id;                 /* 1 to 8; 0: none */
     uint32_t owner_pid;
     int32_t x, y;                /* pixels: of the unzoomed screen where defined, of the screen where drawn */
@@ -65,7 +81,7 @@ struct kalix_status_frame {      /* what the last frame was made of */
 };
 static_assert(offsetof(struct kalix_status_frame, overlays) == 56, "file record");
 
-struct kalix_status {
+struct kalix_status {            /* the whole file */
     uint32_t magic, version;
     uint32_t header_bytes;       /* sizeof(struct kalix_status) of the writer */
     uint32_t server_pid;

@@ -1,4 +1,4 @@
-/* How surface formats lie in memory: blocks of pixels, row after row. */
+/* How surface formats lie in memory: blocks of pixels, row after row. Wants C11 or C++20. */
 #pragma once
 
 #include <kalix/svga3d_types.h>
@@ -9,7 +9,7 @@ extern "C" {
 #pragma GCC diagnostic ignored "-Wold-style-cast" /* this header is C */
 #endif
 
-struct svga3d_block {
+struct svga3d_block {            /* the smallest unit of a format */
     uint32_t width, height;      /* pixels; more than 1 for compressed and paired formats */
     uint32_t bytes;              /* 0 for a format that does not exist */
 };
@@ -43,12 +43,12 @@ struct svga3d_block svga3d_block_of(uint32_t format)
     return block;
 }
 
-/* Bytes of a row of that many pixels, and rows of blocks for that many rows of pixels; partial blocks
- * count whole. */
+/* Bytes of a row of that many pixels; partial blocks count whole, here and below. */
 static inline uint64_t svga3d_row_bytes(struct svga3d_block block, uint32_t pixels)
 {
     return ((uint64_t)pixels + block.width - 1) / block.width * block.bytes;
 }
+/* Rows of blocks for that many rows of pixels. */
 static inline uint32_t svga3d_block_rows(struct svga3d_block block, uint32_t pixels)
 {
     return (uint32_t)(((uint64_t)pixels + block.height - 1) / block.height);

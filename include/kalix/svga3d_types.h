@@ -2,7 +2,9 @@
  *
  * A command is {u32 id, u32 body bytes} and a body. Each body's fixed part is a record here; what
  * follows it (boxes, rectangles, states, declarations) is said in its comment. All words are 32-bit
- * little-endian, float is an IEEE single. Colour words are 0xAARRGGBB. */
+ * little-endian, float is an IEEE single. Colour words are 0xAARRGGBB.
+ *
+ * Wants C11 or C++20. */
 #pragma once
 
 #include <assert.h>
@@ -14,10 +16,10 @@ extern "C" {
 #endif
 
 static const uint32_t SVGA3D_INVALID_ID = 0xFFFFFFFFu;      /* names no surface, no shader, no indices */
-static const uint32_t SVGA_GMR_NULL = 0xFFFFFFFFu;
+static const uint32_t SVGA_GMR_NULL = 0xFFFFFFFFu;          /* no region */
 static const uint32_t SVGA_GMR_FRAMEBUFFER = 0xFFFFFFFEu;   /* guest pointers into the framebuffer */
 
-enum svga3d_command {
+enum svga3d_command {                /* ids, each with the record of its body below */
     SVGA_3D_CMD_BASE = 1040,
     SVGA_3D_CMD_SURFACE_DEFINE = 1040,
     SVGA_3D_CMD_SURFACE_DESTROY = 1041,
@@ -54,7 +56,7 @@ enum svga3d_command {
 
 /* ---- Enumerations ------------------------------------------------------------------------ */
 
-enum svga3d_surface_flag {
+enum svga3d_surface_flag {           /* sums of these; a hint changes nothing but what a reader knows */
     SVGA3D_SURFACE_CUBEMAP = 0x1,
     SVGA3D_SURFACE_HINT_STATIC = 0x2,
     SVGA3D_SURFACE_HINT_DYNAMIC = 0x4,
@@ -66,7 +68,7 @@ enum svga3d_surface_flag {
     SVGA3D_SURFACE_HINT_WRITEONLY = 0x100
 };
 
-enum svga3d_surface_format {
+enum svga3d_surface_format {         /* letters from the highest bit down; docs/device.md says which are drawn to */
     SVGA3D_FORMAT_INVALID = 0,
     SVGA3D_X8R8G8B8 = 1,
     SVGA3D_A8R8G8B8 = 2,
@@ -114,7 +116,7 @@ enum svga3d_surface_format {
     SVGA3D_FORMAT_MAX = 44
 };
 
-enum svga3d_render_state {
+enum svga3d_render_state {           /* docs/device.md has the values at first, and what each does */
     SVGA3D_RS_ZENABLE = 1,
     SVGA3D_RS_ZWRITEENABLE = 2,
     SVGA3D_RS_ALPHATESTENABLE = 3,
@@ -202,7 +204,7 @@ enum svga3d_render_state {
     SVGA3D_RS_MAX = 92
 };
 
-enum svga3d_texture_state {
+enum svga3d_texture_state {          /* of a stage; a value is a number unless its comment says float */
     SVGA3D_TS_BIND_TEXTURE = 1,
     SVGA3D_TS_COLOROP = 2,
     SVGA3D_TS_COLORARG1 = 3,
@@ -232,7 +234,7 @@ enum svga3d_texture_state {
     SVGA3D_TS_MAX = 30
 };
 
-enum svga3d_combiner {
+enum svga3d_combiner {               /* of SVGA3D_TS_COLOROP and ALPHAOP */
     SVGA3D_TC_DISABLE = 1,
     SVGA3D_TC_SELECTARG1 = 2,
     SVGA3D_TC_SELECTARG2 = 3,
@@ -262,7 +264,7 @@ enum svga3d_combiner {
     SVGA3D_TC_MAX = 27
 };
 
-enum svga3d_combiner_argument {
+enum svga3d_combiner_argument {      /* of SVGA3D_TS_COLORARG0 to 2 and ALPHAARG0 to 2 */
     SVGA3D_TA_CONSTANT = 1,              /* the texture factor */
     SVGA3D_TA_PREVIOUS = 2,
     SVGA3D_TA_DIFFUSE = 3,
@@ -270,7 +272,7 @@ enum svga3d_combiner_argument {
     SVGA3D_TA_SPECULAR = 5
 };
 
-enum svga3d_texture_address {
+enum svga3d_texture_address {        /* of SVGA3D_TS_ADDRESSU, V, W */
     SVGA3D_TEX_ADDRESS_WRAP = 1,
     SVGA3D_TEX_ADDRESS_MIRROR = 2,
     SVGA3D_TEX_ADDRESS_CLAMP = 3,
@@ -279,14 +281,14 @@ enum svga3d_texture_address {
     SVGA3D_TEX_ADDRESS_EDGE = 6
 };
 
-enum svga3d_texture_filter {
+enum svga3d_texture_filter {         /* of SVGA3D_TS_MIPFILTER, MAGFILTER, MINFILTER */
     SVGA3D_TEX_FILTER_NONE = 0,
     SVGA3D_TEX_FILTER_NEAREST = 1,
     SVGA3D_TEX_FILTER_LINEAR = 2,
     SVGA3D_TEX_FILTER_ANISOTROPIC = 3
 };
 
-enum svga3d_transform {
+enum svga3d_transform {              /* which matrix */
     SVGA3D_TRANSFORM_WORLD = 1,
     SVGA3D_TRANSFORM_VIEW = 2,
     SVGA3D_TRANSFORM_PROJECTION = 3,
@@ -295,14 +297,14 @@ enum svga3d_transform {
     SVGA3D_TRANSFORM_MAX = 15
 };
 
-enum svga3d_render_target {
+enum svga3d_render_target {          /* which target */
     SVGA3D_RT_DEPTH = 0,
     SVGA3D_RT_STENCIL = 1,
     SVGA3D_RT_COLOR0 = 2,                /* to 9 */
     SVGA3D_RT_MAX = 10
 };
 
-enum svga3d_primitive {
+enum svga3d_primitive {              /* what is drawn of vertices */
     SVGA3D_PRIMITIVE_TRIANGLELIST = 1,
     SVGA3D_PRIMITIVE_POINTLIST = 2,
     SVGA3D_PRIMITIVE_LINELIST = 3,
@@ -311,7 +313,7 @@ enum svga3d_primitive {
     SVGA3D_PRIMITIVE_TRIANGLEFAN = 6
 };
 
-enum svga3d_declaration_type {
+enum svga3d_declaration_type {       /* of an element of a vertex */
     SVGA3D_DECLTYPE_FLOAT1 = 0,
     SVGA3D_DECLTYPE_FLOAT2 = 1,
     SVGA3D_DECLTYPE_FLOAT3 = 2,
@@ -332,7 +334,7 @@ enum svga3d_declaration_type {
     SVGA3D_DECLTYPE_MAX = 17
 };
 
-enum svga3d_declaration_usage {
+enum svga3d_declaration_usage {      /* what an element of a vertex is */
     SVGA3D_DECLUSAGE_POSITION = 0,
     SVGA3D_DECLUSAGE_BLENDWEIGHT = 1,
     SVGA3D_DECLUSAGE_BLENDINDICES = 2,
@@ -347,7 +349,7 @@ enum svga3d_declaration_usage {
     SVGA3D_DECLUSAGE_DEPTH = 12
 };
 
-enum svga3d_compare {
+enum svga3d_compare {                /* of SVGA3D_RS_ZFUNC, ALPHAFUNC, STENCILFUNC: the new value against the old */
     SVGA3D_CMP_NEVER = 1,
     SVGA3D_CMP_LESS = 2,
     SVGA3D_CMP_EQUAL = 3,
@@ -358,7 +360,7 @@ enum svga3d_compare {
     SVGA3D_CMP_ALWAYS = 8
 };
 
-enum svga3d_stencil_op {
+enum svga3d_stencil_op {             /* of SVGA3D_RS_STENCILFAIL, STENCILZFAIL, STENCILPASS */
     SVGA3D_STENCILOP_KEEP = 1,
     SVGA3D_STENCILOP_ZERO = 2,
     SVGA3D_STENCILOP_REPLACE = 3,
@@ -369,7 +371,7 @@ enum svga3d_stencil_op {
     SVGA3D_STENCILOP_DECR = 8
 };
 
-enum svga3d_blend_factor {
+enum svga3d_blend_factor {           /* of SVGA3D_RS_SRCBLEND, DSTBLEND */
     SVGA3D_BLENDOP_ZERO = 1,
     SVGA3D_BLENDOP_ONE = 2,
     SVGA3D_BLENDOP_SRCCOLOR = 3,
@@ -385,7 +387,7 @@ enum svga3d_blend_factor {
     SVGA3D_BLENDOP_INVBLENDFACTOR = 13
 };
 
-enum svga3d_blend_equation {
+enum svga3d_blend_equation {         /* of SVGA3D_RS_BLENDEQUATION */
     SVGA3D_BLENDEQ_ADD = 1,
     SVGA3D_BLENDEQ_SUBTRACT = 2,
     SVGA3D_BLENDEQ_REVSUBTRACT = 3,
@@ -393,30 +395,38 @@ enum svga3d_blend_equation {
     SVGA3D_BLENDEQ_MAXIMUM = 5
 };
 
+/* Of SVGA3D_RS_CULLMODE, which culls it, and of materials. */
 enum svga3d_face { SVGA3D_FACE_NONE = 1, SVGA3D_FACE_FRONT = 2, SVGA3D_FACE_BACK = 3, SVGA3D_FACE_FRONT_BACK = 4 };
+/* Of SVGA3D_RS_FRONTWINDING. */
 enum svga3d_winding { SVGA3D_FRONTWINDING_CW = 1, SVGA3D_FRONTWINDING_CCW = 2 };
+/* Of SVGA3D_RS_FILLMODE. */
 enum svga3d_fill { SVGA3D_FILLMODE_POINT = 1, SVGA3D_FILLMODE_LINE = 2, SVGA3D_FILLMODE_FILL = 3 };
+/* Of SVGA3D_RS_SHADEMODE. */
 enum svga3d_shade { SVGA3D_SHADEMODE_FLAT = 1, SVGA3D_SHADEMODE_SMOOTH = 2 };
+/* Sums of these. */
 enum svga3d_clear_flag { SVGA3D_CLEAR_COLOR = 1, SVGA3D_CLEAR_DEPTH = 2, SVGA3D_CLEAR_STENCIL = 4 };
-enum svga3d_light_type {
+enum svga3d_light_type {             /* of a light */
     SVGA3D_LIGHTTYPE_POINT = 1,
     SVGA3D_LIGHTTYPE_SPOT1 = 2,
     SVGA3D_LIGHTTYPE_SPOT2 = 3,
     SVGA3D_LIGHTTYPE_DIRECTIONAL = 4
 };
-enum svga3d_transfer {
+enum svga3d_transfer {               /* the direction of a surface DMA */
     SVGA3D_WRITE_HOST_VRAM = 1,          /* guest memory to surface */
     SVGA3D_READ_HOST_VRAM = 2            /* surface to guest memory */
 };
+/* The nearest pixel, or the four around. */
 enum svga3d_stretch_mode { SVGA3D_STRETCH_BLT_POINT = 0, SVGA3D_STRETCH_BLT_LINEAR = 1 };
+/* Of vertices and of pixels. */
 enum svga3d_shader_type { SVGA3D_SHADERTYPE_VS = 1, SVGA3D_SHADERTYPE_PS = 2 };
+/* What is counted: samples that pass. */
 enum svga3d_query_type { SVGA3D_QUERYTYPE_OCCLUSION = 0, SVGA3D_QUERYTYPE_MAX = 1 };
-enum svga3d_query_state {
+enum svga3d_query_state {            /* of a query result */
     SVGA3D_QUERYSTATE_PENDING = 0,
     SVGA3D_QUERYSTATE_SUCCEEDED = 1,
     SVGA3D_QUERYSTATE_FAILED = 2
 };
-enum svga3d_device_limit {
+enum svga3d_device_limit {           /* how many there are, all numbered from 0 */
     SVGA3D_FACES = 6,
     SVGA3D_LIGHTS = 8,
     SVGA3D_TEXTURE_STAGES = 8,
@@ -425,29 +435,60 @@ enum svga3d_device_limit {
 
 /* ---- Records ----------------------------------------------------------------------------- */
 
-struct svga3d_command_header {
-    uint32_t id;
+/* What these names mean in every record that has them:
+ *   cid  the context
+ *   sid  the surface
+ *   shid  the shader, a number of the context's
+ *   face  0, or the face of a cube map, 0 to 5
+ *   mipmap  the level, 0 the largest
+ *   x, y  the left upper pixel
+ *   z  the first slice of a volume, 0 of a picture
+ *   w, h  pixels
+ *   d  slices, 1 of a picture
+ *   srcx, srcy  the left upper pixel in the source
+ *   srcz  the first slice in the source
+ *   width, height  pixels
+ *   depth  slices, 1 of a picture
+ *   left, top  the first pixel inside
+ *   right, bottom  the first pixel outside
+ *   r, g, b, a  0 to 1
+ *   gmr_id  the region, of a DMA buffer or SVGA_GMR_FRAMEBUFFER
+ *   offset  bytes from the beginning
+ *   stride  bytes from element to element
+ *   source, destination  the images
+ *   source_box, destination_box  what of the image is meant
+ *   source_rect, destination_rect  what of the image and of the screen is meant
+ *   diffuse, ambient, specular, emissive  colours
+ *   flags  a sum of the enumeration of that kind
+ *   format  enum svga3d_surface_format
+ *   rect  pixels of the target */
+
+struct svga3d_command_header {   /* before each command */
+    uint32_t id;                 /* enum svga3d_command */
     uint32_t size;               /* body bytes, header not counted */
 };
 static_assert(sizeof(struct svga3d_command_header) == 8, "device record");
 
-struct svga3d_size { uint32_t width, height, depth; };
-struct svga3d_rect { uint32_t x, y, w, h; };
-struct svga3d_signed_rect { int32_t left, top, right, bottom; };
-struct svga3d_box { uint32_t x, y, z, w, h, d; };
-struct svga3d_copy_rect { int32_t x, y; uint32_t w, h; int32_t srcx, srcy; };
-struct svga3d_copy_box { uint32_t x, y, z, w, h, d, srcx, srcy, srcz; };
-struct svga3d_image { uint32_t sid, face, mipmap; };
-struct svga_guest_pointer { uint32_t gmr_id, offset; };
-struct svga3d_guest_image { struct svga_guest_pointer pointer; uint32_t pitch; };
-struct svga3d_color4 { float r, g, b, a; };
-struct svga3d_array { uint32_t sid, offset, stride; };
+struct svga3d_size { uint32_t width, height, depth; };                         /* of one level */
+struct svga3d_rect { uint32_t x, y, w, h; };                                   /* of a picture or target */
+struct svga3d_signed_rect { int32_t left, top, right, bottom; };               /* which may begin outside */
+struct svga3d_box { uint32_t x, y, z, w, h, d; };                              /* of an image */
+struct svga3d_copy_rect { int32_t x, y; uint32_t w, h; int32_t srcx, srcy; };  /* from picture to screen */
+struct svga3d_copy_box { uint32_t x, y, z, w, h, d, srcx, srcy, srcz; };       /* from image to image */
+struct svga3d_image { uint32_t sid, face, mipmap; };                           /* one level of one face */
+struct svga_guest_pointer { uint32_t gmr_id, offset; };                        /* a byte of guest memory */
+struct svga3d_guest_image {      /* pixels in guest memory */
+    struct svga_guest_pointer pointer;   /* the first of them */
+    uint32_t pitch;              /* bytes from row to row */
+};
+struct svga3d_color4 { float r, g, b, a; };                                    /* a colour */
+struct svga3d_array { uint32_t sid, offset, stride; };                         /* elements in a surface */
 static_assert(sizeof(struct svga3d_copy_box) == 36 && sizeof(struct svga3d_copy_rect) == 24, "device record");
 static_assert(sizeof(struct svga3d_guest_image) == 12 && sizeof(struct svga3d_image) == 12, "device record");
 
 struct svga3d_surface_define {   /* 1040; then one svga3d_size per level, face by face */
     uint32_t sid, flags, format;
-    uint32_t mip_levels[SVGA3D_FACES];
+    uint32_t mip_levels[SVGA3D_FACES];   /* of each face */
 };
 struct svga3d_surface_destroy { uint32_t sid; };                               /* 1041 */
 struct svga3d_surface_copy { struct svga3d_image source, destination; };       /* 1042; then copy boxes */
@@ -458,55 +499,139 @@ struct svga3d_surface_stretchblt {                                             /
 };
 struct svga3d_surface_dma {      /* 1044; then copy boxes, then optionally struct svga3d_surface_dma_suffix */
     struct svga3d_guest_image guest;     /* pitch 0: packed rows of the surface's width */
-    struct svga3d_image host;
+    struct svga3d_image host;            /* the surface's image */
     uint32_t transfer;           /* enum svga3d_transfer */
 };
-struct svga3d_surface_dma_suffix { uint32_t suffix_size, maximum_offset, flags; };
+struct svga3d_surface_dma_suffix {       /* the end of a 1044 that has one */
+    uint32_t suffix_size;        /* bytes of this record */
+    uint32_t maximum_offset;     /* bytes behind the guest pointer that may be reached */
+    uint32_t flags;              /* not read */
+};
 struct svga3d_context { uint32_t cid; };                                       /* 1045, 1046 */
-struct svga3d_set_transform { uint32_t cid, type; float matrix[16]; };         /* 1047 */
-struct svga3d_set_z_range { uint32_t cid; float min, max; };                   /* 1048 */
-struct svga3d_render_state_value { uint32_t state, value; };                   /* 1049: cid, then these */
-struct svga3d_set_render_target { uint32_t cid, type; struct svga3d_image target; }; /* 1050 */
-struct svga3d_texture_state_value { uint32_t stage, name, value; };            /* 1051: cid, then these */
-struct svga3d_material {
+struct svga3d_set_transform {    /* 1047 */
+    uint32_t cid;
+    uint32_t type;               /* enum svga3d_transform */
+    float matrix[16];            /* for row vectors, row by row: the translation is 12 to 14 */
+};
+struct svga3d_set_z_range {      /* 1048 */
+    uint32_t cid;
+    float min, max;              /* what the depths 0 and 1 become */
+};
+struct svga3d_render_state_value {       /* 1049: cid, then these */
+    uint32_t state;              /* enum svga3d_render_state */
+    uint32_t value;              /* of a float its bits */
+};
+struct svga3d_set_render_target {        /* 1050 */
+    uint32_t cid;
+    uint32_t type;               /* enum svga3d_render_target */
+    struct svga3d_image target;  /* sid SVGA3D_INVALID_ID takes the target away */
+};
+struct svga3d_texture_state_value {      /* 1051: cid, then these */
+    uint32_t stage;              /* 0 to 7 */
+    uint32_t name;               /* enum svga3d_texture_state */
+    uint32_t value;              /* of a float its bits */
+};
+struct svga3d_material {         /* how lit vertices answer light */
     struct svga3d_color4 diffuse, ambient, specular, emissive;
-    float shininess;
+    float shininess;             /* the specular exponent */
 };
-struct svga3d_set_material { uint32_t cid, face; struct svga3d_material material; }; /* 1052 */
-struct svga3d_light {
-    uint32_t type, in_world_space;
+struct svga3d_set_material {     /* 1052 */
+    uint32_t cid;
+    uint32_t face;               /* enum svga3d_face */
+    struct svga3d_material material;     /* in place of the one before */
+};
+struct svga3d_light {            /* one of a context's eight */
+    uint32_t type;               /* enum svga3d_light_type */
+    uint32_t in_world_space;     /* 0: place and direction are of view space */
     struct svga3d_color4 diffuse, specular, ambient;
-    float position[4], direction[4];
-    float range, falloff, attenuation0, attenuation1, attenuation2, theta, phi;
+    float position[4];           /* of points and spots */
+    float direction[4];          /* of spots and directional lights: where the light goes */
+    float range;                 /* beyond this distance it is dark */
+    float falloff;               /* the exponent between the cones */
+    float attenuation0, attenuation1, attenuation2;     /* light is divided by a0 + a1 d + a2 d^2 */
+    float theta, phi;            /* a spot's inner and outer cone, the whole angle, radians */
 };
-struct svga3d_set_light_data { uint32_t cid, index; struct svga3d_light light; };    /* 1053 */
-struct svga3d_set_light_enabled { uint32_t cid, index, enabled; };             /* 1054 */
+struct svga3d_set_light_data {   /* 1053 */
+    uint32_t cid;
+    uint32_t index;              /* 0 to 7 */
+    struct svga3d_light light;   /* in place of the one before */
+};
+struct svga3d_set_light_enabled {        /* 1054 */
+    uint32_t cid;
+    uint32_t index;              /* 0 to 7 */
+    uint32_t enabled;            /* 0 or 1 */
+};
 struct svga3d_set_viewport { uint32_t cid; struct svga3d_rect rect; };         /* 1055 */
-struct svga3d_set_clip_plane { uint32_t cid, index; float plane[4]; };         /* 1056 */
-struct svga3d_clear { uint32_t cid, flags, color; float depth; uint32_t stencil; };  /* 1057; then rects */
-struct svga3d_present { uint32_t sid; };                                       /* 1058; then copy rects */
-struct svga3d_shader_define { uint32_t cid, shid, type; };                     /* 1059; then tokens */
-struct svga3d_shader_destroy { uint32_t cid, shid, type; };                    /* 1060 */
-struct svga3d_set_shader { uint32_t cid, type, shid; };                        /* 1061 */
-struct svga3d_set_shader_const { uint32_t cid, reg, type, constant_type, values[4]; }; /* 1062 */
-struct svga3d_draw_primitives { uint32_t cid, declarations, ranges; };         /* 1063; then both, then divisors */
-struct svga3d_vertex_declaration {
-    uint32_t type, method, usage, usage_index;
-    struct svga3d_array array;
-    uint32_t first_hint, last_hint;
+struct svga3d_set_clip_plane {   /* 1056 */
+    uint32_t cid;
+    uint32_t index;              /* 0 to 5 */
+    float plane[4];              /* a, b, c, d: kept is where ax + by + cz + d >= 0, in the world */
 };
-struct svga3d_primitive_range {
-    uint32_t primitive_type, primitive_count;
-    struct svga3d_array index_array;
-    uint32_t index_width;        /* bytes */
-    int32_t index_bias;
+struct svga3d_clear {            /* 1057; then rects */
+    uint32_t cid;
+    uint32_t flags;              /* enum svga3d_clear_flag */
+    uint32_t color;              /* 0xAARRGGBB */
+    float depth;                 /* 0 near to 1 far */
+    uint32_t stencil;            /* 0 to 255 */
+};
+struct svga3d_present { uint32_t sid; };                                       /* 1058; then copy rects */
+struct svga3d_shader_define {    /* 1059; then tokens */
+    uint32_t cid, shid;
+    uint32_t type;               /* enum svga3d_shader_type */
+};
+struct svga3d_shader_destroy {   /* 1060 */
+    uint32_t cid, shid;
+    uint32_t type;               /* enum svga3d_shader_type */
+};
+struct svga3d_set_shader {       /* 1061 */
+    uint32_t cid;
+    uint32_t type;               /* enum svga3d_shader_type */
+    uint32_t shid;               /* SVGA3D_INVALID_ID: none */
+};
+struct svga3d_set_shader_const { /* 1062 */
+    uint32_t cid;
+    uint32_t reg;                /* the register */
+    uint32_t type;               /* enum svga3d_shader_type */
+    uint32_t constant_type;      /* 0 to 2 */
+    uint32_t values[4];          /* kept for when shaders run */
+};
+struct svga3d_draw_primitives {  /* 1063; then both, then divisors */
+    uint32_t cid;
+    uint32_t declarations;       /* how many follow */
+    uint32_t ranges;             /* how many follow these */
+};
+struct svga3d_vertex_declaration {       /* where an element of all vertices lies */
+    uint32_t type;               /* enum svga3d_declaration_type */
+    uint32_t method;             /* 0 */
+    uint32_t usage;              /* enum svga3d_declaration_usage */
+    uint32_t usage_index;        /* e.g. of texture coordinates their set */
+    struct svga3d_array array;   /* offset is the first vertex's element */
+    uint32_t first_hint, last_hint;      /* not read */
+};
+struct svga3d_primitive_range {  /* what a draw makes of the vertices */
+    uint32_t primitive_type;     /* enum svga3d_primitive */
+    uint32_t primitive_count;    /* at most 2^20 */
+    struct svga3d_array index_array;     /* sid SVGA3D_INVALID_ID: vertices in their order */
+    uint32_t index_width;        /* bytes: 2 or 4 */
+    int32_t index_bias;          /* added to each index */
 };
 static_assert(sizeof(struct svga3d_vertex_declaration) == 36 && sizeof(struct svga3d_primitive_range) == 28,
               "device record");
 struct svga3d_set_scissor_rect { uint32_t cid; struct svga3d_rect rect; };     /* 1064 */
-struct svga3d_begin_query { uint32_t cid, type; };                             /* 1065 */
-struct svga3d_query { uint32_t cid, type; struct svga_guest_pointer result; }; /* 1066, 1067 */
-struct svga3d_query_result { uint32_t total_size, state, result; };            /* in guest memory */
+struct svga3d_begin_query {      /* 1065 */
+    uint32_t cid;
+    uint32_t type;               /* enum svga3d_query_type */
+};
+struct svga3d_query {            /* 1066, 1067 */
+    uint32_t cid;
+    uint32_t type;               /* enum svga3d_query_type */
+    struct svga_guest_pointer result;    /* where a struct svga3d_query_result is written */
+};
+struct svga3d_query_result {     /* in guest memory */
+    uint32_t total_size;         /* bytes of this record */
+    uint32_t state;              /* enum svga3d_query_state */
+    uint32_t result;             /* samples */
+};
 struct svga3d_blit_to_screen {   /* 1069; then clip rects, each a signed rect */
     struct svga3d_image source;
     struct svga3d_signed_rect source_rect;

@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """The examples as an author meets them: kalix installed into a prefix, the examples built outside of the tree by
-pkg-config and by CMake, run with the installed programs, and their pictures looked at.
+pkg-config and by CMake, or run by Python, with the installed programs, and their pictures looked at.
 
 examples_test.py SOURCE_DIR BUILD_DIR CMAKE
 """
 import os
 import pathlib
+import shlex
 import struct
 import subprocess
 import sys
@@ -60,6 +61,7 @@ class Examples(unittest.TestCase):
         run(CMAKE, "--install", BUILD, "--prefix", cls.prefix)
         cls.package = next(cls.prefix.rglob("libkalix.pc")).parent
         cls.libraries = cls.package.parent
+        cls.python = next(cls.prefix.rglob("kalix/__init__.py")).parents[1]
         cls.built = pathlib.Path(cls.folder.name) / "built"
         cls.built.mkdir()
 
@@ -67,12 +69,12 @@ class Examples(unittest.TestCase):
     def tearDownClass(cls):
         cls.folder.cleanup()
 
-    def screen_after(self, program):
+    def screen_after(self, *program):
         """What the program prints, and the screen that it leaves, with a server of its own."""
         picture = self.built / "screen.png"
-        shell = f'"{program}" && "{self.prefix}/bin/kalixctl" screenshot "{picture}" >&2'
+        shell = f'{shlex.join(map(str, program))} && "{self.prefix}/bin/kalixctl" screenshot "{picture}" >&2'
         printed = run(self.prefix / "bin/kalix-run", "--", "sh", "-c", shell,
-                      env=os.environ | {"LD_LIBRARY_PATH": str(self.libraries)})
+                      env=os.environ | {"LD_LIBRARY_PATH": str(self.libraries), "PYTHONPATH": str(self.python)})
         return printed.decode(), Picture(picture.read_bytes())
 
     def compile(self, *compiler, source):
@@ -82,17 +84,27 @@ class Examples(unittest.TestCase):
         run(*compiler, "-Wall", "-Wextra", "-Wpedantic", "-Werror", EXAMPLES / source, "-o", program, *flags)
         return program
 
-    def expect_triangle(self, program):
-        _, screen = self.screen_after(program)
+    def expect_triangle(self, *program):
+        """The program's screen, in which the triangle was found."""
+        _, screen = self.screen_after(*program)
         self.assertEqual((screen.width, screen.height), (800, 600))
         self.assertEqual(screen.pixel(2, 2), (0x20, 0x20, 0x30))
         for (x, y), strongest in {(400, 80): 1, (100, 530): 0, (700, 530): 2}.items():
             colour = screen.pixel(x, y)
             self.assertEqual(max(range(3), key=colour.__getitem__), strongest, colour)
+        return screen
 
-    def test_triangles_by_pkg_config(self):
-        self.expect_triangle(self.compile("cc", "-std=c11", source="triangle.c"))
-        self.expect_triangle(self.compile("c++", "-std=c++20", source="triangle.cpp"))
+    def test_the_triangle_is_the_same_in_each_language(self):
+        screens = [self.expect_triangle(self.compile("cc", "-std=c11", source="triangle.c")),
+                   self.expect_triangle(self.compile("c++", "-std=c++20", source="triangle.cpp")),
+                   self.expect_triangle(sys.executable, EXAMPLES / "triangle.py")]
+        for other in screens[1:]:
+            self.assertEqual(other.rows, screens[0].rows)
+
+    def test_a_first_program_is_short(self):
+        for name in ("triangle.c", "triangle.cpp", "triangle.py"):
+            lines = [line for line in (EXAMPLES / name).read_text(encoding="utf-8").splitlines() if line]
+            self.assertLess(len(lines), 50, name)
 
     def test_all_by_cmake(self):
         folder = self.built / "cmake"
@@ -108,12 +120,14 @@ class Examples(unittest.TestCase):
         self.assertEqual({screen.pixel(22 + 8 * i, 22) for i in range(2)}, {(0xE0,) * 3, (0x40, 0x50, 0x60)})
 
     def test_the_guide_shows_what_is_run(self):
-        code = (EXAMPLES / "tour.cpp").read_text(encoding="utf-8")
-        guide = (SOURCE / "docs/client.md").read_text(encoding="utf-8")
-        shown = [line.strip() for line in guide.splitlines() if line.startswith("    ") and line.endswith(";")]
-        self.assertGreater(len(shown), 5)
-        for line in shown:
-            self.assertIn(line, code)
+        guide = (SOURCE / "docs/client.md").read_text(encoding="utf-8").splitlines()
+        for name, mark in {"tour.cpp": ";", "triangle.py": ")"}.items():
+            code = (EXAMPLES / name).read_text(encoding="utf-8")
+            shown = [line.strip() for line in guide if line.startswith("    ") and line.endswith(mark)
+                     and "pkg-config" not in line]
+            self.assertGreater(len(shown), 3)
+            for line in shown:
+                self.assertIn(line, code)
 
 
 if __name__ == "__main__":
