@@ -26,6 +26,7 @@ constexpr uint64_t tag_listener = uint64_t{1} << 32;
 constexpr uint64_t tag_pulses = tag_listener + 1;
 constexpr uint64_t tag_log_timer = tag_listener + 2;
 constexpr uint64_t tag_returned = tag_listener + 3;
+constexpr uint64_t tag_watchdog = tag_listener + 4;
 constexpr uint32_t scoid_max = side_channel - 1; // apart from connections to oneself, and positive
 
 constexpr size_t events_at_once = 64;
@@ -81,13 +82,14 @@ bool receive_loop::open()
     came_back_.reserve(connections_max);
     epoll_.reset(epoll_create1(EPOLL_CLOEXEC));
     log_timer_.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    if (!epoll_ || !log_timer_ || !door_.open(epoll_.get(), tag_listener)) {
+    if (!epoll_ || !log_timer_ || !watchdog_.open() || !door_.open(epoll_.get(), tag_listener)) {
         log_failure("kalix: cannot make a receive loop: %s (%d)");
         return false;
     }
     log_set_timer(log_timer_.get());
     return poll_for(pulses_.descriptor(), tag_pulses) && poll_for(returned_.descriptor(), tag_returned) &&
-           poll_for(log_timer_.get(), tag_log_timer);
+           poll_for(log_timer_.get(), tag_log_timer) &&
+           (watchdog_.descriptor() < 0 || poll_for(watchdog_.descriptor(), tag_watchdog));
 }
 
 bool receive_loop::poll_for(int fd, uint64_t tag)
@@ -164,6 +166,9 @@ std::optional<delivery> receive_loop::handle(uint64_t tag)
     }
     case tag_returned:
         take_back();
+        return std::nullopt;
+    case tag_watchdog:
+        watchdog_.beat();
         return std::nullopt;
     default:
         return handle_connection(static_cast<uint32_t>(tag));
