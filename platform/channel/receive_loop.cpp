@@ -300,6 +300,7 @@ delivery receive_loop::disconnect(connection& gone)
     gone.socket.reset();
     gone.gatherer.drop();
     gone.ended = true;
+    slogf(log_code, log_information, "kalix: process %u of user %u disconnected", pid, gone.uid);
     ++ended_;
     // Who waits to be accepted comes first: the process may have connected anew, and made objects.
     accept_waiting();
@@ -380,7 +381,7 @@ void receive_loop::admit(unique_fd socket)
     auto added = std::make_unique<connection>(std::move(socket), who.pid, who.uid, next_scoid(), ++last_age_, budget_);
     const connection& entered = *connections_.emplace(added->scoid, std::move(added)).first->second;
     if (message_table::poll_once(epoll_.get(), entered, EPOLL_CTL_ADD))
-        return;
+        return slogf(log_code, log_information, "kalix: process %u of user %u connected", who.pid, who.uid);
     log_failure("kalix: cannot poll a connection: %s (%d)");
     connections_.erase(entered.scoid);
 }
