@@ -1,6 +1,8 @@
 #include "platform/channel/receive_loop.h"
 
 #include "platform/channel/listener.h"
+#include "platform/channel/own_messages.h"
+#include "platform/files/handed_objects.h"
 #include "platform/files/run_directory.h"
 #include "platform/log/clock.h"
 #include "platform/log/log.h"
@@ -280,11 +282,21 @@ std::optional<delivery> receive_loop::hand_out(connection& from)
     gathering_.erase({from.gatherer.started_ms(), from.scoid});
     from.entered = true;
     whole_message message = from.gatherer.take();
+    if (is_own_message(*message.bytes))
+        return answer_here(from, message);
     delivery given;
     given.message = message.bytes;
     given.sender = {from.pid, from.uid, from.scoid, static_cast<uint32_t>(given.message->size())};
     given.rcvid = messages_.add(from, std::move(message));
     return given;
+}
+
+// A message of the platform's own: nobody else hears of it, and the connection is read on.
+std::optional<delivery> receive_loop::answer_here(connection& from, const whole_message& message)
+{
+    if (answer_own_message(from, message) && await_rest(from))
+        return std::nullopt;
+    return disconnect(from);
 }
 
 // Ends a connection; the pulse that says so is delivered at once. Needs no memory, so that no end is lost.
@@ -300,6 +312,7 @@ delivery receive_loop::disconnect(connection& gone)
     gone.socket.reset();
     gone.gatherer.drop();
     gone.ended = true;
+    forget_handed_of_connection(gone.scoid);
     slogf(log_code, log_information, "kalix: process %u of user %u disconnected", pid, gone.uid);
     ++ended_;
     // Who waits to be accepted comes first: the process may have connected anew, and made objects.

@@ -74,6 +74,7 @@ private:
     std::optional<delivery> judge_slow_senders();
     std::optional<delivery> conclude(connection& from, gathered result);
     std::optional<delivery> hand_out(connection& from);
+    std::optional<delivery> answer_here(connection& from, const whole_message& message);
     bool await_rest(connection& from);
     static void tell_why(const connection& ends, gathered result);
     delivery disconnect(connection& gone);

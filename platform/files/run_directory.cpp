@@ -4,6 +4,7 @@
 #include "base/never_destroyed.h"
 #include "platform/files/directory.h"
 #include "platform/files/group.h"
+#include "platform/files/handed_objects.h"
 #include "platform/log/log.h"
 
 #include <array>
@@ -180,6 +181,7 @@ socket_place take_run_directory(const char* name, socket_origin origin)
 
 void clean_run_directory()
 {
+    forget_handed_objects();
     taken_directory& ours = taken();
     const hold held{ours.lock};
     clean(ours);
@@ -189,6 +191,7 @@ void clean_run_directory()
 
 void leave_run_directory()
 {
+    forget_handed_objects();
     taken_directory& ours = taken();
     const hold held{ours.lock};
     clean(ours);
@@ -228,6 +231,7 @@ unique_fd open_objects()
 // Found by name, since the server has only opened some of them. The separator ends the id: 12 must not match 123.
 void remove_objects_of(uint32_t pid)
 {
+    forget_handed_of_process(pid);
     const unique_fd objects = open_objects();
     const std::string command_buffers = "execbuf_" + std::to_string(pid) + "_";
     const std::string readbacks = "vm_svga:" + std::to_string(pid) + ":";
