@@ -112,7 +112,7 @@ int kalix_open(const char* run_dir, kalix_connection** connection)
         return -EINVAL;
     char path[PATH_MAX];
     if (!run_dir) {
-        if (kalix_run_directory(path, sizeof path) < 0)
+        if (kalix_find_run_directory(path, sizeof path) < 0)
             return -ENAMETOOLONG;
         run_dir = path;
     }
