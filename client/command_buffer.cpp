@@ -6,6 +6,7 @@
 // number.
 
 #include "client/connection.h"
+#include "client/shm.h"
 
 using namespace kalix::client_library;
 
@@ -21,8 +22,8 @@ int make_buffer(kalix_connection& connection, uint32_t number, command_buffer*& 
     auto buffer = make<command_buffer>();
     if (!buffer)
         return -ENOMEM;
-    if (const int error = shm_create(connection.shm_directory.get(), command_buffer_name(number),
-                                     KALIX_COMMAND_BUFFER_BYTES, buffer->memory))
+    if (const int error =
+            shm_create(connection, command_buffer_name(connection, number), KALIX_COMMAND_BUFFER_BYTES, buffer->memory))
         return error;
     buffer->number = number;
     buffer->list = {buffer->memory.data(), KALIX_COMMAND_BUFFER_BYTES, 0};
@@ -62,7 +63,7 @@ int kalix_context_destroy(kalix_connection* connection, uint32_t cid)
         return error;
     const hold guard{connection->lock};
     if (find_buffer(*connection, cid))
-        shm_remove(connection->shm_directory.get(), command_buffer_name(cid));
+        shm_remove(*connection, command_buffer_name(*connection, cid));
     context_destroy_req req{cid};
     const int result = call_locked(*connection, KALIX_CONTEXT_DESTROY, req, 0).result;
     if (result == 0)

@@ -6,6 +6,8 @@
 
 #include "client/connection.h"
 
+#include "client/shm.h"
+
 #include <kalix/rundir.h>
 
 #include <climits>
@@ -66,11 +68,8 @@ int open_connection(const char* run_directory, owned<kalix_connection>& out)
         return error;
     if (const int error = greet(connection->socket.get()))
         return error;
-    // Behind the greeting, whose answer says that a server is there: it has made the directory, and emptied it.
-    connection->shm_directory =
-        unique_fd{openat(directory.get(), kalix_shm_directory, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
-    if (!connection->shm_directory)
-        return -errno;
+    if (const int error = find_objects(directory.get(), connection->socket.get(), connection->objects))
+        return error;
     connection->process = getpid();
     out = std::move(connection);
     return 0;
@@ -86,11 +85,11 @@ int check_caller(const kalix_connection* connection)
     return connection->process == getpid() ? 0 : -EPERM;
 }
 
-answer request(kalix_connection& connection, const message& request, std::span<std::byte> room)
+answer request(kalix_connection& connection, const message& request, std::span<std::byte> room, unique_fd* descriptor)
 {
     if (connection.lost)
         return {.error = connection.lost, .broken = true};
-    const answer got = exchange(connection.socket.get(), request, room);
+    const answer got = exchange(connection.socket.get(), request, room, descriptor);
     if (got.broken) {
         connection.lost = got.error;
         shutdown(connection.socket.get(), SHUT_RDWR);
@@ -113,7 +112,7 @@ int kalix_open(const char* run_dir, kalix_connection** connection)
         return -EINVAL;
     char path[PATH_MAX];
     if (!run_dir) {
-        if (kalix_run_directory(path, sizeof path) < 0)
+        if (kalix_find_run_directory(path, sizeof path) < 0)
             return -ENAMETOOLONG;
         run_dir = path;
     }
@@ -133,7 +132,7 @@ void kalix_close(kalix_connection* connection) KALIX_NO_THREAD_SAFETY_ANALYSIS
         return;
     const bool own = connection->process == getpid();
     for (command_buffer* one = connection->command_buffers.get(); own && one; one = one->next.get())
-        shm_remove(connection->shm_directory.get(), command_buffer_name(one->number));
+        shm_remove(*connection, command_buffer_name(*connection, one->number));
     drop_all(connection->command_buffers);
     drop_all(connection->readback_places);
     owned<kalix_connection>{connection}.reset();
@@ -154,7 +153,7 @@ int kalix_disconnect(kalix_connection* connection)
         return error;
     const hold guard{connection->lock};
     for (command_buffer* one = connection->command_buffers.get(); one; one = one->next.get())
-        shm_remove(connection->shm_directory.get(), command_buffer_name(one->number));
+        shm_remove(*connection, command_buffer_name(*connection, one->number));
     const kalix_request_header header{KALIX_REQUEST_MAGIC, KALIX_DISCONNECT, 0};
     const answer got = request(*connection, {std::as_bytes(std::span{&header, 1}), {}, {}}, {});
     if (got.error)

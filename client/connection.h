@@ -8,7 +8,6 @@
 #include "base/unique_fd.h"
 #include "client/draw_check.h"
 #include "client/resources.h"
-#include "client/shm.h"
 #include "client/wire.h"
 
 #include <kalix/client.h>
@@ -36,11 +35,17 @@ struct readback_place {
     owned<readback_place> next;
 };
 
+// Where shared objects are had from, found at the opening (shm.h).
+struct object_place {
+    unique_fd directory;  // shm/, open; none: they come over the connection
+    uint32_t process = 0; // the number that names carry: this process as the server knows it
+};
+
 } // namespace kalix::client_library
 
 struct kalix_connection {
     kalix::unique_fd socket;
-    kalix::unique_fd shm_directory;
+    kalix::client_library::object_place objects;
     pid_t process = 0; // the one that opened the connection
     kalix::client_library::mutex lock;
     int lost KALIX_GUARDED_BY(lock) = 0; // 0, or the error with which the stream ended
@@ -52,8 +57,8 @@ namespace kalix::client_library {
 
 // One message and its reply. Once the stream is broken the connection is lost, and every request is
 // answered with the error of the first.
-answer request(kalix_connection& connection, const message& request, std::span<std::byte> room)
-    KALIX_REQUIRES(connection.lock);
+answer request(kalix_connection& connection, const message& request, std::span<std::byte> room,
+               unique_fd* descriptor = nullptr) KALIX_REQUIRES(connection.lock);
 
 // -EINVAL without a connection, -EPERM in a process that does not own it, else 0.
 int check_caller(const kalix_connection* connection);

@@ -4,6 +4,7 @@
 // is still writing pixels does not fault, until kalix_dmabuf_unref() or kalix_dmabuf_unmap().
 
 #include "client/connection.h"
+#include "client/shm.h"
 
 using namespace kalix::client_library;
 
@@ -12,15 +13,17 @@ namespace {
 constexpr uint64_t data_offset_last = 65536; // a server aligns to a page, and no page is larger
 
 // Maps the object that the server has made for the buffer.
-int map_buffer(const kalix_connection& connection, const dmabuf_alloc_req& reply, uint32_t size,
-               kalix_dma_buffer& buffer)
+int map_buffer(kalix_connection& connection, const dmabuf_alloc_req& reply, uint32_t size, kalix_dma_buffer& buffer)
 {
     if (reply.data_offset > data_offset_last || reply.handle == 0)
         return -EPROTO;
     const size_t bytes = static_cast<size_t>(reply.data_offset) + size;
     mapping memory;
-    if (const int error = shm_attach(connection.shm_directory.get(), dma_buffer_name(reply.handle), bytes, memory))
-        return error;
+    {
+        const hold guard{connection.lock};
+        if (const int error = shm_attach(connection, dma_buffer_name(reply.handle), bytes, memory))
+            return error;
+    }
     buffer = {.data = memory.data() + reply.data_offset,
               .size = size,
               .handle = reply.handle,

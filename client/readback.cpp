@@ -5,6 +5,7 @@
 // has opened. It is kept with the connection until the surface goes.
 
 #include "client/connection.h"
+#include "client/shm.h"
 
 #include <algorithm>
 #include <array>
@@ -66,7 +67,7 @@ int place_for(kalix_connection& connection, uint32_t sid, uint32_t bytes, readba
     auto place = make<readback_place>();
     if (!place)
         return -ENOMEM;
-    if (const int error = shm_share(connection.shm_directory.get(), readback_name(sid), bytes, place->memory))
+    if (const int error = shm_share(connection, readback_name(connection, sid), bytes, place->memory))
         return error;
     place->sid = sid;
     place->next = std::move(connection.readback_places);

@@ -9,8 +9,10 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <sys/socket.h>
 #include <sys/uio.h>
+#include <utility>
 
 namespace kalix::client_library {
 
@@ -62,10 +64,44 @@ int send_all(int socket, std::span<iovec> parts)
     return 0;
 }
 
-int receive_all(int socket, std::span<std::byte> room)
+// Takes the descriptors that came with a message: the first, and no more of them than that.
+void take_descriptors(msghdr& message, unique_fd& out)
+{
+    for (cmsghdr* each = CMSG_FIRSTHDR(&message); each; each = CMSG_NXTHDR(&message, each)) {
+        if (each->cmsg_level != SOL_SOCKET || each->cmsg_type != SCM_RIGHTS)
+            continue;
+        for (size_t at = 0; CMSG_LEN(at + sizeof(int)) <= each->cmsg_len; at += sizeof(int)) {
+            int descriptor = -1;
+            std::memcpy(&descriptor, CMSG_DATA(each) + at, sizeof descriptor);
+            unique_fd one{descriptor};
+            if (!out)
+                out = std::move(one);
+        }
+    }
+}
+
+// One piece of a reply; room for what may come beside it is given only where somebody takes it, else it is let go.
+ssize_t receive_some(int socket, std::span<std::byte> room, unique_fd* descriptor)
+{
+    iovec piece = part(room);
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> beside;
+    msghdr message{};
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    if (descriptor) {
+        message.msg_control = beside.data();
+        message.msg_controllen = beside.size();
+    }
+    const ssize_t got = recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
+    if (got > 0 && descriptor)
+        take_descriptors(message, *descriptor);
+    return got;
+}
+
+int receive_all(int socket, std::span<std::byte> room, unique_fd* descriptor = nullptr)
 {
     while (!room.empty()) {
-        const ssize_t got = recv(socket, room.data(), room.size(), 0);
+        const ssize_t got = receive_some(socket, room, descriptor);
         // The end of the stream in the middle of a reply: whoever waits for it has lost the server.
         if (got == 0)
             return -ECONNRESET;
@@ -79,7 +115,7 @@ int receive_all(int socket, std::span<std::byte> room)
 
 } // namespace
 
-answer exchange(int socket, const message& request, std::span<std::byte> room)
+answer exchange(int socket, const message& request, std::span<std::byte> room, unique_fd* descriptor)
 {
     const kalix_request_frame frame{
         static_cast<uint32_t>(request.head.size() + request.body.size() + request.trail.size()),
@@ -90,7 +126,7 @@ answer exchange(int socket, const message& request, std::span<std::byte> room)
         return broken(error);
 
     kalix_reply_frame reply{};
-    if (const int error = receive_all(socket, std::as_writable_bytes(std::span{&reply, 1})))
+    if (const int error = receive_all(socket, std::as_writable_bytes(std::span{&reply, 1}), descriptor))
         return broken(error);
     if (reply.kind > KALIX_REPLY_ERROR || reply.data_bytes > room.size())
         return broken(-EPROTO);

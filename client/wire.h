@@ -4,6 +4,8 @@
 // leaves the stream at an unknown place is told as broken: such a socket is of no further use.
 #pragma once
 
+#include "base/unique_fd.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -24,8 +26,9 @@ struct answer {
 };
 
 // Sends the message and waits for the reply, whose data go to room. The message is at most
-// KALIX_MESSAGE_MAX bytes long. Never raises SIGPIPE.
-answer exchange(int socket, const message& request, std::span<std::byte> room);
+// KALIX_MESSAGE_MAX bytes long. A descriptor that comes beside the reply goes to *descriptor, when there
+// is one to take it. Never raises SIGPIPE.
+answer exchange(int socket, const message& request, std::span<std::byte> room, unique_fd* descriptor = nullptr);
 
 // The negative host errno for an error number of the wire: those up to 34 are the same everywhere, the
 // others that a server sends are translated; -EREMOTEIO stands for any other, -EPROTO for no number.

@@ -5,6 +5,7 @@
 #include "platform/log/clock.h"
 #include "platform/log/log.h"
 #include "platform/log/logger.h"
+#include "platform/service_manager.h"
 #include "platform/settings.h"
 
 #include <algorithm>
@@ -169,7 +170,8 @@ void process_begin(void (*farewell)())
 int procmgr_daemon(int status, unsigned flags)
 {
     // A service manager watches the process that it started, and would take the parent's exit for the server's.
-    if (current_settings().foreground || !current_settings().notify_socket.empty())
+    const settings& given = current_settings();
+    if (given.foreground || !given.notify_socket.empty() || given.listen_fd >= 0)
         return 0;
     if (watched_by == watch::sleeper)
         sleep_or_end(0); // the child does not inherit what is pending
@@ -197,10 +199,11 @@ void process_watch_signals()
     watched_by = watch::nobody;
 }
 
-// No destructor runs: workers go on to the last, and would use what is destroyed. The files first, since removing them
-// may log.
+// No destructor runs: workers go on to the last, and would use what is destroyed. The files before the log, since
+// removing them may log.
 void process_exit(int status)
 {
+    tell_manager("STOPPING=1\nSTATUS=ending");
     clean_run_directory();
     log_finish();
     _exit(status);

@@ -16,7 +16,7 @@ inline constexpr unsigned daemon_keep_descriptors = 2;
 inline constexpr unsigned daemon_keep_streams = 4;
 
 // Goes on in the background (fork, new session; the parent exits with status). Stays in the foreground
-// with KALIX_FOREGROUND=1 or under a service manager (NOTIFY_SOCKET). Call before any thread exists.
+// with KALIX_FOREGROUND=1 or under a service manager (NOTIFY_SOCKET, or a socket passed). Call before any thread exists.
 // Returns 0, or -1 with errno.
 int procmgr_daemon(int status, unsigned flags);
 

@@ -4,7 +4,7 @@
 
 namespace kalix::platform {
 
-// READY=1 to the service manager's socket, and a newline on the descriptor KALIX_READY_FD, which is then
+// READY=1 and a status to the service manager, and a newline on the descriptor KALIX_READY_FD, which is then
 // closed. Once a process; later calls do nothing.
 void report_ready();
 

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <filesystem>
 #include <iostream>
+#include <kalix/client.hpp>
 #include <memory>
 #include <system_error>
 
@@ -285,8 +286,9 @@ int run(const program& what, int argc, char** argv)
     } catch (const std::filesystem::filesystem_error& error) { // a whole sentence, unlike its base
         return fail(what, error.what());
     } catch (const std::system_error& error) {
+        // libkalix says itself what a connection lacks; a file of the server's that is missing says no more than that.
         const bool without_server =
-            error.code() == std::errc::no_such_file_or_directory || error.code() == std::errc::connection_refused;
+            error.code() == std::errc::no_such_file_or_directory && !dynamic_cast<const client::open_error*>(&error);
         return fail(what, std::string{"cannot "} + error.what(), without_server);
     } catch (const std::exception& error) {
         return fail(what, error.what());

@@ -2,11 +2,12 @@
 
 #include "device/state/screen_file.h"
 
+#include "base/sharing_group.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <grp.h>
 #include <kalix/rundir.h>
 #include <string>
 #include <sys/file.h>
@@ -34,14 +35,12 @@ int give_up(int descriptor, log_function log, const char* step, int error)
     return -1;
 }
 
-// Lets the members of the group kalix read a root server's screen, where that group exists.
+// Lets the members of the group that the server shares with read its screen. The platform, which reads the same rule,
+// has complained of a group that is not to be had.
 void give_to_group(int descriptor)
 {
-    group entry{};
-    group* found = nullptr;
-    char names[4096];
-    if (geteuid() == 0 && getgrnam_r("kalix", &entry, names, sizeof names, &found) == 0 && found &&
-        fchown(descriptor, static_cast<uid_t>(-1), entry.gr_gid) == 0)
+    const auto with = sharing_group_of_environment([](const char*, group_fault) {});
+    if (with && fchown(descriptor, static_cast<uid_t>(-1), *with) == 0)
         (void)fchmod(descriptor, 0640);
 }
 

@@ -22,6 +22,7 @@ constexpr uint32_t no_id = SVGA3D_INVALID_ID;              // of a context, surf
 // name the same is looked up once. It ends with the buffer: an id may be another's in the next.
 struct buffer_walk {
     client_record* client;
+    const std::byte* begin; // of the buffer
     uint32_t last_cid = no_id;
     uint32_t last_sid = no_id;
 };
@@ -50,14 +51,15 @@ int cmd_cid_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.dev
     return 0;
 }
 
-int cmd_sid_check(buffer_walk& walk, uint32_t sid, const void* field) KALIX_REQUIRES(_globals.device_mutex)
+// The address that a line tells is the field's in the buffer: where the copy lies is nobody's business.
+int cmd_sid_check(buffer_walk& walk, uint32_t sid, const std::byte* field) KALIX_REQUIRES(_globals.device_mutex)
 {
     if (sid == SVGA3D_INVALID_ID || sid == walk.last_sid)
         return 0;
     const int status = surface_check(walk.client, sid);
     if (status != 0) {
         slogf(log_code, log_error, "kalix: cmd_sid_check: could not find or use surface 0x%08x address 0x%08lx", sid,
-              reinterpret_cast<unsigned long>(field));
+              static_cast<unsigned long>(field - walk.begin));
         return status;
     }
     walk.last_sid = sid;
@@ -285,7 +287,7 @@ int cmd_check(buffer_walk& walk, body_span left, uint64_t* length)
 
 int cmd_check_all(client_record* client, body_span commands)
 {
-    buffer_walk walk{client};
+    buffer_walk walk{client, commands.data()};
     // A count of 2^31 or more is negative to the walk, which then has nothing to look at.
     const bool countable = commands.size() <= INT32_MAX;
     while (countable && !commands.empty()) {

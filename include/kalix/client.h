@@ -47,11 +47,16 @@ const char *kalix_version(void);
 /* A connection; what is in it is the library's. */
 typedef struct kalix_connection kalix_connection;
 
-/* Opens a connection to the server whose run directory is given; NULL means the one that
- * KALIX_RUN_DIR or the host's custom names. The caller closes it. Errors: -ENOENT when there is no
- * server, -ECONNREFUSED when it was killed, -EACCES, -ENAMETOOLONG, -ENOMEM, -EMFILE; -EPIPE or
- * -ECONNRESET when the server takes no more connections. */
+/* Opens a connection to the server whose run directory is given; NULL means the one that KALIX_RUN_DIR
+ * names, else the user's own server, else the host's in /run/kalix (rundir.h). The caller closes it.
+ * Errors: -ENOENT when there is no server, -ECONNREFUSED when it was killed, -EACCES, -ENAMETOOLONG,
+ * -ENOMEM, -EMFILE; -EPIPE or -ECONNRESET when the server takes no more connections. */
 int kalix_open(const char *run_dir, kalix_connection **connection);
+
+/* Says in words why kalix_open() of the same directory has just failed with this error, with the path and,
+ * where membership of a group would help, that group: "no server: /run/user/1000/kalix/svga_ch is missing".
+ * Writes at most room bytes, the closing zero included, and returns the length that the whole text has. */
+int kalix_explain_open(const char *run_dir, int error, char *text, size_t room);
 
 /* Ends the session: the server releases all that was made through it. Unmaps the connection's command
  * buffers; DMA buffers stay mapped until kalix_dmabuf_unmap(). NULL is ignored. */

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -44,15 +45,32 @@ uint32_t count_of(std::span<type> elements)
 
 class surface;
 
+// Thrown by a connection that cannot be opened: its text says why in words, as kalix_explain_open() does.
+class open_error : public std::system_error {
+public:
+    open_error(const char* run_directory, int error)
+        : std::system_error{error, std::generic_category()}, text_{"connect to the server: "}
+    {
+        char why[4352];
+        kalix_explain_open(run_directory, error, why, sizeof why);
+        text_ += why;
+    }
+    const char* what() const noexcept override { return text_.c_str(); }
+
+private:
+    std::string text_;
+};
+
 // A session with a server. What is not about an object of one of the types below is asked of it: the device's
 // parameters, fences, the screen, and debugging.
 class connection {
 public:
-    // The server of KALIX_RUN_DIR or of the host's custom.
-    connection() { check(kalix_open(nullptr, &handle_), "connect to the server"); }
+    // The server that kalix_open() finds without a name. Throws open_error.
+    connection() : connection{nullptr} {}
     explicit connection(const char* run_directory)
     {
-        check(kalix_open(run_directory, &handle_), "connect to the server");
+        if (const int error = kalix_open(run_directory, &handle_))
+            throw open_error{run_directory, -error};
     }
     connection(connection&& other) noexcept : handle_{std::exchange(other.handle_, nullptr)} {}
     connection& operator=(connection&& other) noexcept

@@ -59,6 +59,7 @@ enum kalix_limits {              /* bounds that a client meets; docs/security.md
     KALIX_COMMAND_BUFFER_BYTES = 65536,
     KALIX_SURFACE_MIPS_MAX = 144,    /* mip levels of all faces of one surface */
     KALIX_READBACK_EXTENT_MAX = 2048, /* pixels a side */
+    KALIX_OBJECT_BYTES_MAX = 128 << 20, /* of an object made over the connection: 2048 rows of 8192 widest pixels */
     KALIX_OVERLAYS_MAX = 8,          /* in the whole server; overlay ids are 1 to 8 */
     KALIX_DUMP_BYTES_MAX = 511,      /* of one dump */
     KALIX_LIST_ENTRIES = 10,         /* surfaces of one list reply */
@@ -72,6 +73,39 @@ struct kalix_io_connect {
 };
 static_assert(sizeof(struct kalix_io_connect) == 4, "wire record");
 enum { KALIX_IO_CONNECT = 0x0100, KALIX_IO_LAST = 0x01FF };
+
+/* ---- The platform's own messages ---------------------------------------------------------- */
+
+/* Answered by the platform itself, with a status as requests are; any other message of this magic is
+ * answered with error 89. Shared objects can be had over the connection, for clients who do not reach
+ * the files: docs/protocol.md, "Objects without files". */
+enum { KALIX_PLATFORM_MAGIC = 0x7F9E2B50 };
+
+enum kalix_platform_message {
+    KALIX_WHO = 1,
+    KALIX_OBJECT = 2
+};
+
+struct kalix_platform_header {   /* before the message's record */
+    uint32_t magic;              /* KALIX_PLATFORM_MAGIC */
+    uint32_t message;            /* enum kalix_platform_message */
+};
+static_assert(sizeof(struct kalix_platform_header) == 8, "wire record");
+
+struct kalix_who_rep {           /* 1: reply; the message is its header alone */
+    uint32_t process;            /* under which the server knows the sender; names of its objects carry it */
+    uint32_t user;
+    uint32_t server_process;     /* the server's own, as it knows itself */
+    uint32_t zero;
+};
+static_assert(sizeof(struct kalix_who_rep) == 16, "wire record");
+
+struct kalix_object_req {        /* 2: answered with the object's descriptor beside the status */
+    char name[64];               /* of an object, without a slash, ended by a zero */
+    uint32_t bytes;              /* its size when it is made: of a command buffer KALIX_COMMAND_BUFFER_BYTES */
+    uint32_t make;               /* 1: made, in the place of one that has the name; 0: the one that has it */
+};
+static_assert(sizeof(struct kalix_object_req) == 72, "wire record");
 
 /* ---- Requests ---------------------------------------------------------------------------- */
 

@@ -9,6 +9,7 @@
 #include "platform/files/run_directory.h"
 #include "platform/log/log.h"
 #include "platform/readiness.h"
+#include "platform/settings.h"
 
 #include <algorithm>
 #include <atomic>
@@ -54,10 +55,12 @@ bool is_plain_name(const char* name)
 bool open_channel(channel& ours, const char* name)
 {
     // The lock comes first: what follows removes the socket that it finds, which must be a dead server's.
-    const socket_place place = take_run_directory(name);
+    const settings& given = current_settings();
+    const bool passed = given.listen_fd >= 0;
+    const socket_place place = take_run_directory(name, passed ? socket_origin::passed : socket_origin::bound);
     if (!place.directory)
         return false;
-    unique_fd listener = open_listener(place);
+    unique_fd listener = passed ? take_listener(given.listen_fd) : open_listener(place, given.socket_mode);
     if (!listener || !ours.pulses.open() || !ours.returned.open(connections_max))
         return false;
     ours.loop = std::make_unique<receive_loop>(std::move(listener), ours.messages, ours.pulses, ours.returned);

@@ -49,7 +49,8 @@ struct name_attach_t { // one for the process: a later attaching fills it anew
 };
 
 // Opens the channel of that name in the run directory, making the directory when missing, taking its
-// lock, replacing the socket of a dead server and emptying shm/. Returns the record, owned by the platform,
+// lock, replacing the socket of a dead server and emptying shm/; a socket that this process was passed
+// (settings.h) takes the place of one of its own, and stays at the end. Returns the record, owned by the platform,
 // or null with errno set after one line saying what failed (another server runs: "cannot lock").
 name_attach_t* name_attach(void* dispatch, const char* name, unsigned flags);
 

@@ -46,7 +46,7 @@ bool bind_to(int socket, const std::string& path)
     return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-// Gives the socket to the group kalix. A host without it is no failure.
+// Gives the socket to the group that the server shares with. That there is none is no failure.
 bool give_to_group(const socket_place& place)
 {
     const std::optional<gid_t> with = sharing_group();
@@ -54,9 +54,30 @@ bool give_to_group(const socket_place& place)
            fchownat(place.directory.get(), place.name.c_str(), static_cast<uid_t>(-1), *with, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+bool has(int socket, int option, int wanted)
+{
+    int value = 0;
+    socklen_t length = sizeof value;
+    return getsockopt(socket, SOL_SOCKET, option, &value, &length) == 0 && value == wanted;
+}
+
 } // namespace
 
-unique_fd open_listener(const socket_place& place)
+// A duplicate: the one passed stays for a channel that is opened after this one.
+unique_fd take_listener(int passed)
+{
+    unique_fd socket{fcntl(passed, F_DUPFD_CLOEXEC, 0)};
+    const bool listens = socket && has(socket.get(), SO_DOMAIN, AF_UNIX) && has(socket.get(), SO_TYPE, SOCK_STREAM) &&
+                         has(socket.get(), SO_ACCEPTCONN, 1);
+    const int flags = listens ? fcntl(socket.get(), F_GETFL) : -1;
+    if (flags >= 0 && fcntl(socket.get(), F_SETFL, flags | O_NONBLOCK) == 0)
+        return socket;
+    slogf(log_code, log_error, "kalix: descriptor %d was passed, which is no listening stream socket", passed);
+    errno = ENOTSOCK;
+    return unique_fd{};
+}
+
+unique_fd open_listener(const socket_place& place, mode_t mode)
 {
     const int directory = place.directory.get();
     unique_fd socket{::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
@@ -67,7 +88,7 @@ unique_fd open_listener(const socket_place& place)
     if (!bind_to(socket.get(), address_path(place)))
         return failed("bind to", place);
     // Nobody can connect before listen, so that the rights are set first.
-    if (fchmodat(directory, place.name.c_str(), 0660, 0) != 0 || !give_to_group(place))
+    if (fchmodat(directory, place.name.c_str(), mode, 0) != 0 || !give_to_group(place))
         return failed("set the rights of", place);
     if (listen(socket.get(), backlog) != 0)
         return failed("listen on", place);

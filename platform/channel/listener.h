@@ -5,12 +5,17 @@
 #include "base/unique_fd.h"
 
 #include <cstdint>
+#include <sys/types.h>
 
 namespace kalix::platform {
 
-// Binds and listens, replacing what has the socket's name: mode 0660, under root of the group kalix
-// where that exists. -1 with errno after one line.
-unique_fd open_listener(const socket_place& place);
+// Binds and listens, replacing what has the socket's name; of that mode, and of the group that the server
+// shares with. -1 with errno after one line.
+unique_fd open_listener(const socket_place& place, mode_t mode);
+
+// Listens on a socket that this process was started with, whose name and rights are its maker's. -1 with errno
+// after one line, as for what is no listening stream socket.
+unique_fd take_listener(int passed);
 
 struct peer {
     uint32_t pid = 0;

@@ -18,17 +18,25 @@ bool send_answer(int socket, const answer& given, uint32_t reply_room)
     const auto data = given.data.first(std::min<size_t>(given.data.size(), reply_room));
     kalix_reply_frame frame{static_cast<uint32_t>(given.kind), given.value, static_cast<uint32_t>(data.size())};
     std::array<iovec, 2> parts{iovec{&frame, sizeof frame}, iovec{const_cast<std::byte*>(data.data()), data.size()}};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> beside{};
     msghdr message{};
     message.msg_iov = parts.data();
     message.msg_iovlen = parts.size();
+    if (given.descriptor >= 0) {
+        message.msg_control = beside.data();
+        message.msg_controllen = beside.size();
+        cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+        rights->cmsg_level = SOL_SOCKET;
+        rights->cmsg_type = SCM_RIGHTS;
+        rights->cmsg_len = CMSG_LEN(sizeof given.descriptor);
+        std::memcpy(CMSG_DATA(rights), &given.descriptor, sizeof given.descriptor);
+    }
     const ssize_t sent = sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0)
         return false;
     errno = EAGAIN; // a part that went cannot be taken back, and the rest is not waited for: the stream is spoilt
     return static_cast<size_t>(sent) == sizeof frame + data.size();
 }
-
-namespace {
 
 // A client that has gone is no news; one that lets its replies pile up is told.
 void end_untaken(const connection& of, int error)
@@ -37,8 +45,6 @@ void end_untaken(const connection& of, int error)
         slogf(log_code, log_warning, "kalix: process %u does not read its replies, connection closed", of.pid);
     shutdown(of.socket.get(), SHUT_RDWR); // the receive loop, which owns the descriptor, sees the end and closes it
 }
-
-} // namespace
 
 void message_table::set_poll(int epoll)
 {

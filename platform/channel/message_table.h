@@ -49,10 +49,13 @@ struct answer {
     kalix_reply_kind kind;
     int32_t value; // the status or error number
     std::span<const std::byte> data;
+    int descriptor = -1; // sent beside it; stays the caller's
 };
 
 // Sends an answer without waiting; whether the socket took all of it.
 bool send_answer(int socket, const answer& given, uint32_t reply_room);
+// Ends the stream of a connection whose client did not take an answer, for that errno.
+void end_untaken(const connection& of, int error);
 
 class message_table {
 public:

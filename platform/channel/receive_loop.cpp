@@ -1,6 +1,8 @@
 #include "platform/channel/receive_loop.h"
 
 #include "platform/channel/listener.h"
+#include "platform/channel/own_messages.h"
+#include "platform/files/handed_objects.h"
 #include "platform/files/run_directory.h"
 #include "platform/log/clock.h"
 #include "platform/log/log.h"
@@ -26,6 +28,7 @@ constexpr uint64_t tag_listener = uint64_t{1} << 32;
 constexpr uint64_t tag_pulses = tag_listener + 1;
 constexpr uint64_t tag_log_timer = tag_listener + 2;
 constexpr uint64_t tag_returned = tag_listener + 3;
+constexpr uint64_t tag_watchdog = tag_listener + 4;
 constexpr uint32_t scoid_max = side_channel - 1; // apart from connections to oneself, and positive
 
 constexpr size_t events_at_once = 64;
@@ -81,13 +84,14 @@ bool receive_loop::open()
     came_back_.reserve(connections_max);
     epoll_.reset(epoll_create1(EPOLL_CLOEXEC));
     log_timer_.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    if (!epoll_ || !log_timer_ || !door_.open(epoll_.get(), tag_listener)) {
+    if (!epoll_ || !log_timer_ || !watchdog_.open() || !door_.open(epoll_.get(), tag_listener)) {
         log_failure("kalix: cannot make a receive loop: %s (%d)");
         return false;
     }
     log_set_timer(log_timer_.get());
     return poll_for(pulses_.descriptor(), tag_pulses) && poll_for(returned_.descriptor(), tag_returned) &&
-           poll_for(log_timer_.get(), tag_log_timer);
+           poll_for(log_timer_.get(), tag_log_timer) &&
+           (watchdog_.descriptor() < 0 || poll_for(watchdog_.descriptor(), tag_watchdog));
 }
 
 bool receive_loop::poll_for(int fd, uint64_t tag)
@@ -164,6 +168,9 @@ std::optional<delivery> receive_loop::handle(uint64_t tag)
     }
     case tag_returned:
         take_back();
+        return std::nullopt;
+    case tag_watchdog:
+        watchdog_.beat();
         return std::nullopt;
     default:
         return handle_connection(static_cast<uint32_t>(tag));
@@ -275,11 +282,21 @@ std::optional<delivery> receive_loop::hand_out(connection& from)
     gathering_.erase({from.gatherer.started_ms(), from.scoid});
     from.entered = true;
     whole_message message = from.gatherer.take();
+    if (is_own_message(*message.bytes))
+        return answer_here(from, message);
     delivery given;
     given.message = message.bytes;
     given.sender = {from.pid, from.uid, from.scoid, static_cast<uint32_t>(given.message->size())};
     given.rcvid = messages_.add(from, std::move(message));
     return given;
+}
+
+// A message of the platform's own: nobody else hears of it, and the connection is read on.
+std::optional<delivery> receive_loop::answer_here(connection& from, const whole_message& message)
+{
+    if (answer_own_message(from, message) && await_rest(from))
+        return std::nullopt;
+    return disconnect(from);
 }
 
 // Ends a connection; the pulse that says so is delivered at once. Needs no memory, so that no end is lost.
@@ -295,6 +312,8 @@ delivery receive_loop::disconnect(connection& gone)
     gone.socket.reset();
     gone.gatherer.drop();
     gone.ended = true;
+    forget_handed_of_connection(gone.scoid);
+    slogf(log_code, log_information, "kalix: process %u of user %u disconnected", pid, gone.uid);
     ++ended_;
     // Who waits to be accepted comes first: the process may have connected anew, and made objects.
     accept_waiting();
@@ -375,7 +394,7 @@ void receive_loop::admit(unique_fd socket)
     auto added = std::make_unique<connection>(std::move(socket), who.pid, who.uid, next_scoid(), ++last_age_, budget_);
     const connection& entered = *connections_.emplace(added->scoid, std::move(added)).first->second;
     if (message_table::poll_once(epoll_.get(), entered, EPOLL_CTL_ADD))
-        return;
+        return slogf(log_code, log_information, "kalix: process %u of user %u connected", who.pid, who.uid);
     log_failure("kalix: cannot poll a connection: %s (%d)");
     connections_.erase(entered.scoid);
 }

@@ -18,6 +18,7 @@
 #include "platform/channel/message_table.h"
 #include "platform/channel/pulse_queue.h"
 #include "platform/channel/returned_connections.h"
+#include "platform/watchdog.h"
 #include "base/unique_fd.h"
 
 #include <cstdint>
@@ -73,6 +74,7 @@ private:
     std::optional<delivery> judge_slow_senders();
     std::optional<delivery> conclude(connection& from, gathered result);
     std::optional<delivery> hand_out(connection& from);
+    std::optional<delivery> answer_here(connection& from, const whole_message& message);
     bool await_rest(connection& from);
     static void tell_why(const connection& ends, gathered result);
     delivery disconnect(connection& gone);
@@ -91,6 +93,7 @@ private:
     acceptor door_;
     unique_fd epoll_;
     unique_fd log_timer_;
+    watchdog watchdog_;
     gather_budget budget_;
     std::unordered_map<uint32_t, std::unique_ptr<connection>> connections_; // by scoid
     std::vector<uint32_t> came_back_; // exchanged with the list of what is given back: both keep their room

@@ -1,21 +1,23 @@
 #include "platform/files/group.h"
 
-#include <array>
-#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace kalix::platform {
+namespace {
 
-// Only root may give files to a group that it is no member of, and only root's server has users other than its own.
+std::optional<gid_t> shared_with;
+
+} // namespace
+
+void share_with(std::optional<gid_t> group)
+{
+    shared_with = group;
+}
+
 std::optional<gid_t> sharing_group()
 {
-    std::array<char, 4096> room{}; // an entry that is longer counts as none
-    group entry{};
-    group* found = nullptr;
-    if (geteuid() != 0 || getgrnam_r("kalix", &entry, room.data(), room.size(), &found) != 0 || found == nullptr)
-        return std::nullopt;
-    return found->gr_gid;
+    return shared_with;
 }
 
 // The group first, the mode behind it: the group that the file was made with never gets the rights.

@@ -1,4 +1,4 @@
-// The group kalix, whose members may use a root server, on hosts that have it.
+// The group whose members may use this server: they connect, look at the screen and read the status.
 #pragma once
 
 #include <optional>
@@ -6,7 +6,8 @@
 
 namespace kalix::platform {
 
-// Its id, when this process runs as root and the host has the group.
+// Set once, by whoever reads the settings, before there are threads; none until then.
+void share_with(std::optional<gid_t> group);
 std::optional<gid_t> sharing_group();
 
 // Gives an open file the mode alone, or the group and shared_mode where there is one. False with errno.

@@ -3,6 +3,8 @@
 #include "base/lock.h"
 #include "base/never_destroyed.h"
 #include "platform/files/directory.h"
+#include "platform/files/group.h"
+#include "platform/files/handed_objects.h"
 #include "platform/log/log.h"
 
 #include <array>
@@ -12,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <kalix/rundir.h>
+#include <optional>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -24,6 +27,7 @@ struct taken_directory {
     unique_fd objects KALIX_GUARDED_BY(lock); // shm/
     unique_fd lock_file KALIX_GUARDED_BY(lock);
     std::string socket_name KALIX_GUARDED_BY(lock);
+    socket_origin origin KALIX_GUARDED_BY(lock) = socket_origin::bound;
     bool is_cleaned KALIX_GUARDED_BY(lock) = false; // the process is ending: whatever came now would stay
 };
 
@@ -70,6 +74,20 @@ unique_fd open_own(int parent, const char* path, mode_t mode)
     return directory;
 }
 
+// Lets the members of the group that a server shares with enter and read its directory. Root's is open to all. Rights
+// are given and none taken: the directory may be one that serves for more.
+bool open_to_group(int directory, const struct stat& facts)
+{
+    constexpr mode_t enter_and_read = 0050;
+    const std::optional<gid_t> with = sharing_group();
+    if (!with || is_root())
+        return true;
+    if (facts.st_gid != *with && fchown(directory, static_cast<uid_t>(-1), *with) != 0)
+        return false;
+    const mode_t mode = (facts.st_mode & 07777) | enter_and_read;
+    return mode == (facts.st_mode & 07777) || fchmod(directory, mode) == 0;
+}
+
 // Opens the run directory that the environment names; its path goes into path.
 unique_fd open_run_directory(std::string& path)
 {
@@ -84,6 +102,8 @@ unique_fd open_run_directory(std::string& path)
     // Who may write into it may put a socket of his own in the place of ours, whoever owns the directory.
     if (directory && (fstat(directory.get(), &facts) != 0 || (facts.st_mode & S_IWOTH) != 0))
         return refused(room.data(), "every user may write into it");
+    if (directory && !open_to_group(directory.get(), facts))
+        return failed("share directory", room.data());
     return directory;
 }
 
@@ -120,7 +140,8 @@ void clean(taken_directory& ours) KALIX_REQUIRES(ours.lock)
 {
     if (!ours.lock_file || !ours.objects)
         return;
-    if (unlinkat(ours.directory.get(), ours.socket_name.c_str(), 0) != 0 && errno != ENOENT)
+    if (ours.origin == socket_origin::bound && unlinkat(ours.directory.get(), ours.socket_name.c_str(), 0) != 0 &&
+        errno != ENOENT)
         failed("remove", ours.socket_name.c_str());
     if (fchmod(ours.objects.get(), 0700) != 0 || !empty_directory(ours.objects.get()))
         failed("empty", kalix_shm_directory);
@@ -128,7 +149,7 @@ void clean(taken_directory& ours) KALIX_REQUIRES(ours.lock)
 
 } // namespace
 
-socket_place take_run_directory(const char* name)
+socket_place take_run_directory(const char* name, socket_origin origin)
 {
     socket_place place;
     place.name = name;
@@ -153,12 +174,14 @@ socket_place take_run_directory(const char* name)
     ours.objects = std::move(objects);
     ours.lock_file = std::move(lock_file);
     ours.socket_name = place.name;
+    ours.origin = origin;
     ours.is_cleaned = false;
     return place;
 }
 
 void clean_run_directory()
 {
+    forget_handed_objects();
     taken_directory& ours = taken();
     const hold held{ours.lock};
     clean(ours);
@@ -168,6 +191,7 @@ void clean_run_directory()
 
 void leave_run_directory()
 {
+    forget_handed_objects();
     taken_directory& ours = taken();
     const hold held{ours.lock};
     clean(ours);
@@ -207,6 +231,7 @@ unique_fd open_objects()
 // Found by name, since the server has only opened some of them. The separator ends the id: 12 must not match 123.
 void remove_objects_of(uint32_t pid)
 {
+    forget_handed_of_process(pid);
     const unique_fd objects = open_objects();
     const std::string command_buffers = "execbuf_" + std::to_string(pid) + "_";
     const std::string readbacks = "vm_svga:" + std::to_string(pid) + ":";

@@ -17,13 +17,17 @@ struct socket_place {
     std::string name; // of the socket in it
 };
 
-// Opens the run directory, making it (0700; 0755 for root) when missing, takes the lock file of the
-// channel's name, and empties shm/. Returns the place of the socket, its directory -1 after one line
-// saying what failed, with errno: a directory of another user or one into which all may write, a
-// server that runs already (EWOULDBLOCK).
-socket_place take_run_directory(const char* name);
+// Whose the socket is: one that this process binds is removed at its end, one that it was passed stays.
+enum class socket_origin { bound, passed };
 
-// Removes the socket and what shm/ holds, keeping the directory; nothing when none is taken.
+// Opens the run directory, making it (0700; 0755 for root) when missing, takes the lock file of the
+// channel's name, and empties shm/. Where the server shares with a group and is not root's, that group
+// gets the directory, to enter and read it. Returns the place of the socket, its directory -1 after one
+// line saying what failed, with errno: a directory of another user or one into which all may write, a
+// server that runs already (EWOULDBLOCK).
+socket_place take_run_directory(const char* name, socket_origin origin);
+
+// Removes the socket and every object, keeping the directory; nothing when none is taken.
 void clean_run_directory();
 // The same, and gives the lock back.
 void leave_run_directory();

@@ -2,6 +2,7 @@
 
 #include "platform/files/descriptors.h"
 #include "platform/files/directory.h"
+#include "platform/files/handed_objects.h"
 #include "platform/files/memory_guard.h"
 #include "platform/files/run_directory.h"
 #include "platform/files/sender.h"
@@ -73,9 +74,8 @@ int create_new(int objects, const char* file, int access)
     // Given to the client's user, who is to map it; the mode still keeps it from everybody else.
     if (user_served() == geteuid() || fchown(object.get(), user_served(), static_cast<gid_t>(-1)) == 0)
         return object.release();
-    const int error = errno;
     unlinkat(objects, file, 0);
-    return fail_with(error);
+    return make_object_to_hand(file, user_served());
 }
 
 // Whether a name, its last link not followed, is that of the open file.
@@ -106,6 +106,11 @@ int32_t shm_open(const char* name, unsigned flags, unsigned /*mode*/)
     const char* file = file_of(name);
     if (file == nullptr)
         return -1;
+    if ((flags & open_create) == 0) {
+        const int32_t handed = open_handed_object(file, user_served());
+        if (handed >= 0 || errno != ENOENT)
+            return handed;
+    }
     const unique_fd objects = open_objects();
     if (!objects)
         return -1;
@@ -114,11 +119,22 @@ int32_t shm_open(const char* name, unsigned flags, unsigned /*mode*/)
                                       : open_existing(objects.get(), file, access);
 }
 
+int32_t shm_open_file(const char* name)
+{
+    const char* file = file_of(name);
+    if (file == nullptr)
+        return -1;
+    const unique_fd objects = open_objects();
+    return objects ? open_existing(objects.get(), file, O_RDWR) : -1;
+}
+
 int shm_unlink(const char* name)
 {
     const char* file = file_of(name);
     if (file == nullptr)
         return -1;
+    if (forget_handed_object(file))
+        return 0;
     const unique_fd objects = open_objects();
     return objects ? unlinkat(objects.get(), file, 0) : -1;
 }
@@ -128,6 +144,8 @@ int shm_unlink_open(const char* name, int32_t fd)
     const char* file = file_of(name);
     if (file == nullptr)
         return -1;
+    if (forget_handed_object(file, fd))
+        return 0;
     const unique_fd objects = open_objects();
     if (!objects)
         return -1;
@@ -150,12 +168,14 @@ int ftruncate(int32_t fd, int64_t bytes)
     do {
         result = ::ftruncate(fd, bytes);
     } while (result != 0 && errno == EINTR);
+    if (result == 0)
+        seal_handed_object(fd);
     return result;
 }
 
 int close(int32_t fd)
 {
-    return ::close(fd);
+    return take_back_handed_object(fd) ? 0 : ::close(fd);
 }
 
 void* mmap(std::size_t bytes, unsigned protection, int32_t fd)

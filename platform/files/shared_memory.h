@@ -6,6 +6,9 @@
 // here can be opened by that client's user and the server's, and whatever has its name is replaced,
 // never reused. No symbolic link is followed, and only regular files with one name are opened.
 //
+// Where no file will do the object is memory that travels over the connection (handed_objects.h). It is
+// looked for first; every function here serves both, and callers do not learn which one they have.
+//
 // Clients can truncate their objects at any time. Every mapping made here is registered with a guard:
 // a fault inside it reads zeros or drops the write instead of ending the process. A page that was
 // replaced so stays ours until the mapping goes, also when the object grows again. All functions are
@@ -27,6 +30,8 @@ inline constexpr unsigned protect_write = 0x2;
 // leading slash, with a second slash, with "..", or longer than 63 bytes. EACCES: another user's, or no
 // regular file. A made object is empty, of mode 0600 and the sender's user, whatever the mode asks for.
 int32_t shm_open(const char* name, unsigned flags, unsigned mode);
+// Opens the user's object that is a file, for reading and writing, and no other; -1 as shm_open.
+int32_t shm_open_file(const char* name);
 // Removes the object's name; 0 or -1.
 int shm_unlink(const char* name);
 // Removes the name when it still names the object open as fd, and leaves whatever else a client has put
@@ -34,6 +39,7 @@ int shm_unlink(const char* name);
 int shm_unlink_open(const char* name, int32_t fd);
 // Sets an object's size in bytes; 0 or -1.
 int ftruncate(int32_t fd, int64_t bytes);
+// An object that has no file keeps its contents for the next open, as a file does, unless its name is gone.
 int close(int32_t fd);
 
 // Maps the first bytes of an object, shared. Returns null on failure. ENXIO: the object is shorter.

@@ -11,8 +11,9 @@ from kalix.declarations import (dump_sid_req, fifomap_caps_rep, kalix_connection
 class Connection(Owner):
     """A session with a server. What is made through it goes with it, and keeps it alive until then.
 
-    run_directory: the server's; None for that of KALIX_RUN_DIR or of the host's custom. FileNotFoundError when there
-    is no server, ConnectionRefusedError when it was killed; BrokenPipeError and ConnectionResetError, here and in every
+    run_directory: the server's; None for that of KALIX_RUN_DIR, else the user's own, else the host's. FileNotFoundError
+    when there is no server, ConnectionRefusedError when it was killed, PermissionError when its group would be needed,
+    each with a text that says where and what would help; BrokenPipeError and ConnectionResetError, here and in every
     call, when it has gone.
 
     Any number of threads may use a connection; their requests follow one another.
@@ -20,7 +21,7 @@ class Connection(Owner):
 
     def __init__(self, run_directory: str | os.PathLike | None = None) -> None:
         path = None if run_directory is None else os.fsencode(run_directory)
-        handle = filled(c.kalix_open, ctypes.POINTER(kalix_connection), path)
+        handle = _opened(path)
         self.session = Session(self, handle)
         self._owns(c.kalix_close, handle)
 
@@ -142,3 +143,13 @@ class Connection(Owner):
         """Rows of a surface, packed, as the record asks for them; uses the framebuffer's beginning."""
         c.kalix_debug_dump(self.handle, dump)
         return bytes(dump.data[:dump.row_bytes * dump.rows])
+
+
+def _opened(path: bytes | None) -> object:
+    """The handle of a new connection, or an OSError whose text says why there is none."""
+    try:
+        return filled(c.kalix_open, ctypes.POINTER(kalix_connection), path)
+    except OSError as error:
+        why = ctypes.create_string_buffer(4352)
+        c.kalix_explain_open(path, error.errno, why, len(why))
+        raise OSError(error.errno, f"connect to the server: {os.fsdecode(why.value)}") from None

@@ -33,6 +33,7 @@ KALIX_MESSAGE_MAX = 1 << 20
 KALIX_COMMAND_BUFFER_BYTES = 65536
 KALIX_SURFACE_MIPS_MAX = 144
 KALIX_READBACK_EXTENT_MAX = 2048
+KALIX_OBJECT_BYTES_MAX = 128 << 20
 KALIX_OVERLAYS_MAX = 8
 KALIX_DUMP_BYTES_MAX = 511
 KALIX_LIST_ENTRIES = 10
@@ -41,6 +42,13 @@ KALIX_INFO_PIDS = 16
 # no type of their own
 KALIX_IO_CONNECT = 0x0100
 KALIX_IO_LAST = 0x01FF
+
+# no type of their own
+KALIX_PLATFORM_MAGIC = 0x7F9E2B50
+
+# enum kalix_platform_message
+KALIX_WHO = 1
+KALIX_OBJECT = 2
 
 # no type of their own
 KALIX_REQUEST_MAGIC = 0x7F9E2B4E
@@ -515,6 +523,18 @@ class kalix_io_connect(Record):
     _fields_ = (("type", _c.c_uint16), ("subtype", _c.c_uint16))
 
 
+class kalix_platform_header(Record):
+    _fields_ = (("magic", _c.c_uint32), ("message", _c.c_uint32))
+
+
+class kalix_who_rep(Record):
+    _fields_ = (("process", _c.c_uint32), ("user", _c.c_uint32), ("server_process", _c.c_uint32), ("zero", _c.c_uint32))
+
+
+class kalix_object_req(Record):
+    _fields_ = (("name", _c.c_char * 64), ("bytes", _c.c_uint32), ("make", _c.c_uint32))
+
+
 class kalix_request_header(Record):
     _fields_ = (("magic", _c.c_uint32), ("command", _c.c_int32), ("payload_length", _c.c_int32))
 
@@ -929,6 +949,8 @@ class kalix_cursor_image(Record):
 FUNCTIONS = {
     "kalix_version": (_c.c_char_p, []),
     "kalix_open": (_c.c_int, [("run_dir", _c.c_char_p), ("connection", _c.POINTER(_c.POINTER(kalix_connection)))]),
+    "kalix_explain_open": (_c.c_int, [
+        ("run_dir", _c.c_char_p), ("error", _c.c_int), ("text", _c.c_char_p), ("room", _c.c_size_t)]),
     "kalix_close": (None, [("connection", _c.POINTER(kalix_connection))]),
     "kalix_connection_error": (_c.c_int, [("connection", _c.POINTER(kalix_connection))]),
     "kalix_disconnect": (_c.c_int, [("connection", _c.POINTER(kalix_connection))]),

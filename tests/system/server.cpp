@@ -38,7 +38,7 @@ std::vector<std::string> run_directory::shared_objects() const
     return out;
 }
 
-server::server(const run_directory& in, const std::vector<std::string>& words)
+server::server(const run_directory& in, const std::vector<std::string>& words, const std::function<void()>& before)
 {
     static int started;
     log_path_ = in.path() + "/log." + std::to_string(started++);
@@ -47,6 +47,7 @@ server::server(const run_directory& in, const std::vector<std::string>& words)
         return;
     pid_ = start_child([&] {
         ::close(ready[0]);
+        before();
         return become_server(in.path(), log_path_, ready[1], words);
     });
     ::close(ready[1]);

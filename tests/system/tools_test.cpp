@@ -144,7 +144,10 @@ TEST_F(tools_test, EveryProgramExplainsItselfAndWhatIsWrong)
     }
     const outcome alone = run("KALIX_RUN_DIR=" + file("none") + " " + program("kalixctl") + " ping");
     EXPECT_EQ(alone.status, 1);
-    EXPECT_THAT(alone.text, HasSubstr("Is a server running?"));
+    EXPECT_EQ(alone.text,
+              "kalixctl: cannot connect to the server: no server: " + file("none") + "/svga_ch is missing\n");
+    EXPECT_THAT(run("KALIX_RUN_DIR=" + file("none") + " " + program("kalixctl") + " screenshot " + file("x")).text,
+                HasSubstr("Is a server running?"));
 }
 
 TEST_F(tools_test, DumpsAndFills)

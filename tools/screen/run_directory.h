@@ -5,7 +5,7 @@
 
 namespace kalix::tools {
 
-// The run directory that the environment or the host's custom names, which need not exist. Throws std::runtime_error
+// The run directory of the server that libkalix talks to without a name (kalix/rundir.h), which need not exist. Throws std::runtime_error
 // for a name that is too long.
 std::string run_directory();
 

@@ -4,7 +4,14 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstring>
+#include <fstream>
 #include <gmock/gmock.h>
+#include <grp.h>
+#include <kalix/client.hpp>
+#include <kalix/rundir.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -39,6 +46,100 @@ TEST(Open, FindsTheRunDirectoryOfTheEnvironmentAtAPathTooLongForAnAddress)
     EXPECT_EQ(getparam(connection), 0);
     EXPECT_EQ(server.connects(), 1U);
     kalix_close(connection);
+}
+
+std::string why(const char* directory, int error)
+{
+    char text[512] = "";
+    const int length = kalix_explain_open(directory, error, text, sizeof text);
+    EXPECT_EQ(length, static_cast<int>(strlen(text)));
+    return text;
+}
+
+TEST(Open, IsExplained)
+{
+    EXPECT_EQ(why("/nonexistent", -ENOENT), "no server: /nonexistent/svga_ch is missing");
+    EXPECT_EQ(why("/d", -ECONNREFUSED), "the server has ended: nobody listens at /d/svga_ch");
+    EXPECT_EQ(why("/d", -EMFILE), "/d/svga_ch: Too many open files");
+    EXPECT_THAT(why("/d", -EPIPE), testing::StartsWith("the server at /d/svga_ch has let the connection go"));
+    char cut[4];
+    EXPECT_EQ(kalix_explain_open("/d", -EMFILE, cut, sizeof cut), 31);
+    EXPECT_STREQ(cut, "/d/");
+    EXPECT_EQ(kalix_explain_open("/d", -EMFILE, nullptr, 0), 31);
+    EXPECT_EQ(kalix_explain_open("/d", -EMFILE, nullptr, 4), -EINVAL);
+    try {
+        const client::connection none{"/nonexistent"};
+        FAIL() << "there is none";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
+        EXPECT_STREQ(error.what(), "connect to the server: no server: /nonexistent/svga_ch is missing");
+    }
+}
+
+TEST(Open, ExplainsWhichGroupWouldHelp)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can keep somebody out and become him";
+    const fresh_directory directory;
+    const std::string path = directory.path(), socket = path + "/svga_ch";
+    mknod(socket.c_str(), S_IFSOCK | 0600, 0);
+    const auto told = [&](mode_t of_directory, mode_t of_socket, gid_t group) {
+        for (const auto& [file, mode] : {std::pair{path, of_directory}, {socket, of_socket}}) {
+            EXPECT_EQ(chown(file.c_str(), 0, group), 0);
+            EXPECT_EQ(chmod(file.c_str(), mode), 0);
+        }
+        const fresh_directory results;
+        run_child([&] {
+            std::ofstream out{results.path() / "said"};
+            if (setgroups(0, nullptr) == 0 && setuid(64801) == 0)
+                out << why(path.c_str(), -EACCES);
+            return 0;
+        });
+        return contents(results.path() / "said");
+    };
+    const std::string help = ": permission denied; its group is 64810: usermod -aG 64810 NAME, then log in again";
+    EXPECT_EQ(told(0750, 0660, 64810), path + help);
+    EXPECT_EQ(told(0755, 0660, 64810), socket + help);
+    EXPECT_EQ(told(0755, 0660, 0), socket + ": permission denied; the server is another user's");
+    EXPECT_EQ(told(0755, 0600, 64810), socket + ": permission denied; the server is another user's");
+    EXPECT_EQ(told(0700, 0660, 64810), path + ": permission denied; the server is another user's");
+}
+
+// In a file system of its own, since the host's directory has a fixed name.
+TEST(Open, FindsTheUsersServerThenTheHosts)
+{
+    const int outcome = run_child([] {
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", "/run", "tmpfs", 0, nullptr) != 0)
+            return 77;
+        const auto finds = [](const std::string& wanted) {
+            char path[4096];
+            return kalix_find_run_directory(path, sizeof path) > 0 && path == wanted ? 0 : 1;
+        };
+        const auto serve_in = [](const char* directory) {
+            std::filesystem::create_directories(directory);
+            return mknod((std::string{directory} + "/svga_ch").c_str(), S_IFSOCK | 0666, 0);
+        };
+        unsetenv("KALIX_RUN_DIR");
+        setenv("XDG_RUNTIME_DIR", "/run/user", 1);
+        if (seteuid(64801) != 0)
+            return 77;
+        int wrong = finds("/run/user/kalix"); // there is none at all
+        if (seteuid(0) != 0)
+            return 77;
+        std::filesystem::create_directory("/run/kalix");
+        chmod("/run/kalix", 0700);
+        wrong += seteuid(64801) + 2 * finds("/run/kalix") + seteuid(0); // may not be entered
+        chmod("/run/kalix", 0755);
+        wrong += seteuid(64801) + 4 * finds("/run/user/kalix") + seteuid(0); // nobody serves there
+        wrong += serve_in("/run/kalix") + seteuid(64801) + 8 * finds("/run/kalix") + seteuid(0);
+        wrong += serve_in("/run/user/kalix") + seteuid(64801) + 16 * finds("/run/user/kalix") + seteuid(0);
+        setenv("KALIX_RUN_DIR", "/elsewhere", 1);
+        return wrong + 32 * finds("/elsewhere");
+    });
+    if (outcome == 77)
+        GTEST_SKIP() << "no file systems of a process's own here";
+    EXPECT_EQ(outcome, 0);
 }
 
 struct reply_row {

@@ -1,5 +1,6 @@
 #include "tests/unit/client/fake_server.h"
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -78,6 +79,29 @@ void fake_server::accept_all()
     }
 }
 
+namespace {
+
+void send_with(int socket, reaction& answer)
+{
+    iovec part{answer.bytes.data(), answer.bytes.size()};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> beside{};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (answer.descriptor >= 0) {
+        message.msg_control = beside.data();
+        message.msg_controllen = beside.size();
+        cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+        rights->cmsg_level = SOL_SOCKET;
+        rights->cmsg_type = SCM_RIGHTS;
+        rights->cmsg_len = CMSG_LEN(sizeof(int));
+        std::memcpy(CMSG_DATA(rights), &answer.descriptor, sizeof(int));
+    }
+    sendmsg(socket, &message, MSG_NOSIGNAL);
+}
+
+} // namespace
+
 void fake_server::serve(int socket)
 {
     kalix_request_frame frame{};
@@ -93,7 +117,7 @@ void fake_server::serve(int socket)
             requests_.push_back(request);
             answer = script_(request);
         }
-        send(socket, answer.bytes.data(), answer.bytes.size(), MSG_NOSIGNAL);
+        send_with(socket, answer);
         if (answer.hang_up)
             shutdown(socket, SHUT_RDWR);
     }

@@ -26,6 +26,7 @@ struct received {
 struct reaction {
     std::vector<std::byte> bytes; // written as they are
     bool hang_up = false;         // then the connection is closed
+    int descriptor = -1;          // sent beside them
 };
 reaction reply(int32_t status, const words& data = {}, uint32_t kind = KALIX_REPLY_STATUS);
 // Payload and all of the request given back, with status 0: what a handler that changes nothing does.

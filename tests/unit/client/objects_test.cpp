@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <kalix/client.hpp>
 #include <numeric>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -200,6 +201,56 @@ TEST_F(Objects, ReadbackRefusesWhatTheServerWould)
     for (const auto& row : rows)
         EXPECT_EQ(kalix_readback(connection, &row.area, pixels.data(), row.stride), row.result) << row.name;
     EXPECT_TRUE(server.requests().empty());
+}
+
+struct sent_object {
+    const char* name;
+    int32_t status;
+    off_t bytes; // of what is sent beside; 0: nothing
+    int result;
+};
+
+// Without a directory to reach them in, objects come from the server, under the number that it knows us by.
+TEST_F(Objects, ComeOverTheConnectionWhereThereAreNoFiles)
+{
+    std::filesystem::remove(server.path() / "shm");
+    answer = [](const received& request) {
+        return request.word(0) == KALIX_PLATFORM_MAGIC ? reply(89, {}, KALIX_REPLY_ERROR) : echo(request);
+    };
+    kalix_connection* refused = nullptr;
+    EXPECT_EQ(kalix_open(server.path().c_str(), &refused), -ENOENT); // a server that has files alone
+
+    unique_fd memory;
+    sent_object now{};
+    answer = [&](const received& request) {
+        if (request.word(0) != KALIX_PLATFORM_MAGIC)
+            return echo(request);
+        if (request.word(1) == KALIX_WHO)
+            return reply(0, {777, 0, 1, 0});
+        memory = unique_fd{memfd_create("object", MFD_CLOEXEC)};
+        EXPECT_EQ(ftruncate(memory.get(), now.bytes), 0);
+        reaction beside = reply(now.status);
+        beside.descriptor = now.bytes ? memory.get() : -1;
+        return beside;
+    };
+    const open_client here{server};
+    kalix_commands* list = nullptr;
+    for (const sent_object& row : {sent_object{"refused", -12, 0, -ENOMEM},
+                                   {"nothing beside it", 0, 0, -EPROTO},
+                                   {"too short", 0, 65535, -EPROTO},
+                                   {"good", 0, 65536, 0}}) {
+        now = row;
+        EXPECT_EQ(kalix_command_buffer(here, 4, &list), row.result) << row.name;
+    }
+    const received asked = server.requests().back();
+    kalix_object_req wanted{};
+    std::memcpy(&wanted, asked.message.data() + sizeof(kalix_platform_header), sizeof wanted);
+    EXPECT_STREQ(wanted.name, "execbuf_777_4");
+    EXPECT_TRUE(wanted.bytes == 65536 && wanted.make == 1);
+    std::memcpy(list->memory, "shared", 6);
+    char seen[6];
+    EXPECT_EQ(pread(memory.get(), seen, 6, 0), 6);
+    EXPECT_EQ(std::memcmp(seen, "shared", 6), 0);
 }
 
 TEST_F(Objects, CxxTypesGiveBackWhatTheyOwn)

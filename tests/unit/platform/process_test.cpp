@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/prctl.h>
@@ -117,6 +118,7 @@ protected:
                std::filesystem::is_empty(directory.path() + "/shm");
     }
 
+    const unique_fd third{::open("/dev/null", O_RDONLY | O_CLOEXEC)}; // so that nothing else has the place of 3
     private_run_directory directory;
     captured_log log;
 
@@ -216,26 +218,115 @@ TEST_F(Server, GoesIntoTheBackground)
     EXPECT_EQ(end(server), 0);
 }
 
-TEST_F(Server, TellsTheServiceManager)
-{
-    unsetenv("KALIX_FOREGROUND"); // the manager alone keeps it in the foreground
-    for (const std::string& name : {directory.path() + ".notify", "@" + directory.path()}) {
-        SCOPED_TRACE(name);
-        const unique_fd manager{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+class manager {
+public:
+    explicit manager(const std::string& name) : socket_{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)}
+    {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::ranges::copy(name, address.sun_path);
         if (name.front() == '@')
             address.sun_path[0] = '\0';
         const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
-        ASSERT_EQ(bind(manager.get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
         setenv("NOTIFY_SOCKET", name.c_str(), 1);
-        const pid_t server = start();
-        std::array<char, 32> told{};
-        EXPECT_EQ(recv(manager.get(), told.data(), told.size(), 0), 7);
-        EXPECT_STREQ(told.data(), "READY=1");
-        EXPECT_EQ(end(server), 0);
     }
+    std::string hears() const
+    {
+        std::array<char, 64> told{};
+        const ssize_t length = recv(socket_.get(), told.data(), told.size(), 0);
+        return {told.data(), static_cast<size_t>(std::max<ssize_t>(length, 0))};
+    }
+
+private:
+    unique_fd socket_;
+};
+
+TEST_F(Server, TellsTheServiceManager)
+{
+    unsetenv("KALIX_FOREGROUND"); // the manager alone keeps it in the foreground
+    for (const std::string& name : {directory.path() + ".notify", "@" + directory.path()}) {
+        SCOPED_TRACE(name);
+        const manager here{name};
+        const pid_t server = start();
+        EXPECT_EQ(here.hears(), "READY=1\nSTATUS=serving");
+        kill(server, SIGTERM);
+        EXPECT_EQ(here.hears(), "STOPPING=1\nSTATUS=ending");
+        EXPECT_EQ(end_of(server), 0);
+    }
+}
+
+TEST_F(Server, IsWatchedWhileItReceives)
+{
+    setenv("WATCHDOG_USEC", "40000", 1);
+    const manager here{"@" + directory.path()};
+    const int64_t begun = now_ms();
+    const pid_t server = start();
+    EXPECT_EQ(here.hears(), "READY=1\nSTATUS=serving");
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(here.hears(), "WATCHDOG=1");
+    EXPECT_GE(now_ms() - begun, 100); // half of what is allowed, five times
+    raw_client{directory.path()}.send(frame(text_bytes("stuck")));
+    EXPECT_TRUE(soon([&] { return log.count("kalix: stuck") == 1; }));
+    // The receiving thread is not coming back: no word but those that were under way.
+    kill(server, SIGTERM);
+    std::string last = here.hears();
+    for (int i = 0; i < 3 && last == "WATCHDOG=1"; ++i)
+        last = here.hears();
+    EXPECT_EQ(last, "STOPPING=1\nSTATUS=ending");
+    EXPECT_EQ(end_of(server), 0);
+    setenv("WATCHDOG_PID", "1", 1); // another's
+    EXPECT_EQ(run_child([] { return read_settings(), current_settings().watchdog_us == 0 ? 0 : 1; }), 0);
+    unsetenv("WATCHDOG_USEC");
+    unsetenv("WATCHDOG_PID");
+}
+
+// Starts a server with a socket passed to it, as a service manager does.
+pid_t start_passed(int socket)
+{
+    return start_child([socket] {
+        dup2(socket, 3);
+        setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+        setenv("LISTEN_FDS", "1", 1);
+        const int status = serve();
+        return std::getenv("LISTEN_FDS") == nullptr ? status : 1;
+    });
+}
+
+unique_fd passed_socket(const std::string& path, int type = SOCK_STREAM)
+{
+    unique_fd socket{::socket(AF_UNIX, type | SOCK_CLOEXEC, 0)};
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::ranges::copy(path, address.sun_path);
+    EXPECT_EQ(bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    listen(socket.get(), 16);
+    return socket;
+}
+
+TEST_F(Server, TakesAPassedSocketWhichOutlivesIt)
+{
+    setenv("KALIX_FOREGROUND", "0", 1); // the socket alone keeps it in the foreground
+    std::filesystem::create_directory(directory.path());
+    const std::string path = directory.path() + "/svga_ch";
+    const unique_fd socket = passed_socket(path);
+    const pid_t first = start_passed(socket.get());
+    EXPECT_TRUE(said_ready());
+    EXPECT_EQ(server_pid(directory.path()), first);
+    EXPECT_EQ(end(first, SIGKILL), 1000 + SIGKILL);
+
+    raw_client waiting{directory.path()};
+    ASSERT_TRUE(waiting) << "nobody is refused while there is no server";
+    waiting.send(frame(text_bytes("who?")));
+    const pid_t second = start_passed(socket.get());
+    const std::optional<reply> got = waiting.receive();
+    EXPECT_EQ(got ? got->value : -1, second);
+    EXPECT_EQ(end(second), 0);
+    EXPECT_TRUE(std::filesystem::exists(path));
+
+    const unique_fd deaf = passed_socket(path + "_", SOCK_DGRAM);
+    EXPECT_EQ(end_of(start_passed(deaf.get())), 9);
+    EXPECT_EQ(log.count("2 kalix: descriptor 3 was passed, which is no listening stream socket"), 1U);
 }
 
 struct place {
@@ -287,6 +378,9 @@ TEST(Process, ValuesThatCannotBeReadAreOneWarningEach)
     captured_log log;
     setenv("KALIX_FOREGROUND", "perhaps", 1);
     setenv("KALIX_READY_FD", "12x", 1);
+    setenv("KALIX_GROUP", "no such group", 1);
+    setenv("KALIX_SOCKET_MODE", "1660", 1);
+    setenv("WATCHDOG_USEC", "0", 1);
     EXPECT_EQ(run_child([] {
                   rlimit limit{64, 64};
                   getrlimit(RLIMIT_NOFILE, &limit);
@@ -295,13 +389,51 @@ TEST(Process, ValuesThatCannotBeReadAreOneWarningEach)
                   process_begin(nullptr);
                   getrlimit(RLIMIT_NOFILE, &limit);
                   const settings& read = current_settings();
-                  return read.foreground || read.ready_fd != -1 || limit.rlim_cur != limit.rlim_max;
+                  return read.foreground || read.ready_fd != -1 || read.group || read.socket_mode != 0660 ||
+                         read.watchdog_us != 0 || limit.rlim_cur != limit.rlim_max;
               }),
               0);
     EXPECT_EQ(log.count("3 kalix: KALIX_FOREGROUND is \"perhaps\", which cannot be read; using 0"), 1U);
     EXPECT_EQ(log.count("3 kalix: KALIX_READY_FD is \"12x\", which cannot be read; using none"), 1U);
-    EXPECT_EQ(log.lines().size(), 2U);
-    unsetenv("KALIX_READY_FD");
+    EXPECT_EQ(log.count("3 kalix: KALIX_GROUP is \"no such group\", which cannot be read; using none"), 1U);
+    EXPECT_EQ(log.count("3 kalix: KALIX_SOCKET_MODE is \"1660\", which cannot be read; using 0660"), 1U);
+    EXPECT_EQ(log.count("3 kalix: WATCHDOG_USEC is \"0\", which cannot be read; using none"), 1U);
+    EXPECT_EQ(log.lines().size(), 5U);
+    for (const char* name : {"KALIX_READY_FD", "KALIX_GROUP", "KALIX_SOCKET_MODE", "WATCHDOG_USEC"})
+        unsetenv(name);
+}
+
+// With whom a user's server shares, by what it is told and who it is.
+TEST(Process, AServerSharesOnlyWithAGroupOfItsOwn)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become others";
+    captured_log log;
+    constexpr gid_t asked = 4711, other = 4712;
+    struct row {
+        const char* told;
+        uid_t user;
+        gid_t own, further;
+        std::optional<gid_t> shares;
+    };
+    for (const row& each : {row{"4711", 65534, asked, other, asked},
+                            {"4711", 65534, other, asked, asked},
+                            {"4711", 65534, other, other, std::nullopt},
+                            {"4711", 0, other, other, asked},
+                            {"root", 0, other, other, 0},
+                            {"none", 0, other, other, std::nullopt},
+                            {"", 65534, other, other, std::nullopt}}) {
+        setenv("KALIX_GROUP", each.told, 1);
+        EXPECT_EQ(run_child([&each] {
+                      if (setgroups(1, &each.further) != 0 || setgid(each.own) != 0 || setuid(each.user) != 0)
+                          return 1;
+                      read_settings();
+                      return current_settings().group == each.shares ? 0 : 2;
+                  }),
+                  0)
+            << each.told << " as " << each.user;
+    }
+    unsetenv("KALIX_GROUP");
 }
 
 struct shared_with_thread {

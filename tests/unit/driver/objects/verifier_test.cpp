@@ -124,9 +124,14 @@ TEST_F(VerifierTest, Table)
         SCOPED_TRACE(name);
         EXPECT_EQ(check(sent), wanted.empty() ? 0 : -22);
         lines said = take_lines();
-        for (std::string& line : said)
-            line.erase(std::min(line.size(), line.find(" address 0x")));
-        EXPECT_EQ(said, wanted); // but for addresses
+        for (std::string& line : said) {
+            const size_t address = line.find(" address 0x");
+            if (address == std::string::npos)
+                continue;
+            EXPECT_LT(std::stoul(line.substr(address + 11), nullptr, 16), words(sent).size()) << "within the buffer";
+            line.erase(address);
+        }
+        EXPECT_EQ(said, wanted);
     }
 }
 

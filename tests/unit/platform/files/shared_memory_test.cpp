@@ -162,14 +162,17 @@ TEST(SharedMemory, ObjectsAndConnectionsDivideTheDescriptors)
 {
     struct division {
         rlim_t limit;
-        size_t connections, objects;
+        size_t connections, handed, objects;
     };
-    for (const division& row : {division{32, 0, 0}, {1024, 480, 480}, {4096, 1024, 3008}})
+    for (const division& row : {division{32, 0, 0, 0}, {1024, 480, 60, 420}, {4096, 1024, 376, 2632}})
         EXPECT_EQ(run_child([&] {
                       const rlimit limit{row.limit, row.limit};
                       setrlimit(RLIMIT_NOFILE, &limit);
                       const descriptor_shares got = divide_descriptors();
-                      return got.connections == row.connections && objects_max() == row.objects ? 0 : 1;
+                      return got.connections == row.connections && got.handed == row.handed &&
+                                     objects_max() == row.objects
+                                 ? 0
+                                 : 1;
                   }),
                   0)
             << row.limit;
