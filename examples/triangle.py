@@ -32,8 +32,10 @@ try:
     with (kalix.Connection() as server,
           kalix.Context(server) as drawing,
           kalix.DmaBuffer(server, CORNERS) as staging,
-          kalix.Surface(server, kalix.SVGA3D_SURFACE_HINT_VERTEXBUFFER, kalix.SVGA3D_BUFFER, len(CORNERS), 1) as vertices,
-          kalix.Surface(server, kalix.SVGA3D_SURFACE_HINT_RENDERTARGET, kalix.SVGA3D_A8R8G8B8, WIDTH, HEIGHT) as picture):
+          kalix.Surface(server, kalix.SVGA3D_SURFACE_HINT_VERTEXBUFFER, kalix.SVGA3D_BUFFER,
+                        len(CORNERS), 1) as vertices,
+          kalix.Surface(server, kalix.SVGA3D_SURFACE_HINT_RENDERTARGET, kalix.SVGA3D_A8R8G8B8,
+                        WIDTH, HEIGHT) as picture):
         server.set_mode(WIDTH, HEIGHT)  # and the display is on
         draw(server, drawing, staging, vertices, picture)
 except OSError as error:

@@ -44,6 +44,7 @@ class Record(_c.Structure):
         values = ((name, getattr(self, name)) for name, *_ in self._fields_)
         shown = (f"{name}={value[:] if isinstance(value, _c.Array) else value!r}" for name, value in values)
         return f"{type(self).__name__}({', '.join(shown)})"
+
 '''
 
 
@@ -59,9 +60,9 @@ class Declarations:
 def preprocessed() -> str:
     """The public headers' own lines, without comments and directives."""
     command = [os.environ.get("CC", "cc"), "-E", "-std=c11", f"-I{ROOT}/include", "-"]
-    out = subprocess.run(command, input="#include <kalix/client.h>\n", check=True, capture_output=True, text=True).stdout
+    done = subprocess.run(command, input="#include <kalix/client.h>\n", check=True, capture_output=True, text=True)
     ours, kept = False, []
-    for line in out.splitlines():
+    for line in done.stdout.splitlines():
         if marker := MARKER.match(line):
             ours = "/include/kalix/" in marker.group(1)
         elif ours and not line.startswith("#"):
@@ -154,7 +155,7 @@ def wrapped(start: str, parts: list[str], end: str) -> str:
     indent = " " * (len(start) - len(start.lstrip()) + 4)
     lines = [indent]
     for part in parts:
-        if len(lines[-1]) + len(part) + 2 > LINE_MAX:
+        if len(lines[-1]) + len(part) + len(end) > LINE_MAX:
             lines[-1] = lines[-1].rstrip()
             lines.append(indent)
         lines[-1] += part + ", "

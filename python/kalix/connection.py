@@ -55,7 +55,7 @@ class Connection(Owner):
         return filled(c.kalix_fifomap, ctypes.c_uint32, self.handle, index).value
 
     def capabilities(self) -> list[int]:
-        """The words of the capability records: {length in words, type, pairs of index and value}, up to a length of 0."""
+        """The capability records: {length in words, type, pairs of index and value}, ended by a length of 0."""
         return list(filled(c.kalix_fifomap_caps, fifomap_caps_rep, self.handle).words)
 
     def allocate_sid(self) -> int:

@@ -16,6 +16,7 @@ class Record(_c.Structure):
         shown = (f"{name}={value[:] if isinstance(value, _c.Array) else value!r}" for name, value in values)
         return f"{type(self).__name__}({', '.join(shown)})"
 
+
 SVGA3D_INVALID_ID = 0xFFFFFFFF
 SVGA_GMR_NULL = 0xFFFFFFFF
 SVGA_GMR_FRAMEBUFFER = 0xFFFFFFFE
@@ -680,9 +681,9 @@ class show_sid_req(Record):
 
 class sid_info_req(Record):
     _fields_ = (
-        ("sid", _c.c_uint32), ("pids", _c.c_uint32 * KALIX_INFO_PIDS), ("unused0", _c.c_uint32),
-        ("width", _c.c_uint32), ("height", _c.c_uint32), ("depth", _c.c_uint32), ("flags", _c.c_uint32),
-        ("format", _c.c_uint32), ("ref_count", _c.c_uint32), ("unused1", _c.c_uint32))
+        ("sid", _c.c_uint32), ("pids", _c.c_uint32 * KALIX_INFO_PIDS), ("unused0", _c.c_uint32), ("width", _c.c_uint32),
+        ("height", _c.c_uint32), ("depth", _c.c_uint32), ("flags", _c.c_uint32), ("format", _c.c_uint32),
+        ("ref_count", _c.c_uint32), ("unused1", _c.c_uint32))
 
 
 class sid_entry(Record):
@@ -824,10 +825,10 @@ class svga3d_set_material(Record):
 
 class svga3d_light(Record):
     _fields_ = (
-        ("type", _c.c_uint32), ("in_world_space", _c.c_uint32), ("diffuse", svga3d_color4),
-        ("specular", svga3d_color4), ("ambient", svga3d_color4), ("position", _c.c_float * 4),
-        ("direction", _c.c_float * 4), ("range", _c.c_float), ("falloff", _c.c_float), ("attenuation0", _c.c_float),
-        ("attenuation1", _c.c_float), ("attenuation2", _c.c_float), ("theta", _c.c_float), ("phi", _c.c_float))
+        ("type", _c.c_uint32), ("in_world_space", _c.c_uint32), ("diffuse", svga3d_color4), ("specular", svga3d_color4),
+        ("ambient", svga3d_color4), ("position", _c.c_float * 4), ("direction", _c.c_float * 4), ("range", _c.c_float),
+        ("falloff", _c.c_float), ("attenuation0", _c.c_float), ("attenuation1", _c.c_float),
+        ("attenuation2", _c.c_float), ("theta", _c.c_float), ("phi", _c.c_float))
 
 
 class svga3d_set_light_data(Record):
@@ -929,8 +930,7 @@ class kalix_commands(Record):
 class kalix_surface_description(Record):
     _fields_ = (
         ("flags", _c.c_uint32), ("format", _c.c_uint32), ("mip_levels", _c.c_uint32 * SVGA3D_FACES),
-        ("sizes", _c.POINTER(surface_size)), ("size_count", _c.c_uint32), ("shared", _c.c_uint32),
-        ("sid", _c.c_uint32))
+        ("sizes", _c.POINTER(surface_size)), ("size_count", _c.c_uint32), ("shared", _c.c_uint32), ("sid", _c.c_uint32))
 
 
 class kalix_readback_area(Record):
@@ -1022,7 +1022,8 @@ FUNCTIONS = {
     "kalix_set_cursor": (_c.c_int, [
         ("connection", _c.POINTER(kalix_connection)), ("image", _c.POINTER(kalix_cursor_image))]),
     "kalix_move_cursor": (_c.c_int, [
-        ("connection", _c.POINTER(kalix_connection)), ("visible", _c.c_uint32), ("x", _c.c_uint32), ("y", _c.c_uint32)]),
+        ("connection", _c.POINTER(kalix_connection)), ("visible", _c.c_uint32), ("x", _c.c_uint32),
+        ("y", _c.c_uint32)]),
     "kalix_debug_show": (_c.c_int, [("connection", _c.POINTER(kalix_connection)), ("sid", _c.c_uint32)]),
     "kalix_debug_reset": (_c.c_int, [("connection", _c.POINTER(kalix_connection))]),
     "kalix_debug_info": (_c.c_int, [
@@ -1061,8 +1062,8 @@ FUNCTIONS = {
         ("list", _c.POINTER(kalix_commands)), ("cid", _c.c_uint32), ("type", _c.c_uint32),
         ("target", _c.POINTER(svga3d_image))]),
     "kalix_cmd_set_texture_states": (_c.c_int, [
-        ("list", _c.POINTER(kalix_commands)), ("cid", _c.c_uint32), ("states", _c.POINTER(svga3d_texture_state_value)),
-        ("count", _c.c_uint32)]),
+        ("list", _c.POINTER(kalix_commands)), ("cid", _c.c_uint32),
+        ("states", _c.POINTER(svga3d_texture_state_value)), ("count", _c.c_uint32)]),
     "kalix_cmd_set_material": (_c.c_int, [
         ("list", _c.POINTER(kalix_commands)), ("cid", _c.c_uint32), ("face", _c.c_uint32),
         ("material", _c.POINTER(svga3d_material))]),

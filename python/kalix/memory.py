@@ -72,7 +72,7 @@ class Surface(Owner):
 
     @classmethod
     def refer(cls, server: Connection, sid: int, width: int, height: int) -> "Surface":
-        """Another's surface. Its size does not come with it: who tells the sid tells the size. ENOENT: there is none."""
+        """Another's surface. Its size does not come with it: who tells the sid tells the size. ENOENT: none there."""
         information = filled(c.kalix_surface_reference, surface_reference_req, server.handle, sid)
         other = cls.__new__(cls)
         other._holds(server, sid, information.format, width, height)

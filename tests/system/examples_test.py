@@ -6,6 +6,7 @@ examples_test.py SOURCE_DIR BUILD_DIR CMAKE
 """
 import os
 import pathlib
+import re
 import shlex
 import struct
 import subprocess
@@ -128,6 +129,14 @@ class Examples(unittest.TestCase):
             self.assertGreater(len(shown), 3)
             for line in shown:
                 self.assertIn(line, code)
+
+    def test_what_the_guide_says_is_told_is_told(self):
+        guide = (SOURCE / "docs/client.md").read_text(encoding="utf-8")
+        told = (SOURCE / "client/draw_check.cpp").read_text(encoding="utf-8")
+        shown = re.findall(r'`KALIX_DEBUG`: "([^"]+)"', guide)
+        self.assertGreater(len(shown), 5)
+        for text in shown:
+            self.assertIn(text, told)
 
 
 if __name__ == "__main__":

@@ -71,7 +71,8 @@ class Module(unittest.TestCase):
         _vertices, layout = self.corners()
         self.commands.set_render_states([(kalix.SVGA3D_RS_LIGHTINGENABLE, 1), (kalix.SVGA3D_RS_AMBIENT, 0xFFFFFFFF)])
         self.commands.set_material(kalix.SVGA3D_FACE_FRONT_BACK, kalix.svga3d_material(ambient=(0, 1, 0, 1)))
-        self.commands.set_light(0, kalix.svga3d_light(type=kalix.SVGA3D_LIGHTTYPE_POINT, range=10, position=(0, 0, 0, 1)))
+        lamp = kalix.svga3d_light(type=kalix.SVGA3D_LIGHTTYPE_POINT, range=10, position=(0, 0, 0, 1))
+        self.commands.set_light(0, lamp)
         self.commands.enable_light(0, True)
         moved = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 1]
         self.commands.set_transform(kalix.SVGA3D_TRANSFORM_WORLD, moved)
