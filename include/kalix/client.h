@@ -275,7 +275,7 @@ int kalix_cmd_surface_define(struct kalix_commands *list, const struct svga3d_su
                              const struct svga3d_size *sizes, uint32_t size_count);
 /* Destroys what kalix_cmd_surface_define() has defined. */
 int kalix_cmd_surface_destroy(struct kalix_commands *list, uint32_t sid);
-/* Copies boxes from image to image, of one format and without scaling. */
+/* Copies boxes from image to image byte by byte, between formats whose blocks have one size. */
 int kalix_cmd_surface_copy(struct kalix_commands *list, const struct svga3d_image *source,
                            const struct svga3d_image *destination, const struct svga3d_copy_box *boxes,
                            uint32_t box_count);
@@ -340,9 +340,9 @@ int kalix_cmd_draw_primitives(struct kalix_commands *list, uint32_t cid,
 int kalix_cmd_set_scissor_rect(struct kalix_commands *list, uint32_t cid, const struct svga3d_rect *rect);
 /* Counts, by enum svga3d_query_type, what is drawn from here to kalix_cmd_end_query(). */
 int kalix_cmd_begin_query(struct kalix_commands *list, uint32_t cid, uint32_t type);
-/* Behind the fence of the submission a struct svga3d_query_result lies at result. */
+/* Ends counting: behind the submission's fence a struct svga3d_query_result lies at result. */
 int kalix_cmd_end_query(struct kalix_commands *list, uint32_t cid, uint32_t type, struct svga_guest_pointer result);
-/* Has the result written before the next command runs. */
+/* Writes the last ended query's result once more; state is SVGA3D_QUERYSTATE_FAILED while one is counting. */
 int kalix_cmd_wait_for_query(struct kalix_commands *list, uint32_t cid, uint32_t type,
                              struct svga_guest_pointer result);
 /* Has the screen's rectangles in the framebuffer, where this device keeps them anyway. */

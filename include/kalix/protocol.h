@@ -319,7 +319,7 @@ struct set_mode_req {            /* 242 */
 static_assert(sizeof(struct set_mode_req) == 12, "wire record");
 
 struct set_cursor_req {          /* 243; width x height pixels of premultiplied ARGB follow */
-    uint32_t id;                 /* not read */
+    uint32_t id;                 /* the device has one cursor */
     uint32_t hotspot_x, hotspot_y; /* pixels from the image's top left corner */
     uint32_t width, height;      /* pixels, at most 256 a side */
     uint32_t unused;

@@ -56,7 +56,7 @@ enum svga3d_command {                /* ids, each with the record of its body be
 
 /* ---- Enumerations ------------------------------------------------------------------------ */
 
-enum svga3d_surface_flag {           /* sums of these; a hint changes nothing but what a reader knows */
+enum svga3d_surface_flag {           /* sums of these; hints change nothing that is drawn */
     SVGA3D_SURFACE_CUBEMAP = 0x1,
     SVGA3D_SURFACE_HINT_STATIC = 0x2,
     SVGA3D_SURFACE_HINT_DYNAMIC = 0x4,
@@ -602,7 +602,7 @@ struct svga3d_draw_primitives {  /* 1063; then both, then divisors */
 };
 struct svga3d_vertex_declaration {       /* where an element of all vertices lies */
     uint32_t type;               /* enum svga3d_declaration_type */
-    uint32_t method;             /* 0 */
+    uint32_t method;             /* not read */
     uint32_t usage;              /* enum svga3d_declaration_usage */
     uint32_t usage_index;        /* e.g. of texture coordinates their set */
     struct svga3d_array array;   /* offset is the first vertex's element */

@@ -161,7 +161,7 @@ class CommandBuffer:
 
     def surface_copy(self, source: svga3d_image, target: svga3d_image,
                      boxes: Iterable[svga3d_copy_box | tuple]) -> None:
-        """Copies boxes from image to image."""
+        """Copies boxes from image to image byte by byte, between formats whose blocks have one size."""
         c.kalix_cmd_surface_copy(self.list, source, target, *array(svga3d_copy_box, boxes))
 
     def stretch(self, blit: svga3d_surface_stretchblt) -> None:
@@ -185,7 +185,7 @@ class CommandBuffer:
         c.kalix_cmd_end_query(self.list, self.cid, type, result)
 
     def wait_for_query(self, result: svga_guest_pointer, type: int = SVGA3D_QUERYTYPE_OCCLUSION) -> None:
-        """Has the device write the result before it goes on."""
+        """Writes the last ended query's result once more."""
         c.kalix_cmd_wait_for_query(self.list, self.cid, type, result)
 
 
