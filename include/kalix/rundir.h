@@ -50,7 +50,8 @@ static inline int kalix_run_directory(char *path, size_t room)
     return length < 0 || (size_t)length >= room ? -1 : length;
 }
 
-/* Whether the directory holds a channel's socket; errno is EACCES when it may not be entered. */
+/* Whether something lies in the directory under the channel's name; errno is EACCES when it may not be entered.
+ * Whether that is a socket, and a server listens, shows when a client connects. */
 static inline int kalix_holds_channel(const char *directory)
 {
     char socket[4096];
@@ -61,7 +62,7 @@ static inline int kalix_holds_channel(const char *directory)
         return 0;
     }
     errno = 0;
-    return lstat(socket, &facts) == 0 && S_ISSOCK(facts.st_mode);
+    return stat(socket, &facts) == 0;
 }
 
 /* The same for the run directory of the server to talk to: KALIX_RUN_DIR when set; else the user's own, when it
