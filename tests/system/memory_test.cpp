@@ -383,6 +383,33 @@ protected:
     static inline uint32_t shown; // the keeper's surface
 };
 
+// The platform's own messages are answered by the receiving thread, and end at most the connection that sent them.
+TEST_F(ServingWithoutMemory, AnObjectOverTheConnectionIsRefused)
+{
+    kalix_object_req wanted{{}, KALIX_COMMAND_BUFFER_BYTES, 1};
+    std::snprintf(wanted.name, sizeof wanted.name, "execbuf_%d_9", getpid());
+    const bytes message = platform::frame(bytes_of(kalix_platform_header{KALIX_PLATFORM_MAGIC, KALIX_OBJECT}, wanted));
+    bool was_refused = false;
+    const size_t before = count().descriptors;
+    sweep(64, [&](int nth, bool lasting) {
+        raw_client client{environment->directory.path()};
+        EXPECT_FALSE(ask(client, KALIX_GETPARAM, parameter()).is_error);
+        std::optional<platform::reply> got;
+        const bool failed = without_memory(nth, lasting, thread_kind::receiver, [&] {
+            EXPECT_TRUE(client.send(message));
+            got = client.receive();
+        });
+        EXPECT_TRUE(!got || got->value == 0 || got->value == -12) << got->value;
+        was_refused |= got && got->value == -12;
+        client.close();
+        await([] { return count().clients == 1; });
+        EXPECT_TRUE(serves(environment->directory.path()));
+        return failed;
+    });
+    EXPECT_TRUE(was_refused);
+    EXPECT_EQ(count().descriptors, before);
+}
+
 // A request without memory, the same again with it, and the ends of both connections leave what there was.
 void ServingWithoutMemory::expect_that_it_passes(const request& what, bool is_known, thread_kind victim)
 {

@@ -61,7 +61,7 @@ kalix::client::connection connect()
     try {
         return {};
     } catch (const std::system_error& error) {
-        throw std::runtime_error{"cannot connect to a server: " + error.code().message() +
+        throw std::runtime_error{std::string{"cannot "} + error.what() +
                                  "\nStart one, or give the demo one of its own: kalix-run -- kalix-demo ..."};
     }
 }
