@@ -78,7 +78,10 @@ constexpr parameter of_fill[] = {sid,
                                   .value = "PIXEL",
                                   .help = "the word of every pixel, say 0xFF336699"}};
 
-constexpr parameter of_screenshot[] = {file, {.name = "--no-cursor", .help = "leave the cursor out"}};
+constexpr parameter of_screenshot[] = {
+    file,
+    {.name = "--no-cursor", .help = "leave the cursor out"},
+    {.name = "--last", .help = "also when the server has ended: the last picture that it showed"}};
 
 constexpr parameter of_zoom[] = {{.name = "factor",
                                   .kind = value_kind::text,

@@ -4,6 +4,7 @@
 #include "tools/picture/picture.h"
 #include "tools/screen/run_directory.h"
 #include "tools/screen/screen_reader.h"
+#include "tools/screen/server_state.h"
 
 #include <cstring>
 #include <stdexcept>
@@ -14,7 +15,10 @@ report take_screenshot(const arguments& given)
 {
     const std::string file = given.text("file");
     const bool cursor = !given.has("--no-cursor");
-    tools::screen_reader reader{tools::run_directory()};
+    const std::string directory = tools::run_directory();
+    if (!given.has("--last"))
+        tools::expect_server(directory);
+    tools::screen_reader reader{directory};
     tools::screen_frame frame;
     if (!reader.read(frame, cursor ? tools::cursor_drawing::with : tools::cursor_drawing::without))
         throw std::runtime_error{"cannot take a screenshot: the screen changes too fast"};

@@ -6,6 +6,7 @@
 #include "tools/ctl/svga_names.h"
 #include "tools/screen/run_directory.h"
 #include "tools/screen/screen_reader.h"
+#include "tools/screen/server_state.h"
 #include "tools/screen/status_reader.h"
 
 #include <fmt/format.h>
@@ -56,7 +57,9 @@ table counted(const char* name, const char* kind, const uint64_t (&counters)[cou
 
 report tell_frame(const arguments&)
 {
-    const auto status = tools::read_status(tools::run_directory());
+    const std::string directory = tools::run_directory();
+    tools::expect_server(directory);
+    const auto status = tools::read_status(directory);
     const kalix_status_frame& frame = status->frame;
     report out{{{"frame", frame.number}}, {}};
     if (frame.number == 0)
@@ -78,6 +81,7 @@ report tell_frame(const arguments&)
 report tell_statistics(const arguments&)
 {
     const std::string directory = tools::run_directory();
+    tools::expect_server(directory);
     const auto status = tools::read_status(directory);
     const kalix_screen_statistics device = tools::screen_reader{directory}.statistics();
     report out{{{"server", uint64_t{status->server_pid}},
