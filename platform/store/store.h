@@ -14,10 +14,10 @@
 
 namespace kalix::platform {
 
-inline constexpr uint32_t notify_poll_arm = 3;        // action of ionotify
-inline constexpr uint32_t notify_input = 0x10000000;  // condition: the object changed since it was read
-inline constexpr uint32_t notify_pulse = 0x04;        // what an event does
-inline constexpr uint32_t notify_update = 0x80;       // replaces an event that was armed before
+inline constexpr uint32_t notify_poll_arm = 3;       // action of ionotify
+inline constexpr uint32_t notify_input = 0x10000000; // condition: the object changed since it was read
+inline constexpr uint32_t notify_pulse = 0x04;       // what an event does
+inline constexpr uint32_t notify_update = 0x80;      // replaces an event that was armed before
 
 struct pulse_event {
     uint32_t notify;
@@ -34,6 +34,10 @@ struct machine_name {
 struct sched_param {
     int priority;
 };
+
+// The store's directory, absolute, for who wants to change it from another process. False when it does not exist or its
+// path does not fit.
+bool store_directory(std::span<char> path);
 
 // Opens an object; with open_create it is made (mode 0644, directories 0755) when missing. Returns a
 // descriptor, or -1: EINVAL for no path of an object, and what is there is no regular file.
