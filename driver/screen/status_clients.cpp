@@ -24,24 +24,6 @@ constexpr uint64_t second_ns = 1'000'000'000;
 std::array<uint64_t, KALIX_STATUS_CLIENTS> refusal_told;
 bool overlays_written; // the file has some
 
-// Where a client is told of; none when all slots are taken, which are as many as connections: it asks again with its
-// next request.
-kalix_status_client* slot_of(client_record& client)
-{
-    if (client.status_slot != 0)
-        return &status_page->clients[client.status_slot - 1];
-    auto* const free = std::ranges::find(status_page->clients, 0u, &kalix_status_client::pid);
-    if (free == std::end(status_page->clients))
-        return nullptr;
-    client.status_slot = static_cast<uint32_t>(free - std::begin(status_page->clients)) + 1;
-    free->pid = client.pid;
-    free->uid = client.uid;
-    status_page->clients_seen++;
-    refusal_told[client.status_slot - 1] = 0;
-    status_event(KALIX_EVENT_CONNECT, &client, 0);
-    return free;
-}
-
 void write_bounds() KALIX_REQUIRES(_globals.device_mutex)
 {
     const auto counted = [](kalix_status_bound bound, uint64_t count) { status_page->bounds_reached[bound] = count; };
@@ -101,12 +83,28 @@ bool shows_a_frame(int32_t command)
 
 } // namespace
 
+kalix_status_client* status_slot(client_record& client)
+{
+    if (client.status_slot != 0)
+        return &status_page->clients[client.status_slot - 1];
+    auto* const free = std::ranges::find(status_page->clients, 0u, &kalix_status_client::pid);
+    if (free == std::end(status_page->clients))
+        return nullptr;
+    client.status_slot = static_cast<uint32_t>(free - std::begin(status_page->clients)) + 1;
+    free->pid = client.pid;
+    free->uid = client.uid;
+    status_page->clients_seen++;
+    refusal_told[client.status_slot - 1] = 0;
+    status_event(KALIX_EVENT_CONNECT, &client, 0);
+    return free;
+}
+
 void status_note_request(client_record& client, int32_t command, int32_t status)
 {
     if (!status_page)
         return;
     const status_change now;
-    if (kalix_status_client* const slot = slot_of(client)) {
+    if (kalix_status_client* const slot = status_slot(client)) {
         slot->requests++;
         slot->presents += shows_a_frame(command) && status == 0;
         slot->device_bytes = client.held_bytes[RESOURCE_SURFACE];

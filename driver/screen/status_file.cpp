@@ -150,20 +150,24 @@ void status_note_display()
     status_page->debug_show_sid = _globals.debug_show_sid;
 }
 
-void status_note_mode(const client_record* by, const set_mode_req& mode)
+void status_note_mode(client_record* by, const set_mode_req& mode)
 {
     if (!status_page)
         return;
     const status_change now;
+    if (by)
+        status_slot(*by); // its connect comes first
     status_event(KALIX_EVENT_MODE, by, mode.width, mode.height, mode.bpp);
     write_display(by, true);
 }
 
-void status_note_enabled(const client_record* by, bool on)
+void status_note_enabled(client_record* by, bool on)
 {
     if (!status_page)
         return;
     const status_change now;
+    if (by)
+        status_slot(*by);
     write_display(by, on);
 }
 

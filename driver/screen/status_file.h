@@ -27,8 +27,8 @@ void status_note_debug_frame(const surface_record& surface);
 void status_note_surface(uint32_t sid) KALIX_REQUIRES(_globals.device_mutex);
 
 // A mode that the device took, which turns the display on; and the display alone. By a client, or by none.
-void status_note_mode(const client_record* by, const set_mode_req& mode) KALIX_REQUIRES(_globals.device_mutex);
-void status_note_enabled(const client_record* by, bool on) KALIX_REQUIRES(_globals.device_mutex);
+void status_note_mode(client_record* by, const set_mode_req& mode) KALIX_REQUIRES(_globals.device_mutex);
+void status_note_enabled(client_record* by, bool on) KALIX_REQUIRES(_globals.device_mutex);
 
 // The zoom in force and what debug display shows.
 void status_note_display() KALIX_REQUIRES(_globals.device_mutex);

@@ -24,6 +24,10 @@ private:
     static std::atomic_ref<uint32_t> sequence() { return std::atomic_ref<uint32_t>{status_page->sequence}; }
 };
 
+// Where a client is told of, from here on when it was not yet, which is an event. Inside a change. None when all slots
+// are taken, which are as many as connections: it asks again with its next request.
+kalix_status_client* status_slot(client_record& client);
+
 // The next event of the ring, inside a change: who did it (null: the server), and what its kind says of three words.
 void status_event(kalix_event_kind kind, const client_record* who, uint32_t a, uint32_t b = 0, uint32_t c = 0);
 
