@@ -14,10 +14,10 @@
 
 namespace kalix::platform {
 
-inline constexpr uint32_t notify_poll_arm = 3;       // action of ionotify
-inline constexpr uint32_t notify_input = 0x10000000; // condition: the object changed since it was read
-inline constexpr uint32_t notify_pulse = 0x04;       // what an event does
-inline constexpr uint32_t notify_update = 0x80;      // replaces an event that was armed before
+inline constexpr uint32_t notify_poll_arm = 3;        // action of ionotify
+inline constexpr uint32_t notify_input = 0x10000000;  // condition: the object changed since it was read
+inline constexpr uint32_t notify_pulse = 0x04;        // what an event does
+inline constexpr uint32_t notify_update = 0x80;       // replaces an event that was armed before
 
 struct pulse_event {
     uint32_t notify;
