@@ -68,10 +68,13 @@ int call(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 
 int define_surface(const request& what) KALIX_REQUIRES(_globals.device_mutex)
 {
-    return with_record<surface_define_req>(what,
-                                           [&what](surface_define_req* req) KALIX_REQUIRES(_globals.device_mutex) {
-                                               return vmw_surface_define_ioctl(what.client, req, what.rcvid);
-                                           });
+    return with_record<surface_define_req>(
+        what, [&what](surface_define_req* req) KALIX_REQUIRES(_globals.device_mutex) {
+            const int status = vmw_surface_define_ioctl(what.client, req, what.rcvid);
+            if (status == 0)
+                status_note_surface(req->flags); // the reply's first word: its sid
+            return status;
+        });
 }
 
 int set_cursor(const request& what) KALIX_REQUIRES(_globals.device_mutex)
@@ -225,7 +228,7 @@ int answer(const request_row& row, const request& what) KALIX_REQUIRES(_globals.
     const int status = row.call(what);
     // Behind a disconnect the record is freed.
     if (what.client && row.command != KALIX_DISCONNECT)
-        status_note_client(*what.client);
+        status_note_request(*what.client, row.command, status);
     return status;
 }
 

@@ -13,14 +13,17 @@
 #include "driver/state/device_hold.h"
 #include "driver/state/settings.h"
 #include "platform/files/shared_memory.h"
+#include "platform/store/store.h"
 #include "svga/svga3d.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <kalix/status.h>
 #include <memory>
 #include <string_view>
 
@@ -158,12 +161,24 @@ int make_dirty_gmr()
     return 0;
 }
 
+// Tools that change the configuration ask where it lies: their environment may be another.
+void publish_store()
+{
+    std::array<char, KALIX_STATUS_STORE_BYTES> path;
+    if (!platform::store_directory(path))
+        return;
+    device_hold lock;
+    status_note_store(path.data());
+}
+
 void begin_configuration()
 {
-    if (pps_init() != 0)
+    if (pps_init() != 0) {
         slogf(log_code, log_error, "kalix: pps init failed, persistent config not available");
-    else
-        pps_monitor(_globals.self_coid);
+        return;
+    }
+    publish_store();
+    pps_monitor(_globals.self_coid);
 }
 
 // Pools, channel and tables. 1 after a line. The status file comes behind the channel, which takes the directory that

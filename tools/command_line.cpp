@@ -72,6 +72,38 @@ void check(const parameter& what, const std::string& text)
     check_choice(what, text);
 }
 
+// A JSON string. Bytes that are no ASCII pass: they are UTF-8 where the program's words and files' names are.
+std::string json_string(std::string_view text)
+{
+    std::string out = "\"";
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) < ' ') {
+            constexpr char digits[] = "0123456789abcdef";
+            out.append("\\u00").append(1, digits[c >> 4]).append(1, digits[c & 15]);
+        } else
+            out.append(c == '"' || c == '\\' ? "\\" : "").append(1, c);
+    return out + "\"";
+}
+
+// Looked for in the words themselves: what is wrong with them may be what keeps them from being read.
+bool wants_json(const program& what, std::span<char* const> words)
+{
+    return what.json_option &&
+           std::ranges::any_of(words, [&](const char* word) { return std::string_view{word} == what.json_option; });
+}
+
+// Tells on standard error what went wrong, and what may help.
+int complain(const program& what, std::span<char* const> words, const std::string& text, const std::string& hint,
+             int status)
+{
+    if (!wants_json(what, words))
+        std::cerr << what.name << ": " << text << '\n' << hint << (hint.empty() ? "" : "\n");
+    else
+        std::cerr << "{\"error\": " << json_string(text) << (hint.empty() ? "" : ", \"hint\": " + json_string(hint))
+                  << ", \"status\": " << status << "}\n";
+    return status;
+}
+
 // The library's own, with this program's usage line.
 class formatter : public CLI::Formatter {
 public:
@@ -151,8 +183,10 @@ size arguments::extent(std::string_view name) const
 // The tables made into the library's objects, and one parse by them.
 class command_line_reader {
 public:
-    explicit command_line_reader(const program& what)
-        : what_{what}, app_{std::string{what.summary} + (*what.description ? "\n\n" : "") + what.description, what.name}
+    command_line_reader(const program& what, std::span<char* const> given)
+        : what_{what}, words_{given}, app_{std::string{what.summary} + (*what.description ? "\n\n" : "") +
+                                               what.description,
+                                           what.name}
     {
         app_.formatter(std::make_shared<formatter>(what.usage));
         app_.footer(footer_of(what));
@@ -198,8 +232,8 @@ public:
     {
         const command* const of = chosen();
         const std::string name = what_.name;
-        std::cerr << name << ": " << text << "\nTry " << (of ? name + " " + of->name : name) << " --help.\n";
-        return what_.usage_status;
+        return complain(what_, words_, text, "Try " + (of ? name + " " + of->name : name) + " --help.",
+                        what_.usage_status);
     }
 
 private:
@@ -256,26 +290,20 @@ private:
     }
 
     const program& what_;
+    std::span<char* const> words_; // all of them, as they were given
     CLI::App app_;
     arguments given_;
 };
 
-namespace {
-
-int fail(const program& what, const std::string& text, bool without_server = false)
-{
-    std::cerr << what.name << ": " << text << '\n';
-    if (without_server && what.asks_server)
-        std::cerr << "Is a server running? KALIX_RUN_DIR names its run directory.\n";
-    return what.failure_status;
-}
-
-} // namespace
-
 int run(const program& what, int argc, char** argv)
 {
+    const std::span words{argv, static_cast<size_t>(argc)};
+    const auto fail = [&](const std::string& text, bool without_server = false) {
+        const char* const hint = "Is a server running? KALIX_RUN_DIR names its run directory.";
+        return complain(what, words, text, without_server && what.asks_server ? hint : "", what.failure_status);
+    };
     try {
-        command_line_reader reader{what};
+        command_line_reader reader{what, words};
         if (const auto status = reader.read(argc, argv))
             return *status;
         try {
@@ -284,14 +312,14 @@ int run(const program& what, int argc, char** argv)
             return reader.refuse(error.what());
         }
     } catch (const std::filesystem::filesystem_error& error) { // a whole sentence, unlike its base
-        return fail(what, error.what());
+        return fail(error.what());
     } catch (const std::system_error& error) {
         // libkalix says itself what a connection lacks; a file of the server's that is missing says no more than that.
         const bool without_server =
             error.code() == std::errc::no_such_file_or_directory && !dynamic_cast<const client::open_error*>(&error);
-        return fail(what, std::string{"cannot "} + error.what(), without_server);
+        return fail(std::string{"cannot "} + error.what(), without_server);
     } catch (const std::exception& error) {
-        return fail(what, error.what());
+        return fail(error.what());
     }
 }
 

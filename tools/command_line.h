@@ -3,7 +3,7 @@
 // The tables are constants that anything may walk: the reader parses by them, --help prints them, and manual
 // pages and shell completion can be made of them. A program's main() is one call of run(), which answers --help
 // and --version itself, tells complaints with a pointer to the help that would have answered, and turns what a
-// command throws into one line and an exit status. The argument library is seen by command_line.cpp alone: its
+// command throws into one line and an exit status; or into {"error": "...", "hint": "...", "status": 1}. The argument library is seen by command_line.cpp alone: its
 // header costs every source that includes it ten seconds.
 //
 // One thread, once in a process.
@@ -124,7 +124,8 @@ struct program {
     // required, and reach the program as they are, dashes and all.
     const char* words = nullptr;
     const char* words_hint = "";
-    bool asks_server = false; // one that is missing or gone is told with what to look at
+    bool asks_server = false;          // one that is missing or gone is told with what to look at
+    const char* json_option = nullptr; // given on the command line, it makes complaints JSON objects
     int failure_status = 1;
     int usage_status = 2;
 };

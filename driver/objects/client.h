@@ -12,13 +12,24 @@ namespace kalix {
 
 struct client_reference; // see resource.h
 
+// What in a command buffer refused it.
+enum class refusal_reason : uint32_t { other, command, context, surface, region, length };
+
+struct command_refusal {
+    refusal_reason reason;
+    uint32_t command; // the 3D command, 0: none
+    uint32_t named;   // the id that it named
+};
+
 struct client_record {
     uint32_t scoid; // key in client_table
     uint32_t pid;   // 0 for a record made by a disconnect
     uint32_t uid;
     std::array<hashtable<client_reference>*, RESOURCE_TOTAL> ref_tables; // by object id; own the records
-    linkedlist<uint32_t>* retained_sids; // surface ids that it chose; released when it goes
-    uint32_t status_slot;                // in the status file, counted from 1; 0: none yet
+    std::array<uint64_t, RESOURCE_TOTAL> held_bytes; // of the objects in ref_tables, each once (resource.h)
+    linkedlist<uint32_t>* retained_sids;             // surface ids that it chose; released when it goes
+    command_refusal refused;                         // of the last command buffer that the verifier saw
+    uint32_t status_slot;                            // in the status file, counted from 1; 0: none yet
 };
 
 // Nothing to prepare: kalix_init makes the table itself. Returns 0.

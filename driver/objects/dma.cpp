@@ -74,6 +74,7 @@ dma_buffer* dma_create(const char* name, uint32_t size)
     buffer->magic_cookie = resource_magic + RESOURCE_DMA;
     buffer->size = size;
     buffer->alloc_size = size + spare_bytes;
+    buffer->bytes = buffer->alloc_size;
     std::snprintf(buffer->name, sizeof buffer->name, "%s", name);
     if (!make_object(*buffer))
         return nullptr;

@@ -41,6 +41,7 @@ command_buffer_use open_buffer(client_record* client, uint32_t number) KALIX_REQ
         return {nullptr, nullptr, reached};
     buffer->magic_cookie = resource_magic + RESOURCE_EXECBUF;
     buffer->id = number;
+    buffer->bytes = KALIX_COMMAND_BUFFER_BYTES;
     buffer->owner = client;
     std::snprintf(buffer->name, sizeof buffer->name, "/execbuf_%u_%u", client->pid, number);
     buffer->fd = platform::shm_open(buffer->name, platform::open_read_write, object_mode);

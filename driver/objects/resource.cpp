@@ -47,14 +47,16 @@ client_reference* add_reference(resource_type type, client_record* client, resou
     std::unique_ptr<client_reference> reference{new (std::nothrow) client_reference{object->id, 0, object}};
     if (!reference || hashtable_insert(client->ref_tables[type], object->id, reference.get()) != 0)
         return nullptr;
+    client->held_bytes[type] += object->bytes;
     return reference.release();
 }
 
-void drop_reference(hashtable<client_reference>* table, const hashtable_place<client_reference>& place)
+void drop_reference(resource_type type, client_record* client, const hashtable_place<client_reference>& place)
     KALIX_REQUIRES(_globals.resource_lock)
 {
     const std::unique_ptr<client_reference> reference{place.value()};
-    hashtable_remove_at(table, place);
+    client->held_bytes[type] -= reference->object->bytes;
+    hashtable_remove_at(client->ref_tables[type], place);
 }
 
 } // namespace
@@ -107,7 +109,7 @@ int resource_unref(resource_type type, client_record* client, resource_object* o
                  "client_ref->ref_count <= obj->total_ref_count");
     --object->total_ref_count;
     if (--reference->ref_count == 0)
-        drop_reference(client->ref_tables[type], place);
+        drop_reference(type, client, place);
     if (object->total_ref_count != 0)
         return 0;
     if (destroy)

@@ -6,7 +6,8 @@
 // must not call back. The lookups take no lock: all use happens under the device mutex.
 //
 // While resource_lock is free, an object is in its type's table exactly when total_ref_count > 0;
-// total_ref_count is the sum of all clients' ref_counts; and no client's ref_count is 0.
+// total_ref_count is the sum of all clients' ref_counts; no client's ref_count is 0; and a client's held_bytes
+// are the sum over the objects that it holds.
 #pragma once
 
 #include "driver/objects/client.h"
@@ -19,6 +20,7 @@ struct resource_object { // begins every registered record
     uint32_t magic_cookie = 0;
     uint32_t id = 0;
     uint32_t total_ref_count = 0;
+    uint64_t bytes = 0; // of memory, as its clients are told; does not change while it is registered
     virtual ~resource_object() = default;
 };
 

@@ -102,6 +102,7 @@ share_bound share_take(share_kind kind, const client_record& client, share_holde
         return share_bound::memory;
     const share_bound reached = bound_reached(index, *charged);
     if (reached != share_bound::none) {
+        ++_globals.shares.refused[index];
         forget_if_empty(charged);
         return reached;
     }

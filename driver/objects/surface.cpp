@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <kalix/svga3d_formats.h>
 #include <new>
 #include <numeric>
 #include <span>
@@ -22,6 +23,24 @@ constexpr uint8_t bytes_per_pixel[SVGA3D_FORMAT_MAX] = {
     0, 4, 4, 2, 2, 2, 2, 4, 2, 4, 2, 1, 1, 2, 2, 0, 0, 0, 0, 0, 2, 2,
     4, 3, 2, 4, 4, 2, 4, 2, 4, 4, 1, 2, 4, 2, 4, 0, 4, 4, 4, 8, 4, 4,
 };
+
+// What the device takes for all levels, or nothing for a surface that it refuses: sizes come from clients, and three
+// of 32 bits do not fit in 64.
+uint64_t bytes_of(const surface_record& surface)
+{
+    const svga3d_block block = svga3d_block_of(surface.format);
+    constexpr uint64_t most = uint64_t{1} << 40;
+    uint64_t sum = 0;
+    for (const surface_size& level : std::span{surface.sizes.get(), surface.mip_count}) {
+        // 36 bits times 32: the product with the depth is compared by division.
+        const uint64_t row = svga3d_row_bytes(block, level.width);
+        const uint64_t rows = svga3d_block_rows(block, level.height);
+        if (row > most || (row != 0 && rows > most / row) || (row * rows != 0 && level.depth > most / (row * rows)))
+            return 0;
+        sum += row * rows * level.depth;
+    }
+    return sum;
+}
 
 uint64_t sizes_offset(const surface_define_req& req)
 {
@@ -89,6 +108,7 @@ int define(client_record* client, surface_record& surface, const surface_define_
     surface.owner_uid = client->uid;
     if (const int status = read_levels(client, surface, req, rcvid); status != 0)
         return status;
+    surface.bytes = bytes_of(surface);
     const int status = surface_init(&surface);
     if (status != 0)
         slogf(log_code, log_error, "kalix: vmw_surface_define_ioctl: could not create surface!");

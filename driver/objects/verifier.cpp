@@ -34,6 +34,14 @@ uint32_t word_at(body_span body, size_t offset) // the table has made sure that 
     return word;
 }
 
+// Notes what refuses the buffer, for who asks the record behind the walk.
+int refuse(const buffer_walk& walk, refusal_reason reason, uint32_t named)
+{
+    walk.client->refused.reason = reason;
+    walk.client->refused.named = named;
+    return status_invalid;
+}
+
 // ---- Identity: ids that a command names, and where in the driver's copy they stand ----------------
 
 // A cid of all ones equals the walk's beginning and passes before any context was named: it names nothing.
@@ -42,10 +50,9 @@ int cmd_cid_check(buffer_walk& walk, body_span body) KALIX_REQUIRES(_globals.dev
     const uint32_t cid = word_at(body, 0);
     if (cid == walk.last_cid)
         return 0;
-    const int status = context_check(walk.client, cid);
-    if (status != 0) {
+    if (context_check(walk.client, cid) != 0) {
         slogf(log_code, log_error, "kalix: cmd_cid_check: could not find or use context 0x%x", cid);
-        return status;
+        return refuse(walk, refusal_reason::context, cid);
     }
     walk.last_cid = cid;
     return 0;
@@ -56,11 +63,10 @@ int cmd_sid_check(buffer_walk& walk, uint32_t sid, const std::byte* field) KALIX
 {
     if (sid == SVGA3D_INVALID_ID || sid == walk.last_sid)
         return 0;
-    const int status = surface_check(walk.client, sid);
-    if (status != 0) {
+    if (surface_check(walk.client, sid) != 0) {
         slogf(log_code, log_error, "kalix: cmd_sid_check: could not find or use surface 0x%08x address 0x%08lx", sid,
               static_cast<unsigned long>(field - walk.begin));
-        return status;
+        return refuse(walk, refusal_reason::surface, sid);
     }
     walk.last_sid = sid;
     return 0;
@@ -89,7 +95,7 @@ int check_region(buffer_walk& walk, body_span body, size_t offset)
         return 0;
     const uint32_t region = word_at(body, offset);
     if (_globals.settings.strict)
-        return is_own_region(walk.client, region) ? 0 : status_invalid;
+        return is_own_region(walk.client, region) ? 0 : refuse(walk, refusal_reason::region, region);
     if (region == _globals.dirty_gmr_id)
         std::memcpy(body.data() + offset, &no_id, sizeof no_id);
     return 0;
@@ -279,6 +285,9 @@ int cmd_check(buffer_walk& walk, body_span left, uint64_t* length)
     *length = uint64_t{sizeof header} + header.size;
     if (is_accepted(walk, left, header.id, *length))
         return 0;
+    if (walk.client->refused.reason == refusal_reason::other)
+        walk.client->refused.reason = refusal_reason::command;
+    walk.client->refused.command = header.id;
     slogf(log_code, log_error, "kalix: cmd_check: illegal / invalid SVGA3D command: %d", static_cast<int>(header.id));
     return status_invalid;
 }
@@ -288,6 +297,7 @@ int cmd_check(buffer_walk& walk, body_span left, uint64_t* length)
 int cmd_check_all(client_record* client, body_span commands)
 {
     buffer_walk walk{client, commands.data()};
+    client->refused = {};
     // A count of 2^31 or more is negative to the walk, which then has nothing to look at.
     const bool countable = commands.size() <= INT32_MAX;
     while (countable && !commands.empty()) {
@@ -300,6 +310,7 @@ int cmd_check_all(client_record* client, body_span commands)
     }
     if (commands.empty())
         return 0;
+    client->refused.reason = refusal_reason::length;
     slogf(log_code, log_error, "kalix: command verifier out of sync.");
     return status_invalid;
 }

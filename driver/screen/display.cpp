@@ -42,15 +42,16 @@ bool is_mode(const set_mode_req& asked)
 
 } // namespace
 
-int nebo_adapter_svga_enable(client_record*, svga_enable_req* req)
+int nebo_adapter_svga_enable(client_record* client, svga_enable_req* req)
 {
     if (!req)
         return payload_missing;
     SVGA_WriteReg(SVGA_REG_ENABLE, req->enable);
+    status_note_enabled(client, req->enable != 0);
     return 0;
 }
 
-int nebo_adapter_set_mode(client_record*, set_mode_req* req)
+int nebo_adapter_set_mode(client_record* client, set_mode_req* req)
 {
     if (!req)
         return payload_missing;
@@ -59,9 +60,11 @@ int nebo_adapter_set_mode(client_record*, set_mode_req* req)
     if (!once && !_globals.software_mode)
         gpu_cap_test();
     once = 1;
+    if (!is_mode(*req))
+        return 0;
+    status_note_mode(client, *req);
     // The device has cleared the screen: what was shown last fills the new one, until its client presents again.
-    surface_record* const surface = is_mode(*req) ? last_presented() : nullptr;
-    if (surface)
+    if (surface_record* const surface = last_presented())
         present(surface, 0, 0, static_cast<int32_t>(req->width), static_cast<int32_t>(req->height));
     return 0;
 }

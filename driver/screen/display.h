@@ -12,7 +12,7 @@ namespace kalix {
 
 // Requests 241 to 244: 0, or 22 without a payload. A cursor's image is what follows its record; a payload
 // that ends before the image does counts as none.
-int nebo_adapter_svga_enable(client_record* client, svga_enable_req* req);
+int nebo_adapter_svga_enable(client_record* client, svga_enable_req* req) KALIX_REQUIRES(_globals.device_mutex);
 int nebo_adapter_set_mode(client_record* client, set_mode_req* req) KALIX_REQUIRES(_globals.device_mutex);
 int nebo_adapter_set_cursor(client_record* client, set_cursor_req* req, std::span<const std::byte> image);
 int nebo_adapter_move_cursor(client_record* client, move_cursor_req* req);

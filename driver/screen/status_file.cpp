@@ -1,34 +1,24 @@
 #include "driver/screen/status_file.h"
 
+#include "base/saturate.h"
 #include "driver/screen/postprocess.h"
+#include "driver/screen/status_page.h"
 #include "driver/screen/zoom.h"
 #include "platform/files/published_file.h"
+#include "platform/log/clock.h"
 #include "platform/process.h"
 
-#include <algorithm>
-#include <atomic>
+#include <cstdio>
 #include <kalix/rundir.h>
-#include <kalix/status.h>
+#include <utility>
 
 namespace kalix {
+
+kalix_status* status_page;
+
 namespace {
 
-static_assert(static_cast<size_t>(KALIX_STATUS_OBJECT_TYPES) == RESOURCE_TOTAL);
-static_assert(static_cast<uint32_t>(KALIX_STATUS_OVERLAYS) == overlay_id_capacity);
-
-kalix_status* status; // mapped, never unmapped; null when there is none. Written under the device mutex
-
-// One change of the file: the sequence is odd while it lives.
-class change {
-public:
-    change() { sequence().fetch_add(1, std::memory_order_acq_rel); } // nothing below moves before it
-    ~change() { sequence().fetch_add(1, std::memory_order_release); }
-    change(const change&) = delete;
-    change& operator=(const change&) = delete;
-
-private:
-    static std::atomic_ref<uint32_t> sequence() { return std::atomic_ref<uint32_t>{status->sequence}; }
-};
+bool display_on; // as the last request or mode left it; the device starts with it off
 
 // 0 for none, which no surface has.
 uint32_t sid_of(const surface_record* surface)
@@ -36,7 +26,40 @@ uint32_t sid_of(const surface_record* surface)
     return surface ? surface->id : 0;
 }
 
-kalix_status_overlay as_defined(const overlay_record& overlay)
+kalix_status_overlay as_drawn(const overlay_record& overlay, const surface_record& surface)
+{
+    const surface_dimensions size = dimensions_of(surface);
+    kalix_status_overlay drawn = status_overlay(overlay);
+    drawn.x = zoomed(overlay.x);
+    drawn.y = zoomed(overlay.y);
+    drawn.width = zoomed_unsigned(size.width);
+    drawn.height = zoomed_unsigned(size.height);
+    drawn.turned = postprocess_turns(surface);
+    return drawn;
+}
+
+// The number goes on, so that a reader can tell a new frame from the one that it saw.
+void begin_frame(kalix_status_frame& frame, const surface_record& surface)
+{
+    const uint64_t number = frame.number + 1;
+    frame = {};
+    frame.number = number;
+    frame.time_ns = platform::time_of_day_ns();
+    frame.sid = surface.id;
+    frame.zoom = _globals.svga_device->zoom;
+    frame.screen_width = _globals.svga_device->width;
+    frame.screen_height = _globals.svga_device->height;
+}
+
+void write_display(const client_record* by, bool on)
+{
+    if (std::exchange(display_on, on) != on)
+        status_event(KALIX_EVENT_DISPLAY, by, on);
+}
+
+} // namespace
+
+kalix_status_overlay status_overlay(const overlay_record& overlay)
 {
     return {overlay.id,
             overlay.owner_pid,
@@ -51,91 +74,43 @@ kalix_status_overlay as_defined(const overlay_record& overlay)
             0};
 }
 
-kalix_status_overlay as_drawn(const overlay_record& overlay, const surface_record& surface)
+void status_event(kalix_event_kind kind, const client_record* who, uint32_t a, uint32_t b, uint32_t c)
 {
-    const surface_dimensions size = dimensions_of(surface);
-    kalix_status_overlay drawn = as_defined(overlay);
-    drawn.x = zoomed(overlay.x);
-    drawn.y = zoomed(overlay.y);
-    drawn.width = zoomed_unsigned(size.width);
-    drawn.height = zoomed_unsigned(size.height);
-    drawn.turned = postprocess_turns(surface);
-    return drawn;
+    const uint64_t number = ++status_page->event_number;
+    status_page->events[(number - 1) % KALIX_STATUS_EVENTS] = {
+        number, platform::time_of_day_ns(), kind, who ? who->pid : 0, who ? who->uid : 0, a, b, c};
 }
-
-void write_overlays() KALIX_REQUIRES(_globals.device_mutex)
-{
-    std::ranges::fill(status->overlays, kalix_status_overlay{});
-    for_each_overlay([](const overlay_record& overlay) { status->overlays[overlay.id - 1] = as_defined(overlay); });
-}
-
-// The number goes on, so that a reader can tell a new frame from the one that it saw.
-void begin_frame(kalix_status_frame& frame, const surface_record& surface)
-{
-    const uint64_t number = frame.number + 1;
-    frame = {};
-    frame.number = number;
-    frame.sid = surface.id;
-    frame.zoom = _globals.svga_device->zoom;
-    frame.screen_width = _globals.svga_device->width;
-    frame.screen_height = _globals.svga_device->height;
-}
-
-} // namespace
 
 void status_begin()
 {
-    status = static_cast<kalix_status*>(platform::map_published_file(kalix_status_file, sizeof *status));
-    if (!status)
+    status_page = static_cast<kalix_status*>(platform::map_published_file(kalix_status_file, sizeof *status_page));
+    display_on = false;
+    if (!status_page)
         return;
     // The file begins as zeros: until this change is done a reader finds no magic, or an odd sequence.
-    const change now;
-    status->magic = KALIX_STATUS_MAGIC;
-    status->version = KALIX_STATUS_VERSION;
-    status->header_bytes = sizeof *status;
-    status->server_pid = platform::own_process();
-    status->zoom = _globals.svga_device->zoom;
+    const status_change now;
+    status_page->magic = KALIX_STATUS_MAGIC;
+    status_page->version = KALIX_STATUS_VERSION;
+    status_page->header_bytes = sizeof *status_page;
+    status_page->server_pid = platform::own_process();
+    status_page->zoom = _globals.svga_device->zoom;
+    status_page->start_ns = platform::time_of_day_ns();
 }
 
-void status_note_client(client_record& client)
+void status_note_store(const char* directory)
 {
-    if (!status)
+    if (!status_page)
         return;
-    const change now;
-    if (client.status_slot == 0) {
-        // As many slots as connections; one that finds none is not shown, and asks again with its next request.
-        const auto* const free = std::ranges::find(status->clients, 0u, &kalix_status_client::pid);
-        if (free == std::end(status->clients))
-            return;
-        client.status_slot = static_cast<uint32_t>(free - std::begin(status->clients)) + 1;
-        status->clients_seen++;
-    }
-    kalix_status_client& slot = status->clients[client.status_slot - 1];
-    slot.pid = client.pid;
-    slot.uid = client.uid;
-    slot.requests++;
-    for (size_t type = 0; type < RESOURCE_TOTAL; ++type)
-        slot.objects[type] = static_cast<uint32_t>(client.ref_tables[type]->count);
-    write_overlays(); // whichever request it was may have changed them, and there are eight at most
-}
-
-void status_forget_client(const client_record& client)
-{
-    if (!status)
-        return;
-    const change now;
-    // The overlays that went with the client, too: this is the last that is heard of it.
-    if (client.status_slot != 0)
-        status->clients[client.status_slot - 1] = {};
-    write_overlays();
+    const status_change now;
+    std::snprintf(status_page->store, sizeof status_page->store, "%s", directory);
 }
 
 void status_note_frame(const surface_record& surface, const present_rectangle& rectangle)
 {
-    if (!status)
+    if (!status_page)
         return;
-    const change now;
-    kalix_status_frame& frame = status->frame;
+    const status_change now;
+    kalix_status_frame& frame = status_page->frame;
     begin_frame(frame, surface);
     frame.x = rectangle.x;
     frame.y = rectangle.y;
@@ -153,10 +128,10 @@ void status_note_frame(const surface_record& surface, const present_rectangle& r
 
 void status_note_debug_frame(const surface_record& surface)
 {
-    if (!status)
+    if (!status_page)
         return;
-    const change now;
-    kalix_status_frame& frame = status->frame;
+    const status_change now;
+    kalix_status_frame& frame = status_page->frame;
     begin_frame(frame, surface);
     frame.debug = 1;
     frame.width = static_cast<int32_t>(dimensions_of(surface).width);
@@ -166,11 +141,34 @@ void status_note_debug_frame(const surface_record& surface)
 
 void status_note_display()
 {
-    if (!status)
+    if (!status_page)
         return;
-    const change now;
-    status->zoom = _globals.svga_device->zoom;
-    status->debug_show_sid = _globals.debug_show_sid;
+    const status_change now;
+    const float zoom = _globals.svga_device->zoom;
+    if (std::exchange(status_page->zoom, zoom) != zoom)
+        status_event(KALIX_EVENT_ZOOM, nullptr, truncated_unsigned(zoom * 1e6f + 0.5f));
+    status_page->debug_show_sid = _globals.debug_show_sid;
+}
+
+void status_note_mode(client_record* by, const set_mode_req& mode)
+{
+    if (!status_page)
+        return;
+    const status_change now;
+    if (by)
+        status_slot(*by); // its connect comes first
+    status_event(KALIX_EVENT_MODE, by, mode.width, mode.height, mode.bpp);
+    write_display(by, true);
+}
+
+void status_note_enabled(client_record* by, bool on)
+{
+    if (!status_page)
+        return;
+    const status_change now;
+    if (by)
+        status_slot(*by);
+    write_display(by, on);
 }
 
 } // namespace kalix

@@ -54,7 +54,7 @@ void id_init_pool(id_pool* pool, uint32_t capacity)
     if (!pool)
         return;
     const uint32_t words = capacity / word_bits + (capacity % word_bits != 0); // rounding up a sum could wrap
-    *pool = {new (std::nothrow) uint32_t[words]{}, capacity, 0};
+    *pool = {new (std::nothrow) uint32_t[words]{}, capacity, 0, 0};
 }
 
 void id_destroy_pool(id_pool* pool)
@@ -72,10 +72,18 @@ uint32_t id_get(id_pool* pool)
     { // the line below is written without the innermost lock
         hold lock{_globals.id_lock};
         result = take_lowest(pool, id);
+        if (pool && result == search::full)
+            ++pool->exhausted;
     }
     if (result == search::inconsistent)
         slogf(log_code, log_error, "kalix: id_get: usecount is invalid!");
     return result == search::found ? id : 0;
+}
+
+uint64_t id_exhausted(const id_pool* pool)
+{
+    hold lock{_globals.id_lock};
+    return pool->exhausted;
 }
 
 void id_take(id_pool* pool, uint32_t id)

@@ -10,9 +10,10 @@
 namespace kalix {
 
 struct id_pool {
-    uint32_t* bits;    // id i in use: bit (i - 1) mod 32 of word (i - 1) div 32; null: no memory
-    uint32_t size;     // capacity, the highest id
-    uint32_t usecount; // ids in use
+    uint32_t* bits;     // id i in use: bit (i - 1) mod 32 of word (i - 1) div 32; null: no memory
+    uint32_t size;      // capacity, the highest id
+    uint32_t usecount;  // ids in use
+    uint64_t exhausted; // times that none was free
 };
 
 // Makes a pool of that capacity, every id free. Without memory the pool hands out nothing.
@@ -21,6 +22,9 @@ void id_destroy_pool(id_pool* pool);
 
 // The lowest free id, now in use, or 0 when there is none.
 uint32_t id_get(id_pool* pool);
+
+// How often none was free.
+uint64_t id_exhausted(const id_pool* pool);
 
 // Marks one id as in use, so that it is not handed out; ignored outside the pool.
 void id_take(id_pool* pool, uint32_t id);

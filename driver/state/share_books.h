@@ -15,7 +15,8 @@ struct share_holder; // a client, as long as anything is charged to it
 struct share_books {
     uint32_t of_a_kind = 0; // shares of every kind
     std::array<uint32_t, share_kinds> taken{};
-    share_holder* first = nullptr; // owned, until its last share comes back
+    std::array<uint64_t, share_kinds> refused{}; // times that a bound was reached
+    share_holder* first = nullptr;               // owned, until its last share comes back
 };
 
 } // namespace kalix

@@ -6,40 +6,60 @@
 #include "platform/log/log.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <string>
 
 namespace kalix::platform {
 namespace {
 
-// Opens and sizes the file; -1 with errno.
-unique_fd open_published(const char* name, std::size_t bytes)
+// Taken before anybody else can open the file, so that no reader's own lock keeps it from us, and gone with the last
+// copy of this descriptor, however the process ends.
+bool lock_for_life(int file)
+{
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    return fcntl(file, F_OFD_SETLK, &whole) == 0;
+}
+
+// A new file of that name, of zeros and locked; -1 with errno. What a process that died has left there goes.
+unique_fd make_file(int directory, const char* name, std::size_t bytes)
+{
+    unlinkat(directory, name, 0);
+    unique_fd file{openat(directory, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)};
+    const bool made = file && ftruncate(file.get(), static_cast<int64_t>(bytes)) == 0 && lock_for_life(file.get()) &&
+                      share_with_group(file.get(), 0600, 0640);
+    return made ? std::move(file) : unique_fd{};
+}
+
+// Makes the file, maps it, and gives it its name last: who finds it there finds it locked.
+void* publish(const char* name, std::size_t bytes)
 {
     const unique_fd directory = open_taken_directory();
-    unique_fd file{openat(directory.get(), name, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600)};
-    struct stat facts {};
-    if (!file || fstat(file.get(), &facts) != 0)
-        return unique_fd{};
-    if (!S_ISREG(facts.st_mode) || facts.st_uid != geteuid()) { // its owner could write what tools then believe
-        errno = EPERM;
-        return unique_fd{};
+    const std::string fresh = std::string{"."} + name + ".new";
+    unique_fd file = make_file(directory.get(), fresh.c_str(), bytes);
+    void* const mapped = file ? mmap(bytes, protect_read | protect_write, file.get()) : nullptr;
+    if (!mapped)
+        return nullptr;
+    if (renameat(directory.get(), fresh.c_str(), directory.get(), name) != 0) {
+        const int error = errno;
+        munmap(mapped, bytes);
+        errno = error;
+        return nullptr;
     }
-    const bool sized =
-        static_cast<std::size_t>(facts.st_size) >= bytes || ftruncate(file.get(), static_cast<int64_t>(bytes)) == 0;
-    return sized && share_with_group(file.get(), 0600, 0640) ? std::move(file) : unique_fd{};
+    static_cast<void>(file.release()); // the lock's, until the process ends
+    return mapped;
 }
 
 } // namespace
 
 void* map_published_file(const char* name, std::size_t bytes)
 {
-    const unique_fd file = open_published(name, bytes);
-    void* const mapped = file ? mmap(bytes, protect_read | protect_write, file.get()) : nullptr;
+    void* const mapped = publish(name, bytes);
     if (!mapped)
         slogf(log_code, log_error, "kalix: cannot publish %s: %s (%d)", name, std::strerror(errno), errno);
-    else
-        std::memset(mapped, 0, bytes); // not by cutting the file: readers that are attached would fault
     return mapped;
 }
 

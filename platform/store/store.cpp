@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -139,6 +141,16 @@ bool watch(store& ours, open_object& object) KALIX_REQUIRES(ours.lock)
 }
 
 } // namespace
+
+bool store_directory(std::span<char> path)
+try {
+    char whole[PATH_MAX];
+    if (!realpath(store_path().c_str(), whole))
+        return false;
+    return static_cast<size_t>(std::snprintf(path.data(), path.size(), "%s", whole)) < path.size();
+} catch (const std::bad_alloc&) {
+    return false;
+}
 
 int32_t open(const char* path, unsigned flags)
 try {

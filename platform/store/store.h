@@ -35,6 +35,10 @@ struct sched_param {
     int priority;
 };
 
+// The store's directory, absolute, for who wants to change it from another process. False when it does not exist or its
+// path does not fit.
+bool store_directory(std::span<char> path);
+
 // Opens an object; with open_create it is made (mode 0644, directories 0755) when missing. Returns a
 // descriptor, or -1: EINVAL for no path of an object, and what is there is no regular file.
 int32_t open(const char* path, unsigned flags);

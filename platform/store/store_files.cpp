@@ -15,20 +15,6 @@ namespace {
 
 constexpr std::string_view prefix = "/pps/";
 
-std::string store_directory()
-{
-    const auto from = [](const char* variable) {
-        const char* const value = std::getenv(variable);
-        return std::string{value ? value : ""};
-    };
-    if (std::string given = from("KALIX_PPS_DIR"); !given.empty())
-        return given;
-    if (geteuid() == 0)
-        return "/var/lib/kalix/pps";
-    const std::string state = from("XDG_STATE_HOME");
-    return (state.empty() ? from("HOME") + "/.local/state" : state) + "/kalix/pps";
-}
-
 // Each in turn from the root; one that is there already is no failure, also when another process has just made it.
 bool make_directories(const std::string& path)
 {
@@ -116,6 +102,20 @@ int replace(const object_place& place, const std::string& text)
 
 } // namespace
 
+std::string store_path()
+{
+    const auto from = [](const char* variable) {
+        const char* const value = std::getenv(variable);
+        return std::string{value ? value : ""};
+    };
+    if (std::string given = from("KALIX_PPS_DIR"); !given.empty())
+        return given;
+    if (geteuid() == 0)
+        return "/var/lib/kalix/pps";
+    const std::string state = from("XDG_STATE_HOME");
+    return (state.empty() ? from("HOME") + "/.local/state" : state) + "/kalix/pps";
+}
+
 object_place find_object(std::string_view path, bool create)
 {
     object_place place;
@@ -124,7 +124,7 @@ object_place find_object(std::string_view path, bool create)
         errno = EINVAL;
         return place;
     }
-    const std::string whole = store_directory() + "/" + std::string{object};
+    const std::string whole = store_path() + "/" + std::string{object};
     const size_t slash = whole.rfind('/');
     const std::string directory = whole.substr(0, slash);
     if (create && !make_directories(directory))

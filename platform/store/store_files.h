@@ -16,6 +16,9 @@ namespace kalix::platform {
 
 inline constexpr size_t object_bytes_max = 1 << 20; // that a write merges into
 
+// The store's directory, as the environment names it.
+std::string store_path();
+
 struct object_place {
     unique_fd directory; // -1: none, with errno
     std::string file;    // in it

@@ -2,6 +2,8 @@
 
 #include "tests/system/server.h"
 #include "tests/unit/platform/support.h"
+#include "tools/screen/server_state.h"
+#include "tools/screen/status_reader.h"
 
 #include <csignal>
 #include <cstdio>
@@ -73,6 +75,39 @@ TEST(Servers, OneThatWasKilledStartsAgain)
         uint32_t cid = 0;
         EXPECT_LT(kalix_context_define(client.get(), &cid), 0);
     }
+}
+
+// By the lock on its status file, which the kernel takes back; nobody who may only read can keep a server from it.
+TEST(Servers, WhoLooksSeesWhetherTheServerLives)
+{
+    using tools::server_state;
+    const run_directory directory;
+    EXPECT_EQ(tools::state_of_server(directory.path()), server_state::none);
+    unique_fd readers; // with a lock of his own on the file of a server
+    for (const int signal : {SIGKILL, SIGTERM, SIGKILL}) {
+        server running{directory};
+        ASSERT_TRUE(running.is_ready());
+        EXPECT_FALSE(readers && tools::writer_lives(readers.get()));
+        running.send(SIGSTOP);
+        EXPECT_TRUE(tools::server_lives(directory.path()));
+        running.send(SIGCONT);
+        readers = unique_fd{::open((directory.path() + "/status").c_str(), O_RDONLY | O_CLOEXEC)};
+        EXPECT_TRUE(tools::writer_lives(readers.get()));
+        running.send(signal);
+        running.wait();
+        EXPECT_EQ(tools::state_of_server(directory.path()), server_state::ended);
+        struct flock whole {};
+        whole.l_type = F_RDLCK;
+        EXPECT_EQ(::fcntl(readers.get(), F_OFD_SETLK, &whole), 0);
+        EXPECT_FALSE(tools::server_lives(directory.path()));
+    }
+    ::setenv("KALIX_RUN_DIR", directory.path().c_str(), 1);
+    ::setenv("KALIX_PPS_DIR", (directory.path() + "/pps").c_str(), 1);
+    ::setenv("KALIX_LOG", (directory.path() + "/log").c_str(), 1);
+    EXPECT_EQ(run_child([] { return become({program("kalix")}); }), 0); // the one that goes into the background
+    EXPECT_TRUE(soon([&] { return tools::server_lives(directory.path()); }));
+    ::kill(static_cast<pid_t>(tools::read_status(directory.path())->server_pid), SIGTERM);
+    EXPECT_TRUE(soon([&] { return !tools::server_lives(directory.path()); }));
 }
 
 // A client that shrinks and changes its command buffer while the server reads it hurts itself alone.

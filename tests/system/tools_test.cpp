@@ -1,6 +1,7 @@
 // kalixctl and kalix-view against a real server with several clients: what they say, write and show.
 
 #include "base/unique_fd.h"
+#include "tests/system/programs.h"
 #include "tests/system/screen_test.h"
 
 #include <algorithm>
@@ -19,44 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
-
-struct outcome {
-    int status = -1;
-    std::string text; // standard output and standard error
-};
-
-outcome run(const std::string& command)
-{
-    outcome out;
-    std::FILE* const pipe = ::popen((command + " 2>&1").c_str(), "r");
-    char part[4096];
-    while (const size_t count = std::fread(part, 1, sizeof part, pipe))
-        out.text.append(part, count);
-    const int ended = ::pclose(pipe);
-    out.status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
-    return out;
-}
-
-// A program in the background, ended with this.
-class background {
-public:
-    explicit background(const std::vector<std::string>& words) : pid_{start_child([&] { return become(words); })} {}
-    ~background() { end(); }
-    background(const background&) = delete;
-    background& operator=(const background&) = delete;
-
-    // Asks it to end; its exit status, or -1.
-    int end()
-    {
-        if (pid_ <= 0)
-            return -1;
-        ::kill(pid_, SIGTERM);
-        return end_of(std::exchange(pid_, -1));
-    }
-
-private:
-    pid_t pid_;
-};
 
 class tools_test : public screen_test {
 protected:
@@ -87,7 +50,7 @@ TEST_F(tools_test, ListsDescribesAndPings)
     const outcome list = ctl("list");
     EXPECT_EQ(list.status, 0);
     EXPECT_EQ(std::count(list.text.begin(), list.text.end(), '\n'), 25) << list.text;
-    EXPECT_THAT(list.text, HasSubstr("26x4  X8R8G8B8"));
+    EXPECT_THAT(list.text, HasSubstr("26x4       1  X8R8G8B8"));
     const std::string pid = std::to_string(::getpid());
     const outcome info = ctl("info " + std::to_string(many[5].sid()));
     EXPECT_THAT(info.text, HasSubstr("holders     " + pid + " " + pid));

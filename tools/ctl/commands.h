@@ -26,4 +26,9 @@ report tell_or_set_zoom(const arguments&);
 report set_mode(const arguments&);
 report ping(const arguments&);
 
+// What prints by itself, and returns the exit status.
+int tell_events(const arguments&);
+int show_top(const arguments&);
+int examine_server(const arguments&);
+
 } // namespace kalix::ctl

@@ -17,16 +17,27 @@ using kalix::tools::value_kind;
 using namespace kalix::ctl;
 
 constexpr kalix::tools::section sections[] = {
-    {"OUTPUT", "Tables and fields for people; with --json, before or behind the command, one JSON object."},
+    {"OUTPUT",
+     R"(Tables and fields for people; with --json, before or behind the command, one JSON object, and a failure is
+{"error": "...", "status": 1} on standard error.)"},
     {"EXIT STATUS",
      R"(0 when it was done, 1 when it could not be (one line on standard error says why), 2 for a wrong command
-line.)"},
-    {"ENVIRONMENT", R"(KALIX_RUN_DIR   run directory of the server
-KALIX_PPS_DIR   the server's publish/subscribe store, for zoom)"},
+line. doctor exits with 0 when all is well and else with a number for the first fault, or without a fault the
+first warning:
+10 no run directory        17 status unreadable      24 a bound was reached
+11 directory closed        18 no answer              25 commands or requests refused
+12 not in the group        19 display off            26 store missing or not writable
+13 no socket               20 nothing presented      27 zoomed
+14 socket denied           21 debug display          28 a mode was refused
+15 nobody listens          22 one colour
+16 the server has ended    23 an overlay is hidden)"},
+    {"ENVIRONMENT", "KALIX_RUN_DIR   run directory of the server"},
     {"EXAMPLES", R"(kalixctl list                        surfaces of all clients, and who holds them
 kalixctl show 7                      surface 7 alone on the screen, until kalixctl reset
 kalixctl dump 7 seven.png            its pixels, with their alpha
 kalixctl screenshot - | display      the screen with the cursor, to standard output
+kalixctl doctor                      why is the screen black?
+kalixctl events --follow | jq .kind  what happens
 kalixctl --json stats | jq .refused  what the device refused)"}};
 
 constexpr parameter parameters[] = {{.name = "--json", .help = "print JSON instead of text"}};
@@ -78,7 +89,11 @@ constexpr parameter of_fill[] = {sid,
                                   .value = "PIXEL",
                                   .help = "the word of every pixel, say 0xFF336699"}};
 
-constexpr parameter of_screenshot[] = {file, {.name = "--no-cursor", .help = "leave the cursor out"}};
+constexpr parameter of_screenshot[] = {
+    {.name = "file", .kind = value_kind::file, .value = "FILE", .help = "the file to write; - for standard output"},
+    {.name = "--term", .help = "draw it in the terminal, too, or without a FILE instead"},
+    {.name = "--no-cursor", .help = "leave the cursor out"},
+    {.name = "--last", .help = "also when the server has ended: the last picture that it showed"}};
 
 constexpr parameter of_zoom[] = {{.name = "factor",
                                   .kind = value_kind::text,
@@ -96,6 +111,17 @@ constexpr parameter of_mode[] = {{.name = "size",
                                   .help = "bits per pixel, 16 or 32",
                                   .initial = "32"}};
 
+constexpr parameter of_events[] = {
+    {.name = "--follow", .help = "go on with what happens, until interrupted or the server ends (status 1)"}};
+
+constexpr parameter of_top[] = {
+    {.name = "--interval",
+     .kind = value_kind::text,
+     .value = "SECONDS",
+     .help = "from one look to the next, 0.1 to 3600",
+     .initial = "1"},
+    {.name = "--once", .help = "look once, and print; so does an output that is no terminal"}};
+
 // A report on its way out; a pipe that has closed is a failure, too.
 template <report (*find_out)(const arguments& given)>
 int print(const arguments& given)
@@ -103,7 +129,7 @@ int print(const arguments& given)
     const report result = find_out(given);
     std::ostream& out = result.output_taken ? std::cerr : std::cout;
     out << (given.has("--json") ? as_json(result) : as_text(result)) << std::flush;
-    return out.good() ? 0 : 1;
+    return out.good() ? result.status : 1;
 }
 
 constexpr command commands[] = {
@@ -121,6 +147,9 @@ constexpr command commands[] = {
     {"zoom", "tell or set the factor by which the picture shrinks", of_zoom, print<tell_or_set_zoom>},
     {"mode", "set the display mode", of_mode, print<set_mode>},
     {"ping", "ask the server for a sign of life", {}, print<ping>},
+    {"doctor", "find out why the screen is black, or why nobody can connect", {}, examine_server},
+    {"events", "tell what happened in the server, one JSON object a line", of_events, tell_events},
+    {"top", "show who keeps the server busy, until q is typed", of_top, show_top},
 };
 
 constexpr kalix::tools::program kalixctl{
@@ -131,6 +160,7 @@ constexpr kalix::tools::program kalixctl{
     .commands = commands,
     .sections = sections,
     .asks_server = true,
+    .json_option = "--json",
 };
 
 } // namespace

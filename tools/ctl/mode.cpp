@@ -31,9 +31,9 @@ report set_mode(const arguments& given)
         throw std::runtime_error{fmt::format("the device has no mode {}x{} of {} bits; the screen stays {}x{} of {}",
                                              width, height, bits_per_pixel, frame.width, frame.height,
                                              frame.bits_per_pixel)};
-    return {{{"mode", fmt::format("{}x{}", width, height)},
+    return {{{"mode", ctl::extent{width, height}},
              {"bits_per_pixel", uint64_t{bits_per_pixel}},
-             {"screen", fmt::format("{}x{}", frame.width, frame.height)}},
+             {"screen", ctl::extent{frame.width, frame.height}}},
             {}};
 }
 

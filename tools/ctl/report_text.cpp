@@ -19,6 +19,23 @@ struct printer {
     {
         return numbers.empty() ? "-" : fmt::format("{}", fmt::join(numbers, " "));
     }
+    std::string operator()(const std::vector<std::string>& words) const
+    {
+        return words.empty() ? "-" : fmt::format("{}", fmt::join(words, " "));
+    }
+    std::string operator()(const extent& of) const { return fmt::format("{}x{}", of.width, of.height); }
+    std::string operator()(const box& of) const
+    {
+        return of.depth > 1 ? fmt::format("{}x{}x{}", of.width, of.height, of.depth)
+                            : (*this)(extent{of.width, of.height});
+    }
+    std::string operator()(const rectangle& of) const
+    {
+        return fmt::format("{}x{} at ({}, {})", of.width, of.height, of.x, of.y);
+    }
+    std::string operator()(const pixel& of) const { return fmt::format("0x{:08X}", of.word); }
+    std::string operator()(const octets& of) const { return fmt::format("{:02x}", fmt::join(of.bytes, " ")); }
+    std::string operator()(unknown) const { return "-"; }
 };
 
 std::string text_of(const value& content)
@@ -74,6 +91,11 @@ void print_table(const table& what, std::string& out)
 }
 
 } // namespace
+
+double plain(float number)
+{
+    return std::stod(fmt::format("{}", number));
+}
 
 std::string as_text(const report& what)
 {

@@ -3,12 +3,13 @@
 // Read from the status and screen files, so that it works while the server is stuck, and disturbs nothing.
 
 #include "tools/ctl/commands.h"
+#include "tools/ctl/status_text.h"
 #include "tools/ctl/svga_names.h"
 #include "tools/screen/run_directory.h"
 #include "tools/screen/screen_reader.h"
+#include "tools/screen/server_state.h"
 #include "tools/screen/status_reader.h"
 
-#include <fmt/format.h>
 #include <kalix/status.h>
 
 namespace kalix::ctl {
@@ -19,10 +20,8 @@ record row_of(const kalix_status_overlay& overlay)
     const uint32_t shown = overlay.shown_buffer < 2 ? overlay.shown_buffer : 0;
     return {{"id", uint64_t{overlay.id}},
             {"owner", uint64_t{overlay.owner_pid}},
-            {"x", int64_t{overlay.x}},
-            {"y", int64_t{overlay.y}},
-            {"width", uint64_t{overlay.width}},
-            {"height", uint64_t{overlay.height}},
+            {"rectangle", rectangle{overlay.x, overlay.y, overlay.width, overlay.height}},
+            {"visible", overlay.visible != 0},
             {"buffers", uint64_t{overlay.buffer_count}},
             {"buffer", uint64_t{shown}},
             {"sid", uint64_t{overlay.sids[shown]}},
@@ -38,7 +37,12 @@ record row_of(const kalix_status_client& client)
             {"surfaces", uint64_t{client.objects[KALIX_STATUS_SURFACES]}},
             {"command_buffers", uint64_t{client.objects[KALIX_STATUS_COMMAND_BUFFERS]}},
             {"overlays", uint64_t{client.objects[KALIX_STATUS_OVERLAYS_HELD]}},
-            {"requests", uint64_t{client.requests}}};
+            {"device_bytes", client.device_bytes},
+            {"shared_bytes", client.shared_bytes},
+            {"requests", client.requests},
+            {"presents", client.presents},
+            {"refused", uint64_t{client.refused.count}},
+            {"last_refusal", last_refusal(client)}};
 }
 
 // Counters that have counted something, with their names.
@@ -56,16 +60,18 @@ table counted(const char* name, const char* kind, const uint64_t (&counters)[cou
 
 report tell_frame(const arguments&)
 {
-    const auto status = tools::read_status(tools::run_directory());
+    const std::string directory = tools::run_directory();
+    tools::expect_server(directory);
+    const auto status = tools::read_status(directory);
     const kalix_status_frame& frame = status->frame;
     report out{{{"frame", frame.number}}, {}};
     if (frame.number == 0)
         return out;
     out.head.push_back({"surface", uint64_t{frame.sid}});
     out.head.push_back({"debug_display", frame.debug != 0});
-    out.head.push_back({"rectangle", fmt::format("{}x{} at ({}, {})", frame.width, frame.height, frame.x, frame.y)});
-    out.head.push_back({"zoom", double{frame.zoom}});
-    out.head.push_back({"screen", fmt::format("{}x{}", frame.screen_width, frame.screen_height)});
+    out.head.push_back({"rectangle", rectangle{frame.x, frame.y, frame.width, frame.height}});
+    out.head.push_back({"zoom", plain(frame.zoom)});
+    out.head.push_back({"screen", extent{frame.screen_width, frame.screen_height}});
     out.head.push_back({"uploaded_bytes", uint64_t{frame.uploaded_bytes}});
     out.head.push_back({"waited", frame.waited != 0});
     table overlays{"overlays", {}};
@@ -78,9 +84,12 @@ report tell_frame(const arguments&)
 report tell_statistics(const arguments&)
 {
     const std::string directory = tools::run_directory();
+    tools::expect_server(directory);
     const auto status = tools::read_status(directory);
     const kalix_screen_statistics device = tools::screen_reader{directory}.statistics();
     report out{{{"server", uint64_t{status->server_pid}},
+                {"started", time_text(status->start_ns)},
+                {"store", status->store[0] ? value{std::string{status->store}} : unknown{}},
                 {"presents", status->frame.number},
                 {"screen_changes", device.frames},
                 {"fences", device.fences},
@@ -101,6 +110,7 @@ report tell_statistics(const arguments&)
         if (overlay.id != 0)
             overlays.rows.push_back(row_of(overlay));
     out.tables = {std::move(clients), std::move(overlays),
+                  counted("bounds_reached", "bound", status->bounds_reached, bound_name),
                   counted("commands", "command", device.commands, command_name),
                   counted("refused", "reason", device.refused, refusal_name)};
     return out;

@@ -7,11 +7,14 @@
 #include "tools/ctl/surface_picture.h"
 #include "tools/ctl/svga_names.h"
 #include "tools/picture/picture.h"
+#include "tools/screen/run_directory.h"
+#include "tools/screen/status_reader.h"
 
 #include <cerrno>
 #include <fmt/format.h>
 #include <kalix/client.hpp>
 #include <kalix/svga3d_formats.h>
+#include <memory>
 #include <span>
 #include <stdexcept>
 
@@ -46,17 +49,32 @@ sid_info_req ask_about(const client::connection& server, uint32_t sid)
     return info;
 }
 
-std::string size_text(uint32_t width, uint32_t height, uint32_t depth)
+// Of a face. The debug requests do not say, and a reference, which does, would disturb who holds the surface; the
+// status file has them for the ids that the server gives.
+value levels_of(const kalix_status* status, uint32_t sid)
 {
-    return depth > 1 ? fmt::format("{}x{}x{}", width, height, depth) : fmt::format("{}x{}", width, height);
+    if (!status || sid >= KALIX_STATUS_SURFACE_IDS || status->levels[sid] == 0)
+        return unknown{};
+    return uint64_t{status->levels[sid]};
 }
 
-record row_of(const sid_entry& entry)
+// None where it cannot be read: a surface is described all the same.
+std::unique_ptr<kalix_status> status_or_none()
+{
+    try {
+        return tools::read_status(tools::run_directory());
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+record row_of(const sid_entry& entry, const kalix_status* status)
 {
     return {{"sid", uint64_t{entry.sid}},
-            {"size", size_text(entry.width, entry.height, entry.depth)},
+            {"size", box{entry.width, entry.height, entry.depth}},
+            {"levels", levels_of(status, entry.sid)},
             {"format", format_name(entry.format)},
-            {"flags", flags_text(entry.flags)},
+            {"flags", flag_names(entry.flags)},
             {"references", uint64_t{entry.ref_count}},
             {"holders", holders(entry.pids)},
             {"more_holders", entry.more != 0}};
@@ -89,13 +107,14 @@ report list_surfaces(const arguments&)
     const client::connection server;
     table surfaces{"surfaces", {}};
     list_sids_req list{};
+    const auto status = status_or_none();
     // Ten at a time; the server goes on in between, so one that comes or goes meanwhile may be missed.
     do {
         client::check(kalix_debug_list(server.get(), &list),
                       "list surfaces (under KALIX_STRICT=1 only the server's user may)");
         for (const sid_entry& entry : list.entries)
             if (entry.sid != 0)
-                surfaces.rows.push_back(row_of(entry));
+                surfaces.rows.push_back(row_of(entry, status.get()));
         list.first += KALIX_LIST_ENTRIES;
     } while (list.more);
     return {{}, {std::move(surfaces)}};
@@ -106,11 +125,10 @@ report describe_surface(const arguments& given)
     const client::connection server;
     const sid_info_req info = ask_about(server, given.number<uint32_t>("sid"));
     return {{{"sid", uint64_t{info.sid}},
-             {"width", uint64_t{info.width}},
-             {"height", uint64_t{info.height}},
-             {"depth", uint64_t{info.depth}},
+             {"size", box{info.width, info.height, info.depth}},
+             {"levels", levels_of(status_or_none().get(), info.sid)},
              {"format", format_name(info.format)},
-             {"flags", flags_text(info.flags)},
+             {"flags", flag_names(info.flags)},
              {"references", uint64_t{info.ref_count}},
              {"holders", holders(info.pids)}},
             {}};
@@ -121,14 +139,14 @@ report show_surface(const arguments& given)
     const auto sid = given.number<uint32_t>("sid");
     const client::connection server;
     expect_surface(kalix_debug_show(server.get(), sid), sid, "show");
-    return {{{"shown", uint64_t{sid}}}, {}};
+    return {{{"debug_display", true}, {"surface", uint64_t{sid}}}, {}};
 }
 
 report reset_display(const arguments&)
 {
     const client::connection server;
     client::check(kalix_debug_reset(server.get()), "end the debug display");
-    return {{{"shown", std::string{"what clients present"}}}, {}};
+    return {{{"debug_display", false}}, {}};
 }
 
 report dump_surface(const arguments& given)
@@ -146,7 +164,7 @@ report dump_surface(const arguments& given)
     else
         tools::write_png(picture_of(info.format, info.width, info.height, bytes), file, tools::alpha_channel::kept);
     return {{{"sid", uint64_t{info.sid}},
-             {"size", size_text(info.width, info.height, info.depth)},
+             {"size", box{info.width, info.height, info.depth}},
              {"format", format_name(info.format)},
              {"file", file},
              {"surface_bytes", uint64_t{bytes.size()}}},
@@ -172,8 +190,8 @@ report dump_bytes(const arguments& given)
     const std::span data{dump.data};
     for (uint32_t row = 0; row < count; ++row) {
         const auto bytes = data.subspan(size_t{row} * row_bytes, row_bytes);
-        rows.rows.push_back({{"offset", int64_t{offset} + int64_t{stride} * row},
-                             {"bytes", fmt::format("{:02x}", fmt::join(bytes, " "))}});
+        rows.rows.push_back(
+            {{"offset", int64_t{offset} + int64_t{stride} * row}, {"bytes", octets{{bytes.begin(), bytes.end()}}}});
     }
     return {{}, {std::move(rows)}};
 }
@@ -181,10 +199,10 @@ report dump_bytes(const arguments& given)
 report fill_surface(const arguments& given)
 {
     const auto sid = given.number<uint32_t>("sid");
-    const auto pixel = given.number<uint32_t>("pixel");
+    const auto word = given.number<uint32_t>("pixel");
     const client::connection server;
-    expect_surface(kalix_debug_fill(server.get(), sid, pixel), sid, "fill");
-    return {{{"filled", uint64_t{sid}}, {"pixel", fmt::format("0x{:08X}", pixel)}}, {}};
+    expect_surface(kalix_debug_fill(server.get(), sid, word), sid, "fill");
+    return {{{"filled", uint64_t{sid}}, {"pixel", pixel{word}}}, {}};
 }
 
 } // namespace kalix::ctl

@@ -5,11 +5,13 @@
 #include "platform/store/store.h"
 #include "tools/ctl/commands.h"
 #include "tools/screen/run_directory.h"
+#include "tools/screen/server_state.h"
 #include "tools/screen/status_reader.h"
 
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
 #include <functional>
@@ -35,9 +37,10 @@ bool soon(const std::function<bool()>& condition)
     return true;
 }
 
-float current_zoom()
+float current_zoom(const std::string& directory)
 {
-    return tools::read_status(tools::run_directory())->zoom;
+    tools::expect_server(directory);
+    return tools::read_status(directory)->zoom;
 }
 
 // The factor that a word names, as the server will hold it.
@@ -50,34 +53,41 @@ float parse_factor(const std::string& text)
     return factor;
 }
 
-void publish(float factor)
+// Into the store of the server that was found, whatever the environment of this process says: the platform goes by its
+// variable, which is set before it looks.
+void publish(float factor, const char* store)
 {
+    if (!*store)
+        throw std::runtime_error{"the server has no store, and so no zoom that could be set; its log says why"};
+    ::setenv("KALIX_PPS_DIR", store, 1);
     platform::machine_name machine;
     const int32_t object = platform::open("/pps/services/mesa", platform::open_read_write | platform::open_create);
     if (object == -1 || platform::uname(&machine) != 0)
-        throw std::runtime_error{fmt::format(
-            "cannot open the configuration object: {}; KALIX_PPS_DIR names the server's store", std::strerror(errno))};
+        throw std::runtime_error{fmt::format("cannot open the configuration object in the server's store {}: {}", store,
+                                             std::strerror(errno))};
     const std::string line = fmt::format("[-n]{}_zoom_factor::{}", machine.machine, factor);
     const bool written = platform::write(object, std::as_bytes(std::span{line})) != -1;
     const int error = errno;
     platform::close_object(object);
     if (!written)
-        throw std::runtime_error{fmt::format("cannot write the configuration object: {}", std::strerror(error))};
+        throw std::runtime_error{fmt::format("cannot write the configuration object in the server's store {}: {}",
+                                             store, std::strerror(error))};
 }
 
 } // namespace
 
 report tell_or_set_zoom(const arguments& given)
 {
+    const std::string directory = tools::run_directory();
     if (given.has("factor")) {
         const float wanted = parse_factor(given.text("factor"));
-        publish(wanted);
-        if (!soon([&] { return current_zoom() == wanted; }))
-            throw std::runtime_error{fmt::format("the factor is written, but the server still has {}: it reads another "
-                                                 "store (KALIX_PPS_DIR), or none",
-                                                 current_zoom())};
+        tools::expect_server(directory); // before anything is written
+        publish(wanted, tools::read_status(directory)->store);
+        if (!soon([&] { return current_zoom(directory) == wanted; }))
+            throw std::runtime_error{fmt::format(
+                "the factor is written, but the server still has {}; its log may say why", current_zoom(directory))};
     }
-    return {{{"zoom", double{current_zoom()}}}, {}};
+    return {{{"zoom", plain(current_zoom(directory))}}, {}};
 }
 
 } // namespace kalix::ctl

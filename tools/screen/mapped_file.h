@@ -1,6 +1,7 @@
 // A file of a server's run directory, mapped read-only and snapshot by its sequence counter.
 //
-// Such a file keeps its inode from server to server and never shrinks, so a mapping stays good; it may grow.
+// Such a file never shrinks, so a mapping stays good; it may grow. The screen file is the next server's as well, the
+// status file is that of one server (server_state.h).
 #pragma once
 
 #include "base/unique_fd.h"
@@ -23,6 +24,7 @@ public:
     mapped_file& operator=(const mapped_file&) = delete;
 
     std::span<const std::byte> bytes() const { return bytes_; }
+    int descriptor() const { return file_.get(); } // for questions about the open file
     // Maps what the file has grown by since.
     void remap();
 

@@ -2,6 +2,7 @@
 #include "platform/files/published_file.h"
 #include "platform/files/sender.h"
 #include "platform/files/shared_memory.h"
+#include "platform/log/clock.h"
 #include "platform/log/log.h"
 #include "platform/process.h"
 #include "platform/store/store.h"
@@ -310,6 +311,16 @@ uint32_t own_process()
 void* map_published_file(const char*, std::size_t size)
 {
     return here().refuse_status || size > here().status.size() ? nullptr : here().status.data();
+}
+
+uint64_t time_of_day_ns()
+{
+    return here().time_ns;
+}
+
+bool store_directory(std::span<char> path)
+{
+    return static_cast<size_t>(std::snprintf(path.data(), path.size(), "%s", here().store.c_str())) < path.size();
 }
 
 int32_t open(const char* path, unsigned flags)

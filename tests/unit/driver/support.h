@@ -73,9 +73,11 @@ struct world {
 
     std::string config; // the published object
     bool config_unread = true, refuse_config = false, refuse_write = false;
+    std::string store = "/the/store"; // the directory that it lies in
+    uint64_t time_ns = 1'000'000'000; // of day
     std::string machine = "x86_64";
     int armed = 0;                                                   // times that its notification was
-    std::vector<std::byte> status = std::vector<std::byte>(1 << 17); // the published file
+    std::vector<std::byte> status = std::vector<std::byte>(1 << 18); // the published file
     bool refuse_status = false;
 };
 
