@@ -1,4 +1,4 @@
-// Programs under test, run as people run them.
+// The tools as a user meets them: what a command line prints and exits with, and programs in the background.
 #pragma once
 
 #include "tests/system/server.h"
@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <sys/wait.h>
 #include <utility>
 #include <vector>
 
@@ -37,14 +38,17 @@ public:
     background(const background&) = delete;
     background& operator=(const background&) = delete;
 
+    pid_t pid() const { return pid_; }
     // Asks it to end; its exit status, or -1.
-    int end()
+    int end(int signal = SIGTERM)
     {
         if (pid_ <= 0)
             return -1;
-        ::kill(pid_, SIGTERM);
+        ::kill(pid_, signal);
         return end_of(std::exchange(pid_, -1));
     }
+    // Waits until it ends by itself; likewise.
+    int wait() { return end_of(std::exchange(pid_, -1)); }
 
 private:
     pid_t pid_;

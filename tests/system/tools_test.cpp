@@ -94,7 +94,20 @@ TEST_F(tools_test, EveryProgramExplainsItselfAndWhatIsWrong)
                             {"kalix-demo --help", 0, "SCENE\n  triangle    three shaded triangles"},
                             {"kalix-view --socket x", 2, "--socket requires --vnc"},
                             {"kalix-view --vnc 65536", 2, "65536 is not from 0 to 65535"},
+                            {"kalix-view --frames -1", 2, "-1 is not from 0 to "},
+                            {"kalix-view --vnc --web", 2, "--vnc and --web are two viewers"},
+                            {"kalix-view --listen ::1 --vnc", 2, "--listen requires --web"},
+                            {"kalix-view --password-file x", 2, "--password-file is for --vnc or --web"},
+                            {"kalix-view --vnc --password-file /nowhere", 1, "cannot read /nowhere: No such file"},
+                            {"kalix-view --vnc --password-file /dev/null", 1, "/dev/null is no VNC password"},
+                            {"kalix-view --web --pages /nowhere", 1, "the package novnc brings it"},
+                            {"kalix-view --web --listen here", 1, "cannot listen on here: it is no numeric address"},
+                            {"kalix-demo mesh --frames -1", 2, "-1 is not from 0 to "},
+                            {"kalix-demo mesh --reconnect -1", 2, "-1 is not from 0 to "},
                             {"kalix-bench --rounds 0", 2, "0 is not from 1 to 100000"},
+                            {"kalix-bench --rounds -1", 2, "-1 is not from 1 to 100000"},
+                            {"kalix-bench --frames 0", 2, "0 is not from 1 to 1000000"},
+                            {"kalix-bench --frames -1", 2, "-1 is not from 1 to 1000000"},
                             {"kalix-bench --rounds 1 --frames 2", 0, "presents of 1024x768 "}}) {
         const outcome got = run(program(each.words));
         EXPECT_EQ(got.status, each.status) << each.words;

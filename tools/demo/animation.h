@@ -8,7 +8,8 @@ namespace kalix::demo {
 
 struct animation_options {
     uint32_t width = 1024, height = 768;
-    uint64_t frames = 0; // 0: until it is interrupted
+    uint64_t frames = 0;             // 0: until it is interrupted
+    std::chrono::seconds patience{}; // with a server that has gone, until another comes; 0: none
 };
 
 // INT and TERM end an animation between two frames; call before the first.

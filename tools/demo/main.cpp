@@ -5,6 +5,7 @@
 #include "tools/demo/scenes.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 
 namespace {
@@ -43,8 +44,15 @@ constexpr parameter parameters[] = {
     {.name = "--frames",
      .kind = value_kind::number,
      .value = "N",
-     .help = "an animated scene: end after so many frames; otherwise with ctrl-C",
+     .help = "an animated scene: end after so many frames; 0: with ctrl-C",
+     .initial = "0",
      .most = INT64_MAX},
+    {.name = "--reconnect",
+     .kind = value_kind::number,
+     .value = "SECONDS",
+     .help = "an animated scene: wait so long for the next server when this one has gone, and go on; 0: end",
+     .initial = "30",
+     .most = 1'000'000},
 };
 
 constexpr kalix::tools::section sections[] = {
@@ -102,7 +110,8 @@ void animate(const scene& what, const arguments& given)
     connect_to_3d(); // tells what is wrong, and is closed again: the scene starts a second process
     const auto [width, height] = given.has("--size") ? given.extent("--size") : kalix::tools::size{1024, 768};
     kalix::demo::catch_interrupts();
-    what.animate({width, height, given.number<uint64_t>("--frames")});
+    what.animate(
+        {width, height, given.number<uint64_t>("--frames"), std::chrono::seconds{given.number("--reconnect")}});
 }
 
 int show(const arguments& given)
@@ -121,7 +130,7 @@ int show(const arguments& given)
 constexpr kalix::tools::program kalix_demo{
     .name = "kalix-demo",
     .summary = "An example client of kalix: draws a scene, into a PNG file or, animated, onto the screen.",
-    .usage = "kalix-demo SCENE [--size WxH] [--output FILE.png | --frames N]",
+    .usage = "kalix-demo SCENE [--size WxH] [--output FILE.png | --frames N --reconnect SECONDS]",
     .parameters = parameters,
     .run = show,
     .sections = sections,

@@ -7,9 +7,11 @@
 #include "tools/demo/knot.h"
 #include "tools/demo/pane.h"
 #include "tools/demo/scenes.h"
+#include "tools/demo/session.h"
 #include "tools/demo/textures.h"
 
 #include <algorithm>
+#include <iostream>
 #include <kalix/client.hpp>
 #include <numbers>
 #include <span>
@@ -188,12 +190,17 @@ private:
 void animate_mesh(const animation_options& options)
 {
     const pane_process pane{options}; // before anything here is connected
-    const client::connection server;
-    client::check(kalix_set_mode(server.get(), options.width, options.height, 32), "set the mode");
-    mesh_scene scene{server, options};
     progress frames{options};
-    for (; frames.goes_on(); frames.count())
-        scene.draw(frames.frame());
+    const auto tell = [&options] {
+        std::cerr << "kalix-demo: the server has gone; another is waited for, for " << options.patience.count()
+                  << " s\n";
+    };
+    with_servers(options.patience, tell, [&](const client::connection& server) {
+        client::check(kalix_set_mode(server.get(), options.width, options.height, 32), "set the mode");
+        mesh_scene scene{server, options};
+        for (; frames.goes_on(); frames.count())
+            scene.draw(frames.frame());
+    });
 }
 
 } // namespace kalix::demo

@@ -1,5 +1,7 @@
 #include "tools/demo/pane.h"
 
+#include "tools/demo/session.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -103,9 +105,8 @@ overlay_define_req place(const animation_options& on, uint64_t step, uint32_t si
 }
 
 // An overlay does not move: the next one is made before the last one goes, so that none is missing in between.
-void drift(const animation_options& on)
+void drift(const client::connection& server, const animation_options& on)
 {
-    const client::connection server;
     const client::surface surface{server, SVGA3D_SURFACE_HINT_TEXTURE, SVGA3D_A8R8G8B8, pane_width, pane_height};
     paint(server, surface);
     uint32_t last = 0;
@@ -124,7 +125,9 @@ void drift(const animation_options& on)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM); // it goes with the demo, however that ends
     try {
-        drift(options);
+        // The demo tells of a server that has gone.
+        with_servers(
+            options.patience, [] {}, [&](const client::connection& server) { drift(server, options); });
     } catch (const std::system_error& error) {
         if (!interrupted())
             std::cerr << "kalix-demo: the second client cannot " << error.what() << '\n';

@@ -61,14 +61,18 @@ std::vector<char*> pointers_to(std::vector<std::string>& strings)
 
 // The rest runs in the child, between fork and exec: system calls alone.
 
-void enter_background(pid_t parent)
+void end_with(pid_t parent)
 {
-    // Its own group, or a ctrl-C at the terminal would end the server before the command it serves.
-    setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     // A parent that died before the line above has sent no signal.
     if (getppid() != parent)
         _exit(exit_not_executable);
+}
+
+void enter_background()
+{
+    // Its own group, or a ctrl-C at the terminal would end the server before the command it serves.
+    setpgid(0, 0);
     const int nothing = open("/dev/null", O_RDONLY);
     dup2(nothing, STDIN_FILENO);
     dup2(STDERR_FILENO, STDOUT_FILENO);
@@ -81,8 +85,9 @@ void tell(const char* text)
 
 [[noreturn]] void become(const start_options& options, char* const* arguments, char* const* environment, pid_t parent)
 {
+    end_with(parent);
     if (options.background)
-        enter_background(parent);
+        enter_background();
     // Everything is open for this process alone; this one descriptor is for the child.
     if (options.inherited_fd >= 0)
         fcntl(options.inherited_fd, F_SETFD, 0);
@@ -108,11 +113,27 @@ child::child(const start_options& options)
     const std::vector<char*> environment = pointers_to(entries);
     const pid_t parent = getpid();
     pid_ = fork();
-    if (pid_ < 0)
-        fail("start a process");
     // Does not return.
     if (pid_ == 0)
         become(options, arguments.data(), environment.data(), parent);
+    watch();
+}
+
+child::child(const std::function<int()>& work)
+{
+    const pid_t parent = getpid();
+    pid_ = fork();
+    if (pid_ == 0) {
+        end_with(parent);
+        _exit(work());
+    }
+    watch();
+}
+
+void child::watch()
+{
+    if (pid_ < 0)
+        fail("start a process");
     process_fd_ = unique_fd{open_process(pid_)};
     if (!process_fd_) {
         const int error = errno;

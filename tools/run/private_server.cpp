@@ -17,21 +17,12 @@
 namespace kalix::run {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int ready_ms = 30'000; // a start on a loaded machine takes a few seconds
-constexpr int stop_ms = 5'000;   // an orderly end takes none
+constexpr int stop_ms = 5'000; // an orderly end takes none
 constexpr std::streamoff log_tail_bytes = 65'536;
-
-std::string base_directory()
-{
-    const char* given = std::getenv("TMPDIR");
-    if (given && *given)
-        return given;
-    // In memory where the host has such a place: clients' buffers lie in the run directory, too.
-    return access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
-}
 
 fs::path absolute_or(const fs::path& given, const fs::path& otherwise)
 {
@@ -40,25 +31,10 @@ fs::path absolute_or(const fs::path& given, const fs::path& otherwise)
 
 } // namespace
 
-private_directory::private_directory(const fs::path& given)
-{
-    const std::string replaced(6, 'X'); // by mkdtemp
-    std::string name = given.empty() ? base_directory() + "/kalix-run." + replaced : given.string();
-    const bool made = given.empty() ? mkdtemp(name.data()) != nullptr : mkdir(name.c_str(), S_IRWXU) == 0;
-    if (!made)
-        throw std::system_error{errno, std::generic_category(), "make a run directory " + name};
-    path_ = fs::absolute(name);
-}
-
-private_directory::~private_directory()
-{
-    std::error_code ignored; // what cannot be removed has no better place to be told than nowhere
-    fs::remove_all(path_, ignored);
-}
-
 private_server::private_server(const server_options& options)
     : directory_{options.run_directory}, pps_{directory_.path() / "pps"},
-      log_{absolute_or(options.log, directory_.path() / "server.log")}, program_{options.program}
+      log_{absolute_or(options.log, directory_.path() / "server.log")}, program_{options.program},
+      ready_within_{options.ready_within}
 {
     fs::create_directory(pps_);
     std::array<int, 2> ends{};
@@ -94,11 +70,11 @@ bool private_server::await_ready(int interrupt_fd)
     // Signals come through interrupt_fd, so an interrupted wait is rare, and starting it anew does no harm.
     int events = 0;
     do
-        events = poll(watched.data(), watched.size(), ready_ms);
+        events = poll(watched.data(), watched.size(), static_cast<int>(ready_within_ / 1ms));
     while (events < 0 && errno == EINTR);
     if (events == 0)
         throw failure{"cannot start the server " + program_.string() + ": it is not ready after " +
-                      std::to_string(ready_ms / 1000) + " seconds; its log:\n" + log_tail()};
+                      std::to_string(ready_within_.count()) + " s; its log:\n" + log_tail()};
     if (watched[1].revents)
         return false;
     char byte = 0;

@@ -5,7 +5,9 @@
 #pragma once
 
 #include "tools/run/child.h"
+#include "tools/run/private_directory.h"
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -17,24 +19,11 @@ struct failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// A directory of this user alone: the one given, which must not exist yet, or a fresh one under
-// $TMPDIR, else /dev/shm, else /tmp.
-class private_directory {
-public:
-    explicit private_directory(const std::filesystem::path& given);
-    private_directory(const private_directory&) = delete;
-    private_directory& operator=(const private_directory&) = delete;
-    ~private_directory();
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
-
 struct server_options {
     std::filesystem::path program;
     std::filesystem::path log;           // empty: inside the run directory
     std::filesystem::path run_directory; // empty: a fresh one
+    std::chrono::seconds ready_within{}; // from its start
     const sigset_t* signal_mask = nullptr;
 };
 
@@ -46,10 +35,11 @@ public:
     ~private_server();
 
     // Returns true once the server takes connections, false when interrupt_fd has become readable
-    // first; throws when the server ends before, or does neither for 30 seconds.
+    // first; throws when the server ends before, or does neither within its time.
     bool await_ready(int interrupt_fd);
 
     child& process() { return *process_; }
+    const std::filesystem::path& run_directory() const { return directory_.path(); }
     // What a client has to find in its environment.
     std::vector<std::pair<std::string, std::string>> client_environment() const;
     // The end of the server's log, for a message: at most 64 KiB.
@@ -58,6 +48,7 @@ public:
 private:
     private_directory directory_;
     std::filesystem::path pps_, log_, program_;
+    std::chrono::seconds ready_within_;
     unique_fd ready_;
     std::optional<child> process_;
 };

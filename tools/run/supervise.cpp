@@ -3,7 +3,10 @@
 
 #include "tools/run/supervise.h"
 
+#include "tools/run/descendants.h"
+#include "tools/run/last_picture.h"
 #include "tools/run/private_server.h"
+#include "tools/run/time_limit.h"
 
 #include <array>
 #include <cerrno>
@@ -52,36 +55,86 @@ private:
     unique_fd feed_;
 };
 
-// Waits for the command, passing signals on; returns false when the server has ended before it did.
-bool watch(child& command, private_server& server, const signal_feed& signals)
+// Before anything starts: a job of hours should not find out at its end.
+void expect_writable(const std::filesystem::path& file, const char* what)
 {
-    bool server_lives = true;
+    const bool exists = std::filesystem::exists(file);
+    const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
+    int error = 0;
+    if (std::filesystem::is_directory(file))
+        error = EISDIR;
+    else if (access((exists ? file : folder).c_str(), exists ? W_OK : W_OK | X_OK) != 0)
+        error = errno;
+    if (error != 0)
+        throw std::system_error{error, std::generic_category(), "write the " + std::string{what} + " " + file.string()};
+}
+
+// What a command is watched for.
+struct course {
+    bool server_lived = true;
+    bool timed_out = false;
+};
+
+// Waits for the command, passing signals on.
+course watch(child& command, private_server& server, const signal_feed& signals, const descendants& others,
+             time_limit limit)
+{
+    course seen;
+    const std::array spared{server.process().pid()}; // of the limit
+    const std::array owned{server.process().pid(), command.pid()};
     for (;;) {
-        std::array<pollfd, 3> watched{{{command.watch_fd(), POLLIN, 0},
+        std::array<pollfd, 4> watched{{{command.watch_fd(), POLLIN, 0},
                                        {signals.fd(), POLLIN, 0},
-                                       {server_lives ? server.process().watch_fd() : -1, POLLIN, 0}}};
-        if (poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR)
+                                       {seen.server_lived ? server.process().watch_fd() : -1, POLLIN, 0},
+                                       {others.watch_fd(), POLLIN, 0}}};
+        if (poll(watched.data(), watched.size(), limit.poll_ms()) < 0 && errno != EINTR)
             throw std::system_error{errno, std::generic_category(), "wait for the command"};
         if (const auto arrived = signals.take(); arrived.number != 0 && !arrived.from_terminal)
             command.signal(arrived.number);
         // The command may do without its server, or want to tell its own story, so it goes on.
         if (watched[2].revents & POLLIN) {
-            server_lives = false;
+            seen.server_lived = false;
             std::cerr << "kalix-run: the server ended with " << description_of(server.process().wait())
                       << " while the command was running; its log:\n"
                       << server.log_tail() << std::flush;
         }
+        seen.timed_out = limit.has_passed();
         if (watched[0].revents & POLLIN)
-            return server_lives;
+            return seen;
+        others.reap(owned);
+        limit.enforce(spared);
     }
+}
+
+bool write_picture(const private_server& server, bool server_lived, const std::string& file)
+{
+    try {
+        if (!server_lived)
+            throw failure{"cannot take a screenshot: the server has ended"};
+        write_last_picture(server.run_directory(), file);
+        return true;
+    } catch (const std::system_error& error) {
+        std::cerr << "kalix-run: cannot " << error.what() << '\n';
+    } catch (const std::runtime_error& error) {
+        std::cerr << "kalix-run: " << error.what() << '\n';
+    }
+    return false;
 }
 
 } // namespace
 
 int supervise(const run_options& options)
 {
+    if (!options.log.empty())
+        expect_writable(options.log, "log");
+    const bool pictured = !options.screenshot.empty();
+    if (pictured && options.screenshot != "-")
+        expect_writable(options.screenshot, "screenshot");
     const signal_feed signals;
-    private_server server{{options.server, options.log, options.run_directory, signals.mask_before()}};
+    const descendants others;
+    sweep_dead_directories();
+    private_server server{
+        {options.server, options.log, options.run_directory, options.ready_within, signals.mask_before()}};
     if (!server.await_ready(signals.fd())) {
         constexpr int signal_base = 128;
         return signal_base + signals.take().number;
@@ -92,9 +145,11 @@ int supervise(const run_options& options)
     start.signal_mask = signals.mask_before();
     // Made after the server, so it ends first, whatever happens.
     child command{start};
-    const bool server_lived = watch(command, server, signals);
-    const int status = exit_status_of(command.wait());
-    return status == 0 && !server_lived ? exit_failed : status;
+    const course seen = watch(command, server, signals, others, time_limit{options.time_limit});
+    const int status = seen.timed_out ? exit_timed_out : exit_status_of(command.wait());
+    const bool written = !pictured || write_picture(server, seen.server_lived, options.screenshot);
+    others.end(std::array{server.process().pid()}, signals.fd());
+    return status == 0 && !(seen.server_lived && written) ? exit_failed : status;
 }
 
 } // namespace kalix::run

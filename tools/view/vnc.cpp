@@ -3,9 +3,10 @@
 #include "tools/screen/screen_reader.h"
 #include "tools/view/cursor_control.h"
 #include "tools/view/rate_meter.h"
-#include "tools/view/viewer_listener.h"
+#include "tools/view/server_watch.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdarg>
@@ -47,8 +48,11 @@ rows difference(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b, 
 // The server of one screen to remote viewers. The library keeps pointers to it.
 class vnc_server {
 public:
-    explicit vnc_server(const view_options& options)
-        : options_{options}, reader_{options.run_directory}, control_{options.run_directory, options.control}
+    // An empty password: none is asked for.
+    vnc_server(const view_options& options, std::string password)
+        : options_{options}, reader_{options.run_directory}, password_{std::move(password)}, control_{
+                                                                                                 options.run_directory,
+                                                                                                 options.control}
     {
         reader_.read(frame_, tools::cursor_drawing::with);
         shown_ = frame_;
@@ -58,7 +62,7 @@ public:
             throw std::runtime_error{"cannot start: out of memory"};
         screen_->desktopName = "kalix";
         screen_->alwaysShared = TRUE;
-        screen_->httpDir = nullptr; // no web server
+        screen_->httpDir = nullptr; // the library's web server stays off: web_door is smaller and on one port
         screen_->httpPort = 0;
         screen_->autoPort = FALSE;
         screen_->port = screen_->ipv6port = -1;
@@ -66,6 +70,12 @@ public:
         screen_->cursor = nullptr; // it is in the picture
         screen_->screenData = this;
         screen_->newClientHook = [](rfbClientPtr client) { return this_of(client).welcome(client); };
+        screen_->displayHook = [](rfbClientPtr client) { keep_exact(client); };
+        if (!password_.empty()) {
+            screen_->authPasswdData = passwords_.data();
+            screen_->authPasswdFirstViewOnly = 1; // what a viewer may do is not the password's to say
+            screen_->passwordCheck = rfbCheckPasswordByList;
+        }
         screen_->ptrAddEvent = [](int, int x, int y, rfbClientPtr client) { this_of(client).control_.move(x, y); };
         describe_pixels();
         rfbInitServer(screen_);
@@ -78,12 +88,10 @@ public:
     vnc_server(const vnc_server&) = delete;
     vnc_server& operator=(const vnc_server&) = delete;
 
-    void run()
+    void run(viewer_door& door)
     {
-        const viewer_listener door =
-            options_.port != 0 ? viewer_listener::on_port(options_.port) : viewer_listener::on_path(socket_path());
-        std::cout << "kalix-view: serving " << door.name() << (options_.control ? "" : ", view-only") << std::endl;
         while (!stopped && !has_sent_enough()) {
+            watch_.expect_alive();
             while (unique_fd client = door.accept())
                 rfbNewClient(screen_, client.release()); // the library's from here on
             if (screen_->clientHead)
@@ -101,15 +109,18 @@ private:
     int width() const { return static_cast<int>(std::max(shown_.width, 1u)); }
     int height() const { return static_cast<int>(std::max(shown_.height, 1u)); }
     bool has_sent_enough() const { return options_.frames != 0 && sent_ >= options_.frames; }
-    std::string socket_path() const
-    {
-        return options_.socket_path.empty() ? options_.run_directory + "/vnc" : options_.socket_path;
-    }
-
     rfbNewClientAction welcome(rfbClientPtr client)
     {
         client->viewOnly = options_.control ? FALSE : TRUE;
         return RFB_CLIENT_ACCEPT;
+    }
+
+    // Called before each update. Many viewers ask for pictures that lost a little and travel faster; what a viewer shows
+    // is the screen, to the last bit.
+    static void keep_exact(rfbClientPtr client)
+    {
+        client->tightQualityLevel = -1;
+        client->turboQualityLevel = -1;
     }
 
     // Words of 0xAARRGGBB, whose address the library keeps.
@@ -156,10 +167,13 @@ private:
     }
 
     const view_options& options_;
+    server_watch watch_{options_.run_directory};
     tools::screen_reader reader_;
     tools::screen_frame frame_, shown_;
     tools::off_teller teller_{"kalix-view"};
     std::vector<uint32_t> pixels_; // what viewers are sent from
+    std::string password_;
+    std::array<char*, 2> passwords_{password_.data(), nullptr}; // the library's list
     cursor_control control_;
     rate_meter meter_;
     uint64_t sent_ = 0;
@@ -168,14 +182,17 @@ private:
 
 } // namespace
 
-int serve_vnc(const view_options& options)
+int serve_vnc(const view_options& options, viewer_door& door, const std::string& password,
+              const std::string& announcement)
 {
     rfbLog = quiet;
     rfbErr = quiet; // viewers come and go; what keeps the server from serving is an exception
     for (const int signal : {SIGINT, SIGTERM})
         std::signal(signal, [](int) { stopped = true; });
     std::signal(SIGPIPE, SIG_IGN);
-    vnc_server{options}.run();
+    vnc_server server{options, password};
+    std::cout << announcement << std::flush;
+    server.run(door);
     return 0;
 }
 

@@ -3,12 +3,15 @@
 #include "tools/screen/screen_reader.h"
 #include "tools/view/cursor_control.h"
 #include "tools/view/rate_meter.h"
+#include "tools/view/server_watch.h"
 
 #include <SDL.h>
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 namespace kalix::view {
 namespace {
@@ -21,11 +24,19 @@ constexpr uint32_t rest_ms = 4; // between two looks at a screen that does not m
 }
 
 struct sdl_session {
+    static constexpr const char* without_display =
+        "open a display (kalix-view --vnc and --web serve the screen without one)";
     sdl_session()
     {
         SDL_SetHint(SDL_HINT_APP_NAME, "kalix-view");
         if (SDL_Init(SDL_INIT_VIDEO) != 0)
-            fail("open a display; kalix-view --vnc serves the screen without one");
+            fail(without_display);
+        // Without a display the library falls back on drivers that show their picture to nobody.
+        const std::string_view driver = SDL_GetCurrentVideoDriver();
+        if (!std::getenv("SDL_VIDEODRIVER") && (driver == "offscreen" || driver == "dummy")) {
+            SDL_SetError("there is none");
+            fail(without_display);
+        }
     }
     ~sdl_session() { SDL_Quit(); }
     sdl_session(const sdl_session&) = delete;
@@ -60,11 +71,13 @@ public:
     // Polls, for the screen file tells nobody that it changed; a look costs one load.
     void run()
     {
-        while (handle_events() && !has_shown_enough())
+        while (handle_events() && !has_shown_enough()) {
+            watch_.expect_alive();
             if (reader_.changed() && reader_.read(frame_, tools::cursor_drawing::with))
                 show();
             else
                 SDL_Delay(rest_ms);
+        }
     }
 
 private:
@@ -135,6 +148,7 @@ private:
     }
 
     const view_options& options_;
+    server_watch watch_{options_.run_directory};
     tools::screen_reader reader_;
     tools::screen_frame frame_;
     tools::off_teller teller_{"kalix-view"};

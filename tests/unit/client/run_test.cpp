@@ -1,9 +1,12 @@
 // kalix-run with small shell programs in the server's place.
 
+#include "base/unique_fd.h"
 #include "tests/support.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -170,6 +173,77 @@ TEST_F(Run, EndsTheServerWhenASignalComesBeforeItIsReady)
     EXPECT_FALSE(server_lives());
 }
 
+TEST_F(Run, GivesUpAServerThatIsNeverReady)
+{
+    write_server("exec sleep 1000\n");
+    const outcome got = run("echo ran", {"--ready-timeout", "1"});
+    EXPECT_EQ(got.status, 125);
+    EXPECT_EQ(got.output, "");
+    EXPECT_THAT(got.errors, HasSubstr("not ready after 1 s"));
+    EXPECT_FALSE(server_lives());
+}
+
+TEST_F(Run, EndsACommandWhoseTimeIsOver)
+{
+    const outcome minded = run("exec sleep 1000", {"--timeout", "1"});
+    EXPECT_EQ(minded.status, 124);
+    EXPECT_EQ(minded.errors, "kalix-run: the command has not ended within 1 s; it is ended now\n");
+    EXPECT_EQ(run("trap 'exit 0' TERM; while :; do sleep 0.05; done", {"--timeout", "1"}).status, 124);
+    EXPECT_EQ(run("trap : TERM; while :; do sleep 0.05; done", {"--timeout", "1"}).status, 124) << "killed";
+}
+
+// A process in a session of its own, whose parent has gone, and which minds no SIGTERM.
+TEST_F(Run, EndsWhatTheCommandLeft)
+{
+    put(path("daemon"), "trap : TERM\necho $$ > " + path("left") + "\nwhile :; do sleep 0.05; done\n");
+    const outcome got =
+        run("(setsid sh " + path("daemon") + " &); while [ ! -s " + path("left") + " ]; do sleep 0.01; done; exit 5");
+    EXPECT_EQ(got.status, 5);
+    const int left = std::atoi(text("left").c_str());
+    ASSERT_GT(left, 1);
+    EXPECT_NE(kill(left, 0), 0);
+}
+
+// While the command runs, too: a session of days leaves no dead processes behind.
+TEST_F(Run, ReapsWhatHasComeToIt)
+{
+    const outcome got = run("for i in 1 2 3; do (true &); done; for i in $(seq 200); do "
+                            "grep -l \"^State:.Z\" $(grep -l \"^PPid:.$PPID$\" /proc/[0-9]*/status) 2>&1 || exit 0; "
+                            "sleep 0.02; done; exit 1");
+    EXPECT_EQ(got.status, 0) << got.output;
+}
+
+TEST_F(Run, SweepsWhatKilledRunsLeftAndNothingElse)
+{
+    const auto begin = [&](const char* folder) {
+        start("echo $KALIX_RUN_DIR > " + path(folder) + "; exec sleep 1000");
+        EXPECT_TRUE(appears(folder));
+        const std::string name = text(folder);
+        return std::pair{runner(), fs::path{name.substr(0, name.find('\n'))}};
+    };
+    const auto [living, held] = begin("held");
+    const auto [killed, left] = begin("left");
+    const fs::path another = path("tmp/kalix-other");
+    fs::create_directory(another);
+    kill(killed, SIGKILL);
+    EXPECT_EQ(end_of(killed), 1000 + SIGKILL);
+    EXPECT_TRUE(fs::exists(left / "pps"));
+    // A server of that directory which has not ended yet.
+    put(left / "svga_ch.lock", "");
+    {
+        const unique_fd lock{open((left / "svga_ch.lock").c_str(), O_RDWR | O_CLOEXEC)};
+        ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+        EXPECT_EQ(run("true").status, 0);
+        EXPECT_TRUE(fs::exists(left));
+    }
+    EXPECT_EQ(run("true").status, 0);
+    EXPECT_FALSE(fs::exists(left));
+    EXPECT_TRUE(fs::exists(held / "pps"));
+    EXPECT_TRUE(fs::remove(another));
+    kill(living, SIGTERM);
+    EXPECT_EQ(end_of(living), 128 + SIGTERM);
+}
+
 TEST_F(Run, AnswersCommandLines)
 {
     struct {
@@ -185,6 +259,11 @@ TEST_F(Run, AnswersCommandLines)
         {{"--server", path("kalix"), "--", "/nonexistent/program"}, 127, "", "cannot start"},
         {{"--server", path("kalix"), "--", path("tmp")}, 126, "", "cannot start"},
         {{"--server", "/nonexistent/kalix", "--", "true"}, 125, "", "/nonexistent/kalix"},
+        {{"--log", "/nonexistent/log", "--", "true"}, 125, "", "cannot write the log /nonexistent/log: No such file"},
+        {{"--log", "/", "--", "true"}, 125, "", "cannot write the log /: Is a directory"},
+        {{"--screenshot", "/nonexistent/x", "--", "true"}, 125, "", "cannot write the screenshot /nonexistent/x"},
+        {{"--timeout", "0", "--", "true"}, 125, "", "0 is not from 1 to "},
+        {{"--ready-timeout", "-1", "--", "true"}, 125, "", "-1 is not from 1 to "},
         {{"--server", path("kalix"), "--", "/bin/echo", "[a,b]", "", "--", "--help"}, 0, "[a,b]  -- --help\n", ""}};
     for (const auto& row : rows) {
         launch(row.words);
