@@ -1,5 +1,7 @@
 #include "tools/command_line.h"
 
+#include "tools/describe/describe.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -155,7 +157,8 @@ public:
     {
         app_.formatter(std::make_shared<formatter>(what.usage));
         app_.footer(footer_of(what));
-        app_.set_version_flag("--version", std::string{what.name} + " " KALIX_VERSION);
+        app_.set_help_flag("-h,--help", common_parameters[0].help);
+        app_.set_version_flag("--version", std::string{what.name} + " " KALIX_VERSION, common_parameters[1].help);
         app_.fallthrough(); // the program's options may stand behind the command, too
         declare(app_, what.parameters, nullptr);
         for (const command& one : what.commands) {
@@ -269,11 +272,20 @@ int fail(const program& what, const std::string& text, bool without_server = fal
     return what.failure_status;
 }
 
+std::optional<std::string> description_asked(const program& what, int argc, char** argv)
+{
+    return argc == 3 && argv[1] == describe_option ? describe(what, argv[2]) : std::nullopt;
+}
+
 } // namespace
 
 int run(const program& what, int argc, char** argv)
 {
     try {
+        if (const auto text = description_asked(what, argc, argv)) {
+            std::cout << *text << std::flush;
+            return std::cout.good() ? 0 : what.failure_status;
+        }
         command_line_reader reader{what};
         if (const auto status = reader.read(argc, argv))
             return *status;
