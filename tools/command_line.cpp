@@ -1,5 +1,7 @@
 #include "tools/command_line.h"
 
+#include "tools/describe/describe.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -190,7 +192,8 @@ public:
     {
         app_.formatter(std::make_shared<formatter>(what.usage));
         app_.footer(footer_of(what));
-        app_.set_version_flag("--version", std::string{what.name} + " " KALIX_VERSION);
+        app_.set_help_flag("-h,--help", common_parameters[0].help);
+        app_.set_version_flag("--version", std::string{what.name} + " " KALIX_VERSION, common_parameters[1].help);
         app_.fallthrough(); // the program's options may stand behind the command, too
         declare(app_, what.parameters, nullptr);
         for (const command& one : what.commands) {
@@ -295,6 +298,15 @@ private:
     arguments given_;
 };
 
+namespace {
+
+std::optional<std::string> description_asked(const program& what, std::span<char* const> words)
+{
+    return words.size() == 3 && words[1] == describe_option ? describe(what, words[2]) : std::nullopt;
+}
+
+} // namespace
+
 int run(const program& what, int argc, char** argv)
 {
     const std::span words{argv, static_cast<size_t>(argc)};
@@ -303,6 +315,10 @@ int run(const program& what, int argc, char** argv)
         return complain(what, words, text, without_server && what.asks_server ? hint : "", what.failure_status);
     };
     try {
+        if (const auto text = description_asked(what, words)) {
+            std::cout << *text << std::flush;
+            return std::cout.good() ? 0 : what.failure_status;
+        }
         command_line_reader reader{what, words};
         if (const auto status = reader.read(argc, argv))
             return *status;

@@ -1,7 +1,7 @@
 // Command lines: a program says in tables what it takes, and one reader serves them all.
 //
 // The tables are constants that anything may walk: the reader parses by them, --help prints them, and manual
-// pages and shell completion can be made of them. A program's main() is one call of run(), which answers --help
+// pages and shell completion are made of them (tools/describe/). A program's main() is one call of run(), which answers --help
 // and --version itself, tells complaints with a pointer to the help that would have answered, and turns what a
 // command throws into one line and an exit status; or into {"error": "...", "hint": "...", "status": 1}. The argument library is seen by command_line.cpp alone: its
 // header costs every source that includes it ten seconds.
