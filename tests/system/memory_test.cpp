@@ -407,6 +407,7 @@ TEST_F(ServingWithoutMemory, AnObjectOverTheConnectionIsRefused)
         return failed;
     });
     EXPECT_TRUE(was_refused);
+    await([before] { return count().descriptors == before; }); // the last connection ends on another thread
     EXPECT_EQ(count().descriptors, before);
 }
 

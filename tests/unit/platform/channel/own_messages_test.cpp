@@ -142,10 +142,12 @@ TEST_F(OwnMessages, AnObjectIsMadeOpenedKeptAndForgotten)
     const handed newer = ask(name, 20'000, 1);
     EXPECT_NE(facts_of(newer.object.get()).st_ino, inode);
     EXPECT_EQ(shm_unlink_open(("/" + name).c_str(), opened), 0); // the newer one stays
-    EXPECT_EQ(close(opened), 0);
-    EXPECT_EQ(facts_of(opened).st_ino, 0U);
     const int32_t second = shm_open(("/" + name).c_str(), open_read_write, 0);
     EXPECT_EQ(facts_of(second).st_size, 20'000);
+    EXPECT_EQ(shm_unlink_open(("/" + name).c_str(), opened), 0); // also when it is open
+    EXPECT_EQ(ask(name, 0, 0).value, 0);
+    EXPECT_EQ(close(opened), 0);
+    EXPECT_EQ(facts_of(opened).st_ino, 0U);
     EXPECT_EQ(shm_unlink_open(("/" + name).c_str(), second), 0);
     EXPECT_EQ(close(second), 0);
     EXPECT_EQ(ask(name, 0, 0).value, -ENOENT);
