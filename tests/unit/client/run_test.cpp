@@ -207,7 +207,7 @@ TEST_F(Run, EndsWhatTheCommandLeft)
 // While the command runs, too: a session of days leaves no dead processes behind.
 TEST_F(Run, ReapsWhatHasComeToIt)
 {
-    const outcome got = run("for i in 1 2 3; do (true &); done; for i in $(seq 200); do "
+    const outcome got = run("for i in 1 2 3; do (true &); done; sleep 0.3; for i in $(seq 200); do "
                             "grep -l \"^State:.Z\" $(grep -l \"^PPid:.$PPID$\" /proc/[0-9]*/status) 2>&1 || exit 0; "
                             "sleep 0.02; done; exit 1");
     EXPECT_EQ(got.status, 0) << got.output;
