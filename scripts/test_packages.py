@@ -286,8 +286,9 @@ class Packages(unittest.TestCase):
             server.wait_for("WATCHDOG=1")
 
     def test_6_the_server_is_built_without_the_rest(self):
-        self.machine.inside("cmake", "-G", "Ninja", "-S", "/source", "-B", "/tmp/bare", "-DCMAKE_BUILD_TYPE=None",
-                            "-DKALIX_BUILD_TOOLS=OFF", "-DBUILD_TESTING=OFF")
+        # Neither optimized nor to be debugged: whether it builds is the question.
+        self.machine.inside("cmake", "-G", "Ninja", "-S", "/source", "-B", "/tmp/bare", "-DCMAKE_BUILD_TYPE=Debug",
+                            "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DKALIX_BUILD_TOOLS=OFF", "-DBUILD_TESTING=OFF")
         self.machine.inside("cmake", "--build", "/tmp/bare")
         self.machine.inside("cmake", "--install", "/tmp/bare", "--prefix", "/tmp/prefix", "--component", "server")
         told = self.machine.inside("/tmp/prefix/bin/kalix", "testmode", env={"KALIX_RUN_DIR": "/tmp/run"})
