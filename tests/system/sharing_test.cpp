@@ -2,10 +2,12 @@
 
 #include "tests/system/screen_test.h"
 
+#include <csignal>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <sched.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace kalix::test {
@@ -126,6 +128,28 @@ TEST_F(Sharing, AnUnprivilegedServerServesItsGroupAndNobodyElse)
     EXPECT_TRUE(directory.shared_objects().empty());
     EXPECT_THAT(running->log(),
                 testing::Contains(testing::ContainsRegex("5 kalix: process [0-9]+ of user 64802 connected")));
+}
+
+TEST_F(Sharing, MembersWhoAreKilledLeaveNothing)
+{
+    EXPECT_EQ(draw_as(member, true, path()), drew);
+    const size_t descriptors = running->descriptors();
+    SCOPED_TRACE(testing::Message() << "KALIX_TEST_SEED=" << test_seed());
+    std::mt19937 random{test_seed()};
+    for (int killed = 0; killed < 60; ++killed) {
+        const pid_t victim = start_child([this] {
+            if (!become_user(member, true))
+                return 3;
+            while (draw(path()) == drew) {
+            }
+            return 1;
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds{random() % 20'000});
+        ::kill(victim, SIGKILL);
+        EXPECT_EQ(end_of(victim), 1000 + SIGKILL);
+    }
+    EXPECT_TRUE(soon([&] { return running->descriptors() <= descriptors; })) << running->descriptors();
+    EXPECT_EQ(draw_as(member, true, path()), drew);
 }
 
 TEST_F(Sharing, AClientInANamespaceOfItsOwnIsServed)
