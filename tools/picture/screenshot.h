@@ -7,10 +7,11 @@
 
 namespace kalix::tools {
 
-// Writes the screen that a run directory's screen file shows as a PNG file; "-" is standard output. Returns the frame
-// that was written. Tells on standard error, in the program's name, of a display that is off, whose picture is black.
-// Throws std::system_error, or std::runtime_error with a whole sentence.
-screen_frame write_screenshot(const std::string& run_directory, const std::string& file, cursor_drawing cursor,
-                              const char* program);
+// The screen that a run directory's screen file shows. Throws std::system_error, or std::runtime_error with a whole
+// sentence.
+screen_frame take_screenshot(const std::string& run_directory, cursor_drawing cursor);
+
+// Writes it as a PNG file; "-" is standard output. Throws likewise.
+void write_screenshot(const screen_frame& frame, const std::string& file);
 
 } // namespace kalix::tools

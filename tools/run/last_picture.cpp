@@ -37,7 +37,9 @@ void write_last_picture(const std::filesystem::path& run_directory, const std::s
         std::cerr << "kalix-run: the server does not answer; the screenshot is its screen as it is\n";
     else if (settling.wait() != 0)
         throw std::runtime_error{"cannot take a screenshot: the server has ended or takes no client"};
-    tools::write_screenshot(run_directory.string(), file, tools::cursor_drawing::with, "kalix-run");
+    const tools::screen_frame frame = tools::take_screenshot(run_directory.string(), tools::cursor_drawing::with);
+    tools::off_teller{"kalix-run"}.look(frame);
+    tools::write_screenshot(frame, file);
 }
 
 } // namespace kalix::run

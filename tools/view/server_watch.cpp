@@ -1,13 +1,6 @@
 #include "tools/view/server_watch.h"
 
-#include "tools/screen/mapped_file.h"
-
-#include <atomic>
-#include <cerrno>
-#include <csignal>
-#include <kalix/rundir.h>
-#include <kalix/screen.h>
-#include <stdexcept>
+#include "tools/screen/server_state.h"
 
 namespace kalix::view {
 namespace {
@@ -15,15 +8,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto look_every = 500ms;
-
-bool server_lives(const std::string& run_directory)
-{
-    const tools::mapped_file file{run_directory + "/" + kalix_screen_file, sizeof(kalix_screen)};
-    const auto& screen = *reinterpret_cast<const kalix_screen*>(file.bytes().data());
-    const std::atomic_ref<uint32_t> pid{const_cast<uint32_t&>(screen.server_pid)}; // loads alone
-    const auto server = static_cast<pid_t>(pid.load(std::memory_order_relaxed));
-    return server > 0 && (kill(server, 0) == 0 || errno != ESRCH);
-}
 
 } // namespace
 
@@ -33,8 +17,9 @@ void server_watch::expect_alive()
     if (now < next_look_)
         return;
     next_look_ = now + look_every;
-    if (!server_lives(run_directory_))
-        throw std::runtime_error{"the server has ended"};
+    // One without a status file cannot be asked about, and has a screen to show all the same.
+    if (tools::state_of_server(run_directory_) == tools::server_state::ended)
+        throw tools::server_ended{};
 }
 
 } // namespace kalix::view
