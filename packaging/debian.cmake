@@ -81,13 +81,11 @@ example scenes (kalix-demo) and measurements (kalix-bench).")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "kalix")
 endif()
 
-if(python_modules)
-  kalix_package(python python3-kalix python "Python module for the kalix GPU server"
+kalix_package(python python3-kalix python "Python module for the kalix GPU server"
 "Programs in Python draw through a kalix server with this module, which loads
 the client library.")
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, libkalix0 (>= ${PROJECT_VERSION})")
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
-endif()
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, libkalix0 (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
 
 include(CPack)
