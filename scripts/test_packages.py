@@ -8,6 +8,7 @@ its unit says, in as much of the sandbox as can be had without one, and is hande
 """
 import contextlib
 import hashlib
+import json
 import os
 import pathlib
 import pwd
@@ -268,7 +269,7 @@ class Packages(unittest.TestCase):
             self.machine.client("kalixctl", "ping")
             refused = self.machine.inside("kalixctl", "ping", user=STRANGER, check=False)
             self.assertEqual(refused.returncode, 1)
-            self.assertIn("Permission denied", refused.stderr)
+            self.assertIn("permission denied; its group is kalix", refused.stderr)
 
     def test_5_the_server_restarts_under_its_clients(self):
         with self.serving() as server:
@@ -284,6 +285,31 @@ class Packages(unittest.TestCase):
             server.start()
             self.assertEqual(early.wait(10), 0)
             server.wait_for("WATCHDOG=1")
+
+    def frames_rise_beyond(self, number):
+        """Whether the screen goes on to be drawn anew."""
+        end = time.monotonic() + 60
+        while time.monotonic() < end:
+            frame = self.machine.client("kalixctl", "--json", "frame", check=False)
+            if frame.returncode == 0 and json.loads(frame.stdout)["number"] > number:
+                return True
+            time.sleep(0.1)
+        return False
+
+    def test_5_a_scene_goes_on_with_the_next_server(self):
+        with self.serving() as server:
+            scene = subprocess.Popen(["chroot", "--userspec", f"{MEMBER}:kalix", self.machine.path, "kalix-demo",
+                                      "mesh", "--frames", "0"], stderr=subprocess.DEVNULL,
+                                     env={"KALIX_RUN_DIR": "/run/kalix", "PATH": SEARCH_PATH})
+            try:
+                self.assertTrue(self.frames_rise_beyond(3))
+                server.process.kill()
+                server.process.wait()
+                server.start()
+                self.assertTrue(self.frames_rise_beyond(3))
+            finally:
+                scene.terminate()
+                scene.wait(10)
 
     def test_6_the_server_is_built_without_the_rest(self):
         # Neither optimized nor to be debugged: whether it builds is the question.

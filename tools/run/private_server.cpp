@@ -48,7 +48,8 @@ private_server::private_server(const server_options& options)
     start.environment.emplace_back("KALIX_FOREGROUND", "1");
     start.environment.emplace_back("KALIX_READY_FD", std::to_string(told.get()));
     start.environment.emplace_back("KALIX_LOG", log_.string());
-    start.removed = {"NOTIFY_SOCKET"};
+    // A service that kalix-run is part of hears of kalix-run, and a private server shares with nobody.
+    start.removed = {"NOTIFY_SOCKET", "WATCHDOG_USEC", "KALIX_GROUP"};
     start.signal_mask = options.signal_mask;
     start.inherited_fd = told.get();
     start.background = true;
