@@ -270,6 +270,9 @@ class Packages(unittest.TestCase):
             refused = self.machine.inside("kalixctl", "ping", user=STRANGER, check=False)
             self.assertEqual(refused.returncode, 1)
             self.assertIn("permission denied; its group is kalix", refused.stderr)
+            refused = self.machine.inside("kalixctl", "stats", user=STRANGER, check=False)
+            self.assertEqual(refused.returncode, 1)
+            self.assertIn("/run/kalix/status (its group is kalix): Permission denied", refused.stderr)
 
     def test_5_the_server_restarts_under_its_clients(self):
         with self.serving() as server:

@@ -10,7 +10,6 @@ import os
 import pathlib
 import re
 import shutil
-import struct
 import subprocess
 import sys
 import tempfile
@@ -18,33 +17,11 @@ import time
 import unittest
 import urllib.error
 import urllib.request
-import zlib
+
+from picture import Picture
 
 BIN = pathlib.Path(sys.argv[1])
 PATIENCE = 120  # seconds, for a machine that does much else
-
-
-def png_pixels(data):
-    """Width and RGB of a PNG with filters as the tools write them."""
-    at, packed = 8, b""
-    while at < len(data):
-        length, kind = struct.unpack(">I4s", data[at:at + 8])
-        if kind == b"IHDR":
-            width, height, _, colours = struct.unpack(">IIBB", data[at + 8:at + 18])
-        packed += data[at + 8:at + 8 + length] if kind == b"IDAT" else b""
-        at += length + 12
-    size = {2: 3, 6: 4}[colours]
-    rows, stride, out, above = zlib.decompress(packed), width * size, bytearray(), bytes(width * size)
-    for y in range(height):
-        method, row = rows[y * (stride + 1)], bytearray(rows[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
-        for i in range(stride):
-            left, up, corner = (row[i - size], above[i], above[i - size]) if i >= size else (0, above[i], 0)
-            nearest = min((left, up, corner), key=lambda each: abs(left + up - corner - each))
-            row[i] = row[i] + (0, left, up, (left + up) // 2, nearest)[method] & 0xFF
-        for x in range(width):
-            out += row[x * size:x * size + 3]
-        above = row
-    return width, bytes(out)
 
 
 def soon(condition):
@@ -154,8 +131,10 @@ class InABrowser(unittest.TestCase):
         return re.search("open (.*)\n", viewer.stdout.readline()).group(1)
 
     def screen(self):
-        return png_pixels(subprocess.run([BIN / "kalixctl", "screenshot", "-"], env=self.environment, check=True,
-                                         capture_output=True).stdout)
+        got = subprocess.run([BIN / "kalixctl", "screenshot", "-"], env=self.environment, check=True,
+                             capture_output=True)
+        picture = Picture(got.stdout)
+        return picture.width, picture.rgb()
 
     def canvas(self, browser, page):
         text = browser.value(page, CANVAS)

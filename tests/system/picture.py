@@ -33,6 +33,10 @@ class Picture:
     def pixel(self, x, y):
         return tuple(self.rows[y][x * self.size:x * self.size + 3])
 
+    def rgb(self):
+        """All rows, three bytes a pixel."""
+        return b"".join(bytes(row[i] for i in range(len(row)) if i % self.size < 3) for row in self.rows)
+
 
 def expect_triangle(case, screen):
     """The screen that the first examples leave, asserted by a test case."""

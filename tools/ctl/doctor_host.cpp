@@ -2,14 +2,13 @@
 
 #include "tools/ctl/doctor.h"
 #include "tools/ctl/status_text.h"
+#include "tools/screen/published_file.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <grp.h>
 #include <kalix/rundir.h>
 #include <unistd.h>
 #include <vector>
@@ -50,21 +49,11 @@ bool is_member(gid_t group)
     return std::ranges::find(groups, group) != groups.end();
 }
 
-std::string name_of_group(gid_t group)
-{
-    std::array<char, 16384> room;
-    ::group entry{};
-    ::group* found = nullptr;
-    if (getgrgid_r(group, &entry, room.data(), room.size(), &found) != 0 || !found)
-        return std::to_string(group);
-    return found->gr_name;
-}
-
 // What would let this user into a directory.
 std::string way_into(const struct stat& directory)
 {
     if ((directory.st_mode & S_IXGRP) != 0 && directory.st_gid != 0)
-        return fmt::format("usermod -aG {} {}, and log in again", name_of_group(directory.st_gid),
+        return fmt::format("usermod -aG {} {}, and log in again", tools::group_name(directory.st_gid),
                            user_name(geteuid()));
     return "its server is that user's; run one of your own, or name another directory in KALIX_RUN_DIR";
 }
@@ -99,7 +88,7 @@ finding check_group(const patient& of)
     const struct stat& facts = *of.socket_facts;
     if (geteuid() == 0 || geteuid() == facts.st_uid)
         return fine("not needed: you are root, or the server's user");
-    const std::string group = name_of_group(facts.st_gid);
+    const std::string group = tools::group_name(facts.st_gid);
     if ((facts.st_mode & S_IWGRP) != 0 && is_member(facts.st_gid))
         return fine("you are in group " + group);
     // A server that shares with nobody leaves its socket to its user's own group, or closes its directory.
@@ -134,8 +123,8 @@ finding check_socket(const patient& of)
         return {severity::fault, fault::no_socket, "there is no socket svga_ch",
                 "no server runs here: start one (kalix)"};
     case probe::denied:
-        return {severity::fault, fault::socket_denied, "the socket svga_ch lets you not connect",
-                "see the group above; 0660 is its mode"};
+        return {severity::fault, fault::socket_denied, "the socket svga_ch does not let you connect",
+                "what would let you in is said above"};
     case probe::refused:
         return {severity::fault, fault::nobody_listens, "nobody listens on the socket svga_ch",
                 "its server has ended: start one (kalix)"};

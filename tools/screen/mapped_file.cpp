@@ -3,9 +3,10 @@
 
 #include "tools/screen/mapped_file.h"
 
+#include "tools/screen/published_file.h"
+
 #include <cerrno>
 #include <chrono>
-#include <fcntl.h>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -22,11 +23,8 @@ namespace {
 
 } // namespace
 
-mapped_file::mapped_file(const std::string& path, size_t least)
-    : path_{path}, file_{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)}
+mapped_file::mapped_file(const std::string& path, size_t least) : path_{path}, file_{open_published(path)}
 {
-    if (!file_)
-        fail(errno, "open " + path_);
     remap();
     const size_t size = bytes_.size();
     if (size >= least)

@@ -1,8 +1,7 @@
 #include "tools/screen/server_state.h"
 
-#include "base/unique_fd.h"
+#include "tools/screen/published_file.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <kalix/rundir.h>
 #include <system_error>
@@ -13,12 +12,6 @@ namespace {
 std::string status_path(const std::string& directory)
 {
     return directory + "/" + kalix_status_file;
-}
-
-// Not waiting, whatever lies under that name.
-unique_fd open_status(const std::string& directory)
-{
-    return unique_fd{open(status_path(directory).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
 }
 
 } // namespace
@@ -35,12 +28,14 @@ bool writer_lives(int status_file) noexcept
 
 server_state state_of_server(const std::string& directory)
 {
-    const unique_fd file = open_status(directory);
-    if (file)
+    try {
+        const unique_fd file = open_published(status_path(directory));
         return writer_lives(file.get()) ? server_state::lives : server_state::ended;
-    if (errno != ENOENT)
-        throw std::system_error{errno, std::generic_category(), "open " + status_path(directory)};
-    return server_state::none;
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::no_such_file_or_directory)
+            throw;
+        return server_state::none;
+    }
 }
 
 bool server_lives(const std::string& directory) noexcept
