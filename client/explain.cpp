@@ -28,6 +28,21 @@ struct obstacle {
     gid_t group = 0;
 };
 
+// Whether a socket's group is meant for others: a server that shares with nobody leaves it to its user's own group, and
+// nobody is told to join that. A service's group kalix is its user's own and meant all the same.
+bool is_shared(const struct stat& socket)
+{
+    char entries[entry_room];
+    passwd owner{};
+    passwd* found_owner = nullptr;
+    if (getpwuid_r(socket.st_uid, &owner, entries, sizeof entries, &found_owner) != 0 || !found_owner ||
+        found_owner->pw_gid != socket.st_gid)
+        return true;
+    group named{};
+    group* found = nullptr;
+    return getgrnam_r("kalix", &named, entries, sizeof entries, &found) == 0 && found && named.gr_gid == socket.st_gid;
+}
+
 void find_obstacle(const char* run_dir, obstacle& out)
 {
     const bool enters = faccessat(AT_FDCWD, run_dir, X_OK, AT_EACCESS) == 0;
@@ -35,7 +50,8 @@ void find_obstacle(const char* run_dir, obstacle& out)
     struct stat facts {};
     out.known = stat(out.path, &facts) == 0;
     out.group = facts.st_gid;
-    out.group_helps = out.known && facts.st_gid != 0 && (facts.st_mode & (enters ? S_IWGRP : S_IXGRP)) != 0;
+    out.group_helps = out.known && facts.st_gid != 0 && (facts.st_mode & (enters ? S_IWGRP : S_IXGRP)) != 0 &&
+                      (!enters || is_shared(facts));
 }
 
 void write_group_name(gid_t id, char* name, size_t room)

@@ -74,11 +74,12 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 
 if(KALIX_BUILD_TOOLS)
   kalix_package(tools kalix-tools graphics "tools for the kalix GPU server"
-"Looking into a running server (kalixctl), showing its screen in a window or
-to VNC viewers (kalix-view), a private server for one command (kalix-run),
-example scenes (kalix-demo) and measurements (kalix-bench).")
+"Looking into a running server (kalixctl), showing its screen in a window, to
+VNC viewers or in a browser (kalix-view), a private server for one command
+(kalix-run), example scenes (kalix-demo) and measurements (kalix-bench).")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libkalix0 (${same_version})")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "kalix")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "novnc") # of kalix-view --web
 endif()
 
 kalix_package(python python3-kalix python "Python module for the kalix GPU server"

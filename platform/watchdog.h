@@ -1,7 +1,7 @@
 // Tells the service manager, twice in the time that it allows, that messages are received.
 //
-// A timer, polled by the receive loop and answered by its thread: a loop that has stopped turning tells nothing. The
-// receive loop's thread alone uses it.
+// A timer, polled by the receive loop and answered by its thread: a loop that has stopped turning tells nothing, nor
+// does one that waits for the device mutex, as a change of the zoom does. The receive loop's thread alone uses it.
 #pragma once
 
 #include "base/unique_fd.h"

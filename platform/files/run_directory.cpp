@@ -102,6 +102,8 @@ unique_fd open_run_directory(std::string& path)
     // Who may write into it may put a socket of his own in the place of ours, whoever owns the directory.
     if (directory && (fstat(directory.get(), &facts) != 0 || (facts.st_mode & S_IWOTH) != 0))
         return refused(room.data(), "every user may write into it");
+    if (directory && sharing_group() && !is_root() && (facts.st_mode & S_IWGRP) != 0)
+        return refused(room.data(), "the group that shares it may write into it");
     if (directory && !open_to_group(directory.get(), facts))
         return failed("share directory", room.data());
     return directory;

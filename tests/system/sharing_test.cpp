@@ -91,11 +91,15 @@ protected:
         if (run_child([&] { return become_user(service, false) && ::access(there.c_str(), X_OK) == 0 ? 0 : 1; }) != 0)
             GTEST_SKIP() << "other users cannot reach " << there;
         ASSERT_EQ(::chown(path().c_str(), service, service), 0);
+        start();
+        ASSERT_TRUE(running->is_ready()) << testing::PrintToString(running->log());
+    }
+    void start()
+    {
         running.emplace(directory, std::vector<std::string>{}, [] {
             ::setenv("KALIX_GROUP", std::to_string(shared_group).c_str(), 1);
             become_user(service, true);
         });
-        ASSERT_TRUE(running->is_ready()) << testing::PrintToString(running->log());
     }
     std::string path() const { return directory.path(); }
     std::string rights(const std::string& file) const
@@ -128,6 +132,16 @@ TEST_F(Sharing, AnUnprivilegedServerServesItsGroupAndNobodyElse)
     EXPECT_TRUE(directory.shared_objects().empty());
     EXPECT_THAT(running->log(),
                 testing::Contains(testing::ContainsRegex("5 kalix: process [0-9]+ of user 64802 connected")));
+}
+
+// A member could put a socket of his own in the place of the server's.
+TEST_F(Sharing, AGroupThatMayWriteIntoTheDirectoryIsNotServed)
+{
+    running.reset();
+    ASSERT_EQ(::chmod(path().c_str(), 0770), 0);
+    start();
+    EXPECT_FALSE(running->is_ready());
+    EXPECT_THAT(running->log(), testing::Contains(testing::HasSubstr("the group that shares it may write into it")));
 }
 
 TEST_F(Sharing, MembersWhoAreKilledLeaveNothing)

@@ -20,11 +20,11 @@ struct check {
     finding (*look)(const patient&);
 };
 constexpr check checks[] = {
-    {"directory", check_directory}, {"group", check_group},         {"server", check_server},
-    {"socket", check_socket},       {"answer", check_answer},       {"display", check_display},
-    {"mode", check_mode},           {"debug", check_debug_display}, {"frame", check_frame},
-    {"picture", check_picture},     {"overlays", check_overlays},   {"bounds", check_bounds},
-    {"refusals", check_refusals},   {"store", check_store},         {"zoom", check_zoom},
+    {"directory", check_directory}, {"group", check_group},   {"server", check_server},
+    {"socket", check_socket},       {"answer", check_answer}, {"display", check_display},
+    {"debug", check_debug_display}, {"frame", check_frame},   {"picture", check_picture},
+    {"overlays", check_overlays},   {"bounds", check_bounds}, {"refusals", check_refusals},
+    {"store", check_store},         {"zoom", check_zoom},     {"mode", check_mode},
     {"viewer", check_viewer},
 };
 
@@ -70,6 +70,8 @@ std::string as_object(const std::vector<std::pair<const char*, finding>>& found,
 // What cannot be read is left out: the check that says so has been made before.
 void read_files(patient& of)
 {
+    of.server.reset();
+    of.status.reset();
     try {
         of.server = tools::state_of_server(of.directory);
         if (of.server != tools::server_state::none)
@@ -102,6 +104,9 @@ patient examine()
     // Before the probe, which is a client itself.
     read_files(of);
     of.answer = probe_server(of.directory);
+    // A socket that a service manager holds: it was the probe that has started the server.
+    if (of.answer.outcome == probe::answered && of.server != tools::server_state::lives)
+        read_files(of);
     return of;
 }
 

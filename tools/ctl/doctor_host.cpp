@@ -5,10 +5,13 @@
 #include "tools/screen/published_file.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <kalix/client.h>
 #include <kalix/rundir.h>
 #include <unistd.h>
 #include <vector>
@@ -49,13 +52,12 @@ bool is_member(gid_t group)
     return std::ranges::find(groups, group) != groups.end();
 }
 
-// What would let this user into a directory.
-std::string way_into(const struct stat& directory)
+// What keeps this user from connecting, and what would help.
+std::string why_denied(const patient& of)
 {
-    if ((directory.st_mode & S_IXGRP) != 0 && directory.st_gid != 0)
-        return fmt::format("usermod -aG {} {}, and log in again", tools::group_name(directory.st_gid),
-                           user_name(geteuid()));
-    return "its server is that user's; run one of your own, or name another directory in KALIX_RUN_DIR";
+    std::array<char, 4352> text{};
+    kalix_explain_open(of.directory.c_str(), -EACCES, text.data(), text.size());
+    return text.data();
 }
 
 } // namespace
@@ -74,7 +76,7 @@ finding check_directory(const patient& of)
         fmt::format("user {}, mode {:04o}", user_name(of.directory_facts.st_uid), of.directory_facts.st_mode & 07777u);
     if (!S_ISDIR(of.directory_facts.st_mode) || !may(of.directory, X_OK))
         return {severity::fault, fault::directory_closed, fmt::format("{} does not let you in: {}", path, rights),
-                way_into(of.directory_facts)};
+                why_denied(of)};
     if ((of.directory_facts.st_mode & S_IWOTH) != 0)
         return {severity::warn, fault::directory_closed,
                 fmt::format("every user may write into {}, which a server refuses", path), "chmod o-w it"};
@@ -88,15 +90,10 @@ finding check_group(const patient& of)
     const struct stat& facts = *of.socket_facts;
     if (geteuid() == 0 || geteuid() == facts.st_uid)
         return fine("not needed: you are root, or the server's user");
-    const std::string group = tools::group_name(facts.st_gid);
-    if ((facts.st_mode & S_IWGRP) != 0 && is_member(facts.st_gid))
-        return fine("you are in group " + group);
-    // A server that shares with nobody leaves its socket to its user's own group, or closes its directory.
-    const bool shared = (facts.st_mode & S_IWGRP) != 0 && facts.st_gid != 0;
-    return {severity::fault, fault::not_in_group,
-            shared ? "you are not in group " + group : "the server serves its own user alone",
-            shared ? fmt::format("usermod -aG {} {}, and log in again", group, user_name(geteuid()))
-                   : "start it with KALIX_GROUP, and join that group (docs/operations.md, Serving other users)"};
+    if (may(of.directory + "/" + kalix_channel_file, W_OK))
+        return fine(is_member(facts.st_gid) ? "you are in group " + tools::group_name(facts.st_gid)
+                                            : "not needed: the socket is open to you");
+    return {severity::fault, fault::not_in_group, "the server does not serve you", why_denied(of)};
 }
 
 finding check_server(const patient& of)
@@ -159,6 +156,8 @@ finding check_store(const patient& of)
     if (store.empty())
         return {severity::warn, fault::store, "the server has none: the zoom cannot be set",
                 "its log says why (pps init failed)"};
+    if (geteuid() != 0 && geteuid() != of.directory_facts.st_uid)
+        return fine(store + ", which its server's user writes");
     if (!may(store + "/services", W_OK | X_OK))
         return {severity::warn, fault::store,
                 fmt::format("{} cannot be written by you: {}", store, std::strerror(errno)),
@@ -171,7 +170,7 @@ finding check_viewer(const patient&)
     for (const char* const variable : {"WAYLAND_DISPLAY", "DISPLAY"})
         if (is_set(variable))
             return fine(fmt::format("kalix-view opens a window on {} {}", variable, std::getenv(variable)));
-    return fine("no DISPLAY and no WAYLAND_DISPLAY here: kalix-view --vnc serves viewers");
+    return fine("no DISPLAY and no WAYLAND_DISPLAY here: kalix-view --web serves browsers, --vnc viewers");
 }
 
 } // namespace kalix::ctl

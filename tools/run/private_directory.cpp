@@ -1,5 +1,5 @@
-// The lock is the directory's own, so that there is no moment in which a directory has none: a sweeper that comes
-// between the making and the lock removes an empty directory, which its maker finds out and makes another.
+// The lock is the directory's own, so that there is no moment in which a directory has none but its first: a sweeper
+// leaves what is not marked alone, and the mark is made under the lock.
 
 #include "tools/run/private_directory.h"
 
@@ -20,7 +20,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view fresh_name = "kalix-run."; // and six letters
+constexpr std::string_view fresh_name = "kalix-run."; // and as many letters and digits as follow
+constexpr std::string_view fresh_letters = "XXXXXX";
+constexpr char marker[] = ".kalix-run"; // lies in fresh directories: a name alone makes nothing ours to remove
 
 std::string base_directory()
 {
@@ -34,7 +36,7 @@ std::string base_directory()
 fs::path make(const fs::path& given)
 {
     std::string name =
-        given.empty() ? base_directory().append("/").append(fresh_name).append("XXXXXX") : given.string();
+        given.empty() ? base_directory().append("/").append(fresh_name).append(fresh_letters) : given.string();
     const bool made = given.empty() ? mkdtemp(name.data()) != nullptr : mkdir(name.c_str(), S_IRWXU) == 0;
     if (!made)
         throw std::system_error{errno, std::generic_category(), "make a run directory " + name};
@@ -67,10 +69,29 @@ bool has_server(int folder)
     return lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0;
 }
 
+// As mkdtemp makes them.
+bool is_fresh_name(std::string_view name)
+{
+    constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    return name.starts_with(fresh_name) && name.size() == fresh_name.size() + fresh_letters.size() &&
+           name.find_first_not_of(letters, fresh_name.size()) == std::string_view::npos;
+}
+
+void mark(int folder)
+{
+    unique_fd{openat(folder, marker, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR)};
+}
+
+bool is_marked(int folder)
+{
+    return faccessat(folder, marker, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 void sweep(const fs::path& path)
 {
     const unique_fd folder = open_folder(path);
-    if (!folder || !is_own(folder.get()) || flock(folder.get(), LOCK_EX | LOCK_NB) != 0 || has_server(folder.get()))
+    if (!folder || !is_own(folder.get()) || !is_marked(folder.get()) || flock(folder.get(), LOCK_EX | LOCK_NB) != 0 ||
+        has_server(folder.get()))
         return;
     std::error_code ignored;
     fs::remove_all(path, ignored);
@@ -87,6 +108,8 @@ private_directory::private_directory(const fs::path& given)
         while (lock_ && flock(lock_.get(), LOCK_EX) != 0 && errno == EINTR) {
         }
     } while (lock_ && !is_named(path_, lock_.get()));
+    if (lock_ && given.empty())
+        mark(lock_.get());
 }
 
 private_directory::~private_directory()
@@ -99,7 +122,7 @@ void sweep_dead_directories()
 {
     std::error_code gone;
     for (fs::directory_iterator entry{base_directory(), gone}, end; !gone && entry != end; entry.increment(gone))
-        if (entry->path().filename().string().starts_with(fresh_name))
+        if (is_fresh_name(entry->path().filename().string()))
             sweep(entry->path());
 }
 

@@ -48,8 +48,9 @@ private_server::private_server(const server_options& options)
     start.environment.emplace_back("KALIX_FOREGROUND", "1");
     start.environment.emplace_back("KALIX_READY_FD", std::to_string(told.get()));
     start.environment.emplace_back("KALIX_LOG", log_.string());
-    // A service that kalix-run is part of hears of kalix-run, and a private server shares with nobody.
-    start.removed = {"NOTIFY_SOCKET", "WATCHDOG_USEC", "KALIX_GROUP"};
+    start.environment.emplace_back("KALIX_GROUP", "none"); // a private server shares with nobody
+    // A service that kalix-run is part of hears of kalix-run alone.
+    start.removed = {"NOTIFY_SOCKET", "WATCHDOG_USEC", "KALIX_SOCKET_MODE"};
     start.signal_mask = options.signal_mask;
     start.inherited_fd = told.get();
     start.background = true;

@@ -146,7 +146,8 @@ int supervise(const run_options& options)
     // Made after the server, so it ends first, whatever happens.
     child command{start};
     const course seen = watch(command, server, signals, others, time_limit{options.time_limit});
-    const int status = seen.timed_out ? exit_timed_out : exit_status_of(command.wait());
+    const int ended = command.wait(); // in any case: until then its number is its own
+    const int status = seen.timed_out ? exit_timed_out : exit_status_of(ended);
     const bool written = !pictured || write_picture(server, seen.server_lived, options.screenshot);
     others.end(std::array{server.process().pid()}, signals.fd());
     return status == 0 && !(seen.server_lived && written) ? exit_failed : status;

@@ -8,17 +8,22 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdarg>
 #include <iostream>
+#include <map>
 #include <rfb/rfb.h>
 #include <stdexcept>
 
 namespace kalix::view {
 namespace {
 
-constexpr long busy_us = 8'000; // between two looks while somebody watches
-constexpr int idle_ms = 50;     // while nobody does
+constexpr long busy_us = 8'000;    // between two looks while somebody watches
+constexpr int idle_ms = 50;        // while nobody does
+constexpr int patience_ms = 1'000; // for the rest of a message
+constexpr size_t viewers_most = 32;
+constexpr auto greeting_time = std::chrono::seconds{10}; // people type the password before, not meanwhile
 
 std::atomic<bool> stopped;
 
@@ -69,6 +74,7 @@ public:
         // A shape of its own would be drawn by viewers at once, but not where the server has it.
         screen_->cursor = nullptr; // it is in the picture
         screen_->screenData = this;
+        screen_->maxClientWait = patience_ms; // in the middle of a message: the library waits on the only thread
         screen_->newClientHook = [](rfbClientPtr client) { return this_of(client).welcome(client); };
         screen_->displayHook = [](rfbClientPtr client) { keep_exact(client); };
         if (!password_.empty()) {
@@ -92,6 +98,7 @@ public:
     {
         while (!stopped && !has_sent_enough()) {
             watch_.expect_alive();
+            turn_silent_ones_away();
             while (unique_fd client = door.accept())
                 rfbNewClient(screen_, client.release()); // the library's from here on
             if (screen_->clientHead)
@@ -111,8 +118,19 @@ private:
     bool has_sent_enough() const { return options_.frames != 0 && sent_ >= options_.frames; }
     rfbNewClientAction welcome(rfbClientPtr client)
     {
+        client->clientGoneHook = [](rfbClientPtr gone) { this_of(gone).arrivals_.erase(gone); };
+        arrivals_.emplace(client, std::chrono::steady_clock::now());
         client->viewOnly = options_.control ? FALSE : TRUE;
-        return RFB_CLIENT_ACCEPT;
+        return arrivals_.size() > viewers_most ? RFB_CLIENT_REFUSE : RFB_CLIENT_ACCEPT;
+    }
+
+    // Places are few, and who has not said who he is in time gives his back.
+    void turn_silent_ones_away()
+    {
+        const auto now = std::chrono::steady_clock::now();
+        for (const auto& [client, since] : arrivals_)
+            if (client->state != rfbClientRec::RFB_NORMAL && now - since > greeting_time)
+                rfbCloseClient(client); // the library lets go of it when it next looks at its viewers
     }
 
     // Called before each update. Many viewers ask for pictures that lost a little and travel faster; what a viewer shows
@@ -177,6 +195,7 @@ private:
     cursor_control control_;
     rate_meter meter_;
     uint64_t sent_ = 0;
+    std::map<rfbClientPtr, std::chrono::steady_clock::time_point> arrivals_; // of every viewer
     rfbScreenInfoPtr screen_ = nullptr;
 };
 

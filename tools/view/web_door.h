@@ -1,6 +1,6 @@
 // A port that browsers open: it gives them the viewer's page, and lets the page's own connection in as a viewer.
 //
-// One port for both, so that one is forwarded and one is opened. One thread; no visitor can hold it up.
+// One port for both, so that one is forwarded and one is opened. One thread; no visitor can hold it up for longer than a second.
 #pragma once
 
 #include "tools/view/viewer_listener.h"
