@@ -1,10 +1,13 @@
 // Viewers and the animated scene where something is missing, a display or the server; and the picture that stays.
 
+#include "base/unique_fd.h"
 #include "tests/system/programs.h"
 #include "tools/screen/status_reader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace kalix::test {
 namespace {
@@ -78,6 +81,43 @@ TEST_F(viewers_test, PortZeroIsOneThatIsFree)
     background one{viewer("--vnc 0")};
     EXPECT_TRUE(says("view", "kalix-view: serving 127.0.0.1:"));
     EXPECT_THAT(contents(file("view")), testing::Not(HasSubstr(":0,")));
+    EXPECT_EQ(one.end(), 0);
+}
+
+// Viewers that have not said who they are: each may come, and none keeps the others from their picture.
+TEST_F(viewers_test, SilentViewersHoldNobodyUp)
+{
+    background one{viewer("--vnc")};
+    ASSERT_TRUE(says("view", "serving"));
+    const auto come = [&] {
+        unique_fd made{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::snprintf(address.sun_path, sizeof address.sun_path, "%s", file("vnc").c_str());
+        EXPECT_EQ(::connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        const timeval patience{10, 0}; // the library's own is twice that
+        ::setsockopt(made.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        return made;
+    };
+    const auto is_greeted = [](const unique_fd& viewer) {
+        char version[12];
+        return ::recv(viewer.get(), version, sizeof version, MSG_WAITALL) == sizeof version;
+    };
+    const auto is_let_go = [](const unique_fd& viewer) {
+        char none;
+        return ::recv(viewer.get(), &none, 1, MSG_DONTWAIT) == 0;
+    };
+    const unique_fd stuck = come();
+    ASSERT_TRUE(is_greeted(stuck));
+    EXPECT_EQ(::send(stuck.get(), "R", 1, MSG_NOSIGNAL), 1); // the first letter of its version
+    EXPECT_TRUE(is_greeted(come()));
+    EXPECT_TRUE(soon([&] { return is_let_go(stuck); }));
+    std::vector<unique_fd> silent(40);
+    for (unique_fd& each : silent) {
+        each = come();
+        EXPECT_TRUE(is_greeted(each)); // the library does so before it asks whether there is room
+    }
+    EXPECT_TRUE(soon([&] { return std::ranges::count_if(silent, is_let_go) == 40 - 32; }));
     EXPECT_EQ(one.end(), 0);
 }
 
