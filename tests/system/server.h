@@ -22,8 +22,9 @@ class server {
 public:
     // Starts the program in a run directory and waits until it is ready, or has ended. With words on its command
     // line it is not waited for. Before it is started the child does what it becomes the server with.
-    explicit server(const run_directory& in, const std::vector<std::string>& words = {},
-                    const std::function<void()>& before = [] {});
+    explicit server(
+        const run_directory& in, const std::vector<std::string>& words = {},
+        const std::function<void()>& before = [] {});
     ~server();
     server(const server&) = delete;
     server& operator=(const server&) = delete;
