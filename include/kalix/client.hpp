@@ -55,6 +55,7 @@ public:
         kalix_explain_open(run_directory, error, why, sizeof why);
         text_ += why;
     }
+    // "connect to the server: ", and why not.
     const char* what() const noexcept override { return text_.c_str(); }
 
 private:

@@ -81,7 +81,7 @@ enum { KALIX_IO_CONNECT = 0x0100, KALIX_IO_LAST = 0x01FF };
  * the files: docs/protocol.md, "Objects without files". */
 enum { KALIX_PLATFORM_MAGIC = 0x7F9E2B50 };
 
-enum kalix_platform_message {
+enum kalix_platform_message {    /* what is asked of the platform */
     KALIX_WHO = 1,
     KALIX_OBJECT = 2
 };
@@ -94,9 +94,9 @@ static_assert(sizeof(struct kalix_platform_header) == 8, "wire record");
 
 struct kalix_who_rep {           /* 1: reply; the message is its header alone */
     uint32_t process;            /* under which the server knows the sender; names of its objects carry it */
-    uint32_t user;
+    uint32_t user;               /* the sender's, as the server knows it */
     uint32_t server_process;     /* the server's own, as it knows itself */
-    uint32_t zero;
+    uint32_t zero;               /* 0 */
 };
 static_assert(sizeof(struct kalix_who_rep) == 16, "wire record");
 

@@ -88,8 +88,8 @@ struct kalix_status_client {     /* one connection */
     uint64_t device_bytes;       /* of the surfaces that it holds, all levels; shared ones count for each holder */
     uint64_t shared_bytes;       /* of the DMA and command buffers that it holds */
     uint32_t objects[KALIX_STATUS_OBJECT_TYPES]; /* that it holds, by enum kalix_status_object */
-    struct kalix_status_refusal refused;
-    uint32_t unused;
+    struct kalix_status_refusal refused; /* the last of its requests that was refused */
+    uint32_t unused;             /* 0 */
 };
 static_assert(sizeof(struct kalix_status_client) == 88, "file record");
 
@@ -134,12 +134,12 @@ enum kalix_event_kind {          /* and what a, b and c are */
     KALIX_EVENT_DISPLAY          /* 1: on, 0: off */
 };
 
-struct kalix_status_event {
+struct kalix_status_event {      /* something that happened */
     uint64_t number;             /* counted from 1 */
     uint64_t time_ns;            /* since 1970 */
     uint32_t kind;               /* enum kalix_event_kind */
     uint32_t pid, uid;           /* who did it; 0, 0: the server */
-    uint32_t a, b, c;
+    uint32_t a, b, c;            /* as the kind says, 0 where it says nothing */
 };
 static_assert(sizeof(struct kalix_status_event) == 40, "file record");
 
@@ -157,7 +157,7 @@ struct kalix_status {            /* the whole file */
     char store[KALIX_STATUS_STORE_BYTES]; /* directory of the publish/subscribe store; empty: the server has none */
     struct kalix_status_frame frame;
     struct kalix_status_overlay overlays[KALIX_STATUS_OVERLAYS]; /* as defined, by id - 1 */
-    struct kalix_status_event events[KALIX_STATUS_EVENTS];
+    struct kalix_status_event events[KALIX_STATUS_EVENTS]; /* a ring: the last ones */
     struct kalix_status_client clients[KALIX_STATUS_CLIENTS];
     uint8_t levels[KALIX_STATUS_SURFACE_IDS]; /* mip levels of a face of the surface last defined under each id; each
                                                  byte is written by itself, whatever the sequence says */
