@@ -26,6 +26,11 @@ bool holds(const id_pool* pool, uint32_t id)
     return pool && pool->bits && id != 0 && id <= pool->size;
 }
 
+uint64_t& exhausted_of(id_pool* pool) KALIX_REQUIRES(_globals.id_lock)
+{
+    return pool->exhausted;
+}
+
 enum class search { found, full, inconsistent };
 
 // The lowest, so that ids stay dense, which the hash tables that they are keys of count on.
@@ -73,17 +78,17 @@ uint32_t id_get(id_pool* pool)
         hold lock{_globals.id_lock};
         result = take_lowest(pool, id);
         if (pool && result == search::full)
-            ++pool->exhausted;
+            ++exhausted_of(pool);
     }
     if (result == search::inconsistent)
         slogf(log_code, log_error, "kalix: id_get: usecount is invalid!");
     return result == search::found ? id : 0;
 }
 
-uint64_t id_exhausted(const id_pool* pool)
+uint64_t id_exhausted(id_pool* pool)
 {
     hold lock{_globals.id_lock};
-    return pool->exhausted;
+    return exhausted_of(pool);
 }
 
 void id_take(id_pool* pool, uint32_t id)

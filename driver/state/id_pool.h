@@ -24,7 +24,7 @@ void id_destroy_pool(id_pool* pool);
 uint32_t id_get(id_pool* pool);
 
 // How often none was free.
-uint64_t id_exhausted(const id_pool* pool);
+uint64_t id_exhausted(id_pool* pool);
 
 // Marks one id as in use, so that it is not handed out; ignored outside the pool.
 void id_take(id_pool* pool, uint32_t id);
