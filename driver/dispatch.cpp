@@ -71,7 +71,7 @@ int define_surface(const request& what) KALIX_REQUIRES(_globals.device_mutex)
     return with_record<surface_define_req>(
         what, [&what](surface_define_req* req) KALIX_REQUIRES(_globals.device_mutex) {
             const int status = vmw_surface_define_ioctl(what.client, req, what.rcvid);
-            if (status == 0)
+            if (status == 0 && req)
                 status_note_surface(req->flags); // the reply's first word: its sid
             return status;
         });

@@ -21,7 +21,7 @@ std::string explained(std::string_view text)
 // The message, and what may stand there.
 std::string value(const parameter& what)
 {
-    const std::string message = ":" + explained(what.value) + ":";
+    std::string message = ":" + explained(what.value) + ":";
     if (!what.choices.empty())
         return message + "(" + choice_names(what) + ")";
     switch (what.kind) {
