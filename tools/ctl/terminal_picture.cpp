@@ -47,6 +47,7 @@ ChafaCanvasMode mode_of(const ChafaTermInfo* terminal)
 
 std::string terminal_picture(const tools::screen_frame& frame)
 {
+    chafa_set_n_threads(1); // one picture is not worth starting threads for
     const owned<gchar*, g_strfreev> environment{g_get_environ()};
     const owned<ChafaTermInfo, chafa_term_info_unref> terminal{
         chafa_term_db_detect(chafa_term_db_get_default(), environment.get())};
